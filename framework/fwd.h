@@ -1,0 +1,30 @@
+// Forward declarations of the framework, and the mark for symbols that leave a library.
+#pragma once
+
+#include <cstdint>
+
+/// Everything is hidden by default; what another library uses is marked with this.
+#define NOX_EXPORT __attribute__((visibility("default")))
+
+namespace Nox {
+
+/// Number of an attribute within its class; a class's own attributes count from 256 upwards.
+using AttributeId = unsigned;
+
+/// A span of time in seconds.
+using Seconds = double;
+
+class Dir;
+class Entity;
+class Name;
+class PtrInterface;
+class String8;
+class Turn;
+struct NoxType;
+
+template <class T>
+class Ptr;
+template <class T>
+class ValidPtr;
+
+}  // namespace Nox

@@ -1,0 +1,452 @@
+// The pool: what it hands out, what it calls live, and that any thread may delete what another one made.
+#include "framework/pool.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <cstring>
+#include <fstream>
+#include <limits>
+#include <map>
+#include <memory>
+#include <new>
+#include <random>
+#include <set>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using Nox::NoxMemPool;
+using Nox::VFPtrInterface;
+
+#ifdef __SANITIZE_ADDRESS__
+constexpr bool kOwnMemory = false;  // the sanitizer's allocator serves, which keeps what was freed
+#else
+constexpr bool kOwnMemory = true;
+#endif
+#ifdef __SANITIZE_THREAD__
+constexpr bool kPlainBuild = false;
+#else
+constexpr bool kPlainBuild = kOwnMemory;
+#endif
+
+struct Bytes {
+  unsigned char* p;
+  std::size_t size;
+  unsigned char fill;
+};
+
+Bytes made(std::size_t size, unsigned char fill) {
+  auto* p = static_cast<unsigned char*>(VFPtrInterface::operator new(size));
+  std::memset(p, fill, size);
+  return {p, size, fill};
+}
+
+bool intact(Bytes const& bytes) {
+  return bytes.p[0] == bytes.fill && std::memcmp(bytes.p, bytes.p + 1, bytes.size - 1) == 0;
+}
+
+void unmade(Bytes const& bytes) {
+  EXPECT_TRUE(intact(bytes)) << bytes.size << " bytes at " << static_cast<void*>(bytes.p);
+  VFPtrInterface::operator delete(bytes.p, bytes.size);
+}
+
+/// A reactor's size or thereabouts, that knows its own value.
+struct Object : VFPtrInterface {
+  explicit Object(std::uint64_t v) : value(v), check(~v) {}
+  Object(Object const&) = delete;
+  Object& operator=(Object const&) = delete;
+  virtual ~Object() { EXPECT_EQ(value, ~check); }
+  std::uint64_t value;
+  std::uint64_t check;
+};
+
+/// Of a size that has few slots in a chunk, so that chunks empty often.
+struct WideObject : Object {
+  using Object::Object;
+  std::array<std::uint64_t, 100> more{};
+};
+
+/// Too big for any slot.
+struct BigObject : Object {
+  using Object::Object;
+  std::array<std::uint64_t, 300> more{};
+};
+
+std::uintptr_t unitOf(void const* p) { return reinterpret_cast<std::uintptr_t>(p) >> 16; }
+
+std::size_t residentBytes() {
+  std::size_t all = 0;
+  std::size_t resident = 0;
+  std::ifstream("/proc/self/statm") >> all >> resident;
+  return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+}
+
+/// Asks about the object itself and some places within it.
+bool liveOnlyAtItsFirstByte(Bytes const& bytes) {
+  if (!VFPtrInterface::isLive(bytes.p)) return false;
+  for (std::size_t const inside : {std::size_t{1}, std::size_t{8}, std::size_t{16}, bytes.size / 2, bytes.size - 1})
+    if (inside != 0 && inside < bytes.size && VFPtrInterface::isLive(bytes.p + inside)) return false;
+  return true;
+}
+
+TEST(Pool, AgreesWithAModelOverRandomMakingAndDeleting) {
+  std::mt19937_64 random(20240611);
+  std::map<std::uintptr_t, Bytes> live;
+  std::vector<std::uintptr_t> order;  // the keys of `live`, to choose from
+  std::set<std::uintptr_t> freed;
+  std::array const limits{16U, 100U, 1'024U, 1'100U, 200'000U};
+  for (int step = 0; step < 60'000; ++step) {
+    // Phases of growing and of shrinking, so that chunks fill up and empty.
+    bool const grow = random() % 100 < (step / 7'000 % 2 == 0 ? 70U : 30U);
+    if (grow || live.empty()) {
+      unsigned const limit = limits[random() % (random() % 50 == 0 ? 5 : 3)];
+      Bytes const bytes = made(1 + random() % limit, static_cast<unsigned char>(random()));
+      auto const at = reinterpret_cast<std::uintptr_t>(bytes.p);
+      ASSERT_EQ(at % 16, 0U);
+      auto const [place, fresh] = live.emplace(at, bytes);
+      ASSERT_TRUE(fresh);
+      auto const next = std::next(place);
+      ASSERT_TRUE(next == live.end() || at + bytes.size <= next->first);
+      ASSERT_TRUE(place == live.begin() || std::prev(place)->first + std::prev(place)->second.size <= at);
+      order.push_back(at);
+      freed.erase(at);
+    } else {
+      std::swap(order[random() % order.size()], order.back());
+      auto const place = live.find(order.back());
+      unmade(place->second);
+      freed.insert(place->first);
+      live.erase(place);
+      order.pop_back();
+    }
+    if (step % 500 != 0) continue;
+    for (auto const& [at, bytes] : live) ASSERT_TRUE(liveOnlyAtItsFirstByte(bytes)) << bytes.size << " bytes";
+    for (std::uintptr_t const at : freed) ASSERT_FALSE(VFPtrInterface::isLive(reinterpret_cast<void*>(at)));
+  }
+  for (auto const& [at, bytes] : live) unmade(bytes);
+  for (auto const& [at, bytes] : live) ASSERT_FALSE(VFPtrInterface::isLive(bytes.p));
+}
+
+TEST(Pool, CallsNoForeignAddressLive) {
+  Object const onStack(1);
+  auto const onHeap = std::make_unique<std::array<char, 64>>();
+  static Object const inData(2);
+  for (void const* p : {static_cast<void const*>(nullptr),
+                        static_cast<void const*>(&onStack),
+                        static_cast<void const*>(onHeap.get()),
+                        static_cast<void const*>(&inData),
+                        reinterpret_cast<void const*>(&residentBytes)})
+    EXPECT_FALSE(VFPtrInterface::isLive(p)) << p;
+
+  // Every kind of number that a text may claim to be a pointer, near a live object too (of a size that no other object
+  // has).
+  Bytes const object = made(976, 3);
+  auto const at = reinterpret_cast<std::uintptr_t>(object.p);
+  std::mt19937_64 random(5);
+  for (int i = 0; i < 200'000; ++i) {
+    std::uintptr_t const number = i % 2 == 0 ? random() >> random() % 64 : at ^ (std::uintptr_t{1} << random() % 64);
+    if (number == at) continue;
+    ASSERT_FALSE(VFPtrInterface::isLive(reinterpret_cast<void*>(number))) << std::hex << number;
+  }
+  EXPECT_TRUE(VFPtrInterface::isLive(object.p));
+  unmade(object);
+}
+
+TEST(Pool, CallsAsManyAddressesLiveAsThereAreObjects) {
+  // Every address of the 64 KiB around each object; 1008 bytes leave room behind the last slot of a chunk.
+  std::vector<Bytes> all;
+  std::set<std::uintptr_t> units;
+  for (int i = 0; i < 200; ++i) {
+    all.push_back(made(1'008, 7));
+    units.insert(unitOf(all.back().p));
+  }
+  auto const liveAddresses = [&] {
+    std::size_t live = 0;
+    for (std::uintptr_t const unit : units)
+      for (std::uintptr_t at = unit << 16; at < (unit + 1) << 16; ++at)
+        live += VFPtrInterface::isLive(reinterpret_cast<void*>(at)) ? 1 : 0;
+    return live;
+  };
+  std::size_t const before = liveAddresses();
+  for (Bytes const& bytes : all) unmade(bytes);
+  EXPECT_EQ(before - liveAddresses(), all.size());
+}
+
+TEST(Pool, MakesAndDeletesLargeObjects) {
+  for (std::size_t const size :
+       {std::size_t{1025}, std::size_t{65'535}, std::size_t{65'536}, std::size_t{65'537}, std::size_t{5'000'000}}) {
+    Bytes const one = made(size, 1);
+    Bytes const two = made(size, 2);
+    EXPECT_TRUE(VFPtrInterface::isLive(one.p));
+    for (std::size_t const inside : {std::size_t{1}, std::size_t{16}, std::size_t{1024}, size - 1})
+      EXPECT_FALSE(VFPtrInterface::isLive(one.p + inside));
+    unmade(one);
+    EXPECT_FALSE(VFPtrInterface::isLive(one.p));
+    EXPECT_TRUE(VFPtrInterface::isLive(two.p));
+    unmade(two);
+  }
+}
+
+TEST(Pool, ThrowsWhenTheSystemHasNoMemory) {
+  if (!kPlainBuild) GTEST_SKIP() << "sanitizers end the program instead";
+  for (std::size_t const size : {std::numeric_limits<std::size_t>::max(), std::size_t{1} << 62, std::size_t{1} << 47})
+    EXPECT_THROW(VFPtrInterface::operator new(size), std::bad_alloc) << size;
+}
+
+TEST(Pool, DeletesThroughTheBaseWithTheSizeOfTheDerivedClass) {
+  std::unique_ptr<Object> small = std::make_unique<Object>(1);
+  std::unique_ptr<Object> big = std::make_unique<BigObject>(2);
+  Object const* const p = big.get();
+  EXPECT_TRUE(VFPtrInterface::isLive(p));
+  big.reset();
+  EXPECT_FALSE(VFPtrInterface::isLive(p));
+  EXPECT_TRUE(VFPtrInterface::isLive(small.get()));
+}
+
+TEST(Pool, IgnoresNullAndObjectsMadeInPlace) {
+  VFPtrInterface::operator delete(nullptr, 64);
+  VFPtrInterface::operator delete(nullptr, 6400);
+  NoxMemPool::operator delete(nullptr, 64);
+  alignas(Object) std::array<unsigned char, sizeof(Object)> place;
+  Object* object = new (place.data()) Object(4);
+  EXPECT_FALSE(VFPtrInterface::isLive(object));
+  object->~Object();
+}
+
+TEST(Pool, NeverCallsInternalMemoryLive) {
+  std::vector<std::pair<void*, std::size_t>> all;
+  for (std::size_t size = 1; size < 3'000; size += 13) {
+    all.emplace_back(NoxMemPool::operator new(size), size);
+    std::memset(all.back().first, 0xAB, size);
+    EXPECT_FALSE(VFPtrInterface::isLive(all.back().first));
+  }
+  for (auto const& [p, size] : all) NoxMemPool::operator delete(p, size);
+}
+
+TEST(Pool, GivesTheMemoryOfAMillionObjectsBack) {
+  if (!kPlainBuild) GTEST_SKIP() << "sanitizers keep memory of their own";
+  std::vector<std::unique_ptr<Object>> objects(1'000'000);
+  std::size_t const before = residentBytes();
+  for (std::size_t i = 0; i < objects.size(); ++i) objects[i] = std::make_unique<Object>(i);
+  std::size_t const full = residentBytes();
+  for (auto& object : objects) object.reset();
+  std::size_t const after = residentBytes();
+  EXPECT_GT(full - before, std::size_t{30'000'000});
+  EXPECT_LT(after, before + (full - before) / 10);
+}
+
+/// A delete that the compiler cannot see through, as the wrong ones below must be.
+void deleteAt(std::uintptr_t at, std::size_t size) {
+  std::uintptr_t const volatile opaque = at;
+  VFPtrInterface::operator delete(reinterpret_cast<void*>(opaque), size);
+}
+std::uintptr_t newAt(std::size_t size) { return reinterpret_cast<std::uintptr_t>(VFPtrInterface::operator new(size)); }
+
+// The pool's own words, or those of the address sanitizer.
+constexpr char const* kTwice = kOwnMemory ? "memory deleted twice" : "double-free";
+constexpr char const* kUnlike =
+    kOwnMemory ? "deleted memory is" : "new-delete-type-mismatch|not malloc|bad-free|double-free";
+
+TEST(PoolDeathTest, ReportsWrongDeletes) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  std::uintptr_t const small = newAt(64);
+  std::uintptr_t const large = newAt(6'400);
+  alignas(16) std::array<unsigned char, 64> foreign{};
+  struct Wrong {
+    std::uintptr_t at;
+    std::size_t size;
+  };
+  for (auto const [at, size] : {Wrong{small, 32},
+                                Wrong{small, 6'400},
+                                Wrong{large, 64},
+                                Wrong{large, 6'401},
+                                Wrong{small + 16, 64},
+                                Wrong{large + 16, 6'400},
+                                Wrong{reinterpret_cast<std::uintptr_t>(foreign.data()), 64},
+                                Wrong{reinterpret_cast<std::uintptr_t>(foreign.data()), 6'400}})
+    EXPECT_DEATH(deleteAt(at, size), kUnlike) << size;
+  deleteAt(small, 64);
+  deleteAt(large, 6'400);
+}
+
+TEST(PoolDeathTest, ReportsASecondDelete) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  auto const twice = [](std::size_t size) {
+    std::uintptr_t const at = newAt(size);
+    deleteAt(at, size);
+    deleteAt(at, size);
+  };
+  auto const twiceByOthers = [] {
+    std::uintptr_t const at = newAt(64);
+    for (int i = 0; i < 2; ++i) std::thread([&] { deleteAt(at, 64); }).join();
+  };
+  EXPECT_DEATH(twice(64), kTwice);
+  EXPECT_DEATH(twice(6'400), kUnlike);
+  EXPECT_DEATH(twiceByOthers(), kTwice);
+}
+
+/// Places where threads leave objects for each other.
+template <class T, std::size_t n>
+struct Mailboxes {
+  std::array<std::atomic<T*>, n> boxes{};
+
+  T* swap(std::size_t box, T* object) { return boxes[box % n].exchange(object, std::memory_order_acq_rel); }
+  ~Mailboxes() {
+    for (auto& box : boxes) delete box.load();
+  }
+};
+
+TEST(CountingPool, LetsThreadsDeleteEachOthersObjects) {
+  Mailboxes<Object, 600> mail;
+  std::atomic<std::uint64_t> wrong{0};
+  auto const work = [&](unsigned seed) {
+    std::mt19937 random(seed);
+    for (std::uint64_t i = 0; i < 30'000; ++i) {
+      auto* object = i % 500 == 0 ? new BigObject(i)
+                     : i % 3 == 0 ? new Object(i)
+                     : i % 3 == 1 ? new WideObject(i)
+                                  : nullptr;
+      wrong += object != nullptr && !VFPtrInterface::isLive(object) ? 1 : 0;
+      if (Object* other = mail.swap(random(), object); other != nullptr) {
+        wrong += VFPtrInterface::isLive(other) ? 0U : 1U;
+        delete other;
+      }
+    }
+  };
+  // Threads come and go, so that heaps change hands while others return memory to them.
+  for (unsigned round = 0; round < 4; ++round) {
+    std::vector<std::jthread> threads;
+    for (unsigned i = 0; i < 4; ++i) threads.emplace_back(work, round * 4 + i);
+    work(100 + round);
+  }
+  EXPECT_EQ(wrong, 0U);
+}
+
+TEST(CountingPool, AnswersWhileOthersMakeAndDelete) {
+  auto const pinned = std::make_unique<Object>(1);
+  std::atomic<bool> done{false};
+  std::atomic<void*> latest{nullptr};
+  std::jthread worker([&] {
+    // Small and larger objects by turns, in numbers that fill chunks, so that chunks change their slots' size.
+    std::mt19937 random(9);
+    for (int round = 0; round < 60; ++round) {
+      std::vector<Bytes> all;
+      for (int i = 0; i < 1'500; ++i) {
+        all.push_back(made(round % 2 == 0 ? 32 : 208, 1));
+        latest.store(all.back().p, std::memory_order_release);
+      }
+      for (Bytes const& bytes : all) unmade(bytes);
+    }
+    done = true;
+  });
+  std::uint64_t asked = 0;
+  std::uint64_t live = 0;
+  while (!done) {
+    ++asked;
+    live += VFPtrInterface::isLive(pinned.get()) ? 1 : 0;
+    auto const p = reinterpret_cast<std::uintptr_t>(latest.load(std::memory_order_acquire));
+    (void)VFPtrInterface::isLive(reinterpret_cast<void*>(p));  // either answer, no harm
+    ASSERT_FALSE(VFPtrInterface::isLive(reinterpret_cast<void*>(p + 8)));
+  }
+  EXPECT_EQ(live, asked);
+}
+
+TEST(CountingPool, OutlivesTheThreadThatMadeAnObject) {
+  std::vector<std::unique_ptr<Object>> objects(5'000);
+  std::thread([&] {
+    for (std::size_t i = 0; i < objects.size(); ++i) objects[i] = std::make_unique<Object>(i);
+  }).join();
+  for (std::size_t i = 0; i < objects.size(); i += 2) {
+    Object const* p = objects[i].get();
+    ASSERT_TRUE(VFPtrInterface::isLive(p));
+    objects[i].reset();
+    ASSERT_FALSE(VFPtrInterface::isLive(p));
+  }
+  std::set<void const*> taken;
+  for (auto const& object : objects)
+    if (object) taken.insert(object.get());
+  // The next thread goes on where the first one stopped, between what is left.
+  std::thread([&] {
+    for (std::size_t i = 0; i < objects.size(); i += 2) {
+      objects[i] = std::make_unique<Object>(i);
+      ASSERT_TRUE(taken.insert(objects[i].get()).second);
+    }
+  }).join();
+  for (std::size_t i = 0; i < objects.size(); ++i) ASSERT_EQ(objects[i]->value, i);
+}
+
+/// Deletes and makes objects when its thread's other thread-local data may have gone already.
+struct LateUser {
+  std::unique_ptr<Object> kept;
+  std::unique_ptr<Object>* out = nullptr;
+  ~LateUser() {
+    if (out == nullptr) return;
+    kept.reset();
+    for (std::uint64_t i = 0; i < 100; ++i) std::make_unique<Object>(i);
+    *out = std::make_unique<Object>(77);
+  }
+};
+thread_local LateUser lateUser;
+
+TEST(CountingPool, ServesTheDestructorsOfAThreadThatEnds) {
+  for (int round = 0; round < 3; ++round) {
+    std::unique_ptr<Object> left;
+    std::thread([&] {
+      lateUser.out =
+          &left;  // constructed before the thread's first object, so destroyed after the thread's heap is given up
+      lateUser.kept = std::make_unique<Object>(1);
+    }).join();
+    ASSERT_TRUE(VFPtrInterface::isLive(left.get()));
+    EXPECT_EQ(left->value, 77U);
+  }
+}
+
+/// Who makes and who deletes in a round; a thread of its own each time, or the test's.
+struct Alternation {
+  char const* name;
+  bool makerIsThread;
+  bool deleterIsThread;
+};
+
+class CountingPoolRounds : public testing::TestWithParam<Alternation> {};
+
+TEST_P(CountingPoolRounds, DoNotGrow) {
+  if (!kOwnMemory) GTEST_SKIP() << "the sanitizer keeps what was freed";
+  auto const run = [](bool inThread, auto const& work) {
+    if (inThread)
+      std::thread(work).join();
+    else
+      work();
+  };
+  std::vector<std::unique_ptr<Object>> objects(8'000);
+  std::set<std::uintptr_t> units;
+  std::size_t settled = 0;
+  for (int round = 0; round < 40; ++round) {
+    run(GetParam().makerIsThread, [&] {
+      for (std::size_t i = 0; i < objects.size(); ++i) {
+        objects[i] = std::make_unique<Object>(i);
+        units.insert(unitOf(objects[i].get()));
+      }
+    });
+    run(GetParam().deleterIsThread, [&] {
+      for (auto& object : objects) object.reset();
+    });
+    if (round == 5) settled = units.size();
+  }
+  EXPECT_EQ(units.size(), settled) << "later rounds live in the memory of the first ones";
+}
+
+INSTANTIATE_TEST_SUITE_P(Alternating, CountingPoolRounds,
+                         testing::Values(Alternation{"OneThread", false, false},
+                                         Alternation{"ThreadsMake", true, false},
+                                         Alternation{"ThreadsDelete", false, true},
+                                         Alternation{"ThreadsDoBoth", true, true}),
+                         [](auto const& which) { return std::string(which.param.name); });
+
+}  // namespace
