@@ -1,0 +1,179 @@
+// Reactors: objects that watch one notifier and are called when its attributes change.
+#pragma once
+
+#include <string_view>
+#include <type_traits>
+
+#include "framework/name.h"
+#include "framework/ptr.h"
+#include "framework/turn.h"
+#include "framework/type.h"
+
+namespace Nox {
+
+/// The activity under which an agent runs handlers; opaque here.
+class ActivityConfig;
+/// Bits that a framework may keep at a reactor; opaque here.
+using Nox_BitSet = std::uint32_t;
+
+/// Base of every reactor. Born active and registered; watches nothing until `notifierIs`. Only entities notify: another
+/// notifier is held, and never calls.
+class NOX_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
+ public:
+  explicit NotifieeConst(bool flag = false) noexcept;
+  ~NotifieeConst() override;
+
+  Ptr<PtrInterface const> const& notifier() const noexcept { return notifier_; }
+  bool isRegisteredNotifiee() const noexcept { return isRegistered_; }
+  /// The class whose changes this reactor's interface has operations for; null for the bare base.
+  NoxType const* noxNotifierType() const noexcept { return notifierType_; }
+
+  /// Switching off withdraws and remembers whether it was registered; switching on registers again if it was.
+  void hasNotificationActiveIs(bool on) override;
+  /// Withdraws before the destructors run: what they write must not wait for a reactor that is going.
+  void zeroReferencesIs(bool zero) override;
+
+  // The virtual operations of a reactor, in slot order.
+
+  virtual PtrInterface const* noxReactor() const { return this; }
+  virtual PtrInterface const* noxRawReactor() const { return this; }
+  virtual bool isStreamAdapter() const { return false; }
+  /// Registers with the notifier, behind those already there, or withdraws. Without a notifier the flag alone changes.
+  virtual void isRegisteredNotifieeIs(bool registered) const;
+  virtual void nox_bitSetIs(Nox_BitSet bits) { bits_ = bits; }
+  virtual Name name() const { return {}; }
+  /// Points the reactor at another notifier, or at none. The registered flag stays.
+  virtual void notifierIs(Ptr<PtrInterface const> const& notifier);
+  virtual void handleNotification(ActivityConfig* /*activity*/) {}
+  virtual void handleDefault(ActivityConfig* /*activity*/, AttributeId /*id*/, bool /*immediate*/) {}
+  virtual void onAttribute(AttributeId /*id*/) {}
+  virtual void onNotification() {}
+  virtual void onCollectionNotification(String8 /*key*/) {}
+  /// Called when a handler of this reactor has thrown.
+  virtual void onNotificationException() {}
+  virtual void onNotificationException(AttributeId /*id*/) {}
+  virtual void handleNotificationException(AttributeId /*id*/) {}
+  virtual void handleNotificationException() {}
+  virtual void onZeroReferences() {}
+  virtual ActivityConfig* activityPtr() const { return nullptr; }
+  virtual ActivityConfig* noxFwkActivity() { return nullptr; }
+  virtual ActivityConfig const* noxFwkActivity() const { return nullptr; }
+  virtual PtrInterface* actsm() { return nullptr; }
+
+ protected:
+  /// Called by each interface's constructor: the last one, of the most derived interface, stands.
+  void noxNotifierTypeIs(NoxType const& type) noexcept { notifierType_ = &type; }
+
+ private:
+  friend class NotifieeList;
+  friend class TurnQueue;
+
+  /// Bit of `flags_`: was registered when notification was switched off.
+  static constexpr std::uint32_t kWasRegistered = 0x80000;
+
+  /// Whether a change of `entity` that waited for this reactor may still be delivered.
+  bool hears(Entity const* entity) const noexcept;
+
+  Ptr<PtrInterface const> notifier_;
+  mutable Entity const* list_ = nullptr;  // the notifier as an entity: where this reactor registers
+  mutable NotifieeConst* next_ = nullptr;
+  mutable NotifieeConst* previous_ = nullptr;  // the first one's is the last one
+  NoxType const* notifierType_ = nullptr;
+  std::uint32_t flags_ = 0;
+  Nox_BitSet bits_ = 0;
+  mutable bool isRegistered_ = true;
+  bool flag_;
+};
+
+/// A reactor that may change what it watches.
+class NOX_EXPORT PtrInterface::Notifiee : public PtrInterface::NotifieeConst {
+ public:
+  using NotifieeConst::NotifieeConst;
+  Ptr<PtrInterface> notifier() const {
+    return Ptr<PtrInterface>(const_cast<PtrInterface*>(NotifieeConst::notifier().get()));
+  }
+};
+
+/// The reactors registered with one entity, in the order of registration: intrusive, so that coming and going cost the
+/// same whatever their number.
+class NOX_EXPORT NotifieeList {
+ public:
+  bool empty() const noexcept { return first_ == nullptr; }
+  PtrInterface::NotifieeConst* first() const noexcept { return first_; }
+  static PtrInterface::NotifieeConst* next(PtrInterface::NotifieeConst const& n) noexcept { return n.next_; }
+  static bool isLinked(PtrInterface::NotifieeConst const& n) noexcept { return n.previous_ != nullptr; }
+  void append(PtrInterface::NotifieeConst const& n) noexcept;
+  void remove(PtrInterface::NotifieeConst const& n) noexcept;
+
+ private:
+  PtrInterface::NotifieeConst* first_ = nullptr;
+};
+
+/// Base of the notifiee interface of class T: `Base` is the class that T derives from.
+template <class T, class Base>
+class NOX_EXPORT NotifieeOf : public Base::NotifieeConst {
+ public:
+  using Notifier = T;
+  NotifieeOf() noexcept { this->noxNotifierTypeIs(T::noxType); }
+};
+
+namespace detail {
+
+/// The last name in the signature of this function: "onEnabled".
+template <auto On>
+constexpr std::string_view operationName() {
+  std::string_view const signature = __PRETTY_FUNCTION__;
+  std::size_t const from = signature.rfind("::on") + 2;
+  std::size_t const to = signature.find_first_of(";])", from);
+  return signature.substr(from, to - from);
+}
+
+template <auto On>
+struct Operation;
+/// An operation without a key.
+template <class N, void (N::*On)()>
+struct Operation<On> {
+  static constexpr NoxType const* notifier = &N::Notifier::noxType;
+  static constexpr void (*dropKey)(void*) noexcept = nullptr;
+  static void call(PtrInterface::NotifieeConst& reactor, void const* /*key*/) { (static_cast<N&>(reactor).*On)(); }
+};
+/// An operation with a key.
+template <class N, class K, void (N::*On)(K)>
+struct Operation<On> {
+  using Key = std::remove_cvref_t<K>;
+  static_assert(sizeof(Key) <= sizeof(KeySlot));
+  static constexpr NoxType const* notifier = &N::Notifier::noxType;
+  static void call(PtrInterface::NotifieeConst& reactor, void const* key) {
+    (static_cast<N&>(reactor).*On)(*static_cast<Key const*>(key));
+  }
+  static void destroy(void* key) noexcept { static_cast<Key*>(key)->~Key(); }
+  static constexpr void (*dropKey)(void*) noexcept = std::is_trivially_destructible_v<Key> ? nullptr : &destroy;
+};
+
+/// An operation that is told which member changed.
+template <auto On>
+concept KeyedOperation = requires {
+  typename Operation<On>::Key;
+};
+
+}  // namespace detail
+
+/// The constant that describes an operation of a notifiee interface.
+template <auto On>
+inline constexpr Notification notification{detail::Operation<On>::notifier,
+                                           &detail::Operation<On>::call,
+                                           detail::Operation<On>::dropKey,
+                                           detail::operationName<On>()};
+
+/// Chooses the keyed form among an operation's overloads: `keyed(&NotifieeConst::onService)` is onService(Nox::Name).
+template <class N, class K>
+consteval auto keyed(void (N::*on)(K)) {
+  return on;
+}
+/// Chooses the form without a key.
+template <class N>
+consteval auto unkeyed(void (N::*on)()) {
+  return on;
+}
+
+}  // namespace Nox

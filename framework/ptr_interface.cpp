@@ -1,0 +1,44 @@
+// The base of every framework object: flags, and what happens when the last reference goes.
+#include "framework/ptr_interface.h"
+
+#include "framework/assertion.h"
+#include "framework/ptr.h"
+#include "framework/turn.h"
+#include "framework/type.h"
+
+namespace Nox {
+
+/// Added to the count of an object that is being destroyed: what its destructor counts cannot reach zero a second time.
+static constexpr std::uint32_t kDying = 0x08000000;
+
+static constinit NoxType const ptrInterfaceType{"Nox::PtrInterface", nullptr, nullptr};
+
+void PtrInterface::hasNotificationActiveIs(bool on) { word_.flagIs(kNotificationActive, on); }
+void PtrInterface::noxAuditErrors(unsigned /*level*/) const {}
+void PtrInterface::auditErrors(unsigned /*level*/) const {}
+void PtrInterface::isNondestructingIs(bool on) { isNondestructing_ = on ? 1 : 0; }
+NoxType const& PtrInterface::fwkType() const { return ptrInterfaceType; }
+
+void PtrInterface::zeroReferencesIs(bool zero) {
+  if (!zero) return;
+  word_.reference(kDying);
+  delete this;
+}
+
+void PtrInterface::handleZeroRef() const noexcept {
+  if (held_ != 0) return;
+  Turn turn(Turn::Reports::kLater);
+  const_cast<PtrInterface*>(this)->zeroReferencesIs(true);
+}
+
+PtrInterface::~PtrInterface() {
+  [[maybe_unused]] std::uint32_t const left = word_.value() & kCountMask;
+  NOX_ASSERT(word_.isStatic() || left == 1 || left == kDying, "destroyed while still referenced");
+  NOX_ASSERT(held_ == 0, "destroyed while still held");
+}
+
+String8 valueToStrepOfRawPtr(void const* p) { return p != nullptr ? format("%p", p) : String8("0x0"); }
+
+void throwNullValidPtr() { throwRangeException("null ValidPtr"); }
+
+}  // namespace Nox

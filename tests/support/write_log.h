@@ -1,0 +1,78 @@
+// A log of every write of an attribute, in order.
+#pragma once
+
+#include <cctype>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "framework/entity.h"
+#include "framework/write_observer.h"
+
+/// Collects the writes for the length of a scope, those that change nothing too:
+///   WriteLog log; ... EXPECT_THAT(log.lines(), ElementsAre("leaf-1.clientShutdownAck = 1", ...));
+/// A line is one of
+///   ENTITY.ATTRIBUTE = VALUE                a scalar; text stands in quotes, an entity as its full name
+///   ENTITY.ATTRIBUTE[KEY] = VALUE           a keyed value; "{}" for a member that is made from its key
+///   ENTITY.ATTRIBUTE[KEY] deleted           a removal
+/// with " (equal)" behind a write and " (absent)" behind a removal that changed nothing. The entity stands with its own
+/// name; an attribute has the name of its reader. Logs nest: the inner one takes over, the outer one goes on after it.
+class WriteLog final : public Nox::WriteObserver {
+ public:
+  WriteLog() : before_(std::exchange(Nox::writeObserver_, this)) {}
+  WriteLog(WriteLog const&) = delete;
+  WriteLog& operator=(WriteLog const&) = delete;
+  ~WriteLog() { Nox::writeObserver_ = before_; }
+
+  /// Every write so far.
+  std::vector<std::string> const& lines() const { return lines_; }
+  /// Those that changed something.
+  std::vector<std::string> const& changes() const { return changes_; }
+  /// Every write of one entity or attribute: of those lines that begin with "leaf-1." or contain ".registeredSwitch[",
+  /// say.
+  std::vector<std::string> linesWith(std::string_view part) const {
+    std::vector<std::string> chosen;
+    for (std::string const& line : lines_)
+      if (line.find(part) != std::string::npos) chosen.push_back(line);
+    return chosen;
+  }
+  void clear() {
+    lines_.clear();
+    changes_.clear();
+  }
+
+ private:
+  void written(Nox::Entity const& entity, std::string_view operation, bool changed, std::string key,
+               std::string value) override {
+    add(entity, operation, key, " = " + value, changed, " (equal)");
+  }
+  void removed(Nox::Entity const& entity, std::string_view operation, bool changed, std::string key) override {
+    add(entity, operation, key, " deleted", changed, " (absent)");
+  }
+
+  void add(Nox::Entity const& entity, std::string_view operation, std::string const& key, std::string const& what,
+           bool changed, char const* ifNot) {
+    std::string line(entity.name().view());
+    line += '.' + attribute(operation);
+    if (!key.empty()) line += '[' + key + ']';
+    line += what;
+    if (changed)
+      changes_.push_back(line);
+    else
+      line += ifNot;
+    lines_.push_back(std::move(line));
+  }
+  /// "controllerUUID" of "onControllerUUID"; a name that begins with capitals keeps them.
+  static std::string attribute(std::string_view operation) {
+    std::string name(operation.substr(2));
+    auto const isUpper = [](char c) { return std::isupper(static_cast<unsigned char>(c)) != 0; };
+    if (name.size() < 2 || !isUpper(name[1]))
+      name[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(name[0])));
+    return name;
+  }
+
+  Nox::WriteObserver* before_;
+  std::vector<std::string> lines_;
+  std::vector<std::string> changes_;
+};
