@@ -1,0 +1,113 @@
+// The sibling libraries' machines: the order in which each is built.
+#include "records/siblings.h"
+
+namespace Controller {
+
+using Nox::Dir;
+using Nox::NoxType;
+using Nox::Ptr;
+using Nox::ValidPtr;
+
+constinit NoxType const MountsRegistryEntrySm::noxType{"Controller::MountsRegistryEntrySm", nullptr, nullptr};
+constinit NoxType const PublishRegistryEntrySm::noxType{"Controller::PublishRegistryEntrySm", nullptr, nullptr};
+constinit NoxType const ConnectionServiceStatusDirSm::noxType{
+    "Controller::ConnectionServiceStatusDirSm", nullptr, nullptr};
+constinit NoxType const ServiceMountConfigSm::noxType{"Controller::ServiceMountConfigSm", nullptr, nullptr};
+constinit NoxType const ServicePublishConfigSm::noxType{"Controller::ServicePublishConfigSm", nullptr, nullptr};
+constinit NoxType const ServiceInitialMountSm::noxType{"Controller::ServiceInitialMountSm", nullptr, nullptr};
+constinit NoxType const MountsRegistrySm::noxType{"Controller::MountsRegistrySm", nullptr, nullptr};
+constinit NoxType const ServiceConfigDirSm::noxType{"Controller::ServiceConfigDirSm", nullptr, nullptr};
+constinit NoxType const InitialMountSm::noxType{"Controller::InitialMountSm", nullptr, nullptr};
+
+MountsRegistrySm::MountsRegistrySm(MountsRegistryPtr const& mountsRegistry, ControllerStatusPtr const& controllerStatus,
+                                   Ptr<Dir> const& serviceMountStatusDir,
+                                   Ptr<PublishedMountsTable> const& publishedMountsTable,
+                                   Ptr<RegisteredSwitchTable> const& registeredSwitchTable,
+                                   Ptr<Dir const> const& allClientsServiceStatusDir)
+    : serviceMountStatusDir_(serviceMountStatusDir),
+      publishedMountsTable_(publishedMountsTable),
+      registeredSwitchTable_(registeredSwitchTable) {
+  mountsRegistry_.start(*this, &MountsRegistrySm::newMountsRegistry, mountsRegistry);
+  controllerStatus_.start(*this, &MountsRegistrySm::newControllerStatus, controllerStatus);
+  allClientsServiceStatusDir_.start(
+      *this, &MountsRegistrySm::newAllClientsServiceStatusDir, allClientsServiceStatusDir);
+}
+
+MountsRegistrySm::~MountsRegistrySm() {
+  noxDoZombieReactors(true);
+  orphanReactors();
+}
+
+ValidPtr<MountsRegistrySm> MountsRegistrySm::MountsRegistrySmIs(MountsRegistryPtr const& mountsRegistry,
+                                                                ControllerStatusPtr const& controllerStatus,
+                                                                Ptr<Dir> const& serviceMountStatusDir,
+                                                                Ptr<PublishedMountsTable> const& publishedMountsTable,
+                                                                Ptr<RegisteredSwitchTable> const& registeredSwitchTable,
+                                                                Ptr<Dir const> const& allClientsServiceStatusDir) {
+  ValidPtr<MountsRegistrySm> sm = Nox::make<MountsRegistrySm>(mountsRegistry,
+                                                              controllerStatus,
+                                                              serviceMountStatusDir,
+                                                              publishedMountsTable,
+                                                              registeredSwitchTable,
+                                                              allClientsServiceStatusDir);
+  sm->handleMountEntry();
+  sm->handlePublishEntry();
+  sm->handleClientStatus();
+  sm->handleInitialized();
+  return sm;
+}
+
+ServiceConfigDirSm::ServiceConfigDirSm(Ptr<Dir const> const& mountConfigDir, Ptr<Dir> const& mountStatusDir,
+                                       Ptr<Dir const> const& publishConfigDir, Ptr<Dir> const& publishStatusDir,
+                                       Ptr<PublishedMountsTable> const& publishedMountsTable,
+                                       Ptr<MountsRegistry> const& mountsRegistry)
+    : publishedMountsTable_(publishedMountsTable), mountsRegistry_(mountsRegistry) {
+  mountConfigDir_.start(*this, &ServiceConfigDirSm::newMountConfigDir, mountConfigDir);
+  mountStatusDir_.start(*this, &ServiceConfigDirSm::newMountStatusDir, mountStatusDir);
+  publishConfigDir_.start(*this, &ServiceConfigDirSm::newPublishConfigDir, publishConfigDir);
+  publishStatusDir_.start(*this, &ServiceConfigDirSm::newPublishStatusDir, publishStatusDir);
+}
+
+ServiceConfigDirSm::~ServiceConfigDirSm() {
+  noxDoZombieReactors(true);
+  orphanReactors();
+}
+
+ValidPtr<ServiceConfigDirSm> ServiceConfigDirSm::ServiceConfigDirSmIs(
+    Ptr<Dir const> const& mountConfigDir, Ptr<Dir> const& mountStatusDir, Ptr<Dir const> const& publishConfigDir,
+    Ptr<Dir> const& publishStatusDir, Ptr<PublishedMountsTable> const& publishedMountsTable,
+    Ptr<MountsRegistry> const& mountsRegistry) {
+  ValidPtr<ServiceConfigDirSm> sm = Nox::make<ServiceConfigDirSm>(
+      mountConfigDir, mountStatusDir, publishConfigDir, publishStatusDir, publishedMountsTable, mountsRegistry);
+  sm->handleInitialized();
+  return sm;
+}
+
+InitialMountSm::InitialMountSm(Ptr<Dir const> const& mountConfigDir, Ptr<Dir> const& mountStatusDir,
+                               Ptr<Heartbeat::Config const> const& heartbeatConfig,
+                               Ptr<RegisteredSwitchTable const> const& registeredSwitchTable,
+                               Ptr<PeerTable const> const& peerTable)
+    : heartbeatConfig_(heartbeatConfig) {
+  mountConfigDir_.start(*this, &InitialMountSm::newMountConfigDir, mountConfigDir);
+  mountStatusDir_.start(*this, &InitialMountSm::newMountStatusDir, mountStatusDir);
+  registeredSwitchTable_.start(*this, &InitialMountSm::newRegisteredSwitchTable, registeredSwitchTable);
+  peerTable_.start(*this, &InitialMountSm::newPeerTable, peerTable);
+}
+
+InitialMountSm::~InitialMountSm() {
+  noxDoZombieReactors(true);
+  orphanReactors();
+}
+
+ValidPtr<InitialMountSm> InitialMountSm::InitialMountSmIs(Ptr<Dir const> const& mountConfigDir,
+                                                          Ptr<Dir> const& mountStatusDir,
+                                                          Ptr<Heartbeat::Config const> const& heartbeatConfig,
+                                                          Ptr<RegisteredSwitchTable const> const& registeredSwitchTable,
+                                                          Ptr<PeerTable const> const& peerTable) {
+  ValidPtr<InitialMountSm> sm =
+      Nox::make<InitialMountSm>(mountConfigDir, mountStatusDir, heartbeatConfig, registeredSwitchTable, peerTable);
+  sm->handleInitialized();
+  return sm;
+}
+
+}  // namespace Controller
