@@ -1,0 +1,146 @@
+// One switch: construction, readiness, answers, clean-up.
+#include "registry/switch_config_sm.h"
+
+#include "registry/trace.h"
+
+namespace Controllerdb {
+
+using ControllerRegistration::SwitchConfig;
+using Nox::Name;
+using Nox::Ptr;
+using Nox::ValidPtr;
+
+SwitchConfigSm::SwitchConfigSm(ConfigPtr const& config, StatusPtr const& status, PeerTablePtr const& heartbeatPeerTable,
+                               ControllerStatusPtr const& controllerStatus, ServiceConfigDirPtr const& serviceConfigDir,
+                               OverrideDirPtr const& overrideServiceConfigDir, Nox::String8 const& controllerUUID,
+                               ServiceStatusDirPtr const& serviceStatusDir, Name const& switchId,
+                               MountsTablePtr const& publishedMountsTable, SwitchRegistrySm* switchRegistrySm)
+    : status_(status),
+      controllerStatus_(controllerStatus),
+      controllerUUID_(controllerUUID),
+      serviceStatusDir_(serviceStatusDir),
+      switchId_(switchId),
+      switchRegistrySm_(switchRegistrySm) {
+  config_.start(*this, &SwitchConfigSm::newConfig, config);
+  heartbeatPeerTable_.start(*this, &SwitchConfigSm::newHeartbeatPeerTable, heartbeatPeerTable);
+  serviceConfigDir_.start(*this, &SwitchConfigSm::newServiceConfigDir, serviceConfigDir);
+  overrideServiceConfigDir_.start(*this, &SwitchConfigSm::newOverrideServiceConfigDir, overrideServiceConfigDir);
+  publishedMountsTable_.start(*this, &SwitchConfigSm::newPublishedMountsTable, publishedMountsTable);
+  handleInitialized();
+}
+
+/// However the machine ends, the switch's rows leave the controller's table first.
+SwitchConfigSm::~SwitchConfigSm() {
+  doCleanup();
+  noxDoZombieReactors(true);
+  orphanReactors();
+}
+
+ValidPtr<SwitchConfigSm> switchConfigSmFactory(
+    SwitchConfigSm::ConfigPtr const& config, SwitchConfigSm::StatusPtr const& status,
+    SwitchConfigSm::PeerTablePtr const& heartbeatPeerTable, SwitchConfigSm::ControllerStatusPtr const& controllerStatus,
+    SwitchConfigSm::ServiceConfigDirPtr const& serviceConfigDir,
+    SwitchConfigSm::OverrideDirPtr const& overrideServiceConfigDir, Nox::String8 const& controllerUUID,
+    SwitchConfigSm::ServiceStatusDirPtr const& serviceStatusDir, Name const& switchId,
+    SwitchConfigSm::MountsTablePtr const& publishedMountsTable, SwitchRegistrySm* switchRegistrySm) {
+  Nox::Turn turn;
+  ValidPtr<SwitchConfigSm> sm = Nox::make<SwitchConfigSm>(config,
+                                                          status,
+                                                          heartbeatPeerTable,
+                                                          controllerStatus,
+                                                          serviceConfigDir,
+                                                          overrideServiceConfigDir,
+                                                          controllerUUID,
+                                                          serviceStatusDir,
+                                                          switchId,
+                                                          publishedMountsTable,
+                                                          switchRegistrySm);
+  sm->hasNotificationActiveIs(true);
+  return sm;
+}
+
+void SwitchConfigSm::handleInitialized() {
+  if (initialized()) return;
+  initializedIs(true);
+  handleSwitchConfig();
+}
+
+bool SwitchConfigSm::switchReady() const {
+  ConfigPtr const config = config_.get();
+  PeerTablePtr const peers = heartbeatPeerTable_.get();
+  if (!config || !peers) return false;
+  Ptr<Controller::Peer const> const peer = peers->peer(config->systemId());
+  TRACE_RING(5, 80, "switchReady", ": enabled ", config->enabled(), " peerTable ", static_cast<bool>(peer));
+  TRACE_TEXT(5, 82, "switchReady", ": enabled ", config->enabled(), " peerTable ", peer);
+  return config->enabled() && peer;
+}
+
+void SwitchConfigSm::handleSwitchConfig() {
+  TRACE_TEXT(5, 89, "void Controllerdb::SwitchConfigSm::handleSwitchConfig()", " ", switchId_);
+  TRACE_RING(5, 90, "handleSwitchConfig");
+  if (!initialized()) {
+    TRACE_TEXT(5, 92, "handleSwitchConfig", " not initialized");
+    TRACE_RING(5, 93, "handleSwitchConfig", " not initialized");
+    return;
+  }
+  if (switchReady())
+    answer(*config_.get());
+  else
+    shutDown();
+}
+
+/// The ready path. Every pass writes the same values again; only the flag's going and coming back is a change each
+/// time.
+void SwitchConfigSm::answer(SwitchConfig const& config) {
+  TRACE_TEXT(5, 103, "handleSwitchConfig", " ready");
+  TRACE_RING(5, 104, "handleSwitchConfig", " ready");
+  if (controllerStatus_) {
+    controllerStatus_->switchConfigIs(config.systemId(), ConfigPtr(&config));
+    controllerStatus_->switchStatusIs(config.systemId(), status_);
+    // Removed and written again on every pass, deliberately: who watches the flag hears of each.
+    controllerStatus_->registeredSwitchDel(config.systemId());
+    controllerStatus_->registeredSwitchIs(config.systemId(), true);
+  }
+  if (status_) status_->clientShutdownAckIs(false);
+  TRACE_RING(3, 116, "handleSwitchConfig", " sending uuid to switch: ", controllerUUID_);
+  TRACE_TEXT(3, 117, "handleSwitchConfig", " sending uuid to switch: ", controllerUUID_);
+  if (status_) status_->controllerUUIDIs(controllerUUID_);
+  TRACE_TEXT(1, 128, "handleSwitchConfig", " reflecting genid:", config.registrationGenId());
+  TRACE_RING(1, 130, "handleSwitchConfig", " reflecting genid:", config.registrationGenId());
+  // Last, so that a switch that reads its own generation here finds the rest of its answer in place.
+  if (status_) status_->registrationGenIdIs(config.registrationGenId());
+}
+
+void SwitchConfigSm::shutDown() {
+  TRACE_TEXT(1, 133, "handleSwitchConfig", " shutdown");
+  TRACE_RING(1, 134, "handleSwitchConfig", " shutdown");
+  if (status_) status_->clientShutdownAckIs(true);
+  doCleanup();
+}
+
+void SwitchConfigSm::handleHeartbeat(Controller::SystemId const& systemId) {
+  TRACE_TEXT(8,
+             142,
+             "void Controllerdb::SwitchConfigSm::handleHeartbeat(const Controller::SystemId&)",
+             " ",
+             switchId_,
+             " ",
+             systemId);
+  TRACE_RING(8, 144, "handleHeartbeat", " ", systemId);
+  ConfigPtr const config = config_.get();
+  if (!config || !(systemId == config->systemId())) return;
+  TRACE_TEXT(8, 146, "handleHeartbeat", " matched");
+  TRACE_RING(8, 147, "handleHeartbeat", " matched");
+  handleSwitchConfig();
+}
+
+void SwitchConfigSm::doCleanup() {
+  TRACE_TEXT(8, 362, "void Controllerdb::SwitchConfigSm::doCleanup()", " ", switchId_);
+  ConfigPtr const config = config_.get();
+  if (!config || !controllerStatus_) return;
+  controllerStatus_->registeredSwitchDel(config->systemId());
+  controllerStatus_->switchConfigDel(config->systemId());
+  controllerStatus_->switchStatusDel(config->systemId());
+}
+
+}  // namespace Controllerdb

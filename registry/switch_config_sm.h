@@ -1,0 +1,196 @@
+// One switch: whether it is ready, and what it is answered.
+#pragma once
+
+#include "framework/state_machine.h"
+#include "records/heartbeat.h"
+#include "records/mount.h"
+#include "records/registration.h"
+#include "records/service.h"
+
+namespace Controllerdb {
+
+class SwitchRegistrySm;
+
+/// The machine of one registered switch. A switch is ready while its record is enabled and the controller hears its
+/// system id; nothing else counts. A ready switch is entered into the controller's table and answered; one that is not
+/// is acknowledged for shutdown, and its rows go. Rows are keyed by the system id: they do not follow it when it
+/// changes, and two registrations with one id share them. Deliberate.
+class NOX_EXPORT SwitchConfigSm final : public Nox::StateMachine<SwitchConfigSm> {
+ public:
+  /// A reactor of this machine: its way back is set and cleared by name.
+  template <class In>
+  class Watch : public Nox::Reactor<SwitchConfigSm, In> {
+   public:
+    using Nox::Reactor<SwitchConfigSm, In>::Reactor;
+    void switchConfigSmIs(SwitchConfigSm* sm) noexcept { this->smIs(sm); }
+  };
+  /// The switch's registration record.
+  class NoxConfig final : public Watch<ControllerRegistration::SwitchConfig const> {
+   public:
+    using Watch::Watch;
+    void onEnabled() override {
+      if (auto sm = live()) sm->handleSwitchConfig();
+    }
+    void onRegistrationGenId() override {
+      if (auto sm = live()) sm->handleSwitchConfig();
+    }
+
+   protected:
+    void handleNotifier(SwitchConfigSm& sm) override { sm.handleSwitchConfig(); }
+  };
+  /// The peers that the controller hears. The immediate form is left empty: a peer is looked at when it is named.
+  class NoxHeartbeatPeerTable final : public Watch<Controller::PeerTable const> {
+   public:
+    using Watch::Watch;
+    void onPeer(Controller::SystemId const& systemId) override {
+      if (auto sm = live()) sm->handleHeartbeat(systemId);
+    }
+    void onPeernoxImmediate() override {}
+
+   protected:
+    void handleNotifier(SwitchConfigSm& sm) override { sm.handleSwitchConfig(); }
+  };
+  /// The controller's own service configurations.
+  class NoxServiceConfigDir final : public Watch<Controller::ServiceConfigDir const> {
+   public:
+    using Watch::Watch;
+  };
+  /// The overrides: held, and read when a service is negotiated. A change of an override triggers nothing by itself.
+  class NoxOverrideServiceConfigDir final : public Watch<Controller::OverrideServiceConfigDir const> {
+   public:
+    using Watch::Watch;
+  };
+  /// What the switches offer.
+  class NoxPublishedMountsTable final : public Watch<Controller::PublishedMountsTable const> {
+   public:
+    using Watch::Watch;
+  };
+
+  using ConfigPtr = Nox::Ptr<ControllerRegistration::SwitchConfig const>;
+  using StatusPtr = Nox::Ptr<ControllerRegistration::SwitchStatus>;
+  using PeerTablePtr = Nox::Ptr<Controller::PeerTable const>;
+  using ControllerStatusPtr = Nox::Ptr<ControllerRegistration::ControllerStatus>;
+  using ServiceConfigDirPtr = Nox::Ptr<Controller::ServiceConfigDir const>;
+  using OverrideDirPtr = Nox::Ptr<Controller::OverrideServiceConfigDir const>;
+  using ServiceStatusDirPtr = Nox::Ptr<Controller::ServiceStatusDir>;
+  using MountsTablePtr = Nox::Ptr<Controller::PublishedMountsTable const>;
+  static Nox::NoxType const noxType;
+
+  /// Use `switchConfigSmFactory`. Runs the first pass as its last step.
+  SwitchConfigSm(ConfigPtr const& config, StatusPtr const& status, PeerTablePtr const& heartbeatPeerTable,
+                 ControllerStatusPtr const& controllerStatus, ServiceConfigDirPtr const& serviceConfigDir,
+                 OverrideDirPtr const& overrideServiceConfigDir, Nox::String8 const& controllerUUID,
+                 ServiceStatusDirPtr const& serviceStatusDir, Nox::Name const& switchId,
+                 MountsTablePtr const& publishedMountsTable, SwitchRegistrySm* switchRegistrySm);
+  ~SwitchConfigSm() override;
+
+  // The inputs that are watched. A mutator retires the reactor of another input and makes a fresh one, which runs no
+  // pass.
+
+  ConfigPtr config() const { return config_.get(); }
+  void configIs(ConfigPtr const& config) { config_.replace(*this, &SwitchConfigSm::newConfig, config); }
+  void configDel() { config_.retire(); }
+  Nox::ValidPtr<NoxConfig> newConfig(ConfigPtr const& config) { return newReactor<NoxConfig>(config); }
+
+  PeerTablePtr heartbeatPeerTable() const { return heartbeatPeerTable_.get(); }
+  void heartbeatPeerTableIs(PeerTablePtr const& table) {
+    heartbeatPeerTable_.replace(*this, &SwitchConfigSm::newHeartbeatPeerTable, table);
+  }
+  void heartbeatPeerTableDel() { heartbeatPeerTable_.retire(); }
+  Nox::ValidPtr<NoxHeartbeatPeerTable> newHeartbeatPeerTable(PeerTablePtr const& table) {
+    return newReactor<NoxHeartbeatPeerTable>(table);
+  }
+
+  ServiceConfigDirPtr serviceConfigDir() const { return serviceConfigDir_.get(); }
+  void serviceConfigDirIs(ServiceConfigDirPtr const& dir) {
+    serviceConfigDir_.replace(*this, &SwitchConfigSm::newServiceConfigDir, dir);
+  }
+  void serviceConfigDirDel() { serviceConfigDir_.retire(); }
+  Nox::ValidPtr<NoxServiceConfigDir> newServiceConfigDir(ServiceConfigDirPtr const& dir) {
+    return newReactor<NoxServiceConfigDir>(dir);
+  }
+
+  OverrideDirPtr overrideServiceConfigDir() const { return overrideServiceConfigDir_.get(); }
+  void overrideServiceConfigDirIs(OverrideDirPtr const& dir) {
+    overrideServiceConfigDir_.replace(*this, &SwitchConfigSm::newOverrideServiceConfigDir, dir);
+  }
+  void overrideServiceConfigDirDel() { overrideServiceConfigDir_.retire(); }
+  Nox::ValidPtr<NoxOverrideServiceConfigDir> newOverrideServiceConfigDir(OverrideDirPtr const& dir) {
+    return newReactor<NoxOverrideServiceConfigDir>(dir);
+  }
+
+  MountsTablePtr publishedMountsTable() const { return publishedMountsTable_.get(); }
+  void publishedMountsTableIs(MountsTablePtr const& table) {
+    publishedMountsTable_.replace(*this, &SwitchConfigSm::newPublishedMountsTable, table);
+  }
+  void publishedMountsTableDel() { publishedMountsTable_.retire(); }
+  Nox::ValidPtr<NoxPublishedMountsTable> newPublishedMountsTable(MountsTablePtr const& table) {
+    return newReactor<NoxPublishedMountsTable>(table);
+  }
+
+  // The inputs that are held.
+
+  StatusPtr const& status() const noexcept { return status_; }
+  ControllerStatusPtr const& controllerStatus() const noexcept { return controllerStatus_; }
+  Nox::String8 controllerUUID() const { return controllerUUID_; }
+  ServiceStatusDirPtr const& serviceStatusDir() const noexcept { return serviceStatusDir_; }
+  /// The name of the registration directory; serves in messages alone.
+  Nox::Name switchId() const { return switchId_; }
+  /// The owner; never written through.
+  SwitchRegistrySm* switchRegistrySm() const noexcept { return switchRegistrySm_; }
+
+  // Handlers.
+
+  void handleInitialized();
+  bool switchReady() const;
+  void handleSwitchConfig();
+  void handleHeartbeat(Controller::SystemId const& systemId);
+  /// Removes the switch's rows from the controller's table.
+  void doCleanup();
+
+  /// What the owner compares before it keeps this machine.
+  auto constructorArgs() const {
+    return std::tuple(config(),
+                      status_,
+                      heartbeatPeerTable(),
+                      controllerStatus_,
+                      serviceConfigDir(),
+                      overrideServiceConfigDir(),
+                      controllerUUID_,
+                      serviceStatusDir_,
+                      switchId_,
+                      publishedMountsTable());
+  }
+
+ private:
+  friend class Nox::StateMachine<SwitchConfigSm>;
+  auto reactors() {
+    return std::tie(config_, heartbeatPeerTable_, serviceConfigDir_, overrideServiceConfigDir_, publishedMountsTable_);
+  }
+  void shutDown();
+  void answer(ControllerRegistration::SwitchConfig const& config);
+
+  Nox::Input<NoxConfig> config_;
+  StatusPtr status_;
+  Nox::Input<NoxHeartbeatPeerTable> heartbeatPeerTable_;
+  ControllerStatusPtr controllerStatus_;
+  Nox::Input<NoxServiceConfigDir> serviceConfigDir_;
+  Nox::Input<NoxOverrideServiceConfigDir> overrideServiceConfigDir_;
+  Nox::String8 controllerUUID_;
+  ServiceStatusDirPtr serviceStatusDir_;
+  Nox::Name switchId_;
+  Nox::Input<NoxPublishedMountsTable> publishedMountsTable_;
+  SwitchRegistrySm* switchRegistrySm_;
+};
+
+/// Makes the machine of one switch, runs its first pass and switches it on. Any input may be null; what is null is
+/// skipped.
+NOX_EXPORT Nox::ValidPtr<SwitchConfigSm> switchConfigSmFactory(
+    SwitchConfigSm::ConfigPtr const& config, SwitchConfigSm::StatusPtr const& status,
+    SwitchConfigSm::PeerTablePtr const& heartbeatPeerTable, SwitchConfigSm::ControllerStatusPtr const& controllerStatus,
+    SwitchConfigSm::ServiceConfigDirPtr const& serviceConfigDir,
+    SwitchConfigSm::OverrideDirPtr const& overrideServiceConfigDir, Nox::String8 const& controllerUUID,
+    SwitchConfigSm::ServiceStatusDirPtr const& serviceStatusDir, Nox::Name const& switchId,
+    SwitchConfigSm::MountsTablePtr const& publishedMountsTable, SwitchRegistrySm* switchRegistrySm);
+
+}  // namespace Controllerdb

@@ -1,0 +1,117 @@
+// One registration directory: a switch is registered while its directory holds "config" and "status".
+#pragma once
+
+#include "framework/dir.h"
+#include "framework/state_machine.h"
+#include "records/registration.h"
+#include "registry/switch_config_sm.h"
+
+namespace Controllerdb {
+
+class RegistryRootSm;
+
+/// Watches one registration directory and keeps the switch's configuration machine while it is registered. Member of
+/// the registry root's collection, under the directory's name.
+class NOX_EXPORT SwitchRegistrySm final : public Nox::StateMachine<SwitchRegistrySm>, public Nox::HashMapLink {
+ public:
+  /// The registration directory: any entry that goes unregisters the switch.
+  class NoxSwitchDir final : public Nox::Reactor<SwitchRegistrySm, Nox::Dir> {
+   public:
+    using Reactor::Reactor;
+    void switchRegistrySmIs(SwitchRegistrySm* sm) noexcept { smIs(sm); }
+    void onEntityPtr(Nox::Name name) override {
+      if (auto sm = live()) sm->handleEntry(name);
+    }
+    void onEntityPtrnoxImmediate() override {
+      if (auto sm = live()) sm->handleEntry();
+    }
+
+   protected:
+    void handleNotifier(SwitchRegistrySm& sm) override { sm.handleEntry(); }
+  };
+
+  using DirPtr = Nox::Ptr<Nox::Dir>;
+  using ServiceStatusDirPtr = Nox::Ptr<Controller::ServiceStatusDir>;
+  using MountsTablePtr = Nox::Ptr<Controller::PublishedMountsTable const>;
+  using PeerTablePtr = Nox::Ptr<Controller::PeerTable const>;
+  static Nox::NoxType const noxType;
+
+  /// Makes the machine, runs its first pass and switches it on. `registryRootSm` is the owner, not counted.
+  static Nox::ValidPtr<SwitchRegistrySm> SwitchRegistrySmIs(Nox::Name const& name, DirPtr const& switchDir,
+                                                            ServiceStatusDirPtr const& serviceStatusDir,
+                                                            MountsTablePtr const& publishedMountsTable,
+                                                            PeerTablePtr const& heartbeatPeerTable,
+                                                            RegistryRootSm* registryRootSm);
+  SwitchRegistrySm(Nox::Name const& name, DirPtr const& switchDir, ServiceStatusDirPtr const& serviceStatusDir,
+                   MountsTablePtr const& publishedMountsTable, PeerTablePtr const& heartbeatPeerTable,
+                   RegistryRootSm* registryRootSm);
+  ~SwitchRegistrySm() override;
+
+  Nox::Name const& name() const noexcept { return name_; }
+  Nox::Name const& fwkKey() const noexcept { return name_; }
+
+  DirPtr switchDir() const { return switchDir_.get(); }
+  /// Points the present reactor at the other directory, which runs its pass.
+  void switchDirIs(DirPtr const& dir) { switchDir_.repoint(*this, &SwitchRegistrySm::newSwitchDir, dir); }
+  void switchDirDel() { switchDir_.retire(); }
+  Nox::ValidPtr<NoxSwitchDir> newSwitchDir(DirPtr const& dir) { return newReactor<NoxSwitchDir>(dir); }
+
+  ServiceStatusDirPtr const& serviceStatusDir() const noexcept { return serviceStatusDir_; }
+  MountsTablePtr const& publishedMountsTable() const noexcept { return publishedMountsTable_; }
+  PeerTablePtr const& heartbeatPeerTable() const noexcept { return heartbeatPeerTable_; }
+  /// The owner; null once this machine has left its collection.
+  RegistryRootSm* registryRootSm() const noexcept { return registryRootSm_; }
+  void registryRootSmIs(RegistryRootSm* sm) noexcept { registryRootSm_ = sm; }
+
+  /// The switch's configuration machine; null while the switch is not registered.
+  Nox::Ptr<SwitchConfigSm> const& configSm() const noexcept { return configSm_; }
+  /// Keeps the machine that was built from these arguments; otherwise builds another and only releases the old one: its
+  /// clean-up then removes the rows that the new one has just written, and they stay away until the next pass.
+  /// Deliberate.
+  Nox::ValidPtr<SwitchConfigSm> configSmIs(SwitchConfigSm::ConfigPtr const& config,
+                                           SwitchConfigSm::StatusPtr const& status,
+                                           SwitchConfigSm::PeerTablePtr const& heartbeatPeerTable,
+                                           SwitchConfigSm::ControllerStatusPtr const& controllerStatus,
+                                           SwitchConfigSm::ServiceConfigDirPtr const& serviceConfigDir,
+                                           SwitchConfigSm::OverrideDirPtr const& overrideServiceConfigDir,
+                                           Nox::String8 const& controllerUUID,
+                                           ServiceStatusDirPtr const& serviceStatusDir, Nox::Name const& switchId,
+                                           MountsTablePtr const& publishedMountsTable);
+  Nox::ValidPtr<SwitchConfigSm> newConfigSm(SwitchConfigSm::ConfigPtr const& config,
+                                            SwitchConfigSm::StatusPtr const& status,
+                                            SwitchConfigSm::PeerTablePtr const& heartbeatPeerTable,
+                                            SwitchConfigSm::ControllerStatusPtr const& controllerStatus,
+                                            SwitchConfigSm::ServiceConfigDirPtr const& serviceConfigDir,
+                                            SwitchConfigSm::OverrideDirPtr const& overrideServiceConfigDir,
+                                            Nox::String8 const& controllerUUID,
+                                            ServiceStatusDirPtr const& serviceStatusDir, Nox::Name const& switchId,
+                                            MountsTablePtr const& publishedMountsTable);
+  /// Takes the machine out, switches it off and releases it.
+  void configSmDel();
+
+  // Handlers.
+
+  void handleInitialized();
+  void handleEntry();
+  void handleEntry(Nox::Name entry);
+
+  /// What the owner compares before it keeps this machine under its name.
+  auto constructorArgs() const {
+    return std::tuple(switchDir(), serviceStatusDir_, publishedMountsTable_, heartbeatPeerTable_);
+  }
+
+ private:
+  friend class Nox::StateMachine<SwitchRegistrySm>;
+  auto reactors() { return std::tie(switchDir_); }
+  auto childSms() { return std::tie(configSm_); }
+
+  Nox::Name name_;
+  Nox::Input<NoxSwitchDir> switchDir_;
+  ServiceStatusDirPtr serviceStatusDir_;
+  MountsTablePtr publishedMountsTable_;
+  PeerTablePtr heartbeatPeerTable_;
+  RegistryRootSm* registryRootSm_;
+  Nox::Ptr<SwitchConfigSm> configSm_;
+};
+
+}  // namespace Controllerdb
