@@ -1,0 +1,23 @@
+// Documents and the records that they describe: checking, writing and reading, all by the records' attribute tables.
+#pragma once
+
+#include "agent/json_reader.h"
+
+namespace Agent {
+
+/// Throws an InputError unless `document` may be put over a record of class R: an object with no other members than the
+/// fields that somebody else than the registry writes, each of its type. The error's field starts inside the document.
+template <class R>
+void checkDocument(Json const& document);
+
+/// Writes a document that was checked into a record, field by field in the order of the record's table; an absent field
+/// means its default. Within a keyed field removed members come first, then changed ones, then new ones, each in the
+/// collection's order; members that are still there stay the same entities. Opens no turn.
+template <class R>
+void writeDocument(Json const& document, R& record);
+
+/// The record's document: every field, in the order of its table, keyed members in byte order of their keys.
+template <class R>
+Json readDocument(R const& record);
+
+}  // namespace Agent

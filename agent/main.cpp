@@ -1,0 +1,63 @@
+// The program `enrolix`: command line in, exit status out.
+#include <fcntl.h>
+
+#include <csignal>
+#include <exception>
+#include <iostream>
+#include <sstream>
+
+#include "agent/input_error.h"
+#include "agent/options.h"
+#include "agent/output_file.h"
+#include "agent/replay.h"
+#include "framework/swiftlog_reader.h"
+
+namespace {
+
+void print(std::string_view text) {
+  Agent::OutputFile output(std::nullopt);
+  output.write(text);
+  output.finish();
+}
+
+int run(Agent::Answer const& answer) {
+  if (answer.exitStatus != 0)
+    std::cerr << answer.text;
+  else
+    print(answer.text);
+  return answer.exitStatus;
+}
+
+int run(Agent::ReplayOptions const& options) { return Agent::replay(options, std::cerr); }
+
+int run(Agent::RingOptions const& options) {
+  std::ostringstream text;
+  try {
+    Swiftlog::printRingFile(options.file, text);
+  } catch (std::system_error const& error) {
+    throw Agent::FileError(options.file, error.code().message());
+  }
+  print(text.view());
+  return 0;
+}
+
+/// Fills the place of a standard stream that came closed with one that fails, so that no file that is opened gets it.
+void reserveStandardStreams() {
+  for (int const descriptor : {0, 1, 2})
+    if (::fcntl(descriptor, F_GETFD) < 0) ::open("/dev/null", descriptor == 0 ? O_WRONLY : O_RDONLY);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  reserveStandardStreams();
+  // A reader that has gone is an error of a write like any other.
+  std::signal(SIGPIPE, SIG_IGN);
+  try {
+    auto const options = Agent::parseOptions({argv + 1, argv + argc}, ENROLIX_VERSION);
+    return std::visit([](auto const& chosen) { return run(chosen); }, options);
+  } catch (std::exception const& error) {
+    std::cerr << error.what() << '\n';
+    return 1;
+  }
+}

@@ -1,0 +1,70 @@
+// Writes with the system's calls: streams do not say why they fail.
+#include "agent/output_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+
+#include "agent/input_error.h"
+
+namespace Agent {
+
+OutputFile::OutputFile(std::optional<std::string> const& file)
+    : name_(file ? *file : "standard output"), descriptor_(STDOUT_FILENO) {
+  if (!file) return;
+  // The file that links lead to is replaced, not the link.
+  std::error_code error;
+  target_ = std::filesystem::canonical(*file, error).string();
+  if (error) target_ = *file;
+  struct stat status {};
+  bool const isThere = ::stat(target_.c_str(), &status) == 0;
+  if (!isThere || S_ISREG(status.st_mode)) {
+    temporary_ = target_ + ".XXXXXX";
+    descriptor_ = ::mkostemp(temporary_.data(), O_CLOEXEC);
+  } else {
+    descriptor_ = ::open(target_.c_str(), O_WRONLY | O_CLOEXEC);
+  }
+  if (descriptor_ < 0) fail();
+  if (temporary_.empty()) return;
+  // Made for the owner alone; it gets what any new file gets.
+  mode_t const mask = ::umask(0);
+  ::umask(mask);
+  ::fchmod(descriptor_, 0666 & ~mask);
+}
+
+OutputFile::~OutputFile() {
+  if (descriptor_ > STDOUT_FILENO) ::close(descriptor_);
+  if (!temporary_.empty()) ::unlink(temporary_.c_str());
+}
+
+void OutputFile::write(std::string_view text) {
+  constexpr std::size_t kBufferSize = 64 * 1024;
+  buffer_ += text;
+  if (buffer_.size() >= kBufferSize) flush();
+}
+
+void OutputFile::finish() {
+  flush();
+  if (temporary_.empty()) return;
+  if (std::rename(temporary_.c_str(), target_.c_str()) != 0) fail();
+  temporary_.clear();
+}
+
+void OutputFile::flush() {
+  for (std::string_view rest = buffer_; !rest.empty();) {
+    ssize_t const count = ::write(descriptor_, rest.data(), rest.size());
+    if (count >= 0)
+      rest.remove_prefix(static_cast<std::size_t>(count));
+    else if (errno != EINTR)
+      fail();
+  }
+  buffer_.clear();
+}
+
+void OutputFile::fail() const { throw FileError(name_, errno); }
+
+}  // namespace Agent

@@ -1,0 +1,202 @@
+// Applies operation after operation, and reports what is refused.
+#include "agent/replay.h"
+
+#include <unistd.h>
+
+#include <chrono>
+#include <ostream>
+#include <sstream>
+#include <system_error>
+
+#include "agent/host.h"
+#include "agent/output_file.h"
+#include "agent/scenario.h"
+#include "agent/state_tree.h"
+#include "agent/switch_table.h"
+#include "framework/swiftlog.h"
+#include "framework/trace.h"
+
+namespace Agent {
+namespace {
+
+constexpr char kFacility[] = "Enrolix";
+
+/// The text trace of some levels, printed as long as this lives.
+class TextTrace {
+ public:
+  TextTrace(TraceLevels levels, std::ostream& out) {
+    Nox::traceLevelsIs(kFacility, static_cast<Nox::TraceLevels>(levels.to_ulong()));
+    Nox::traceEnabledIs(kFacility, levels.any());
+    before_ = Nox::traceSinkIs([&out](Nox::TraceMessage const& message) {
+      // Composed first, so that a line reaches an unbuffered stream in one piece.
+      std::ostringstream line;
+      line << message.level << ' ' << message.line << ' ';
+      Nox::writeOneLine(line, message.text);
+      line << '\n';
+      out << line.view();
+    });
+  }
+  ~TextTrace() {
+    Nox::traceSinkIs(std::move(before_));
+    Nox::traceEnabledIs(kFacility, false);
+  }
+  TextTrace(TextTrace const&) = delete;
+  TextTrace& operator=(TextTrace const&) = delete;
+
+ private:
+  Nox::TraceSink before_;
+};
+
+/// The ring-buffer trace, kept in the file as long as this lives.
+std::unique_ptr<Swiftlog::TraceFile> openRing(std::string const& file) {
+  try {
+    auto ring = Swiftlog::TraceFile::open(file);
+    Swiftlog::theTraceFile = ring.get();
+    return ring;
+  } catch (std::system_error const& error) {
+    throw FileError(file, error.code().message());
+  }
+}
+
+/// A line on a terminal that tells how far a long replay has come.
+class Progress {
+ public:
+  Progress(bool isWanted, std::ostream& out) : isWanted_(isWanted), out_(out) {}
+  ~Progress() { erase(); }
+  Progress(Progress const&) = delete;
+  Progress& operator=(Progress const&) = delete;
+
+  /// Another operation has been done; this is the place.
+  void advance(std::string const& file, std::size_t line) {
+    ++operations_;
+    if (!isWanted_ || Clock::now() < next_) return;
+    next_ = Clock::now() + std::chrono::milliseconds(500);
+    out_ << "\r\x1B[K" << operations_ << " operations, at " << printable(file, 60) << ":" << line << std::flush;
+    isShown_ = true;
+  }
+  /// Makes room for other lines.
+  void erase() {
+    if (isShown_) out_ << "\r\x1B[K" << std::flush;
+    isShown_ = false;
+  }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  bool isWanted_;
+  std::ostream& out_;
+  Clock::time_point next_ = Clock::now() + std::chrono::seconds(2);
+  std::size_t operations_ = 0;
+  bool isShown_ = false;
+};
+
+class Replay {
+ public:
+  Replay(ReplayOptions const& options, std::ostream& problems)
+      : options_(options),
+        problems_(problems),
+        output_(options.output),
+        ring_(options.ring ? openRing(*options.ring) : nullptr),
+        trace_(options.trace, problems),
+        progress_(isatty(STDERR_FILENO) == 1 && options.trace.none(), problems) {}
+
+  /// Returns the exit status. Throws a FileError.
+  int run() {
+    for (std::string const& file : options_.scenarios)
+      if (!apply(file)) return 1;
+    progress_.erase();
+    if (options_.isTable)
+      output_.write(switchTable(host_.tables()));
+    else
+      writeTree();
+    output_.finish();
+    return isRefused_ ? 1 : 0;
+  }
+
+ private:
+  /// Applies one scenario. Returns whether to go on.
+  bool apply(std::string const& file) {
+    ScenarioReader reader(openScenario(file));
+    while (true) {
+      try {
+        std::optional<Operation> const operation = reader.next();
+        if (!operation) return true;
+        apply(*operation);
+      } catch (InputError const& error) {
+        progress_.erase();
+        problems_ << errorLine(file, reader.line(), error) + "\n";
+        isRefused_ = true;
+        if (!options_.isKeptGoing) return false;
+      }
+      progress_.advance(file, reader.line());
+    }
+  }
+
+  void apply(Operation const& operation) {
+    try {
+      if (operation.value)
+        tree_.put(operation.path, *operation.value);
+      else
+        tree_.remove(operation.path);
+    } catch (PathRefusal& refusal) {
+      refusal.pathIs(toText(operation.path));
+      throw;
+    } catch (InputError& error) {
+      error.pathIs(toText(operation.path));
+      error.isInside("value");
+      throw;
+    } catch (std::exception const& exception) {
+      // A handler failed: the registry stands, but this operation has not been answered as it should.
+      InputError error("", printable(exception.what(), 1000));
+      error.pathIs(toText(operation.path));
+      throw error;
+    }
+  }
+
+  /// One JSON object, document by document, so that a large tree is never in memory as a whole.
+  void writeTree() {
+    std::string_view separator = "{\n  ";
+    tree_.forEach([&](std::string const& path, Json const& document) {
+      output_.write(separator);
+      output_.write(Json(path).dump());
+      output_.write(": ");
+      writeIndented(document.dump(2));
+      separator = ",\n  ";
+    });
+    output_.write("\n}\n");
+  }
+
+  /// Strings hold no line breaks in JSON, so every one is the layout's.
+  void writeIndented(std::string_view text) {
+    for (std::size_t end = text.find('\n'); end != std::string_view::npos; end = text.find('\n')) {
+      output_.write(text.substr(0, end + 1));
+      output_.write("  ");
+      text.remove_prefix(end + 1);
+    }
+    output_.write(text);
+  }
+
+  ReplayOptions const& options_;
+  std::ostream& problems_;
+  OutputFile output_;
+  // The registry comes before what traces it, and goes after it: only what the scenarios bring about is traced.
+  Host host_;
+  StateTree tree_{host_.tables()};
+  std::unique_ptr<Swiftlog::TraceFile> ring_;
+  TextTrace trace_;
+  Progress progress_;
+  bool isRefused_ = false;
+};
+
+}  // namespace
+
+int replay(ReplayOptions const& options, std::ostream& problems) {
+  try {
+    return Replay(options, problems).run();
+  } catch (FileError const& error) {
+    problems << error.what() << '\n';
+    return 1;
+  }
+}
+
+}  // namespace Agent
