@@ -6,6 +6,7 @@
 
 #include "agent/input_error.h"
 #include "agent/key_order.h"
+#include "agent/service_lines.h"
 #include "agent/utf8.h"
 
 namespace Agent {
@@ -67,10 +68,25 @@ std::size_t width(std::string_view text) {
   return count;
 }
 
+/// The services of a switch, indented under its row.
+std::string serviceText(Switch const& of, Tables const& tables) {
+  if (!of.config || !of.status) return {};
+  auto const lines = serviceLines(*of.config, *of.status, tables);
+  std::size_t widest = 0;
+  for (ServiceLine const& line : lines) widest = std::max(widest, width(line.service));
+  std::string text;
+  for (ServiceLine const& line : lines) {
+    text.append("    ").append(line.service).append(widest - width(line.service) + 2, ' ');
+    text.append(line.outcome).append("\n");
+  }
+  return text;
+}
+
 }  // namespace
 
 std::string switchTable(Tables const& tables) {
   std::vector<Row> rows(1);
+  std::vector<std::string> below(1);  // what stands under each row
   for (std::size_t c = 0; c < kColumns.size(); ++c) rows[0][c] = kColumns[c].heading;
   for (auto const& [name, entry] : sortedByKey(tables.registrationRootDir->entries())) {
     auto const dir = Nox::ptrCast<Nox::Dir>(entry->entityRef());
@@ -78,14 +94,16 @@ std::string switchTable(Tables const& tables) {
     Switch const of{name, dir->entity<SwitchConfig>("config"), dir->entity<SwitchStatus>("status")};
     Row& row = rows.emplace_back();
     for (std::size_t c = 0; c < kColumns.size(); ++c) row[c] = kColumns[c].cell(of, tables);
+    below.push_back(serviceText(of, tables));
   }
   std::array<std::size_t, kColumns.size()> widths{};
   for (Row const& row : rows)
     for (std::size_t c = 0; c < row.size(); ++c) widths[c] = std::max(widths[c], width(row[c]));
   std::string text;
-  for (Row const& row : rows) {
+  for (std::size_t r = 0; r < rows.size(); ++r) {
+    Row const& row = rows[r];
     for (std::size_t c = 0; c + 1 < row.size(); ++c) text.append(row[c]).append(widths[c] - width(row[c]) + 2, ' ');
-    text.append(row.back()).append("\n");
+    text.append(row.back()).append("\n").append(below[r]);
   }
   return text;
 }

@@ -45,6 +45,7 @@ class Reactor : public In::NotifieeConst {
   virtual void noxDoZombieReactors(bool zombie) {
     if (zombie == this->noxMarkedForDeletion()) return;
     if (this->notifier()) this->hasNotificationActiveIs(!zombie);
+    if (Held<Sm> const sm(sm_); sm) handleZombie(*sm);
     this->noxMarkedForDeletionIs(zombie);
   }
 
@@ -56,6 +57,8 @@ class Reactor : public In::NotifieeConst {
   /// The body of the mutator that is named after the machine.
   void smIs(Sm* sm) noexcept { sm_ = sm; }
 
+  /// Tells the machine that the zombie state is about to change.
+  virtual void handleZombie(Sm& /*sm*/) {}
   /// The machine's pass over a new input; none unless the reactor says so.
   virtual void handleNotifier(Sm& /*sm*/) {}
 

@@ -5,3 +5,4 @@
 #include "registry/root.h"
 #include "registry/switch_config_sm.h"
 #include "registry/switch_registry_sm.h"
+#include "registry/version_negotiation.h"

@@ -26,6 +26,8 @@ SwitchConfigSm::SwitchConfigSm(ConfigPtr const& config, StatusPtr const& status,
   serviceConfigDir_.start(*this, &SwitchConfigSm::newServiceConfigDir, serviceConfigDir);
   overrideServiceConfigDir_.start(*this, &SwitchConfigSm::newOverrideServiceConfigDir, overrideServiceConfigDir);
   publishedMountsTable_.start(*this, &SwitchConfigSm::newPublishedMountsTable, publishedMountsTable);
+  handleServiceConfig();
+  handleLocalServiceConfig();
   handleInitialized();
 }
 
@@ -92,6 +94,10 @@ void SwitchConfigSm::handleSwitchConfig() {
 /// The ready path. Every pass writes the same values again; only the flag's going and coming back is a change each
 /// time.
 void SwitchConfigSm::answer(SwitchConfig const& config) {
+  for (NoxServiceConfigIterator at(*this, serviceConfig_); at; ++at) {
+    Ptr<NoxServiceConfig> const member = at.member();
+    member->handleEnabled();
+  }
   TRACE_TEXT(5, 103, "handleSwitchConfig", " ready");
   TRACE_RING(5, 104, "handleSwitchConfig", " ready");
   if (controllerStatus_) {

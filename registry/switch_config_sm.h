@@ -1,4 +1,4 @@
-// One switch: whether it is ready, and what it is answered.
+// One switch: whether it is ready, what it is answered, and which versions of its services are negotiated.
 #pragma once
 
 #include "framework/state_machine.h"
@@ -17,6 +17,8 @@ class SwitchRegistrySm;
 /// changes, and two registrations with one id share them. Deliberate.
 class NOX_EXPORT SwitchConfigSm final : public Nox::StateMachine<SwitchConfigSm> {
  public:
+  using RecordPtr = Nox::Ptr<Controller::ServiceConfigV1 const>;
+
   /// A reactor of this machine: its way back is set and cleared by name.
   template <class In>
   class Watch : public Nox::Reactor<SwitchConfigSm, In> {
@@ -34,9 +36,18 @@ class NOX_EXPORT SwitchConfigSm final : public Nox::StateMachine<SwitchConfigSm>
     void onRegistrationGenId() override {
       if (auto sm = live()) sm->handleSwitchConfig();
     }
+    void onServiceConfig(Nox::Name service) override {
+      if (auto sm = live()) sm->handleServiceConfig(service);
+    }
+    void onServiceConfignoxImmediate() override {
+      if (auto sm = live()) sm->handleServiceConfig();
+    }
 
    protected:
-    void handleNotifier(SwitchConfigSm& sm) override { sm.handleSwitchConfig(); }
+    void handleNotifier(SwitchConfigSm& sm) override {
+      sm.handleSwitchConfig();
+      sm.handleServiceConfig();
+    }
   };
   /// The peers that the controller hears. The immediate form is left empty: a peer is looked at when it is named.
   class NoxHeartbeatPeerTable final : public Watch<Controller::PeerTable const> {
@@ -54,6 +65,15 @@ class NOX_EXPORT SwitchConfigSm final : public Nox::StateMachine<SwitchConfigSm>
   class NoxServiceConfigDir final : public Watch<Controller::ServiceConfigDir const> {
    public:
     using Watch::Watch;
+    void onService(Nox::Name service) override {
+      if (auto sm = live()) sm->handleLocalServiceConfig(service);
+    }
+    void onServicenoxImmediate() override {
+      if (auto sm = live()) sm->handleLocalServiceConfig();
+    }
+
+   protected:
+    void handleNotifier(SwitchConfigSm& sm) override { sm.handleLocalServiceConfig(); }
   };
   /// The overrides: held, and read when a service is negotiated. A change of an override triggers nothing by itself.
   class NoxOverrideServiceConfigDir final : public Watch<Controller::OverrideServiceConfigDir const> {
@@ -64,6 +84,45 @@ class NOX_EXPORT SwitchConfigSm final : public Nox::StateMachine<SwitchConfigSm>
   class NoxPublishedMountsTable final : public Watch<Controller::PublishedMountsTable const> {
    public:
     using Watch::Watch;
+  };
+  /// One service of one side, a member of the collection that mirrors that side. Negotiates the service when its record
+  /// changes `enabled`, or is another record of the same name. Its key is the service's name.
+  class NoxService : public Watch<Controller::ServiceConfigV1 const>, public Nox::HashMapLink {
+   public:
+    NoxService(RecordPtr const& record, SwitchConfigSm* sm) : Watch(record, sm), name_(record->name()) {}
+    Nox::Name const& fwkKey() const noexcept { return name_; }
+    Nox::Name name() const override { return name_; }
+    void onEnabled() override {
+      if (auto sm = live()) handleEnabled();
+    }
+    virtual void handleEnabled() = 0;
+    virtual void doCleanup() = 0;
+
+   protected:
+    void handleNotifier(SwitchConfigSm& /*sm*/) override { handleEnabled(); }
+
+   private:
+    Nox::Name name_;
+  };
+  /// A service of the switch.
+  class NoxServiceConfig final : public NoxService {
+   public:
+    using NoxService::NoxService;
+    void handleEnabled() override;
+    void doCleanup() override;
+
+   protected:
+    void handleZombie(SwitchConfigSm& sm) override { sm.nox_handleServiceConfig(*this); }
+  };
+  /// A service of the controller.
+  class NoxLocalServiceConfig final : public NoxService {
+   public:
+    using NoxService::NoxService;
+    void handleEnabled() override;
+    void doCleanup() override;
+
+   protected:
+    void handleZombie(SwitchConfigSm& sm) override { sm.nox_handleLocalServiceConfig(*this); }
   };
 
   using ConfigPtr = Nox::Ptr<ControllerRegistration::SwitchConfig const>;
@@ -139,12 +198,58 @@ class NOX_EXPORT SwitchConfigSm final : public Nox::StateMachine<SwitchConfigSm>
   /// The owner; never written through.
   SwitchRegistrySm* switchRegistrySm() const noexcept { return switchRegistrySm_; }
 
+  // The services of the switch: one reactor each, by service name. A service that is new here is not negotiated before
+  // the next trigger.
+
+  using ServiceConfigMap = Nox::HashMap<NoxServiceConfig, Nox::Name>;
+  using ServiceConfigIterator = ServiceConfigMap::Iterator;
+  using ServiceConfigIteratorConst = ServiceConfigMap::IteratorConst;
+  ServiceConfigMap const& serviceConfig() const noexcept { return serviceConfig_; }
+  Nox::Ptr<NoxServiceConfig> serviceConfig(Nox::Name const& service) const { return serviceConfig_.member(service); }
+  /// Makes the collection hold a reactor for this record under its name; one that watches another record is pointed at
+  /// it, which negotiates. Throws RangeException for null.
+  void serviceConfigIs(RecordPtr const& record);
+  Nox::ValidPtr<NoxServiceConfig> newServiceConfig(RecordPtr const& record);
+  void serviceConfigDel(Nox::Name const& service);
+  void serviceConfigDelAll();
+  /// The collection's hook: a member that leaves becomes a zombie that knows no machine.
+  void serviceConfigNotify(Nox::Name const& service, Nox::Ptr<NoxServiceConfig> const& member);
+  using NoxServiceConfigIterator = Nox::OwnedIterator<ServiceConfigMap, &SwitchConfigSm::serviceConfigNotify>;
+  /// Called at every change of a member's zombie state.
+  void nox_handleServiceConfig(NoxServiceConfig& member) { member.doCleanup(); }
+
+  // The services of the controller, likewise.
+
+  using LocalServiceConfigMap = Nox::HashMap<NoxLocalServiceConfig, Nox::Name>;
+  using LocalServiceConfigIterator = LocalServiceConfigMap::Iterator;
+  using LocalServiceConfigIteratorConst = LocalServiceConfigMap::IteratorConst;
+  LocalServiceConfigMap const& localServiceConfig() const noexcept { return localServiceConfig_; }
+  Nox::Ptr<NoxLocalServiceConfig> localServiceConfig(Nox::Name const& service) const {
+    return localServiceConfig_.member(service);
+  }
+  void localServiceConfigIs(RecordPtr const& record);
+  Nox::ValidPtr<NoxLocalServiceConfig> newLocalServiceConfig(RecordPtr const& record);
+  void localServiceConfigDel(Nox::Name const& service);
+  void localServiceConfigDelAll();
+  void localServiceConfigNotify(Nox::Name const& service, Nox::Ptr<NoxLocalServiceConfig> const& member);
+  using NoxLocalServiceConfigIterator =
+      Nox::OwnedIterator<LocalServiceConfigMap, &SwitchConfigSm::localServiceConfigNotify>;
+  void nox_handleLocalServiceConfig(NoxLocalServiceConfig& member) { member.doCleanup(); }
+
   // Handlers.
 
   void handleInitialized();
   bool switchReady() const;
   void handleSwitchConfig();
   void handleHeartbeat(Controller::SystemId const& systemId);
+  /// Brings `serviceConfig` into line with the switch's record: the whole, or one service.
+  void handleServiceConfig();
+  void handleServiceConfig(Nox::Name const& service);
+  /// Brings `localServiceConfig` into line with the controller's directory.
+  void handleLocalServiceConfig();
+  void handleLocalServiceConfig(Nox::Name const& service);
+  /// Negotiates one service from scratch, and writes the outcome on both sides.
+  void doVersionNegotiation(Nox::Name serviceName);
   /// Removes the switch's rows from the controller's table.
   void doCleanup();
 
@@ -165,7 +270,13 @@ class NOX_EXPORT SwitchConfigSm final : public Nox::StateMachine<SwitchConfigSm>
  private:
   friend class Nox::StateMachine<SwitchConfigSm>;
   auto reactors() {
-    return std::tie(config_, heartbeatPeerTable_, serviceConfigDir_, overrideServiceConfigDir_, publishedMountsTable_);
+    return std::tie(config_,
+                    heartbeatPeerTable_,
+                    serviceConfigDir_,
+                    overrideServiceConfigDir_,
+                    publishedMountsTable_,
+                    serviceConfig_,
+                    localServiceConfig_);
   }
   void shutDown();
   void answer(ControllerRegistration::SwitchConfig const& config);
@@ -181,6 +292,8 @@ class NOX_EXPORT SwitchConfigSm final : public Nox::StateMachine<SwitchConfigSm>
   Nox::Name switchId_;
   Nox::Input<NoxPublishedMountsTable> publishedMountsTable_;
   SwitchRegistrySm* switchRegistrySm_;
+  ServiceConfigMap serviceConfig_;
+  LocalServiceConfigMap localServiceConfig_;
 };
 
 /// Makes the machine of one switch, runs its first pass and switches it on. Any input may be null; what is null is

@@ -250,6 +250,36 @@ TEST(Replay, ShowsTheSwitchesAsATable) {
               HasSubstr("\ntwin       02:00:00:00:00:03  agent disabled"));
 }
 
+TEST(Replay, ShowsUnderEachSwitchWhatBecameOfItsServices) {
+  Folder folder;
+  std::string const services = R"({"both": {"enabled": true, "versionConfig": {"version": {"1": "x", "2": "two"}}}, )"
+                               R"("apart": {"enabled": true, "versionConfig": {"version": {"1": "", "2": ""}}}, )"
+                               R"("off": {"enabled": true}, "ours": {}, "unknown": {"enabled": true}, )"
+                               R"("pinned": {"enabled": true, "versionConfig": {"version": {"1": ""}}}})";
+  folder.write(
+      "s",
+      R"({"put": "service/config/both", "value": {"enabled": true, "versionConfig": {"version": {"2": "", "3": ""}}}}
+{"put": "service/config/apart", "value": {"enabled": true, "versionConfig": {"version": {"3": ""}}}}
+{"put": "service/config/off", "value": {"versionConfig": {"version": {"1": ""}}}}
+{"put": "service/config/ours", "value": {"enabled": true}}
+{"put": "service/config/pinned", "value": {"enabled": true, "versionConfig": {"version": {"1": ""}}}}
+{"put": "service/override/pinned", "value": {"enabled": true, "versionConfig": {"version": {"7": ""}}}}
+{"put": "heartbeat/02:00:00:00:00:01", "value": {}}
+{"put": "registration/a/status", "value": {}}
+{"put": "registration/a/config", "value": {"enabled": true, "systemId": "02:00:00:00:00:01", "serviceConfig": )" +
+          services + R"(}}
+{"put": "controller/config", "value": {"enabled": true}}
+)");
+  EXPECT_THAT(runProgram(folder, "replay --table s").out,
+              HasSubstr("\n"
+                        "    apart    switch offers 1,2; controller 3\n"
+                        "    both     version 2 (two)\n"
+                        "    off      disabled by the controller\n"
+                        "    ours     disabled by the switch\n"
+                        "    pinned   switch offers 1; override 7\n"
+                        "    unknown  not known to the controller\n"));
+}
+
 TEST(Replay, LeavesTheCallersTraceAsItWas) {
   Folder folder;
   ReplayOptions options;

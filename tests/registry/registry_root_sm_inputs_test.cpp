@@ -1,6 +1,8 @@
 // Tests of the registry root's inputs and switches: pointed elsewhere, absent, on and off, and the end.
 #include <gmock/gmock.h>
 
+#include <functional>
+
 #include "support/trace_capture.h"
 #include "support/world.h"
 #include "support/write_log.h"
@@ -183,6 +185,32 @@ TEST(RegistryRootSmSwitches, ZombieReachesItsOwnReactorsOnly) {
   EXPECT_FALSE(w.registrySm("leaf-1"));
 }
 
+/// Calls `then` at every removal.
+struct AtRemoval final : Nox::WriteObserver {
+  explicit AtRemoval(std::function<void()> f) : then(std::move(f)) { Nox::writeObserver_ = this; }
+  AtRemoval(AtRemoval const&) = delete;
+  AtRemoval& operator=(AtRemoval const&) = delete;
+  ~AtRemoval() { Nox::writeObserver_ = nullptr; }
+  void written(Nox::Entity const&, std::string_view, bool, std::string, std::string) override {}
+  void removed(Nox::Entity const&, std::string_view, bool, std::string) override { then(); }
+  std::function<void()> then;
+};
+
+TEST(RegistryRootSmSwitches, CleansUpBeforeItCountsAsInitialized) {
+  WorldRecords records;
+  records.allClientsServiceStatusDir->entityIs("stale", Nox::make<Nox::Entity>("stale"));
+  auto const sm = Nox::make<RegistryRootSm>(
+      nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, records.allClientsServiceStatusDir, nullptr);
+  unsigned removals = 0;
+  AtRemoval const observer([&] {
+    ++removals;
+    EXPECT_FALSE(sm->initialized());
+  });
+  sm->handleInitialized();
+  EXPECT_GT(removals, 0U);
+  EXPECT_TRUE(sm->initialized());
+}
+
 // The end removes the switch registries, and does not clean up.
 TEST(RegistryRootSmEnd, TakesTheMachinesAndLeavesTheServiceStatusDirectories) {
   World w(2);
@@ -201,6 +229,24 @@ TEST(RegistryRootSmEnd, TakesTheMachinesAndLeavesTheServiceStatusDirectories) {
   EXPECT_TRUE(w.registrationRootDir->noxNotifiees().empty());
   EXPECT_TRUE(w.controllerStatus->noxNotifiees().empty());
   EXPECT_TRUE(w.peers->noxNotifiees().empty());
+}
+
+TEST(RegistryRootSmEnd, LeavesReactorsThatSomebodyHoldsWithoutAMachine) {
+  World w;
+  for (Nox::Ptr<Nox::Entity> const& input : std::vector<Nox::Ptr<Nox::Entity>>{w.config, w.registrationRootDir}) {
+    w.newRegistryRootSm();
+    Nox::Ptr<Nox::PtrInterface::NotifieeConst> const reactor(input->noxNotifiees().first());
+    w.root->registryRootSmDel();
+    EXPECT_TRUE(reactor->noxMarkedForDeletion());
+    EXPECT_TRUE(input->noxNotifiees().empty());
+    reactor->noxMarkedForDeletionIs(false);
+    reactor->hasNotificationActiveIs(true);
+    EXPECT_FALSE(input->noxNotifiees().empty());
+    TraceCapture text({8});
+    w.config->enabledIs(!w.config->enabled());  // heard by the one, and nobody to tell
+    w.registrationRootDir->entityIs(input->name(), Nox::make<Nox::Dir>(input->name()));
+    EXPECT_THAT(text.lines(), IsEmpty());
+  }
 }
 
 TEST(RegistryRootSmEnd, LeavesASwitchRegistryThatSomebodyHoldsOffAndWithoutARoot) {

@@ -323,8 +323,10 @@ TEST(SwitchConfigSmEnd, LeavesAReactorThatSomebodyHoldsWithoutAMachine) {
   EXPECT_FALSE(reactor->hasNotificationActive());
   reactor->noxMarkedForDeletionIs(false);
   reactor->hasNotificationActiveIs(true);
+  TraceCapture text({5});
   in.config->enabledIs(false);  // heard, and nobody to tell
   EXPECT_EQ(watchers(*in.config), 1U);
+  EXPECT_THAT(text.lines(), IsEmpty());
 }
 
 }  // namespace

@@ -136,6 +136,8 @@ TEST_F(SwitchConfigSmTest, PassBeforeInitializationWritesNothingAndSaysSo) {
   EXPECT_THAT(ring.messages(), ElementsAre("5 90 handleSwitchConfig", "5 93 handleSwitchConfig not initialized"));
 }
 
+TEST_F(SwitchConfigSmTest, FactorySwitchesItOn) { EXPECT_TRUE(make()->hasNotificationActive()); }
+
 TEST_F(SwitchConfigSmTest, InitializesOnce) {
   auto const sm = make();
   EXPECT_TRUE(sm->initialized());

@@ -271,6 +271,37 @@ TEST(SwitchRegistrySm, StartsSwitchedOffWithItsReactorOn) {
   EXPECT_FALSE(dir->noxNotifiees().empty());
 }
 
+/// A machine over that directory that is a member of nothing.
+Nox::Ptr<SwitchRegistrySm> ownerless(World& w, Nox::Ptr<Nox::Dir> const& dir) {
+  return SwitchRegistrySm::SwitchRegistrySmIs("leaf-1", dir, nullptr, nullptr, w.peers.get(), w.registryRootSm().get());
+}
+
+TEST(SwitchRegistrySm, SwitchesOffAtItsEndTheMachineThatSomebodyHolds) {
+  World w(1);
+  Nox::Ptr<SwitchRegistrySm> sm = ownerless(w, w.dir("leaf-1"));
+  EXPECT_TRUE(sm->hasNotificationActive());
+  Nox::Ptr<SwitchConfigSm> const held = sm->configSm();
+  EXPECT_TRUE(held->hasNotificationActive());
+  sm = nullptr;
+  EXPECT_FALSE(held->hasNotificationActive());
+}
+
+TEST(SwitchRegistrySm, LeavesAtItsEndAReactorThatSomebodyHoldsWithoutAMachine) {
+  World w;
+  Nox::Ptr<Nox::Dir> const dir = Nox::make<Nox::Dir>("leaf-1");
+  Nox::Ptr<SwitchRegistrySm> sm = ownerless(w, dir);
+  Nox::Ptr<Nox::PtrInterface::NotifieeConst> const reactor(dir->noxNotifiees().first());
+  sm = nullptr;
+  EXPECT_TRUE(reactor->noxMarkedForDeletion());
+  EXPECT_TRUE(dir->noxNotifiees().empty());
+  reactor->noxMarkedForDeletionIs(false);
+  reactor->hasNotificationActiveIs(true);
+  TraceCapture text({8});
+  dir->entityIs("note", something());  // heard, and nobody to tell
+  EXPECT_FALSE(dir->noxNotifiees().empty());
+  EXPECT_THAT(text.lines(), IsEmpty());
+}
+
 TEST(SwitchRegistrySm, PassesOverAnotherDirectoryThatItIsPointedAt) {
   World w(1);
   auto const sm = w.registrySm("leaf-1");

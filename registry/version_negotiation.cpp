@@ -1,0 +1,163 @@
+// Which version of a service runs between a switch and the controller: the highest that both offer.
+#include "registry/version_negotiation.h"
+
+#include <algorithm>
+#include <optional>
+
+#include "framework/assertion.h"
+#include "registry/switch_config_sm.h"
+#include "registry/trace.h"
+
+namespace Controllerdb {
+
+using Controller::ServiceStatusV1;
+using Controller::ServiceVersionConfigV1;
+using Controller::ServiceVersionStatusV1;
+using Controller::ServiceVersionV1;
+using Nox::Name;
+using Nox::Ptr;
+using Nox::String8;
+using Versions = std::vector<ServiceVersionV1>;
+
+bool sortFunction(ServiceVersionV1 const& a, ServiceVersionV1 const& b) { return a.version() > b.version(); }
+
+void sortVersions(Ptr<ServiceVersionConfigV1 const> const& config, Versions& out, String8 const& /*label*/) {
+  out.reserve(out.size() + config->version().members());
+  for (auto at = config->versionIteratorConst(); at; ++at) out.push_back(at->value());
+  std::sort(out.begin(), out.end(), sortFunction);
+}
+
+void updateVersionStatus(Ptr<ServiceVersionStatusV1> versionStatus, bool complete, bool compatible,
+                         ServiceVersionV1 version) {
+  NOX_ASSERT(versionStatus, "versionStatus && \"Null versionSts ptr passed to updateVersionStatus()\"");
+  // The ring records whether there is a description, not the version: deliberate, a reader of the ring sees 0 or 1
+  // there.
+  TRACE_RING(
+      3,
+      157,
+      "void Controllerdb::updateVersionStatus(Controller::ServiceVersionStatusV1::Ptr, bool, bool, Controller::ServiceVersionV1)",
+      " ",
+      complete,
+      " ",
+      compatible,
+      " ",
+      static_cast<bool>(version.desc()));
+  TRACE_TEXT(
+      3,
+      159,
+      "void Controllerdb::updateVersionStatus(Controller::ServiceVersionStatusV1::Ptr, bool, bool, Controller::ServiceVersionV1)",
+      " ",
+      complete,
+      " ",
+      compatible,
+      " ",
+      version);
+  versionStatus->negotiatedVersionIs(version);
+  versionStatus->versionCompatibleIs(compatible);
+  versionStatus->versionNegotiationCompleteIs(complete);
+}
+
+/// The highest number in both descending lists, with the client's description. A match is one also when its number is
+/// 0. Every comparison is a message, so the search compares pair by pair while messages are wanted.
+static std::optional<ServiceVersionV1> firstMatch(Versions const& client, Versions const& controller) {
+  if (!enrolixTrace().wants(7) && Nox::coverageStream_ == nullptr) {
+    auto k = controller.begin();
+    for (ServiceVersionV1 const& c : client) {
+      while (k != controller.end() && k->version() > c.version()) ++k;
+      if (k == controller.end()) return std::nullopt;
+      if (k->version() == c.version()) return c;
+    }
+    return std::nullopt;
+  }
+  for (ServiceVersionV1 const& c : client) {
+    TRACE_TEXT(7, 249, "Client ver=", c.version());
+    for (ServiceVersionV1 const& k : controller) {
+      TRACE_TEXT(7, 253, "Controller ver=", k.version());
+      if (k.version() == c.version()) return c;
+    }
+  }
+  return std::nullopt;
+}
+
+/// The service's status in `holder`, made together with its version status by `make` if there is none.
+template <class Make>
+static Ptr<ServiceStatusV1> statusOf(Ptr<ServiceStatusV1> present, Name const& service, Make make) {
+  if (present) return present;
+  Ptr<ServiceStatusV1> made = make();
+  made->versionStatusIs(Name(String8("VersionStatus") + String8(service)));
+  return made;
+}
+
+void SwitchConfigSm::doVersionNegotiation(Name serviceName) {
+  // The ring records whether there is a switch id, not the id: deliberate, a reader of the ring sees 0 or 1 there.
+  TRACE_RING(8,
+             168,
+             "void Controllerdb::SwitchConfigSm::doVersionNegotiation(Nox::Name)",
+             " ",
+             static_cast<bool>(switchId_),
+             " ",
+             serviceName);
+  TRACE_TEXT(
+      8, 169, "void Controllerdb::SwitchConfigSm::doVersionNegotiation(Nox::Name)", " ", switchId_, " ", serviceName);
+
+  ConfigPtr const config = config_.get();
+  RecordPtr const client = config ? config->serviceConfig(serviceName) : nullptr;
+  RecordPtr controller;
+  if (OverrideDirPtr const overrides = overrideServiceConfigDir_.get())
+    controller = overrides->overrideService(serviceName);
+  if (controller)
+    TRACE_TEXT(4, 177, "using override versions for service: ", serviceName);
+  else if (ServiceConfigDirPtr const dir = serviceConfigDir_.get())
+    controller = dir->service(serviceName);
+  if (!client) return;
+
+  // Either side's status may be missing as a whole: then that side's writes are skipped.
+  Ptr<ServiceStatusV1> switchSide;
+  if (status_)
+    switchSide = statusOf(
+        status_->serviceStatus(serviceName), serviceName, [&] { return status_->serviceStatusIs(serviceName); });
+  if (!controller) {
+    TRACE_RING(4, 200, "Controller doesn't support service ", serviceName);
+    TRACE_TEXT(4, 201, "Controller doesn't support service ", serviceName);
+    if (client->enabled() && switchSide)
+      updateVersionStatus(switchSide->versionStatus(), true, false, ServiceVersionV1());
+    return;
+  }
+  Ptr<ServiceStatusV1> controllerSide;
+  if (serviceStatusDir_) {
+    controllerSide = statusOf(serviceStatusDir_->service(serviceName), serviceName, [&] {
+      return serviceStatusDir_->serviceIs(serviceName);
+    });
+  }
+  bool const enabled = client->enabled() && controller->enabled();
+  auto const conclude = [&](bool complete, bool compatible, ServiceVersionV1 const& version) {
+    if (controllerSide) updateVersionStatus(controllerSide->versionStatus(), complete, compatible, version);
+    if (switchSide) updateVersionStatus(switchSide->versionStatus(), complete, compatible, version);
+  };
+  if (controllerSide) controllerSide->enabledIs(enabled);
+  if (switchSide) switchSide->enabledIs(enabled);
+  if (!enabled) {
+    if (status_) status_->servicePublishedInfoDel(String8(serviceName));
+    conclude(false, false, ServiceVersionV1());
+    return;
+  }
+  Versions clientVersions;
+  Versions controllerVersions;
+  sortVersions(client->versionConfig(), clientVersions, "client");
+  sortVersions(controller->versionConfig(), controllerVersions, "controller");
+  std::optional<ServiceVersionV1> const match = firstMatch(clientVersions, controllerVersions);
+  ServiceVersionV1 const version = match.value_or(ServiceVersionV1());
+  TRACE_RING(7,
+             267,
+             "Negotiated ver=",
+             version.version(),
+             " service=",
+             serviceName,
+             " client=",
+             config->systemId().stringValue());
+  TRACE_TEXT(
+      7, 270, "Negotiated ver=", version.version(), " for service=", serviceName, " for client=", config->systemId());
+  conclude(true, match.has_value(), version);
+}
+
+}  // namespace Controllerdb
