@@ -109,6 +109,7 @@ TEST(ChildMap, ARemovedChildLosesItsParentAfterItsPlace) {
 TEST(ChildMap, ChildrenThatOutliveEveryOtherWayOutHaveNoParent) {
   auto const owner = Nox::make<Entity>("owner");
   std::vector<Ptr<Child>> survivors;
+  survivors.reserve(80);
   auto children = std::make_unique<ChildMap>();
   for (int i = 0; i < 40; ++i) survivors.push_back(children->newChild(*owner, "c" + std::to_string(i)));
   children->deleteMember(ChildMap::Iterator(*children, "c7"));

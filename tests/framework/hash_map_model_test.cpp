@@ -69,6 +69,7 @@ TYPED_TEST(HashMapOf, FollowsAStandardMapOverRandomOperations) {
       }
       if (step % 50 == 0) {
         std::vector<int> expected;
+        expected.reserve(model.size());
         for (auto const& [k, number] : model) expected.push_back(number);
         ASSERT_EQ(numbersOf(map), expected);
       }

@@ -255,6 +255,7 @@ TEST(NotifieeList, AHundredThousandReactorsComeAndGoInAnyOrder) {
   Log log;
   auto const device = Nox::make<Device>();
   std::vector<Ptr<Recorder>> reactors;
+  reactors.reserve(100000);
   for (int i = 0; i < 100000; ++i) reactors.push_back(Nox::make<Recorder>("", log, device));
   std::shuffle(reactors.begin(), reactors.end(), std::mt19937(1));
   reactors.clear();  // with a scan for each this would take minutes

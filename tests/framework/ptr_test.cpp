@@ -37,8 +37,8 @@ TEST(Ptr, CopyingCountsAndMovingDoesNot) {
   Ptr<Object> d = std::move(b);
   Ptr<Nox::PtrInterface const> e = std::move(c);
   EXPECT_EQ(a->count(), 3U);
-  EXPECT_EQ(b, nullptr);
-  EXPECT_EQ(c, nullptr);
+  EXPECT_EQ(b, nullptr);  // NOLINT(bugprone-use-after-move): a moved-from one is empty
+  EXPECT_EQ(c, nullptr);  // NOLINT(bugprone-use-after-move): a moved-from one is empty
   d = nullptr;
   e = nullptr;
   EXPECT_EQ(a->count(), 1U);
@@ -124,7 +124,7 @@ TEST(Ptr, AdoptTakesAReferenceOverAndDetachGivesItAway) {
   Ptr<Object> p = Ptr<Object>::adopt(new Object);
   EXPECT_EQ(p->count(), 1U);
   Object* const raw = std::move(p).detach();
-  EXPECT_EQ(p, nullptr);
+  EXPECT_EQ(p, nullptr);  // NOLINT(bugprone-use-after-move): a moved-from one is empty
   EXPECT_EQ(raw->count(), 1U);
   raw->release();
   EXPECT_EQ(Counted::alive, 0);

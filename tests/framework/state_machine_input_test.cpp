@@ -7,7 +7,6 @@
 namespace {
 
 using Nox::Ptr;
-using Sample::Device;
 using Sample::heard;
 using Sample::LinkSm;
 using testing::ElementsAre;

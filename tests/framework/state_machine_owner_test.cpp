@@ -31,10 +31,22 @@ class Owner {
   ValidPtr<LinkSm> activeSmIs(Ptr<Device const> const& device, Ptr<Dir> const& dir) {
     return Nox::instantiateSwitchedOn(*this, sm, &Owner::newSm, device, dir);
   }
+  /// The member of that name, made if there is none.
+  ValidPtr<LinkSm> otherIs(char const* name, Ptr<Device const> const& device, Ptr<Dir> const& dir) {
+    Ptr<LinkSm> member = others.member(name);
+    if (member) {
+      Nox::checkConstructorArgs(member->constructorArgs(), std::tie(device, dir), {"switchDir", "serviceStatusDir"});
+    } else {
+      member = Nox::make<LinkSm>(name, device, dir);
+      others.newMember(member);
+    }
+    return member;
+  }
   void othersNotify(Name const& key, Ptr<LinkSm> const& member) {
     EXPECT_EQ(member->fwkKey(), key);
     EXPECT_FALSE(others.has(key));
     Sample::theLog.push_back("notified " + member->name());
+    ++notified;
   }
   using Others = Nox::HashMap<LinkSm, Name>;
   using OthersIterator = Nox::OwnedIterator<Others, &Owner::othersNotify>;
@@ -42,6 +54,7 @@ class Owner {
   Ptr<LinkSm> sm;
   Others others;
   int made = 0;
+  int notified = 0;
   bool fails = false;
 
  private:
@@ -105,6 +118,7 @@ TEST_F(StateMachineOwner, AnOwnerHearsOfEachMemberThatItRemoves) {
   owner.others.deleteMember(Owner::OthersIterator(owner, owner.others, Name(order[1])));
   EXPECT_THAT(heard(), ElementsAre("notified " + order[1], order[1] + " gone"));
   owner.others.deleteAll(Owner::OthersIterator(owner, owner.others));
+  EXPECT_EQ(owner.notified, 3);
   EXPECT_THAT(heard(),
               ElementsAre("notified " + order[0], order[0] + " gone", "notified " + order[2], order[2] + " gone"));
 }
@@ -131,6 +145,17 @@ TEST_F(StateMachineOwner, ADifferingConstructorArgumentIsNamedWithBothValues) {
   EXPECT_EQ(nameInUseText(held, nullptr, nullptr), text("switchDir", nullptr, device.get()));
   EXPECT_EQ(nameInUseText(held, device, dir), text("serviceStatusDir", dir.get(), nullptr));
   EXPECT_EQ(nameInUseText(held, other, dir), text("switchDir", other.get(), device.get())) << "the first that differs";
+}
+
+TEST_F(StateMachineOwner, TheSameKeyGivesTheSameMemberWithTheSameArgumentsAndThrowsWithOthers) {
+  Owner owner;
+  auto const member = owner.otherIs("x", device, dir);
+  EXPECT_EQ(owner.otherIs("x", device, dir), member);
+  EXPECT_THROW(owner.otherIs("x", device, nullptr), Nox::NameInUseException);
+  EXPECT_THROW(owner.otherIs("x", other, dir), Nox::NameInUseException);
+  EXPECT_EQ(owner.others.member("x"), member) << "the old member stays in place";
+  EXPECT_EQ(owner.others.members(), 1U);
+  EXPECT_EQ(member->constructorArgs(), std::tie(device, dir));
 }
 
 }  // namespace

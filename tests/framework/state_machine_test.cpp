@@ -10,10 +10,7 @@
 
 namespace {
 
-using Nox::Dir;
-using Nox::Name;
 using Nox::Ptr;
-using Nox::ValidPtr;
 using Sample::Device;
 using Sample::heard;
 using Sample::LinkSm;

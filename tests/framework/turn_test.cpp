@@ -27,7 +27,7 @@ using testing::IsEmpty;
 /// A device with two reactors, "a" and "b".
 class TurnTest : public testing::Test {
  protected:
-  ~TurnTest() override {
+  void TearDown() override {
     a = b = nullptr;
     device = nullptr;
     EXPECT_EQ(Counted::alive, 0);

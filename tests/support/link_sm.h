@@ -34,7 +34,7 @@ class LinkSm : public Nox::StateMachine<LinkSm>, public Nox::HashMapLink, Counte
   template <class In>
   class Switched : public Nox::Reactor<LinkSm, In> {
    public:
-    Switched(Ptr<In> const& input, LinkSm* sm, std::string name = {})
+    Switched(Ptr<In> const& input, LinkSm* sm, char const* name)
         : Nox::Reactor<LinkSm, In>(input, sm), name_(sm->name() + name) {}
     void hasNotificationActiveIs(bool on) override {
       theLog.push_back(name_ + (on ? " on" : " off"));
@@ -70,7 +70,7 @@ class LinkSm : public Nox::StateMachine<LinkSm>, public Nox::HashMapLink, Counte
   class NoxPort : public Switched<Device const>, public Nox::HashMapLink {
    public:
     NoxPort(Ptr<Device const> const& input, LinkSm* sm)
-        : Switched(input, sm, "." + std::string(input->name().view())), key_(input->name()) {}
+        : Switched(input, sm, ("." + std::string(input->name().view())).c_str()), key_(input->name()) {}
     Name const& fwkKey() const { return key_; }
     void onSpeed() override {
       if (auto sm = live()) sm->handlePort(key_);
@@ -112,7 +112,7 @@ class LinkSm : public Nox::StateMachine<LinkSm>, public Nox::HashMapLink, Counte
   void portIs(Ptr<Device const> const& input) { port_.newMember(newReactor<NoxPort>(input)); }
   Nox::HashMap<NoxPort, Name>& ports() { return port_; }
   ValidPtr<LinkSm> childIs(std::string const& name, Ptr<Device const> const& input) {
-    ValidPtr<LinkSm> const child = Nox::make<LinkSm>(name, input, nullptr);
+    ValidPtr<LinkSm> child = Nox::make<LinkSm>(name, input, nullptr);
     child_.newMember(child);
     return child;
   }
@@ -147,7 +147,7 @@ inline constinit Nox::NoxType const LinkSm::noxType{"Sample::LinkSm", nullptr, n
 class LinkSmTest : public testing::Test {
  protected:
   LinkSmTest() { heard(); }
-  ~LinkSmTest() override {
+  void TearDown() override {
     sm = nullptr;
     device = other = nullptr;
     EXPECT_EQ(Counted::alive, 0);

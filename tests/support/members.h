@@ -1,7 +1,7 @@
 // Members of keyed collections with numbers, and keys whose hashes collide, for tests of the collections.
 #pragma once
 
-#include <compare>
+#include <cstdint>
 #include <string>
 #include <utility>
 #include <vector>
@@ -11,26 +11,30 @@
 
 namespace Sample {
 
-/// A key whose hash takes three values alone, and differs in the high bits too.
+/// A key whose hash takes three values alone.
 struct Collider {
   unsigned value = 0;
   std::uint32_t hash() const noexcept { return value % 3 * 0x80000001U; }
-  friend auto operator<=>(Collider const&, Collider const&) = default;
+  friend bool operator==(Collider const& a, Collider const& b) noexcept { return a.value == b.value; }
+  friend bool operator<(Collider const& a, Collider const& b) noexcept { return a.value < b.value; }
 };
 /// A key whose hash is always the same.
 struct Constant {
   unsigned value = 0;
   std::uint32_t hash() const noexcept { return 0xDEADBEEFU; }
-  friend auto operator<=>(Constant const&, Constant const&) = default;
+  friend bool operator==(Constant const& a, Constant const& b) noexcept { return a.value == b.value; }
+  friend bool operator<(Constant const& a, Constant const& b) noexcept { return a.value < b.value; }
 };
 /// A key that is no bookmark when it is zero.
 struct Choosy {
   unsigned value = 0;
   std::uint32_t hash() const noexcept { return value; }
-  friend auto operator<=>(Choosy const&, Choosy const&) = default;
+  friend bool operator==(Choosy const& a, Choosy const& b) noexcept { return a.value == b.value; }
+  friend bool operator<(Choosy const& a, Choosy const& b) noexcept { return a.value < b.value; }
 };
 inline bool isBookmark(Choosy const& key) noexcept { return key.value != 0; }
 
+/// How many members there are.
 inline int alive = 0;
 
 template <class Key>

@@ -23,7 +23,7 @@ class WriteLog final : public Nox::WriteObserver {
   WriteLog() : before_(std::exchange(Nox::writeObserver_, this)) {}
   WriteLog(WriteLog const&) = delete;
   WriteLog& operator=(WriteLog const&) = delete;
-  ~WriteLog() { Nox::writeObserver_ = before_; }
+  virtual ~WriteLog() { Nox::writeObserver_ = before_; }
 
   /// Every write so far.
   std::vector<std::string> const& lines() const { return lines_; }
