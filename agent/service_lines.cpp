@@ -12,6 +12,7 @@ namespace {
 
 using Controller::ServiceConfigV1;
 using Controller::ServiceStatusV1;
+using ControllerRegistration::ServicePublishedInfo;
 using ControllerRegistration::SwitchConfig;
 using ControllerRegistration::SwitchStatus;
 
@@ -21,6 +22,7 @@ struct Service {
   Nox::Ptr<ServiceConfigV1 const> controller;  // the override, or else the controller's configuration
   bool overridden = false;
   Nox::Ptr<ServiceStatusV1 const> status;
+  Nox::Ptr<ServicePublishedInfo const> info;
 };
 
 std::string versionsOf(ServiceConfigV1 const& config) {
@@ -44,12 +46,20 @@ std::string reason(Service const& of) {
 
 std::string outcome(Service const& of) {
   auto const versionStatus = of.status ? of.status->versionStatus() : nullptr;
-  if (!versionStatus) return "not negotiated yet";
+  if (!versionStatus) return of.own ? "not negotiated yet" : "not configured by the switch";
   if (!versionStatus->versionCompatible()) return reason(of);
   auto const& version = versionStatus->negotiatedVersion();
   std::string text = "version " + std::to_string(version.version());
   if (std::string const desc(version.desc().view()); !desc.empty()) text += " (" + printable(desc, desc.size()) + ")";
   return of.own ? text : text + ", no longer offered by the switch";
+}
+
+std::string published(Service const& of) {
+  if (!of.info) return {};
+  std::string paths;
+  for (auto const& [path, row] : sortedByKey(of.info->publishedMount()))
+    paths.append(paths.empty() ? "" : ", ").append(printable(path, path.size()));
+  return (paths.empty() ? "no mounts" : "mounts " + paths) + (of.info->ready() ? " (ready)" : " (not ready)");
 }
 
 }  // namespace
@@ -59,13 +69,15 @@ std::vector<ServiceLine> serviceLines(SwitchConfig const& config, SwitchStatus c
   for (auto const& [name, row] : sortedByKey(config.serviceConfig())) services[name].own = row->value();
   for (auto const& [name, member] : sortedByKey(status.serviceStatus()))
     services[name].status = Nox::Ptr<ServiceStatusV1 const>(member);
+  for (auto const& [name, member] : sortedByKey(status.servicePublishedInfo()))
+    services[name].info = Nox::Ptr<ServicePublishedInfo const>(member);
   std::vector<ServiceLine> lines;
   for (auto& [name, service] : services) {
     Nox::Name const key(name);
     service.controller = tables.overrideServiceConfigDir->overrideService(key);
     service.overridden = static_cast<bool>(service.controller);
     if (!service.overridden) service.controller = tables.serviceConfigDir->service(key);
-    lines.push_back({printable(name, name.size()), outcome(service)});
+    lines.push_back({printable(name, name.size()), outcome(service), published(service)});
   }
   return lines;
 }

@@ -72,12 +72,17 @@ std::size_t width(std::string_view text) {
 std::string serviceText(Switch const& of, Tables const& tables) {
   if (!of.config || !of.status) return {};
   auto const lines = serviceLines(*of.config, *of.status, tables);
-  std::size_t widest = 0;
-  for (ServiceLine const& line : lines) widest = std::max(widest, width(line.service));
+  std::size_t serviceWidth = 0;
+  std::size_t outcomeWidth = 0;
+  for (ServiceLine const& line : lines) {
+    serviceWidth = std::max(serviceWidth, width(line.service));
+    outcomeWidth = std::max(outcomeWidth, width(line.outcome));
+  }
   std::string text;
   for (ServiceLine const& line : lines) {
-    text.append("    ").append(line.service).append(widest - width(line.service) + 2, ' ');
-    text.append(line.outcome).append("\n");
+    text.append("    ").append(line.service).append(serviceWidth - width(line.service) + 2, ' ').append(line.outcome);
+    if (!line.published.empty()) text.append(outcomeWidth - width(line.outcome) + 2, ' ').append(line.published);
+    text.append("\n");
   }
   return text;
 }

@@ -70,6 +70,13 @@ class HashMap : public HashMapGeneric {
     return nullptr;
   }
 
+  /// Whether a member of key `a` stands before one of key `b`.
+  static bool before(Key const& a, Key const& b) noexcept {
+    std::uint32_t const hashA = reversedHash(a);
+    std::uint32_t const hashB = reversedHash(b);
+    return hashA != hashB ? hashA < hashB : a < b;
+  }
+
   /// Inserts a member, behind any others of its key. A member that is linked already fails the assertion
   /// "t->fwkHmNext() == 0".
   void newMember(Ptr<Value> const& member) {

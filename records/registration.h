@@ -5,6 +5,7 @@
 #include "records/attributes.h"
 #include "records/ids.h"
 #include "records/mount.h"
+#include "records/published_paths.h"
 #include "records/service.h"
 
 namespace ControllerRegistration {
@@ -102,17 +103,16 @@ class NOX_EXPORT ServicePublishedInfo : public Nox::Typed<ServicePublishedInfo, 
   /// The mount published at that path; the default descriptor if there is none.
   Controller::MountDesc publishedMount(Nox::String8 const& path) const { return publishedMount_.value(path); }
   PublishedMountIterator publishedMountIterator() const { return PublishedMountIterator(publishedMount_); }
-  void publishedMountIs(Controller::MountDesc const& mount) {
-    assign<Nox::keyed(&NotifieeConst::onPublishedMount)>(publishedMount_, mount.path, mount);
-  }
-  void publishedMountDel(Nox::String8 const& path) {
-    remove<Nox::keyed(&NotifieeConst::onPublishedMount)>(publishedMount_, path);
-  }
-  void publishedMountDelAll() { removeAll<Nox::keyed(&NotifieeConst::onPublishedMount)>(publishedMount_); }
+  void publishedMountIs(Controller::MountDesc const& mount);
+  void publishedMountDel(Nox::String8 const& path);
+  void publishedMountDelAll();
 
  private:
+  void handleParent(Nox::Ptr<Nox::Entity> const& parent) override;
+
   bool ready_ = false;
   PublishedMountMap publishedMount_;
+  PublishedPaths* paths_ = nullptr;  // that of the status that owns this, as long as it does
 };
 
 /// The controller's answer to one switch: entry "status" of its directory. Its name is the directory's.
@@ -176,6 +176,9 @@ class NOX_EXPORT SwitchStatus : public Nox::Typed<SwitchStatus, Nox::Entity> {
   ServicePublishedInfoIterator servicePublishedInfoIterator() const {
     return ServicePublishedInfoIterator(servicePublishedInfo_);
   }
+  /// The first service, in the collection's order, that holds a mount at that path; null if there is none. A default
+  /// descriptor counts as no mount. Costs no walk over all services where they are many.
+  Nox::Ptr<ServicePublishedInfo> servicePublishedInfoHolding(Nox::String8 const& path);
   Nox::ValidPtr<ServicePublishedInfo> servicePublishedInfoIs(Nox::String8 const& service) {
     return instantiate<Nox::keyed(&NotifieeConst::onServicePublishedInfo)>(servicePublishedInfo_, service);
   }
@@ -187,10 +190,13 @@ class NOX_EXPORT SwitchStatus : public Nox::Typed<SwitchStatus, Nox::Entity> {
   }
 
  private:
+  friend class ServicePublishedInfo;
+
   bool clientShutdownAck_ = false;
   unsigned registrationGenId_ = 0;
   Nox::String8 controllerUUID_;
   ServiceStatusMap serviceStatus_;
+  PublishedPaths publishedPaths_;  // before its informations, which know it until they go
   ServicePublishedInfoMap servicePublishedInfo_;
 };
 

@@ -5,4 +5,5 @@
 #include "registry/root.h"
 #include "registry/switch_config_sm.h"
 #include "registry/switch_registry_sm.h"
+#include "registry/system_publish_sm.h"
 #include "registry/version_negotiation.h"

@@ -36,6 +36,7 @@ SwitchConfigSm::~SwitchConfigSm() {
   doCleanup();
   noxDoZombieReactors(true);
   orphanReactors();
+  systemPublishSmDel();
 }
 
 ValidPtr<SwitchConfigSm> switchConfigSmFactory(
@@ -107,6 +108,7 @@ void SwitchConfigSm::answer(SwitchConfig const& config) {
     controllerStatus_->registeredSwitchDel(config.systemId());
     controllerStatus_->registeredSwitchIs(config.systemId(), true);
   }
+  handleSystemPublish(config.systemId());
   if (status_) status_->clientShutdownAckIs(false);
   TRACE_RING(3, 116, "handleSwitchConfig", " sending uuid to switch: ", controllerUUID_);
   TRACE_TEXT(3, 117, "handleSwitchConfig", " sending uuid to switch: ", controllerUUID_);

@@ -6,6 +6,7 @@
 #include "records/mount.h"
 #include "records/registration.h"
 #include "records/service.h"
+#include "registry/system_publish_sm.h"
 
 namespace Controllerdb {
 
@@ -80,10 +81,19 @@ class NOX_EXPORT SwitchConfigSm final : public Nox::StateMachine<SwitchConfigSm>
    public:
     using Watch::Watch;
   };
-  /// What the switches offer.
+  /// What the switches offer, and which services are ready. The immediate forms are left empty: an offer is looked at
+  /// when it is named.
   class NoxPublishedMountsTable final : public Watch<Controller::PublishedMountsTable const> {
    public:
     using Watch::Watch;
+    void onSystem(Controller::SystemId const& systemId) override {
+      if (auto sm = live()) sm->handleSystemPublish(systemId);
+    }
+    void onSystemnoxImmediate() override {}
+    void onServicePublishReady(Nox::String8 service) override {
+      if (auto sm = live()) sm->handleServicePublishReady(service);
+    }
+    void onServicePublishReadynoxImmediate() override {}
   };
   /// One service of one side, a member of the collection that mirrors that side. Negotiates the service when its record
   /// changes `enabled`, or is another record of the same name. Its key is the service's name.
@@ -236,6 +246,16 @@ class NOX_EXPORT SwitchConfigSm final : public Nox::StateMachine<SwitchConfigSm>
       Nox::OwnedIterator<LocalServiceConfigMap, &SwitchConfigSm::localServiceConfigNotify>;
   void nox_handleLocalServiceConfig(NoxLocalServiceConfig& member) { member.doCleanup(); }
 
+  // The publication machine: there while the switch, when last looked at, was ready and had an offer.
+
+  Nox::Ptr<SystemPublishSm> const& systemPublishSm() const noexcept { return systemPublishSm_; }
+  /// Keeps the machine that was built from these arguments; otherwise builds another and releases the old one.
+  Nox::ValidPtr<SystemPublishSm> systemPublishSmIs(SystemPublishSm::MountPtr const& mount, StatusPtr const& status,
+                                                   MountsTablePtr const& table);
+  Nox::ValidPtr<SystemPublishSm> newSystemPublishSm(SystemPublishSm::MountPtr const& mount, StatusPtr const& status,
+                                                    MountsTablePtr const& table);
+  void systemPublishSmDel() { systemPublishSm_ = nullptr; }
+
   // Handlers.
 
   void handleInitialized();
@@ -250,6 +270,12 @@ class NOX_EXPORT SwitchConfigSm final : public Nox::StateMachine<SwitchConfigSm>
   void handleLocalServiceConfig(Nox::Name const& service);
   /// Negotiates one service from scratch, and writes the outcome on both sides.
   void doVersionNegotiation(Nox::Name serviceName);
+  /// Makes, keeps or drops the publication machine, if the system id is this switch's. The form without an id goes
+  /// through the whole table.
+  void handleSystemPublish(Controller::SystemId const& systemId);
+  void handleSystemPublish();
+  /// Writes the service's readiness to the switch.
+  void handleServicePublishReady(Nox::String8 service);
   /// Removes the switch's rows from the controller's table.
   void doCleanup();
 
@@ -294,6 +320,7 @@ class NOX_EXPORT SwitchConfigSm final : public Nox::StateMachine<SwitchConfigSm>
   SwitchRegistrySm* switchRegistrySm_;
   ServiceConfigMap serviceConfig_;
   LocalServiceConfigMap localServiceConfig_;
+  Nox::Ptr<SystemPublishSm> systemPublishSm_;
 };
 
 /// Makes the machine of one switch, runs its first pass and switches it on. Any input may be null; what is null is

@@ -280,6 +280,23 @@ TEST(Replay, ShowsUnderEachSwitchWhatBecameOfItsServices) {
                         "    unknown  not known to the controller\n"));
 }
 
+TEST(Replay, ShowsWhatIsPublishedToEachSwitchPerService) {
+  Folder folder;
+  folder.write("s", R"({"put": "controller/config", "value": {"enabled": true}}
+{"put": "heartbeat/02:00:00:00:00:01", "value": {}}
+{"put": "mount/ready/b", "value": true}
+{"put": "mount/offer/02:00:00:00:00:01", "value": {"publishedMount": {"y": {"service": "b"}, "x/z": {"service": "b"}}}}
+{"put": "registration/s/status", "value": {}}
+{"put": "registration/s/config", "value": {"enabled": true, "systemId": "02:00:00:00:00:01", "serviceConfig": {"a": {}}}}
+{"put": "mount/ready/a", "value": true}
+{"put": "mount/ready/a", "value": false}
+)");
+  EXPECT_THAT(runProgram(folder, "replay --table s").out,
+              HasSubstr("\n"
+                        "    a  not negotiated yet            no mounts (not ready)\n"
+                        "    b  not configured by the switch  mounts x/z, y (ready)\n"));
+}
+
 TEST(Replay, LeavesTheCallersTraceAsItWas) {
   Folder folder;
   ReplayOptions options;

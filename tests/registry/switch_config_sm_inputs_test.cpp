@@ -194,14 +194,14 @@ TEST(SwitchConfigSmReactors, RunAPassOverAnotherInputOnly) {
   reactor->notifierIs(in.config);
   EXPECT_THAT(text.lines(), IsEmpty());
   reactor->notifierIs(Nox::make<SwitchConfig>("other"));
-  EXPECT_EQ(text.lines().size(), 3U);
+  EXPECT_EQ(text.lines().size(), 4U);
   text.clear();
   reactor->notifierIs(Nox::make<SwitchStatus>("of another class"));
   EXPECT_FALSE(reactor->input());
   EXPECT_TRUE(reactor->isRegisteredNotifiee());
   EXPECT_THAT(text.lines(), IsEmpty());
   reactor->notifierIs(in.config);
-  EXPECT_EQ(text.lines().size(), 3U);
+  EXPECT_EQ(text.lines().size(), 4U);
   text.clear();
   reactor->noxDoZombieReactors(true);
   reactor->notifierIs(Nox::make<SwitchConfig>("another"));

@@ -63,6 +63,9 @@ TEST(WholeRegistry, EnrolmentTracesInOrder) {
                           "5 89 void Controllerdb::SwitchConfigSm::handleSwitchConfig() leaf-1",
                           "5 82 switchReady: enabled 1 peerTable peers/02:00:00:00:00:01",
                           "5 103 handleSwitchConfig ready",
+                          "8 324 void Controllerdb::SwitchConfigSm::handleSystemPublish(const Controller::SystemId&) "
+                          "02:00:00:00:00:01",
+                          "5 82 switchReady: enabled 1 peerTable peers/02:00:00:00:00:01",
                           "3 117 handleSwitchConfig sending uuid to switch: uuid-1",
                           "1 128 handleSwitchConfig reflecting genid:5"));
   EXPECT_THAT(ring.messages(),
@@ -76,6 +79,7 @@ TEST(WholeRegistry, EnrolmentTracesInOrder) {
                           "5 90 handleSwitchConfig",
                           "5 80 switchReady: enabled 1 peerTable 1",
                           "5 104 handleSwitchConfig ready",
+                          "5 80 switchReady: enabled 1 peerTable 1",
                           "3 116 handleSwitchConfig sending uuid to switch: uuid-1",
                           "1 130 handleSwitchConfig reflecting genid:5"));
 }

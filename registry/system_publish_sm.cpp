@@ -1,0 +1,85 @@
+// What one switch is published: publishing and withdrawing, path by path.
+#include "registry/system_publish_sm.h"
+
+#include "registry/trace.h"
+
+namespace Controllerdb {
+
+using Controller::MountDesc;
+using ControllerRegistration::ServicePublishedInfo;
+using Nox::Ptr;
+using Nox::String8;
+
+SystemPublishSm::SystemPublishSm(MountPtr const& systemPublishedMount, StatusPtr const& status,
+                                 MountsTablePtr const& publishedMountsTable)
+    : status_(status) {
+  systemPublishedMount_.start(*this, &SystemPublishSm::newSystemPublishedMount, systemPublishedMount);
+  publishedMountsTable_.start(*this, &SystemPublishSm::newPublishedMountsTable, publishedMountsTable);
+}
+
+SystemPublishSm::~SystemPublishSm() {
+  noxDoZombieReactors(true);
+  orphanReactors();
+}
+
+Ptr<SystemPublishSm> SystemPublishSm::SystemPublishSmIs(MountPtr const& systemPublishedMount, StatusPtr const& status,
+                                                        MountsTablePtr const& publishedMountsTable) {
+  Nox::Turn turn;
+  Nox::ValidPtr<SystemPublishSm> sm = Nox::make<SystemPublishSm>(systemPublishedMount, status, publishedMountsTable);
+  sm->handleInitialized();
+  return sm;
+}
+
+void SystemPublishSm::handleInitialized() {
+  if (initialized()) return;
+  initializedIs(true);
+  handlePublishedMount();
+}
+
+void SystemPublishSm::handlePublishedMount() {
+  TRACE_TEXT(8, 49, "void Controllerdb::SystemPublishSm::handlePublishedMount()");
+  if (status_) {
+    for (auto info = status_->servicePublishedInfoIterator(); info; ++info) {
+      Ptr<ServicePublishedInfo> const keep = info.member();
+      for (auto mount = keep->publishedMountIterator(); mount; ++mount) handlePublishedMount(mount->fwkKey());
+    }
+  }
+  MountPtr const offer = systemPublishedMount();
+  if (!offer) return;
+  for (auto mount = offer->publishedMountIteratorConst(); mount; ++mount) handlePublishedMount(mount->fwkKey());
+}
+
+void SystemPublishSm::handlePublishedMount(String8 path) {
+  TRACE_TEXT(8, 17, "void Controllerdb::SystemPublishSm::handlePublishedMount(Nox::String)", " ", path);
+  if (!status_) return;
+  MountPtr const offer = systemPublishedMount();
+  MountDesc const offered = offer ? offer->publishedMount(path) : MountDesc();
+  if (!offered)
+    withdraw(path);
+  else
+    publish(offered);
+}
+
+/// Writes on every call, whether or not the same is published already. A mount that has moved to another service stays
+/// with the first one too, deliberately: only a path that is no longer offered at all is withdrawn.
+void SystemPublishSm::publish(MountDesc const& offered) {
+  TRACE_RING(5, 22, "handlePublishedMount", " publishing:", offered.path);
+  TRACE_TEXT(5, 23, "handlePublishedMount", " publishing: ", offered.path);
+  MountsTablePtr const table = publishedMountsTable();
+  Ptr<ServicePublishedInfo> const info = status_->servicePublishedInfoIs(offered.service);
+  info->readyIs(table && table->servicePublishReady(offered.service));
+  MountDesc published = offered;
+  published.mode = "rt";  // deliberately, whatever mode is offered
+  info->publishedMountIs(published);
+}
+
+/// From the first service that holds the path, and from no other: one service loses it in each call.
+void SystemPublishSm::withdraw(String8 const& path) {
+  Ptr<ServicePublishedInfo> const info = status_->servicePublishedInfoHolding(path);
+  if (!info) return;
+  TRACE_RING(5, 38, "handlePublishedMount", " withdrawing:", path);
+  TRACE_TEXT(5, 39, "handlePublishedMount", " withdrawing: ", path);
+  info->publishedMountDel(path);
+}
+
+}  // namespace Controllerdb

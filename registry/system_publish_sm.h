@@ -1,0 +1,94 @@
+// What one switch is published: the mounts that it offers, per service.
+#pragma once
+
+#include "framework/state_machine.h"
+#include "records/mount.h"
+#include "records/registration.h"
+
+namespace Controllerdb {
+
+/// Mirrors what a switch offers into its status, and withdraws what it no longer offers. Keeps no state beside its
+/// inputs: every decision is made from the records as they are. Nobody switches it on or off: its reactors are born
+/// active, so it works from its construction to its end, also while its switch is not ready. Its end withdraws nothing.
+class NOX_EXPORT SystemPublishSm final : public Nox::StateMachine<SystemPublishSm> {
+ public:
+  /// A reactor of this machine: its way back is set and cleared by name.
+  template <class In>
+  class Watch : public Nox::Reactor<SystemPublishSm, In> {
+   public:
+    using Nox::Reactor<SystemPublishSm, In>::Reactor;
+    void systemPublishSmIs(SystemPublishSm* sm) noexcept { this->smIs(sm); }
+  };
+  /// What the switch offers. The immediate form is left empty: full passes belong to initialization alone.
+  class NoxSystemPublishedMount final : public Watch<Controller::SystemPublishedMount const> {
+   public:
+    using Watch::Watch;
+    void onPublishedMount(Nox::String8 path) override {
+      if (auto sm = live()) sm->handlePublishedMount(path);
+    }
+    void onPublishedMountnoxImmediate() override {}
+  };
+  /// The table of readiness: held, and read when a mount is published. The switch's own machine follows its changes.
+  class NoxPublishedMountsTable final : public Watch<Controller::PublishedMountsTable const> {
+   public:
+    using Watch::Watch;
+  };
+
+  using MountPtr = Nox::Ptr<Controller::SystemPublishedMount const>;
+  using StatusPtr = Nox::Ptr<ControllerRegistration::SwitchStatus>;
+  using MountsTablePtr = Nox::Ptr<Controller::PublishedMountsTable const>;
+  static Nox::NoxType const noxType;
+
+  /// Makes the machine and runs its one full pass. Any input may be null: without an offer nothing is offered, without
+  /// a status nothing is written, without a table nothing is ready.
+  static Nox::Ptr<SystemPublishSm> SystemPublishSmIs(MountPtr const& systemPublishedMount, StatusPtr const& status,
+                                                     MountsTablePtr const& publishedMountsTable);
+  SystemPublishSm(MountPtr const& systemPublishedMount, StatusPtr const& status,
+                  MountsTablePtr const& publishedMountsTable);
+  ~SystemPublishSm() override;
+
+  // The inputs that are watched. A mutator points the present reactor at the other input; no pass is run.
+
+  MountPtr systemPublishedMount() const { return systemPublishedMount_.get(); }
+  void systemPublishedMountIs(MountPtr const& mount) {
+    systemPublishedMount_.repoint(*this, &SystemPublishSm::newSystemPublishedMount, mount);
+  }
+  void systemPublishedMountDel() { systemPublishedMount_.retire(); }
+  Nox::ValidPtr<NoxSystemPublishedMount> newSystemPublishedMount(MountPtr const& mount) {
+    return newReactor<NoxSystemPublishedMount>(mount);
+  }
+
+  MountsTablePtr publishedMountsTable() const { return publishedMountsTable_.get(); }
+  void publishedMountsTableIs(MountsTablePtr const& table) {
+    publishedMountsTable_.repoint(*this, &SystemPublishSm::newPublishedMountsTable, table);
+  }
+  void publishedMountsTableDel() { publishedMountsTable_.retire(); }
+  Nox::ValidPtr<NoxPublishedMountsTable> newPublishedMountsTable(MountsTablePtr const& table) {
+    return newReactor<NoxPublishedMountsTable>(table);
+  }
+
+  StatusPtr const& status() const noexcept { return status_; }
+
+  // Handlers.
+
+  void handleInitialized();
+  /// The full pass: every published path is decided, then every offered one.
+  void handlePublishedMount();
+  /// Decides one path: publishes it if it is offered, otherwise withdraws it from the first service that holds it.
+  void handlePublishedMount(Nox::String8 path);
+
+  /// What the owner compares before it keeps this machine.
+  auto constructorArgs() const { return std::tuple(systemPublishedMount(), status_, publishedMountsTable()); }
+
+ private:
+  friend class Nox::StateMachine<SystemPublishSm>;
+  auto reactors() { return std::tie(systemPublishedMount_, publishedMountsTable_); }
+  void publish(Controller::MountDesc const& offered);
+  void withdraw(Nox::String8 const& path);
+
+  Nox::Input<NoxSystemPublishedMount> systemPublishedMount_;
+  StatusPtr status_;
+  Nox::Input<NoxPublishedMountsTable> publishedMountsTable_;
+};
+
+}  // namespace Controllerdb
