@@ -4,9 +4,13 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <filesystem>
+#include <optional>
 #include <ostream>
 #include <sstream>
+#include <string>
 #include <system_error>
+#include <vector>
 
 #include "agent/host.h"
 #include "agent/output_file.h"
@@ -89,6 +93,22 @@ class Progress {
   std::size_t operations_ = 0;
   bool isShown_ = false;
 };
+
+/// What is written must be neither what is read nor each other: opening it would destroy what is there. Throws a
+/// FileError.
+void refuseSameFiles(ReplayOptions const& options) {
+  std::vector<std::string> others = options.scenarios;
+  for (std::optional<std::string> const& written : {options.output, options.ring}) {
+    if (!written) continue;
+    for (std::string const& other : others) {
+      std::error_code ignored;  // a file that is not there is no other file
+      bool const isRegular = std::filesystem::is_regular_file(*written, ignored);
+      if (*written == other || (isRegular && std::filesystem::equivalent(*written, other, ignored)))
+        throw FileError(*written, "is named twice, and would be written over");
+    }
+    others.push_back(*written);
+  }
+}
 
 class Replay {
  public:
@@ -192,6 +212,7 @@ class Replay {
 
 int replay(ReplayOptions const& options, std::ostream& problems) {
   try {
+    refuseSameFiles(options);
     return Replay(options, problems).run();
   } catch (FileError const& error) {
     problems << error.what() << '\n';

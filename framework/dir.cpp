@@ -68,7 +68,10 @@ ValidPtr<Entity> Dir::newEntity(Name const& name, std::string_view typeName) {
   if (type == nullptr || type->newEntity == nullptr)
     throwRangeException(
         format("%.*s is not a type that can be made by name", static_cast<int>(typeName.size()), typeName.data()));
-  if (Ptr<Entity> const present = entityRef(name)) return present;
+  if (Ptr<Entity> const present = entityRef(name)) {
+    if (!entityPtr(name)) entityPtrIs(name, present);
+    return present;
+  }
   ValidPtr<Entity> child = type->newEntity(name);
   entityIs(name, child);
   return child;

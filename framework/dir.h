@@ -56,8 +56,9 @@ class NOX_EXPORT Dir : public Typed<Dir, Entity> {
   void entryIs(Name const& name);
   /// Points the name at an entity.
   void entityPtrIs(Name const& name, Ptr<Entity> const& entity);
-  /// What the entry of that name refers to, of whatever type; if that is nothing, a new child of the registered type,
-  /// which entry and pointer then name. Throws RangeException for a type that is not registered.
+  /// What the entry of that name refers to, of whatever type, made reachable again if its pointer was removed; if that
+  /// is nothing, a new child of the registered type, which entry and pointer then name. Throws RangeException for a
+  /// type that is not registered.
   ValidPtr<Entity> newEntity(Name const& name, std::string_view typeName);
   /// Entry and pointer of that name, both to `entity`, which becomes the directory's child unless it has a parent.
   void entityIs(Name const& name, ValidPtr<Entity> const& entity);

@@ -71,8 +71,8 @@ void SwitchConfigSm::handleInitialized() {
 bool SwitchConfigSm::switchReady() const {
   ConfigPtr const config = config_.get();
   PeerTablePtr const peers = heartbeatPeerTable_.get();
-  if (!config || !peers) return false;
-  Ptr<Controller::Peer const> const peer = peers->peer(config->systemId());
+  if (!config) return false;
+  Ptr<Controller::Peer const> const peer = peers ? peers->peer(config->systemId()) : nullptr;
   TRACE_RING(5, 80, "switchReady", ": enabled ", config->enabled(), " peerTable ", static_cast<bool>(peer));
   TRACE_TEXT(5, 82, "switchReady", ": enabled ", config->enabled(), " peerTable ", peer);
   return config->enabled() && peer;
@@ -103,7 +103,7 @@ void SwitchConfigSm::answer(SwitchConfig const& config) {
   TRACE_RING(5, 104, "handleSwitchConfig", " ready");
   if (controllerStatus_) {
     controllerStatus_->switchConfigIs(config.systemId(), ConfigPtr(&config));
-    controllerStatus_->switchStatusIs(config.systemId(), status_);
+    if (status_) controllerStatus_->switchStatusIs(config.systemId(), status_);
     // Removed and written again on every pass, deliberately: who watches the flag hears of each.
     controllerStatus_->registeredSwitchDel(config.systemId());
     controllerStatus_->registeredSwitchIs(config.systemId(), true);

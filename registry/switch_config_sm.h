@@ -50,7 +50,8 @@ class NOX_EXPORT SwitchConfigSm final : public Nox::StateMachine<SwitchConfigSm>
       sm.handleServiceConfig();
     }
   };
-  /// The peers that the controller hears. The immediate form is left empty: a peer is looked at when it is named.
+  /// The peers that the controller hears. The immediate form is left empty and another table runs no pass: a peer is
+  /// looked at when it is named.
   class NoxHeartbeatPeerTable final : public Watch<Controller::PeerTable const> {
    public:
     using Watch::Watch;
@@ -58,9 +59,6 @@ class NOX_EXPORT SwitchConfigSm final : public Nox::StateMachine<SwitchConfigSm>
       if (auto sm = live()) sm->handleHeartbeat(systemId);
     }
     void onPeernoxImmediate() override {}
-
-   protected:
-    void handleNotifier(SwitchConfigSm& sm) override { sm.handleSwitchConfig(); }
   };
   /// The controller's own service configurations.
   class NoxServiceConfigDir final : public Watch<Controller::ServiceConfigDir const> {

@@ -280,6 +280,20 @@ TEST(Replay, ShowsUnderEachSwitchWhatBecameOfItsServices) {
                         "    unknown  not known to the controller\n"));
 }
 
+TEST(Replay, WritesOverNothingThatItReadsOrWritesOtherwise) {
+  Folder folder;
+  std::string const scenario = "{\"delete\": \"heartbeat/02:00:00:00:00:01\"}\n";
+  folder.write("s", scenario);
+  std::filesystem::create_symlink("s", folder / "link");
+  for (char const* arguments :
+       {"--ring s s", "--output s s", "--ring link s", "--output link s", "--ring r --output r s"}) {
+    Outcome const outcome = runProgram(folder, std::string("replay ") + arguments);
+    EXPECT_EQ(outcome.status, 1) << arguments;
+    EXPECT_THAT(outcome.err, HasSubstr(": is named twice, and would be written over\n")) << arguments;
+    EXPECT_EQ(folder.read("s"), scenario) << arguments;
+  }
+}
+
 TEST(Replay, ShowsWhatIsPublishedToEachSwitchPerService) {
   Folder folder;
   folder.write("s", R"({"put": "controller/config", "value": {"enabled": true}}
@@ -293,7 +307,7 @@ TEST(Replay, ShowsWhatIsPublishedToEachSwitchPerService) {
 )");
   EXPECT_THAT(runProgram(folder, "replay --table s").out,
               HasSubstr("\n"
-                        "    a  not negotiated yet            no mounts (not ready)\n"
+                        "    a  not known to the controller   no mounts (not ready)\n"
                         "    b  not configured by the switch  mounts x/z, y (ready)\n"));
 }
 
