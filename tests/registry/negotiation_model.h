@@ -14,6 +14,8 @@
 #include "support/trace_capture.h"
 #include "support/world.h"
 
+namespace ServiceTest {
+
 /// Version numbers with their descriptions.
 using Versions = std::map<unsigned, std::string>;
 
@@ -29,7 +31,7 @@ inline void offer(Controller::ServiceConfigV1& record, Versions const& versions)
     record.versionConfig()->versionIs(Controller::ServiceVersionV1(number, desc));
 }
 inline Nox::ValidPtr<Controller::ServiceConfigV1> makeService(Nox::Name const& name, Service const& service) {
-  auto const record = Nox::make<Controller::ServiceConfigV1>(name);
+  auto record = Nox::make<Controller::ServiceConfigV1>(name);
   record->enabledIs(service.enabled);
   offer(*record, service.versions);
   return record;
@@ -69,9 +71,10 @@ inline void enter(Outcome const& outcome, Controller::ServiceStatusV1& status) {
 
 /// The highest version that both offer, as the client describes it.
 inline std::optional<Controller::ServiceVersionV1> highestCommon(Versions const& client, Versions const& controller) {
-  for (auto version = client.rbegin(); version != client.rend(); ++version)
-    if (controller.contains(version->first)) return Controller::ServiceVersionV1(version->first, version->second);
-  return std::nullopt;
+  std::optional<Controller::ServiceVersionV1> highest;
+  for (auto const& [number, desc] : client)
+    if (controller.contains(number)) highest.emplace(number, desc);
+  return highest;
 }
 
 /// The two statuses of one service, and what a negotiation makes of them.
@@ -106,7 +109,7 @@ class WriteHook final : public Nox::WriteObserver {
       : then_(std::move(then)), before_(std::exchange(Nox::writeObserver_, this)) {}
   WriteHook(WriteHook const&) = delete;
   WriteHook& operator=(WriteHook const&) = delete;
-  ~WriteHook() { Nox::writeObserver_ = before_; }
+  virtual ~WriteHook() { Nox::writeObserver_ = before_; }
 
  private:
   void written(Nox::Entity const& entity, std::string_view operation, bool /*changed*/, std::string key,
@@ -148,23 +151,23 @@ struct OneSwitch {
                                              mounts,
                                              nullptr);
   }
-  void hear() { peers->peerIs(systemId(1)); }
+  void hear() const { peers->peerIs(systemId(1)); }
   /// Has a ready switch run its pass.
-  void bump() { config->registrationGenIdIs(config->registrationGenId() + 1); }
+  void bump() const { config->registrationGenIdIs(config->registrationGenId() + 1); }
 
   /// Puts a new record of that service; returns it.
-  Nox::ValidPtr<Controller::ServiceConfigV1> configure(Nox::Name const& name, Service const& service) {
-    auto const record = makeService(name, service);
+  Nox::ValidPtr<Controller::ServiceConfigV1> configure(Nox::Name const& name, Service const& service) const {
+    auto record = makeService(name, service);
     config->serviceConfigIs(record);
     return record;
   }
-  Nox::ValidPtr<Controller::ServiceConfigV1> configureController(Nox::Name const& name, Service const& service) {
-    auto const record = makeService(name, service);
+  Nox::ValidPtr<Controller::ServiceConfigV1> configureController(Nox::Name const& name, Service const& service) const {
+    auto record = makeService(name, service);
     serviceConfigDir->serviceIs(record);
     return record;
   }
-  Nox::ValidPtr<Controller::ServiceConfigV1> override(Nox::Name const& name, Service const& service) {
-    auto const record = makeService(name, service);
+  Nox::ValidPtr<Controller::ServiceConfigV1> override(Nox::Name const& name, Service const& service) const {
+    auto record = makeService(name, service);
     overrides->overrideServiceIs(record);
     return record;
   }
@@ -191,3 +194,5 @@ inline constexpr bool kSanitized = true;
 #else
 inline constexpr bool kSanitized = false;
 #endif
+
+}  // namespace ServiceTest

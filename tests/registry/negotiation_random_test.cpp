@@ -10,6 +10,7 @@
 
 namespace {
 
+using namespace ServiceTest;
 using Controller::ServiceConfigV1;
 using Nox::Name;
 using Nox::Ptr;
@@ -39,13 +40,13 @@ struct Model {
     Service const* const given = find(overrides, service);
     return given != nullptr ? given : find(services, service);
   }
-  void negotiate(Switch& one, std::string const& service) {
+  void negotiate(Switch& one, std::string const& service) const {
     one.statuses[service].negotiate(find(one.services, service), ofController(service));
   }
   void negotiateEverywhere(std::string const& service) {
     for (Switch& one : switches) negotiate(one, service);
   }
-  void pass(Switch& one) {
+  void pass(Switch& one) const {
     if (!one.heard) return;
     for (auto const& [service, configured] : one.services) negotiate(one, service);
   }
@@ -207,7 +208,7 @@ class RandomServices {
 /// The seeds in a few groups, which may run side by side.
 class RandomServiceOperations : public testing::TestWithParam<unsigned> {};
 constexpr unsigned kGroups = 4;
-constexpr unsigned kSeedsOfAGroup = kSanitized ? 3 : 50;
+constexpr unsigned kSeedsOfAGroup = kSanitized ? 10 : 50;
 
 TEST_P(RandomServiceOperations, LeaveWhatAFreshRegistryReaches) {
   unsigned compared = 0;
