@@ -8,7 +8,6 @@
 namespace Controllerdb {
 
 using Nox::Name;
-using Nox::Ptr;
 using Nox::ValidPtr;
 
 SwitchRegistrySm::SwitchRegistrySm(Name const& name, DirPtr const& switchDir,
