@@ -2,22 +2,23 @@
 #pragma once
 
 #include "agent/tables.h"
-#include "registry/root.h"
+#include "framework/library.h"
 
 namespace Agent {
 
-/// A registry that runs: its tables are empty, the agent is not enabled. One thread uses it.
+/// A registry that runs: its tables are empty, the agent is not enabled. What it knows of the registry are names: the
+/// library's entry point, and the attributes that it sets. One thread uses it; the library outlives it.
 class Host {
  public:
-  Host();
+  explicit Host(Nox::Library const& library);
   Host(Host const&) = delete;
   Host& operator=(Host const&) = delete;
 
   Tables& tables() noexcept { return tables_; }
-  Nox::Ptr<Controllerdb::Root> const& root() const noexcept { return root_; }
+  Nox::Ptr<Nox::Entity> const& root() const noexcept { return root_; }
 
  private:
-  Nox::Ptr<Controllerdb::Root> root_;
+  Nox::Ptr<Nox::Entity> root_;
   Tables tables_;
 };
 

@@ -10,6 +10,7 @@
 #include "agent/options.h"
 #include "agent/output_file.h"
 #include "agent/replay.h"
+#include "agent/types_command.h"
 #include "framework/swiftlog_reader.h"
 
 namespace {
@@ -29,6 +30,11 @@ int run(Agent::Answer const& answer) {
 }
 
 int run(Agent::ReplayOptions const& options) { return Agent::replay(options, std::cerr); }
+
+int run(Agent::TypesOptions const& options) {
+  print(Agent::describeTypes(options));
+  return 0;
+}
 
 int run(Agent::RingOptions const& options) {
   std::ostringstream text;

@@ -76,6 +76,15 @@ Options parseOptions(std::vector<std::string> arguments, std::string const& vers
       ->required()
       ->check(isFile);
 
+  TypesOptions types;
+  CLI::App* const typesCommand =
+      app.add_subcommand("types", "Print the registry's classes with their attributes, arguments and ids");
+  typesCommand->add_flag("--json", types.isJson, "Print them as JSON instead of a table");
+  typesCommand->add_option("TYPE", types.type, "One type alone, Controllerdb::Root for instance")->type_name("");
+  for (auto const& [command, library] :
+       {std::pair(replayCommand, &replay.library), std::pair(typesCommand, &types.library)})
+    command->add_option("--library", *library, "Load the registry from this file")->type_name("FILE")->check(isFile);
+
   RingOptions ring;
   CLI::App* const ringCommand = app.add_subcommand("ring", "Print the messages of a ring-buffer trace");
   ringCommand->add_option("FILE", ring.file, "The file that replay --ring kept")
@@ -88,7 +97,8 @@ Options parseOptions(std::vector<std::string> arguments, std::string const& vers
     std::reverse(arguments.begin(), arguments.end());
     app.parse(std::move(arguments));
     if (ringCommand->parsed()) return ring;
-    if (!replayCommand->parsed()) throw CLI::RequiredError("A command, replay or ring,");
+    if (typesCommand->parsed()) return types;
+    if (!replayCommand->parsed()) throw CLI::RequiredError("A command, replay, types or ring,");
     if (trace->count() > 0) replay.trace = parseLevels(levels);
     if (std::count(replay.scenarios.begin(), replay.scenarios.end(), "-") > 1) {
       throw CLI::ValidationError("SCENARIO", "standard input can be read only once");

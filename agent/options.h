@@ -14,6 +14,8 @@ using TraceLevels = std::bitset<10>;
 
 /// `enrolix replay`: applies scenario files in order and prints the tree that results.
 struct ReplayOptions {
+  /// The registry's library; where it belongs if absent.
+  std::optional<std::string> library;
   TraceLevels trace;
   /// The file that keeps the ring-buffer trace.
   std::optional<std::string> ring;
@@ -23,6 +25,15 @@ struct ReplayOptions {
   bool isTable = false;
   /// At least one; "-" is standard input and stands here at most once.
   std::vector<std::string> scenarios;
+};
+
+/// `enrolix types`: prints what the library tells of its classes.
+struct TypesOptions {
+  /// The registry's library; where it belongs if absent.
+  std::optional<std::string> library;
+  /// The one type to print; all of them if absent.
+  std::optional<std::string> type;
+  bool isJson = false;
 };
 
 /// `enrolix ring`: prints a ring-buffer trace.
@@ -37,7 +48,7 @@ struct Answer {
   int exitStatus = 0;
 };
 
-using Options = std::variant<ReplayOptions, RingOptions, Answer>;
+using Options = std::variant<ReplayOptions, TypesOptions, RingOptions, Answer>;
 
 /// What the command line asks for. `arguments` are those behind the program's name, `version` is what `--version`
 /// prints.

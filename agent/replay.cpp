@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "agent/host.h"
+#include "agent/library_path.h"
 #include "agent/output_file.h"
 #include "agent/scenario.h"
 #include "agent/state_tree.h"
@@ -200,7 +201,8 @@ class Replay {
   std::ostream& problems_;
   OutputFile output_;
   // The registry comes before what traces it, and goes after it: only what the scenarios bring about is traced.
-  Host host_;
+  Nox::Library library_{libraryPath(options_.library)};
+  Host host_{library_};
   StateTree tree_{host_.tables()};
   std::unique_ptr<Swiftlog::TraceFile> ring_;
   TextTrace trace_;
@@ -215,6 +217,9 @@ int replay(ReplayOptions const& options, std::ostream& problems) {
     refuseSameFiles(options);
     return Replay(options, problems).run();
   } catch (FileError const& error) {
+    problems << error.what() << '\n';
+    return 1;
+  } catch (Nox::LibraryException const& error) {
     problems << error.what() << '\n';
     return 1;
   }

@@ -7,7 +7,7 @@ namespace Nox {
 
 static Ptr<Entity> newDir(Name const& name) { return make<Dir>(name); }
 
-constinit NoxType const Dir::noxType{"Nox::Dir", &Entity::noxType, &newDir};
+constinit NoxType Dir::noxType{"Nox::Dir", &Entity::noxType, &newDir};
 static TypeRegistration const registration(Dir::noxType);
 
 Dir::~Dir() {

@@ -28,7 +28,7 @@ class NOX_EXPORT Dir : public Typed<Dir, Entity> {
   using EntityPtrMap = HashMap<NoxEntityPtr, Name>;
   using EntryIterator = EntryMap::IteratorConst;
   using EntityPtrIteratorConst = EntityPtrMap::IteratorConst;
-  static NoxType const noxType;
+  static NoxType noxType;
 
   using Typed::Typed;
   ~Dir() override;

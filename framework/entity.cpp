@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "framework/assertion.h"
+#include "framework/attr_table.h"
 
 namespace Nox {
 
@@ -13,7 +14,14 @@ WriteObserver* writeObserver_ = nullptr;
 
 static Ptr<Entity> newEntity(Name const& name) { return make<Entity>(name); }
 
-constinit NoxType const Entity::noxType{"Nox::Entity", nullptr, &newEntity};
+/// The attributes of every entity: their numbers lie below those of a class's own.
+static constexpr auto kAttrs = attrTable(
+    1, plain<&Entity::name>("name"), plain<&Entity::isNondestructing, &Entity::isNondestructingIs>("isNondestructing"),
+    plain<static_cast<Ptr<Entity const> (Entity::*)() const>(&Entity::parent)>("parent"),
+    plain<&Entity::parentAttr>("parentAttr"), plain<&Entity::parentAttrId>("parentAttrId"),
+    plain<&Entity::uriPath>("uriPath"), plain<&Entity::fullName>("fullName"));
+
+constinit NoxType Entity::noxType{"Nox::Entity", nullptr, &newEntity, kAttrs.view()};
 
 void Entity::isNondestructingIs(bool on) {
   if (on == isNondestructing()) return;
@@ -45,7 +53,10 @@ String8 Entity::fullName() const {
   return text;
 }
 
-String8 Entity::attributeString(AttributeId /*id*/) const { return {}; }
+String8 Entity::attributeString(AttributeId id) const {
+  AttrRow const* const row = fwkType().row(id);
+  return row != nullptr ? String8(row->name) : String8();
+}
 void Entity::noxNotifieeAdapterIs(Ptr<Entity const> const& /*adapter*/) {}
 void Entity::handleParent(Ptr<Entity> const& /*parent*/) {}
 

@@ -19,7 +19,7 @@ namespace Nox {
 class NOX_EXPORT Entity : public PtrInterface {
  public:
   class NotifieeConst;
-  static NoxType const noxType;
+  static NoxType noxType;
   static NoxType const& _fwkType() { return noxType; }
   NoxType const& fwkType() const override { return noxType; }
 
@@ -41,7 +41,7 @@ class NOX_EXPORT Entity : public PtrInterface {
   virtual String8 uriPath() const;
   /// The names from the topmost parent down to this entity, joined by slashes.
   virtual String8 fullName() const;
-  /// The name of an attribute by its id; empty for an id that the class does not know.
+  /// The name of an attribute by its id, of the class or of one that it derives from; empty for any other id.
   virtual String8 attributeString(AttributeId id) const;
   virtual void noxNotifieeAdapterIs(Ptr<Entity const> const& adapter);
   /// Called when the parent has changed.

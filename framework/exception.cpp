@@ -19,9 +19,13 @@ Exception::~Exception() = default;
 RangeException::~RangeException() = default;
 NameInUseException::~NameInUseException() = default;
 ConstException::~ConstException() = default;
+TypeException::~TypeException() = default;
+OpNotSupportedException::~OpNotSupportedException() = default;
+UnknownArgException::~UnknownArgException() = default;
+BadIndexAttrException::~BadIndexAttrException() = default;
+LibraryException::~LibraryException() = default;
 
 void throwRangeException(String8 const& message) { throw RangeException(message); }
 void throwNameInUseException(String8 const& message) { throw NameInUseException(message); }
-void GenericIf::throwConstException() { throw ConstException("attempting to modify a const instance"); }
 
 }  // namespace Nox

@@ -59,12 +59,42 @@ class NOX_EXPORT ConstException : public Exception {
   ~ConstException() override;
 };
 
+/// A generic value of another type than the one that is wanted.
+class NOX_EXPORT TypeException : public Exception {
+ public:
+  using Exception::Exception;
+  ~TypeException() override;
+};
+
+/// An operation by name on an attribute that does not do it, or that the class does not have.
+class NOX_EXPORT OpNotSupportedException : public Exception {
+ public:
+  using Exception::Exception;
+  ~OpNotSupportedException() override;
+};
+
+/// An operation by name with more or fewer arguments than the attribute has.
+class NOX_EXPORT UnknownArgException : public Exception {
+ public:
+  using Exception::Exception;
+  ~UnknownArgException() override;
+};
+
+/// An operation by name with a key that the attribute cannot have.
+class NOX_EXPORT BadIndexAttrException : public Exception {
+ public:
+  using Exception::Exception;
+  ~BadIndexAttrException() override;
+};
+
+/// A library that cannot be loaded, or is not the one that is wanted.
+class NOX_EXPORT LibraryException : public Exception {
+ public:
+  using Exception::Exception;
+  ~LibraryException() override;
+};
+
 [[noreturn]] NOX_EXPORT void throwRangeException(String8 const& message);
 [[noreturn]] NOX_EXPORT void throwNameInUseException(String8 const& message);
-
-/// The generic interface's refusals.
-struct NOX_EXPORT GenericIf {
-  [[noreturn]] static void throwConstException();
-};
 
 }  // namespace Nox

@@ -16,11 +16,13 @@ using Seconds = double;
 
 class Dir;
 class Entity;
+class GenericIf;
 class Name;
+class NoxAttr;
+class NoxType;
 class PtrInterface;
 class String8;
 class Turn;
-struct NoxType;
 
 template <class T>
 class Ptr;

@@ -11,8 +11,11 @@
 
 namespace Nox {
 
-/// The activity under which an agent runs handlers; opaque here.
-class ActivityConfig;
+/// The activity under which an agent runs handlers: the agent derives its own, the framework only hands it on.
+class NOX_EXPORT ActivityConfig : public PtrInterface {
+ public:
+  ~ActivityConfig() override;
+};
 /// Bits that a framework may keep at a reactor; opaque here.
 using Nox_BitSet = std::uint32_t;
 
@@ -20,6 +23,8 @@ using Nox_BitSet = std::uint32_t;
 /// notifier is held, and never calls.
 class NOX_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
  public:
+  static NoxType noxType;
+
   explicit NotifieeConst(bool flag = false) noexcept;
   ~NotifieeConst() override;
 
@@ -32,6 +37,8 @@ class NOX_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
   void hasNotificationActiveIs(bool on) override;
   /// Withdraws before the destructors run: what they write must not wait for a reactor that is going.
   void zeroReferencesIs(bool zero) override;
+
+  NoxType const& fwkType() const override { return noxType; }
 
   // The virtual operations of a reactor, in slot order.
 

@@ -8,10 +8,7 @@
 
 namespace Nox {
 
-/// Added to the count of an object that is being destroyed: what its destructor counts cannot reach zero a second time.
-static constexpr std::uint32_t kDying = 0x08000000;
-
-static constinit NoxType const ptrInterfaceType{"Nox::PtrInterface", nullptr, nullptr};
+static constinit NoxType ptrInterfaceType{"Nox::PtrInterface", nullptr};
 
 void PtrInterface::hasNotificationActiveIs(bool on) { word_.flagIs(kNotificationActive, on); }
 void PtrInterface::noxAuditErrors(unsigned /*level*/) const {}

@@ -58,6 +58,9 @@ class NOX_EXPORT PtrInterface : public VFPtrInterface {
     if (--held_ == 0 && (word_.value() & kCountMask) == 0) handleZeroRef();
   }
 
+  /// Whether the object is being destroyed: nobody may take a reference to it any more.
+  bool isDying() const noexcept { return !word_.isStatic() && (word_.value() & kDying) != 0; }
+
   /// The whole word, for diagnosis.
   std::uint32_t noxWord() const noexcept { return word_.value(); }
 
@@ -67,6 +70,10 @@ class NOX_EXPORT PtrInterface : public VFPtrInterface {
   explicit PtrInterface(Static /*tag*/) noexcept : word_(CountedWord::kStatic) {}
 
  private:
+  /// Added to the count of an object that is being destroyed: what its destructor counts cannot reach zero a second
+  /// time.
+  static constexpr std::uint32_t kDying = 0x08000000;
+
   mutable CountedWord word_;
   mutable std::uint32_t held_ : 31 = 0;
   std::uint32_t isNondestructing_ : 1 = 0;

@@ -145,6 +145,10 @@ class StateMachine : public PtrInterface {
   bool initialized() const noexcept { return initialized_; }
   void initializedIs(bool initialized) noexcept { initialized_ = initialized; }
 
+  /// The activity under which the agent runs the machine's handlers; null where it has set none.
+  Ptr<ActivityConfig> const& noxFwkActivity() const noexcept { return activity_; }
+  void noxFwkActivityIs(Ptr<ActivityConfig> const& activity) { activity_ = activity; }
+
   void hasNotificationActiveIs(bool on) override {
     if (on == hasNotificationActive()) return;
     PtrInterface::hasNotificationActiveIs(on);
@@ -180,6 +184,7 @@ class StateMachine : public PtrInterface {
     std::apply([&](auto&... slot) { (forEach(slot, f), ...); }, slots);
   }
 
+  Ptr<ActivityConfig> activity_;
   bool initialized_ = false;
 };
 

@@ -1,16 +1,64 @@
-// The directory of types: a list that the registrations themselves form.
+// Types: their attributes by name, and the directory, a list that the registrations themselves form.
 #include "framework/type.h"
+
+#include "framework/attr_table.h"
 
 namespace Nox {
 
+AttrRow const* NoxType::row(std::string_view attribute) const noexcept {
+  for (NoxType const* t = this; t != nullptr; t = t->base) {
+    AttrRows const& table = t->rows;
+    if (table.count == 0) continue;
+    unsigned const number = table.slots[attrHash(attribute, table.seed) >> table.shift];
+    if (number != 0 && table.rows[number - 1].name == attribute) return &table.rows[number - 1];
+  }
+  return nullptr;
+}
+
+AttrRow const* NoxType::row(AttributeId id) const noexcept {
+  for (NoxType const* t = this; t != nullptr; t = t->base)
+    if (t->rows.count != 0 && id - t->rows.rows[0].id < t->rows.count) return &t->rows.rows[id - t->rows.rows[0].id];
+  return nullptr;
+}
+
+Ptr<NoxAttr const> NoxType::attr(std::string_view attribute) const {
+  for (NoxAttr& attr : attrs_)
+    if (attr.name() == attribute) return Ptr<NoxAttr const>(&attr);
+  return nullptr;
+}
+
+void NoxType::append(Ptr<NoxAttr> const& attr) {
+  attrs_.enq(attr);
+  last_ = attr.get();
+}
+
+void NoxType::remove(NoxAttr& attr) {
+  if (last_ == &attr) last_ = nullptr;
+  attrs_.remove(attr);
+}
+
+void NoxType::constructorArgNameQEnq(Name const& argument) {
+  NOX_ASSERT(last_ != nullptr, "an argument belongs to an attribute");
+  last_->constructorArgNameQEnq(argument);
+}
+
+void NoxType::constructorArgTypeQEnq(Name const& type) {
+  NOX_ASSERT(last_ != nullptr, "an argument belongs to an attribute");
+  last_->constructorArgTypeQEnq(type);
+}
+
 static constinit TypeRegistration* registrations = nullptr;
 
-TypeRegistration::TypeRegistration(NoxType const& type) : type_(type), next_(registrations) { registrations = this; }
+TypeRegistration::TypeRegistration(NoxType& type) : type_(type), next_(registrations) {
+  registrations = this;
+  if (type.rows.count != 0) registerType(type, IntrospectionReactor::global());
+}
 
 TypeRegistration::~TypeRegistration() {
   TypeRegistration** at = &registrations;
   while (*at != this) at = &(*at)->next_;
   *at = next_;
+  if (type_.rows.count != 0) IntrospectionReactor::global().typeDel(type_);
 }
 
 NoxType const* typeNamed(std::string_view name) noexcept {

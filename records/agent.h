@@ -14,7 +14,7 @@ class NOX_EXPORT Config : public Nox::Typed<Config, Nox::Entity> {
     virtual void onEnabled() {}
     virtual void onPort() {}
   };
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
   static constexpr auto attributes();
   using Typed::Typed;
 
@@ -37,7 +37,7 @@ class NOX_EXPORT Status : public Nox::Typed<Status, Nox::Entity> {
     virtual void onControllerUUID() {}
     virtual void onEnabled() {}
   };
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
   static constexpr auto attributes();
   using Typed::Typed;
 

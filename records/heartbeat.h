@@ -10,7 +10,7 @@ namespace Controller {
 /// One peer that is heard; its name is its system id.
 class NOX_EXPORT Peer : public Nox::Typed<Peer, Nox::Entity>, public Nox::HashMapLink {
  public:
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
 
   explicit Peer(SystemId const& systemId) : Typed(Nox::Name(systemId.stringValue())), systemId_(systemId) {}
   SystemId const& fwkKey() const noexcept { return systemId_; }
@@ -32,7 +32,7 @@ class NOX_EXPORT PeerTable : public Nox::Typed<PeerTable, Nox::Entity> {
   static constexpr Nox::AttributeId peerId = 256;
   using PeerMap = Nox::ChildMap<Peer, SystemId, peerId>;
   using PeerIteratorConst = PeerMap::IteratorConst;
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
   static constexpr auto attributes();
   using Typed::Typed;
 
@@ -55,7 +55,7 @@ namespace Heartbeat {
 class NOX_EXPORT Config : public Nox::Typed<Config, Nox::Entity> {
  public:
   class NotifieeConst : public Nox::NotifieeOf<Config, Nox::Entity> {};
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
   using Typed::Typed;
 };
 

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string_view>
 
-#include "framework/string8.h"
+#include "framework/generic_if.h"
 
 namespace Lumo {
 
@@ -59,3 +59,13 @@ constexpr bool isBookmark(SystemId const& key) noexcept { return key != SystemId
 NOX_EXPORT std::ostream& operator<<(std::ostream& out, SystemId const& id);
 
 }  // namespace Controller
+
+/// In generic values a system id is the text of its address.
+template <>
+struct Nox::TextForm<Controller::SystemId> {
+  static std::optional<Controller::SystemId> parse(std::string_view text) noexcept {
+    auto const address = Lumo::EthAddr::parse(text);
+    return address ? std::optional(Controller::SystemId(*address)) : std::nullopt;
+  }
+  static String8 print(Controller::SystemId const& id) { return id.stringValue(); }
+};

@@ -43,7 +43,7 @@ class NOX_EXPORT SystemPublishedMount : public Nox::Typed<SystemPublishedMount, 
   };
   using PublishedMountMap = Nox::ValueMap<NoxPublishedMount, Nox::String8, MountDesc>;
   using PublishedMountIteratorConst = PublishedMountMap::IteratorConst;
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
   static constexpr auto attributes();
 
   explicit SystemPublishedMount(SystemId const& systemId)
@@ -93,7 +93,7 @@ class NOX_EXPORT PublishedMountsTable : public Nox::Typed<PublishedMountsTable, 
   using SystemIteratorConst = SystemMap::IteratorConst;
   using ServicePublishReadyMap = Nox::ValueMap<NoxServicePublishReady, Nox::String8, bool>;
   using ServicePublishReadyIteratorConst = ServicePublishReadyMap::IteratorConst;
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
   static constexpr auto attributes();
   using Typed::Typed;
 
@@ -132,7 +132,7 @@ class NOX_EXPORT PublishedMountsTable : public Nox::Typed<PublishedMountsTable, 
 class NOX_EXPORT RegisteredSwitchTable : public Nox::Typed<RegisteredSwitchTable, Nox::Entity> {
  public:
   class NotifieeConst : public Nox::NotifieeOf<RegisteredSwitchTable, Nox::Entity> {};
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
   using Typed::Typed;
 };
 
@@ -140,7 +140,7 @@ class NOX_EXPORT RegisteredSwitchTable : public Nox::Typed<RegisteredSwitchTable
 class NOX_EXPORT MountsRegistry : public Nox::Typed<MountsRegistry, Nox::Entity> {
  public:
   class NotifieeConst : public Nox::NotifieeOf<MountsRegistry, Nox::Entity> {};
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
 
   /// `mountTimeout` is in seconds.
   MountsRegistry(Nox::Ptr<Nox::Dir> registryDir, Nox::String8 registryDirPath, Nox::Ptr<Nox::Dir> rootDir,

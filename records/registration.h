@@ -30,7 +30,7 @@ class NOX_EXPORT SwitchConfig : public Nox::Typed<SwitchConfig, Nox::Entity> {
   };
   using ServiceConfigMap = Nox::ValueMap<NoxServiceConfig, Nox::Name, Nox::Ptr<Controller::ServiceConfigV1>>;
   using ServiceConfigIteratorConst = ServiceConfigMap::IteratorConst;
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
   static constexpr auto attributes();
   using Typed::Typed;
 
@@ -90,7 +90,7 @@ class NOX_EXPORT ServicePublishedInfo : public Nox::Typed<ServicePublishedInfo, 
   };
   using PublishedMountMap = Nox::ValueMap<NoxPublishedMount, Nox::String8, Controller::MountDesc>;
   using PublishedMountIterator = PublishedMountMap::IteratorConst;
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
   static constexpr auto attributes();
 
   explicit ServicePublishedInfo(Nox::String8 const& service) : Typed(Nox::Name(service)) {}
@@ -136,7 +136,7 @@ class NOX_EXPORT SwitchStatus : public Nox::Typed<SwitchStatus, Nox::Entity> {
   using ServiceStatusIterator = ServiceStatusMap::IteratorConst;
   using ServicePublishedInfoMap = Nox::ChildMap<ServicePublishedInfo, Nox::String8, servicePublishedInfoId>;
   using ServicePublishedInfoIterator = ServicePublishedInfoMap::IteratorConst;
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
   static constexpr auto attributes();
   using Typed::Typed;
 
@@ -233,7 +233,7 @@ class NOX_EXPORT ControllerStatus : public Nox::Typed<ControllerStatus, Nox::Ent
   using SwitchConfigIteratorConst = SwitchConfigMap::IteratorConst;
   using SwitchStatusIteratorConst = SwitchStatusMap::IteratorConst;
   using RegisteredSwitchIteratorConst = RegisteredSwitchMap::IteratorConst;
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
   static constexpr auto attributes();
   using Typed::Typed;
 

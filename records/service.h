@@ -43,7 +43,7 @@ class NOX_EXPORT ServiceVersionConfigV1 : public Nox::Typed<ServiceVersionConfig
   };
   using VersionMap = Nox::ValueMap<NoxVersion, unsigned, ServiceVersionV1>;
   using VersionIteratorConst = VersionMap::IteratorConst;
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
   static constexpr auto attributes();
   using Typed::Typed;
 
@@ -66,7 +66,7 @@ class NOX_EXPORT ServiceConfigV1 : public Nox::Typed<ServiceConfigV1, Nox::Entit
     virtual void onEnabled() {}
   };
   static constexpr Nox::AttributeId versionConfigId = 257;
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
   static constexpr auto attributes();
 
   explicit ServiceConfigV1(Nox::Name service = {});
@@ -92,7 +92,7 @@ class NOX_EXPORT ServiceVersionStatusV1 : public Nox::Typed<ServiceVersionStatus
     virtual void onVersionCompatible() {}
     virtual void onVersionNegotiationComplete() {}
   };
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
   static constexpr auto attributes();
   using Typed::Typed;
 
@@ -124,7 +124,7 @@ class NOX_EXPORT ServiceStatusV1 : public Nox::Typed<ServiceStatusV1, Nox::Entit
     virtual void onVersionStatus() {}
   };
   static constexpr Nox::AttributeId versionStatusId = 257;
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
   static constexpr auto attributes();
   using Typed::Typed;
 
@@ -157,7 +157,7 @@ class NOX_EXPORT ServiceStatusDir : public Nox::Typed<ServiceStatusDir, Nox::Ent
   static constexpr Nox::AttributeId serviceId = 256;
   using ServiceMap = Nox::ChildMap<ServiceStatusV1, Nox::Name, serviceId>;
   using ServiceIteratorConst = ServiceMap::IteratorConst;
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
   static constexpr auto attributes();
   using Typed::Typed;
 
@@ -191,7 +191,7 @@ class NOX_EXPORT ServiceConfigDir : public Nox::Typed<ServiceConfigDir, Nox::Ent
   };
   using ServiceMap = Nox::ValueMap<NoxService, Nox::Name, Nox::Ptr<ServiceConfigV1>>;
   using ServiceIteratorConst = ServiceMap::IteratorConst;
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
   static constexpr auto attributes();
   using Typed::Typed;
 
@@ -225,7 +225,7 @@ class NOX_EXPORT OverrideServiceConfigDir : public Nox::Typed<OverrideServiceCon
   };
   using OverrideServiceMap = Nox::ValueMap<NoxOverrideService, Nox::Name, Nox::Ptr<ServiceConfigV1>>;
   using OverrideServiceIteratorConst = OverrideServiceMap::IteratorConst;
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
   static constexpr auto attributes();
   using Typed::Typed;
 

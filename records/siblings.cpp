@@ -8,16 +8,15 @@ using Nox::NoxType;
 using Nox::Ptr;
 using Nox::ValidPtr;
 
-constinit NoxType const MountsRegistryEntrySm::noxType{"Controller::MountsRegistryEntrySm", nullptr, nullptr};
-constinit NoxType const PublishRegistryEntrySm::noxType{"Controller::PublishRegistryEntrySm", nullptr, nullptr};
-constinit NoxType const ConnectionServiceStatusDirSm::noxType{
-    "Controller::ConnectionServiceStatusDirSm", nullptr, nullptr};
-constinit NoxType const ServiceMountConfigSm::noxType{"Controller::ServiceMountConfigSm", nullptr, nullptr};
-constinit NoxType const ServicePublishConfigSm::noxType{"Controller::ServicePublishConfigSm", nullptr, nullptr};
-constinit NoxType const ServiceInitialMountSm::noxType{"Controller::ServiceInitialMountSm", nullptr, nullptr};
-constinit NoxType const MountsRegistrySm::noxType{"Controller::MountsRegistrySm", nullptr, nullptr};
-constinit NoxType const ServiceConfigDirSm::noxType{"Controller::ServiceConfigDirSm", nullptr, nullptr};
-constinit NoxType const InitialMountSm::noxType{"Controller::InitialMountSm", nullptr, nullptr};
+constinit NoxType MountsRegistryEntrySm::noxType{"Controller::MountsRegistryEntrySm", nullptr, nullptr};
+constinit NoxType PublishRegistryEntrySm::noxType{"Controller::PublishRegistryEntrySm", nullptr, nullptr};
+constinit NoxType ConnectionServiceStatusDirSm::noxType{"Controller::ConnectionServiceStatusDirSm", nullptr, nullptr};
+constinit NoxType ServiceMountConfigSm::noxType{"Controller::ServiceMountConfigSm", nullptr, nullptr};
+constinit NoxType ServicePublishConfigSm::noxType{"Controller::ServicePublishConfigSm", nullptr, nullptr};
+constinit NoxType ServiceInitialMountSm::noxType{"Controller::ServiceInitialMountSm", nullptr, nullptr};
+constinit NoxType MountsRegistrySm::noxType{"Controller::MountsRegistrySm", nullptr, nullptr};
+constinit NoxType ServiceConfigDirSm::noxType{"Controller::ServiceConfigDirSm", nullptr, nullptr};
+constinit NoxType InitialMountSm::noxType{"Controller::InitialMountSm", nullptr, nullptr};
 
 MountsRegistrySm::MountsRegistrySm(MountsRegistryPtr const& mountsRegistry, ControllerStatusPtr const& controllerStatus,
                                    Ptr<Dir> const& serviceMountStatusDir,

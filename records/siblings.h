@@ -27,32 +27,32 @@ class NOX_EXPORT SiblingMember : public Nox::StateMachine<Self>, public Nox::Has
 
 class NOX_EXPORT MountsRegistryEntrySm final : public SiblingMember<MountsRegistryEntrySm> {
  public:
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
   using SiblingMember::SiblingMember;
 };
 class NOX_EXPORT PublishRegistryEntrySm final : public SiblingMember<PublishRegistryEntrySm> {
  public:
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
   using SiblingMember::SiblingMember;
 };
 class NOX_EXPORT ConnectionServiceStatusDirSm final : public SiblingMember<ConnectionServiceStatusDirSm> {
  public:
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
   using SiblingMember::SiblingMember;
 };
 class NOX_EXPORT ServiceMountConfigSm final : public SiblingMember<ServiceMountConfigSm> {
  public:
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
   using SiblingMember::SiblingMember;
 };
 class NOX_EXPORT ServicePublishConfigSm final : public SiblingMember<ServicePublishConfigSm> {
  public:
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
   using SiblingMember::SiblingMember;
 };
 class NOX_EXPORT ServiceInitialMountSm final : public SiblingMember<ServiceInitialMountSm> {
  public:
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
   using SiblingMember::SiblingMember;
 };
 
@@ -74,7 +74,7 @@ class NOX_EXPORT MountsRegistrySm final : public Nox::StateMachine<MountsRegistr
   };
   using MountsRegistryPtr = Nox::Ptr<MountsRegistry>;
   using ControllerStatusPtr = Nox::Ptr<ControllerRegistration::ControllerStatus const>;
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
 
   /// Makes the machine and runs its first passes.
   static Nox::ValidPtr<MountsRegistrySm> MountsRegistrySmIs(
@@ -149,7 +149,7 @@ class NOX_EXPORT ServiceConfigDirSm final : public Nox::StateMachine<ServiceConf
    public:
     using Reactor::Reactor;
   };
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
 
   /// Makes the machine and runs its first pass.
   static Nox::ValidPtr<ServiceConfigDirSm> ServiceConfigDirSmIs(
@@ -221,7 +221,7 @@ class NOX_EXPORT InitialMountSm final : public Nox::StateMachine<InitialMountSm>
    public:
     using Reactor::Reactor;
   };
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
 
   /// Makes the machine and runs its first pass.
   static Nox::ValidPtr<InitialMountSm> InitialMountSmIs(

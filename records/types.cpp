@@ -10,43 +10,44 @@
 using Nox::Entity;
 using Nox::NoxType;
 
-/// A type whose entities are made from a name alone.
+/// For a type whose entities are made from a name alone.
 template <class T>
-static constexpr NoxType named(char const* name) {
-  return {name, &Entity::noxType, [](Nox::Name const& n) -> Nox::Ptr<Entity> { return Nox::make<T>(n); }};
+static Nox::Ptr<Entity> named(Nox::Name const& name) {
+  return Nox::make<T>(name);
 }
-static constexpr NoxType unnamed(char const* name) { return {name, &Entity::noxType, nullptr}; }
 
-constinit NoxType const Controllerdb::Config::noxType = named<Config>("Controllerdb::Config");
-constinit NoxType const Controllerdb::Status::noxType = named<Status>("Controllerdb::Status");
+constinit NoxType Controllerdb::Config::noxType{"Controllerdb::Config", &Entity::noxType, &named<Config>};
+constinit NoxType Controllerdb::Status::noxType{"Controllerdb::Status", &Entity::noxType, &named<Status>};
 
 namespace ControllerRegistration {
-constinit NoxType const SwitchConfig::noxType = named<SwitchConfig>("ControllerRegistration::SwitchConfig");
-constinit NoxType const SwitchStatus::noxType = named<SwitchStatus>("ControllerRegistration::SwitchStatus");
-constinit NoxType const ServicePublishedInfo::noxType = unnamed("ControllerRegistration::ServicePublishedInfo");
-constinit NoxType const ControllerStatus::noxType = named<ControllerStatus>("ControllerRegistration::ControllerStatus");
+constinit NoxType SwitchConfig::noxType{"ControllerRegistration::SwitchConfig", &Entity::noxType, &named<SwitchConfig>};
+constinit NoxType SwitchStatus::noxType{"ControllerRegistration::SwitchStatus", &Entity::noxType, &named<SwitchStatus>};
+constinit NoxType ServicePublishedInfo::noxType{"ControllerRegistration::ServicePublishedInfo", &Entity::noxType};
+constinit NoxType ControllerStatus::noxType{
+    "ControllerRegistration::ControllerStatus", &Entity::noxType, &named<ControllerStatus>};
 }  // namespace ControllerRegistration
 
 namespace Controller {
 
-constinit NoxType const ServiceVersionConfigV1::noxType =
-    named<ServiceVersionConfigV1>("Controller::ServiceVersionConfigV1");
-constinit NoxType const ServiceConfigV1::noxType = named<ServiceConfigV1>("Controller::ServiceConfigV1");
-constinit NoxType const ServiceVersionStatusV1::noxType =
-    named<ServiceVersionStatusV1>("Controller::ServiceVersionStatusV1");
-constinit NoxType const ServiceStatusV1::noxType = named<ServiceStatusV1>("Controller::ServiceStatusV1");
-constinit NoxType const ServiceStatusDir::noxType = named<ServiceStatusDir>("Controller::ServiceStatusDir");
-constinit NoxType const ServiceConfigDir::noxType = named<ServiceConfigDir>("Controller::ServiceConfigDir");
-constinit NoxType const OverrideServiceConfigDir::noxType =
-    named<OverrideServiceConfigDir>("Controller::OverrideServiceConfigDir");
-constinit NoxType const Peer::noxType = unnamed("Controller::Peer");
-constinit NoxType const PeerTable::noxType = named<PeerTable>("Controller::PeerTable");
-constinit NoxType const Heartbeat::Config::noxType = named<Config>("Controller::Heartbeat::Config");
-constinit NoxType const SystemPublishedMount::noxType = unnamed("Controller::SystemPublishedMount");
-constinit NoxType const PublishedMountsTable::noxType = named<PublishedMountsTable>("Controller::PublishedMountsTable");
-constinit NoxType const RegisteredSwitchTable::noxType =
-    named<RegisteredSwitchTable>("Controller::RegisteredSwitchTable");
-constinit NoxType const MountsRegistry::noxType = unnamed("Controller::MountsRegistry");
+constinit NoxType ServiceVersionConfigV1::noxType{
+    "Controller::ServiceVersionConfigV1", &Entity::noxType, &named<ServiceVersionConfigV1>};
+constinit NoxType ServiceConfigV1::noxType{"Controller::ServiceConfigV1", &Entity::noxType, &named<ServiceConfigV1>};
+constinit NoxType ServiceVersionStatusV1::noxType{
+    "Controller::ServiceVersionStatusV1", &Entity::noxType, &named<ServiceVersionStatusV1>};
+constinit NoxType ServiceStatusV1::noxType{"Controller::ServiceStatusV1", &Entity::noxType, &named<ServiceStatusV1>};
+constinit NoxType ServiceStatusDir::noxType{"Controller::ServiceStatusDir", &Entity::noxType, &named<ServiceStatusDir>};
+constinit NoxType ServiceConfigDir::noxType{"Controller::ServiceConfigDir", &Entity::noxType, &named<ServiceConfigDir>};
+constinit NoxType OverrideServiceConfigDir::noxType{
+    "Controller::OverrideServiceConfigDir", &Entity::noxType, &named<OverrideServiceConfigDir>};
+constinit NoxType Peer::noxType{"Controller::Peer", &Entity::noxType};
+constinit NoxType PeerTable::noxType{"Controller::PeerTable", &Entity::noxType, &named<PeerTable>};
+constinit NoxType Heartbeat::Config::noxType{"Controller::Heartbeat::Config", &Entity::noxType, &named<Config>};
+constinit NoxType SystemPublishedMount::noxType{"Controller::SystemPublishedMount", &Entity::noxType};
+constinit NoxType PublishedMountsTable::noxType{
+    "Controller::PublishedMountsTable", &Entity::noxType, &named<PublishedMountsTable>};
+constinit NoxType RegisteredSwitchTable::noxType{
+    "Controller::RegisteredSwitchTable", &Entity::noxType, &named<RegisteredSwitchTable>};
+constinit NoxType MountsRegistry::noxType{"Controller::MountsRegistry", &Entity::noxType};
 
 // The one record that directories make by type name.
 static Nox::TypeRegistration const serviceStatusDirType(ServiceStatusDir::noxType);

@@ -63,7 +63,7 @@ class NOX_EXPORT RegistryRootSm final : public Nox::StateMachine<RegistryRootSm>
   using ServiceStatusDirPtr = Nox::Ptr<Controller::ServiceStatusDir>;
   using RegistrySmMap = Nox::HashMap<SwitchRegistrySm, Nox::Name>;
   using RegistrySmIteratorConst = RegistrySmMap::IteratorConst;
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
 
   /// Use `registryRootSmFactory`, which also runs the first pass.
   RegistryRootSm(ConfigPtr const& controllerdbConfig, StatusPtr const& controllerdbStatus,

@@ -24,20 +24,6 @@ Root::~Root() {
   initialMountSmDel();
 }
 
-Nox::String8 Root::attributeString(Nox::AttributeId id) const {
-  static constexpr std::array kNames{"registrationRootDir",
-                                     "mountsRegistry",
-                                     "publishedMountsTable",
-                                     "registeredSwitchTable",
-                                     "registryRootSm",
-                                     "mountsRegistrySm",
-                                     "serviceConfigDirSm",
-                                     "initialMountSm"};
-  static_assert(registrationRootDirId + kNames.size() - 1 == initialMountSmId && initialMountSmId == 265);
-  if (id < registrationRootDirId || id > initialMountSmId) return Entity::attributeString(id);
-  return kNames[id - registrationRootDirId];
-}
-
 ValidPtr<MountsRegistry> Root::mountsRegistryIs(DirPtr const& registryDir, Nox::String8 const& registryDirPath,
                                                 DirPtr const& rootDir, Nox::String8 const& remoteRootPath,
                                                 unsigned reconnectRetries, Nox::Seconds mountTimeout) {

@@ -29,15 +29,12 @@ class NOX_EXPORT Root final : public Nox::Typed<Root, Nox::Entity> {
   using MountsRegistryPtr = Nox::Ptr<Controller::MountsRegistry>;
   using MountsTablePtr = Nox::Ptr<Controller::PublishedMountsTable>;
   using SwitchTablePtr = Nox::Ptr<Controller::RegisteredSwitchTable>;
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
 
   /// A new root of that name, with every attribute null.
   static Nox::ValidPtr<Root> RootIs(Nox::Name const& name) { return Nox::make<Root>(name); }
   using Typed::Typed;
   ~Root() override;
-
-  /// The names of the attributes 258 to 265; other ids are the base class's.
-  Nox::String8 attributeString(Nox::AttributeId id) const override;
 
   DirPtr const& registrationRootDir() const noexcept { return registrationRootDir_; }
   void registrationRootDirIs(DirPtr const& dir) { registrationRootDir_ = dir; }

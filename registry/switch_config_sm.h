@@ -141,7 +141,7 @@ class NOX_EXPORT SwitchConfigSm final : public Nox::StateMachine<SwitchConfigSm>
   using OverrideDirPtr = Nox::Ptr<Controller::OverrideServiceConfigDir const>;
   using ServiceStatusDirPtr = Nox::Ptr<Controller::ServiceStatusDir>;
   using MountsTablePtr = Nox::Ptr<Controller::PublishedMountsTable const>;
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
 
   /// Use `switchConfigSmFactory`. Runs the first pass as its last step.
   SwitchConfigSm(ConfigPtr const& config, StatusPtr const& status, PeerTablePtr const& heartbeatPeerTable,

@@ -34,7 +34,7 @@ class NOX_EXPORT SwitchRegistrySm final : public Nox::StateMachine<SwitchRegistr
   using ServiceStatusDirPtr = Nox::Ptr<Controller::ServiceStatusDir>;
   using MountsTablePtr = Nox::Ptr<Controller::PublishedMountsTable const>;
   using PeerTablePtr = Nox::Ptr<Controller::PeerTable const>;
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
 
   /// Makes the machine, runs its first pass and switches it on. `registryRootSm` is the owner, not counted.
   static Nox::ValidPtr<SwitchRegistrySm> SwitchRegistrySmIs(Nox::Name const& name, DirPtr const& switchDir,

@@ -37,7 +37,7 @@ class NOX_EXPORT SystemPublishSm final : public Nox::StateMachine<SystemPublishS
   using MountPtr = Nox::Ptr<Controller::SystemPublishedMount const>;
   using StatusPtr = Nox::Ptr<ControllerRegistration::SwitchStatus>;
   using MountsTablePtr = Nox::Ptr<Controller::PublishedMountsTable const>;
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
 
   /// Makes the machine and runs its one full pass. Any input may be null: without an offer nothing is offered, without
   /// a status nothing is written, without a table nothing is ready.

@@ -1,12 +1,212 @@
-// The types of the registry's classes.
+// The attribute table of every class in Controllerdb, in the order of declaration: what is described to an agent, and
+// what the agent reads, sets, instantiates, deletes and calls by name.
+#include "framework/attr_table.h"
 #include "registry/EnrolixSm.h"
 
 namespace Controllerdb {
 
-constinit Nox::NoxType const Root::noxType{"Controllerdb::Root", &Nox::Entity::noxType, nullptr};
-constinit Nox::NoxType const RegistryRootSm::noxType{"Controllerdb::RegistryRootSm", nullptr, nullptr};
-constinit Nox::NoxType const SwitchRegistrySm::noxType{"Controllerdb::SwitchRegistrySm", nullptr, nullptr};
-constinit Nox::NoxType const SwitchConfigSm::noxType{"Controllerdb::SwitchConfigSm", nullptr, nullptr};
-constinit Nox::NoxType const SystemPublishSm::noxType{"Controllerdb::SystemPublishSm", nullptr, nullptr};
+using Nox::attrTable;
+using Nox::child;
+using Nox::handler;
+using Nox::keyed;
+using Nox::keyedChild;
+using Nox::keyedPlain;
+using Nox::memberOf;
+using Nox::NoxType;
+using Nox::plain;
+using Nox::toggle;
+using Nox::TypeRegistration;
+using Nox::unkeyed;
+using Nox::unlisted;
+using Nox::wholeOf;
+
+/// A class's own attributes are numbered from here.
+static constexpr Nox::AttributeId kFirst = 256;
+
+static constexpr auto kRoot = [] {
+  using T = Root;
+  return attrTable(
+      kFirst,
+      plain<&T::name>("name"),
+      plain<&T::isNondestructing, &T::isNondestructingIs>("isNondestructing"),
+      plain<&T::registrationRootDir, &T::registrationRootDirIs>("registrationRootDir"),
+      child<&T::mountsRegistry, &T::mountsRegistryIs, &T::newMountsRegistry, &T::mountsRegistryDel>("mountsRegistry",
+                                                                                                    "registryDir",
+                                                                                                    "registryDirPath",
+                                                                                                    "rootDir",
+                                                                                                    "remoteRootPath",
+                                                                                                    "reconnectRetries",
+                                                                                                    "mountTimeout"),
+      child<&T::publishedMountsTable,
+            &T::publishedMountsTableIs,
+            &T::newPublishedMountsTable,
+            &T::publishedMountsTableDel>("publishedMountsTable"),
+      child<&T::registeredSwitchTable,
+            &T::registeredSwitchTableIs,
+            &T::newRegisteredSwitchTable,
+            &T::registeredSwitchTableDel>("registeredSwitchTable"),
+      child<&T::registryRootSm, &T::registryRootSmIs, &T::newRegistryRootSm, &T::registryRootSmDel>(
+          "registryRootSm",
+          "controllerdbConfig",
+          "controllerdbStatus",
+          "registrationRootDir",
+          "controllerStatus",
+          "heartbeatPeerTable",
+          "serviceConfigDir",
+          "overrideServiceConfigDir",
+          "allClientsServiceStatusDir",
+          "publishedMountsTable"),
+      child<&T::mountsRegistrySm, &T::mountsRegistrySmIs, &T::newMountsRegistrySm, &T::mountsRegistrySmDel>(
+          "mountsRegistrySm",
+          "mountsRegistry",
+          "controllerStatus",
+          "serviceMountStatusDir",
+          "publishedMountsTable",
+          "registeredSwitchTable",
+          "allClientsServiceStatusDir"),
+      child<&T::serviceConfigDirSm, &T::serviceConfigDirSmIs, &T::newServiceConfigDirSm, &T::serviceConfigDirSmDel>(
+          "serviceConfigDirSm",
+          "mountConfigDir",
+          "mountStatusDir",
+          "publishConfigDir",
+          "publishStatusDir",
+          "publishedMountsTable",
+          "mountsRegistry"),
+      child<&T::initialMountSm, &T::initialMountSmIs, &T::newInitialMountSm, &T::initialMountSmDel>(
+          "initialMountSm",
+          "mountConfigDir",
+          "mountStatusDir",
+          "heartbeatConfig",
+          "registeredSwitchTable",
+          "peerTable"));
+}();
+static_assert(kRoot.rows[2].id == Root::registrationRootDirId && Root::registrationRootDirId == 258);
+static_assert(kRoot.rows.back().id == Root::initialMountSmId && Root::initialMountSmId == 265);
+
+static constexpr auto kRegistryRootSm = [] {
+  using T = RegistryRootSm;
+  return attrTable(
+      kFirst,
+      plain<&T::controllerdbConfig, &T::controllerdbConfigIs, &T::controllerdbConfigDel>("controllerdbConfig"),
+      plain<&T::controllerdbStatus>("controllerdbStatus"),
+      plain<&T::registrationRootDir, &T::registrationRootDirIs, &T::registrationRootDirDel>("registrationRootDir"),
+      plain<&T::controllerStatus, &T::controllerStatusIs, &T::controllerStatusDel>("controllerStatus"),
+      plain<&T::heartbeatPeerTable>("heartbeatPeerTable"),
+      plain<&T::serviceConfigDir>("serviceConfigDir"),
+      plain<&T::overrideServiceConfigDir>("overrideServiceConfigDir"),
+      plain<&T::allClientsServiceStatusDir>("allClientsServiceStatusDir"),
+      plain<&T::publishedMountsTable>("publishedMountsTable"),
+      plain<&T::noxFwkActivity, &T::noxFwkActivityIs>("noxFwkActivity"),
+      handler<keyed(&T::handleRegistration), unkeyed(&T::handleRegistration)>("handleRegistration", "name"),
+      keyedChild<wholeOf(&T::registrySm),
+                 memberOf(&T::registrySm),
+                 &T::registrySmIs,
+                 &T::newRegistrySm,
+                 &T::registrySmDel,
+                 &T::registrySmDelAll>(
+          "registrySm", "switchDir", "serviceStatusDir", "publishedMountsTable", "heartbeatPeerTable"),
+      handler<&T::handleEnabled>("handleEnabled"),
+      handler<&T::doCleanup>("doCleanup"),
+      handler<&T::handleInitialized>("handleInitialized"),
+      toggle<&T::hasNotificationActiveIs>("hasNotificationActiveIs"),
+      toggle<&T::noxDoZombieReactors>("noxDoZombieReactors"));
+}();
+
+static constexpr auto kSwitchRegistrySm = [] {
+  using T = SwitchRegistrySm;
+  return attrTable(kFirst,
+                   plain<&T::name>("name"),
+                   plain<&T::switchDir, &T::switchDirIs, &T::switchDirDel>("switchDir"),
+                   plain<&T::serviceStatusDir>("serviceStatusDir"),
+                   plain<&T::publishedMountsTable>("publishedMountsTable"),
+                   plain<&T::heartbeatPeerTable>("heartbeatPeerTable"),
+                   plain<&T::registryRootSm>("registryRootSm"),
+                   plain<&T::noxFwkActivity, &T::noxFwkActivityIs>("noxFwkActivity"),
+                   handler<keyed(&T::handleEntry), unkeyed(&T::handleEntry)>("handleEntry", "name"),
+                   child<&T::configSm, &T::configSmIs, &T::newConfigSm, &T::configSmDel>("configSm",
+                                                                                         "config",
+                                                                                         "status",
+                                                                                         "heartbeatPeerTable",
+                                                                                         "controllerStatus",
+                                                                                         "serviceConfigDir",
+                                                                                         "overrideServiceConfigDir",
+                                                                                         "controllerUUID",
+                                                                                         "serviceStatusDir",
+                                                                                         "switchId",
+                                                                                         "publishedMountsTable"),
+                   handler<&T::handleInitialized>("handleInitialized"),
+                   plain<&T::fwkKey>("fwkKey"),
+                   toggle<&T::hasNotificationActiveIs>("hasNotificationActiveIs"),
+                   toggle<&T::noxDoZombieReactors>("noxDoZombieReactors"));
+}();
+
+static constexpr auto kSwitchConfigSm = [] {
+  using T = SwitchConfigSm;
+  return attrTable(
+      kFirst,
+      plain<&T::config, &T::configIs, &T::configDel>("config"),
+      plain<&T::status>("status"),
+      plain<&T::heartbeatPeerTable, &T::heartbeatPeerTableIs, &T::heartbeatPeerTableDel>("heartbeatPeerTable"),
+      plain<&T::controllerStatus>("controllerStatus"),
+      plain<&T::serviceConfigDir, &T::serviceConfigDirIs, &T::serviceConfigDirDel>("serviceConfigDir"),
+      plain<&T::overrideServiceConfigDir, &T::overrideServiceConfigDirIs, &T::overrideServiceConfigDirDel>(
+          "overrideServiceConfigDir"),
+      plain<&T::controllerUUID>("controllerUUID"),
+      plain<&T::serviceStatusDir>("serviceStatusDir"),
+      plain<&T::switchId>("switchId"),
+      plain<&T::publishedMountsTable, &T::publishedMountsTableIs, &T::publishedMountsTableDel>("publishedMountsTable"),
+      plain<&T::switchRegistrySm>("switchRegistrySm"),
+      plain<&T::noxFwkActivity, &T::noxFwkActivityIs>("noxFwkActivity"),
+      plain<&T::switchReady>("switchReady"),
+      handler<&T::handleSwitchConfig>("handleSwitchConfig"),
+      handler<&T::handleHeartbeat>("handleHeartbeat", "systemId"),
+      handler<&T::doVersionNegotiation>("doVersionNegotiation", "serviceName"),
+      keyedPlain<wholeOf(&T::serviceConfig),
+                 memberOf(&T::serviceConfig),
+                 &T::serviceConfigIs,
+                 &T::serviceConfigDel,
+                 &T::serviceConfigDelAll>("serviceConfig"),
+      keyedPlain<wholeOf(&T::localServiceConfig),
+                 memberOf(&T::localServiceConfig),
+                 &T::localServiceConfigIs,
+                 &T::localServiceConfigDel,
+                 &T::localServiceConfigDelAll>("localServiceConfig"),
+      child<&T::systemPublishSm, &T::systemPublishSmIs, &T::newSystemPublishSm, &T::systemPublishSmDel>(
+          "systemPublishSm", "systemPublishedMount", "status", "publishedMountsTable"),
+      handler<keyed(&T::handleSystemPublish), unkeyed(&T::handleSystemPublish)>("handleSystemPublish", "systemId"),
+      handler<&T::handleServicePublishReady>("handleServicePublishReady", "service"),
+      handler<&T::doCleanup>("doCleanup"),
+      handler<&T::handleInitialized>("handleInitialized"),
+      toggle<&T::hasNotificationActiveIs>("hasNotificationActiveIs"),
+      toggle<&T::noxDoZombieReactors>("noxDoZombieReactors"));
+}();
+
+static constexpr auto kSystemPublishSm = [] {
+  using T = SystemPublishSm;
+  return attrTable(
+      kFirst,
+      plain<&T::systemPublishedMount, &T::systemPublishedMountIs, &T::systemPublishedMountDel>("systemPublishedMount"),
+      plain<&T::status>("status"),
+      plain<&T::publishedMountsTable, &T::publishedMountsTableIs, &T::publishedMountsTableDel>("publishedMountsTable"),
+      plain<&T::noxFwkActivity, &T::noxFwkActivityIs>("noxFwkActivity"),
+      handler<keyed(&T::handlePublishedMount), unkeyed(&T::handlePublishedMount)>("handlePublishedMount", "path"),
+      handler<&T::handleInitialized>("handleInitialized"),
+      toggle<&T::hasNotificationActiveIs>("hasNotificationActiveIs"),
+      toggle<&T::noxDoZombieReactors>("noxDoZombieReactors"),
+      unlisted(plain<&T::initialized, &T::initializedIs>("initialized")));
+}();
+
+constinit NoxType Root::noxType{"Controllerdb::Root", &Nox::Entity::noxType, nullptr, kRoot.view()};
+constinit NoxType RegistryRootSm::noxType{"Controllerdb::RegistryRootSm", nullptr, nullptr, kRegistryRootSm.view()};
+constinit NoxType SwitchRegistrySm::noxType{
+    "Controllerdb::SwitchRegistrySm", nullptr, nullptr, kSwitchRegistrySm.view()};
+constinit NoxType SwitchConfigSm::noxType{"Controllerdb::SwitchConfigSm", nullptr, nullptr, kSwitchConfigSm.view()};
+constinit NoxType SystemPublishSm::noxType{"Controllerdb::SystemPublishSm", nullptr, nullptr, kSystemPublishSm.view()};
+
+static TypeRegistration const rootType(Root::noxType);
+static TypeRegistration const registryRootSmType(RegistryRootSm::noxType);
+static TypeRegistration const switchRegistrySmType(SwitchRegistrySm::noxType);
+static TypeRegistration const switchConfigSmType(SwitchConfigSm::noxType);
+static TypeRegistration const systemPublishSmType(SystemPublishSm::noxType);
 
 }  // namespace Controllerdb

@@ -405,8 +405,8 @@ TEST_F(DirTest, WritesAreLogged) {
 }
 
 TEST(TypeDirectory, FindsATypeForAsLongAsItIsRegistered) {
-  static constinit Nox::NoxType const first{"Sample::First", &Entity::noxType, nullptr};
-  static constinit Nox::NoxType const second{"Sample::Second", &first, nullptr};
+  static constinit Nox::NoxType first{"Sample::First", &Entity::noxType, nullptr};
+  static constinit Nox::NoxType second{"Sample::Second", &first, nullptr};
   EXPECT_EQ(Nox::typeNamed("Nox::Dir"), &Dir::noxType);
   {
     Nox::TypeRegistration const a(first);
@@ -424,7 +424,7 @@ TEST(TypeDirectory, FindsATypeForAsLongAsItIsRegistered) {
 }
 
 TEST(TypeDirectory, ATypeThatIsRegisteredButNotMadeByNameIsRefused) {
-  static constinit Nox::NoxType const plain{"Sample::Plain", &Entity::noxType, nullptr};
+  static constinit Nox::NoxType plain{"Sample::Plain", &Entity::noxType, nullptr};
   Nox::TypeRegistration const registration(plain);
   auto const dir = Nox::make<Dir>("d");
   EXPECT_THROW(dir->newEntity("x", "Sample::Plain"), Nox::RangeException);

@@ -6,6 +6,8 @@
 #include <set>
 #include <string>
 
+#include "framework/generic_if.h"
+
 namespace {
 
 using Nox::Exception;

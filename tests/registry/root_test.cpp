@@ -33,8 +33,8 @@ TEST(Root, NamesItsAttributesById) {
   Log names;
   for (Nox::AttributeId id = 256; id <= 267; ++id) names.emplace_back(root->attributeString(id).view());
   EXPECT_THAT(names,
-              ElementsAre("",
-                          "",
+              ElementsAre("name",
+                          "isNondestructing",
                           "registrationRootDir",
                           "mountsRegistry",
                           "publishedMountsTable",
@@ -230,8 +230,8 @@ TEST(Root, SwitchesOffTheMachineThatItRemoves) {
 
 /// While it lives, service status directories cannot be made.
 struct NoServiceStatusDirs {
-  static constexpr Nox::NoxType kType{"Controller::ServiceStatusDir", &Nox::Entity::noxType, nullptr};
-  Nox::TypeRegistration registration{kType};
+  Nox::NoxType type{"Controller::ServiceStatusDir", &Nox::Entity::noxType};
+  Nox::TypeRegistration registration{type};
 };
 
 TEST(Root, KeepsItsMachineWhenAFactoryThrows) {

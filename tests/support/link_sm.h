@@ -28,7 +28,7 @@ inline Log heard() { return std::exchange(theLog, {}); }
 /// of its own class. All of them write down what is done to them.
 class LinkSm : public Nox::StateMachine<LinkSm>, public Nox::HashMapLink, Counted {
  public:
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
 
   /// A reactor that writes down how it is switched.
   template <class In>
@@ -141,7 +141,7 @@ class LinkSm : public Nox::StateMachine<LinkSm>, public Nox::HashMapLink, Counte
   Nox::HashMap<NoxPort, Name> port_;
   Nox::HashMap<LinkSm, Name> child_;
 };
-inline constinit Nox::NoxType const LinkSm::noxType{"Sample::LinkSm", nullptr, nullptr};
+inline constinit Nox::NoxType LinkSm::noxType{"Sample::LinkSm", nullptr, nullptr};
 
 /// A machine, its inputs, and an input that it does not have yet.
 class LinkSmTest : public testing::Test {

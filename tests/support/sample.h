@@ -45,7 +45,7 @@ class Device : public Nox::Typed<Device, Nox::Entity>, Counted {
     virtual void onPort() {}
     virtual void onCard(Nox::Name /*name*/) {}
   };
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
 
   class Port : public Nox::Row<Nox::Name, unsigned> {
    public:
@@ -92,7 +92,7 @@ class Device : public Nox::Typed<Device, Nox::Entity>, Counted {
   PortMap port_;
   CardMap card_;
 };
-inline constinit Nox::NoxType const Device::noxType{"Sample::Device", &Nox::Entity::noxType, nullptr};
+inline constinit Nox::NoxType Device::noxType{"Sample::Device", &Nox::Entity::noxType, nullptr};
 
 /// A record that derives from another.
 class Router : public Nox::Typed<Router, Device> {
@@ -101,7 +101,7 @@ class Router : public Nox::Typed<Router, Device> {
    public:
     virtual void onRoutes() {}
   };
-  static Nox::NoxType const noxType;
+  static Nox::NoxType noxType;
 
   explicit Router(Nox::Name name = "router") : Typed(std::move(name)) {}
   void routesIs(unsigned routes) { assign<&NotifieeConst::onRoutes>(routes_, routes); }
@@ -109,7 +109,7 @@ class Router : public Nox::Typed<Router, Device> {
  private:
   unsigned routes_ = 0;
 };
-inline constinit Nox::NoxType const Router::noxType{"Sample::Router", &Device::noxType, nullptr};
+inline constinit Nox::NoxType Router::noxType{"Sample::Router", &Device::noxType, nullptr};
 
 /// A reactor that writes down "NAME ATTRIBUTE" for all that it hears of a device, then does what it is told.
 class Recorder : public Device::NotifieeConst, Counted {

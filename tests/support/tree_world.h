@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "agent/host.h"
+#include "agent/library_path.h"
 #include "agent/scenario.h"
 #include "agent/state_tree.h"
 
@@ -57,7 +58,8 @@ class TreeWorld {
     return all;
   }
 
-  Host host;
+  Nox::Library library{libraryPath(std::nullopt)};
+  Host host{library};
   Tables& tables = host.tables();
   StateTree tree{tables};
 };

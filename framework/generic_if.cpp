@@ -1,0 +1,157 @@
+// The generic interface: from a name to the row of an attribute, and the checks that stand before every operation.
+#include "framework/generic_if.h"
+
+#include <charconv>
+#include <ostream>
+
+#include "framework/attr_table.h"
+#include "framework/entity.h"
+
+namespace Nox {
+namespace {
+
+constexpr std::array<std::string_view, 6> kOpNames{"read", "set", "instantiate", "new", "delete", "call"};
+
+/// The error id of a text with more in it than its value.
+constexpr Exception::Id kJunkBehindValue = 12;
+
+GenericIf::Value perform(GenericIf const& on, AttrRow const* row, std::string_view name, GenericIf::Op op,
+                         std::span<GenericIf::Value const> args) {
+  if (row == nullptr || (row->ops >> static_cast<unsigned>(op) & 1) == 0)
+    GenericIf::throwOpNotSupportedException(name, op);
+  auto& object = const_cast<PtrInterface&>(*on.object());
+  if (op == GenericIf::Op::kRead) return row->perform(*row, object, op, args);
+  if (on.isConst()) GenericIf::throwConstException();
+  Turn turn;
+  return row->perform(*row, object, op, args);
+}
+
+std::unique_ptr<GenericIf::AttributeIterator> iterate(GenericIf const& on, AttrRow const* row, std::string_view name) {
+  if (row == nullptr) GenericIf::throwOpNotSupportedException(name, GenericIf::Op::kRead);
+  if (row->iterate == nullptr) GenericIf::throwBadIndexAttrException(name, {});
+  return row->iterate(*on.object());
+}
+
+template <class T>
+Ptr<T> notNull(Ptr<T> const& object) {
+  return ValidPtr<T>(object);
+}
+
+}  // namespace
+
+GenericIf::GenericIf(Ptr<PtrInterface> const& object) : object_(notNull(object)), isConst_(false) {}
+GenericIf::GenericIf(Ptr<PtrInterface const> const& object) : object_(notNull(object)), isConst_(true) {}
+GenericIfEntity::GenericIfEntity(Ptr<Entity> const& entity) : GenericIf(Ptr<PtrInterface>(entity)) {}
+GenericIfEntity::GenericIfEntity(Ptr<Entity const> const& entity) : GenericIf(Ptr<PtrInterface const>(entity)) {}
+
+AttributeId GenericIf::attributeId(std::string_view name) const {
+  AttrRow const* const row = object_->fwkType().row(name);
+  return row != nullptr ? row->id : 0;
+}
+
+String8 GenericIf::attributeString(AttributeId id) const {
+  AttrRow const* const row = object_->fwkType().row(id);
+  return row != nullptr ? String8(row->name) : String8();
+}
+String8 GenericIfEntity::attributeString(AttributeId id) const {
+  return static_cast<Entity const&>(*object()).attributeString(id);
+}
+
+GenericIf::Value GenericIf::attributeOp(AttributeId id, Op op, std::span<Value const> args) const {
+  return perform(*this, object_->fwkType().row(id), std::to_string(id), op, args);
+}
+GenericIf::Value GenericIf::attributeOp(std::string_view name, Op op, std::span<Value const> args) const {
+  return perform(*this, object_->fwkType().row(name), name, op, args);
+}
+GenericIf::Value GenericIf::attributeOp(AttributeId id, Op op, std::initializer_list<Value> args) const {
+  return attributeOp(id, op, std::span(args.begin(), args.size()));
+}
+GenericIf::Value GenericIf::attributeOp(std::string_view name, Op op, std::initializer_list<Value> args) const {
+  return attributeOp(name, op, std::span(args.begin(), args.size()));
+}
+
+std::unique_ptr<GenericIf::AttributeIterator> GenericIf::attributeIteratorConst(AttributeId id) const {
+  return iterate(*this, object_->fwkType().row(id), std::to_string(id));
+}
+std::unique_ptr<GenericIf::AttributeIterator> GenericIf::attributeIteratorConst(std::string_view name) const {
+  return iterate(*this, object_->fwkType().row(name), name);
+}
+
+void GenericIf::throwConstException() { throw ConstException("attempting to modify a const instance"); }
+void GenericIf::throwTypeException(std::string_view expected) {
+  throw TypeException(String8("expected ") + String8(expected));
+}
+void GenericIf::throwOpNotSupportedException(std::string_view attribute, Op op) {
+  throw OpNotSupportedException(String8(kOpNames[static_cast<std::size_t>(op)]) + " not supported by attribute " +
+                                String8(attribute));
+}
+void GenericIf::throwUnknownArgException(std::string_view attribute, std::size_t known, std::size_t given) {
+  throw UnknownArgException(
+      format("%zu arguments given for attribute %s, which takes %zu", given, String8(attribute).charPtr(), known));
+}
+void GenericIf::throwBadIndexAttrException(std::string_view attribute, std::string_view expected) {
+  String8 const where = String8("bad index of attribute ") + String8(attribute);
+  throw BadIndexAttrException(
+      where + (expected.empty() ? String8(": it takes none") : String8(": expected ") + String8(expected)));
+}
+
+std::string_view GenericIf::Value::type() const noexcept {
+  static constexpr std::array<std::string_view, 5> kNames{
+      "null", TypeName<bool>::value, TypeName<unsigned>::value, TypeName<Seconds>::value, TypeName<String8>::value};
+  auto const held = object();
+  return held ? held->fwkType().name : kNames[value_.index()];
+}
+
+Ptr<PtrInterface const> GenericIf::Value::object() const noexcept {
+  if (auto const* found = std::get_if<Ptr<PtrInterface>>(&value_)) return *found;
+  if (auto const* found = std::get_if<Ptr<PtrInterface const>>(&value_)) return *found;
+  return nullptr;
+}
+
+std::ostream& operator<<(std::ostream& out, GenericIf::Value const& value) {
+  if (value.isNull()) return out << "null";
+  if (auto const object = value.object()) return out << valueToStrepOfRawPtr(object.get());
+  if (value.is<bool>()) return out << (value.as<bool>() ? "true" : "false");
+  if (value.is<unsigned>()) return out << value.as<unsigned>();
+  if (value.is<Seconds>()) return out << value.as<Seconds>();
+  return out << value.as<String8>();
+}
+
+constinit NoxType GenericIf::List_::noxType{"Nox::GenericIf::List_", nullptr};
+
+std::vector<Name> GenericIf::List_::names(Value const& list) {
+  auto const held = ptrCast<List_ const>(list.object());
+  if (!held) throwTypeException("List");
+  std::vector<Name> found;
+  for (Value const& element : held->elements()) {
+    auto const object = element.object();
+    AttrRow const* const row = object ? object->fwkType().row("name") : nullptr;
+    Value const name = row != nullptr ? GenericIf(object).attributeOp("name", Op::kRead) : Value();
+    if (!name.is<Name>()) throwTypeException("name");
+    found.push_back(name.as<Name>());
+  }
+  return found;
+}
+
+GenericIf::AttributeIterator::~AttributeIterator() = default;
+
+Ptr<PtrInterface> sequenceToValueOfPtr(std::string_view text) {
+  std::string_view digits = text;
+  bool const isPrefixed = digits.size() > 2 && digits[0] == '0' && (digits[1] | ' ') == 'x' &&
+                          std::isxdigit(static_cast<unsigned char>(digits[2])) != 0;
+  if (isPrefixed) digits.remove_prefix(2);
+  std::uintptr_t address = 0;
+  // A number that no pointer holds is read to its end all the same: it names nothing.
+  auto const [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), address, 16);
+  if (end != text.data() + text.size()) {
+    Exception::IdBitArray ids;
+    ids.add(kJunkBehindValue);
+    long long const column = end - text.data();
+    throw RangeException(format("junk at column %lld deserializing %s", column, String8(text).charPtr()), ids);
+  }
+  auto* const object = reinterpret_cast<PtrInterface*>(address);
+  bool const isObject = error == std::errc() && VFPtrInterface::isLive(object) && !object->isDying();
+  return isObject ? Ptr<PtrInterface>(object) : nullptr;
+}
+
+}  // namespace Nox

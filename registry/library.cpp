@@ -1,0 +1,12 @@
+// The one way into the library for who loads it at run time.
+#include "framework/library.h"
+
+#include "registry/root.h"
+
+extern "C" NOX_EXPORT Nox::LibraryInterface const* noxLibraryInterface() {
+  static constexpr Nox::LibraryInterface kInterface{
+      Nox::LibraryInterface::kVersion, ENROLIX_VERSION, [](Nox::Name name) -> Nox::Ptr<Nox::Entity> {
+        return Controllerdb::rootFactory(std::move(name));
+      }};
+  return &kInterface;
+}
