@@ -56,6 +56,7 @@ install(
   DESTINATION ${doc_folder}/${program_package}
   COMPONENT program
   PATTERN agent EXCLUDE)
+install(DIRECTORY examples/agent DESTINATION ${doc_folder}/${development_package}/examples COMPONENT development)
 foreach(component IN ITEMS libraries development program)
   install(
     FILES LICENSE
