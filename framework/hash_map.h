@@ -2,6 +2,7 @@
 #pragma once
 
 #include <iterator>
+#include <memory>
 #include <optional>
 
 #include "framework/hash_map_generic.h"
@@ -25,11 +26,12 @@ bool isBookmark(Key const& /*key*/) noexcept {
 template <class Value, class Key>
 class HashMap;
 
-/// The function table of one kind of collection, made on first use and shared by all its instances.
+/// The function table of one kind of collection, made on first use and shared by all its instances. It goes with the
+/// library whose collections it serves.
 template <class Value, class Key>
 struct HashMapVTable : HashMapVTableGeneric {
   static HashMapVTable const& table() {
-    static HashMapVTable const* const made = new HashMapVTable;
+    static std::unique_ptr<HashMapVTable const> const made(new HashMapVTable);
     return *made;
   }
 
