@@ -219,9 +219,6 @@ int replay(ReplayOptions const& options, std::ostream& problems) {
   } catch (FileError const& error) {
     problems << error.what() << '\n';
     return 1;
-  } catch (Nox::LibraryException const& error) {
-    problems << error.what() << '\n';
-    return 1;
   }
 }
 

@@ -32,11 +32,14 @@ struct AttrRow {
   unsigned flags = 0;
   unsigned ops = 0;  ///< One bit for each operation.
   AttributeId id = 0;
-  bool isInstantiating = false;  ///< It is described with its arguments: an instantiating attribute or a handler.
-  bool isListed = true;          ///< False for an attribute that is reached by name and not described.
+  bool isListed = true;  ///< False for an attribute that is reached by name and not described.
   /// Performs one of `ops`.
   Value (*perform)(AttrRow const& row, PtrInterface& self, Op op, Args args) = nullptr;
   std::unique_ptr<GenericIf::AttributeIterator> (*iterate)(PtrInterface const& self) = nullptr;
+
+  constexpr bool does(Op op) const { return (ops >> static_cast<unsigned>(op) & 1) != 0; }
+  /// Whether it is described with its arguments: an instantiating attribute or a handler.
+  constexpr bool isInstantiating() const { return does(Op::kInstantiate) || does(Op::kCall); }
 };
 
 namespace detail {
@@ -197,7 +200,6 @@ constexpr AttrRow child(std::string_view name, N... argNames) {
   using Op = GenericIf::Op;
   AttrRow row{.name = name, .type = TypeName<typename detail::MethodOf<Read>::Result>::value};
   detail::nameArgs<Is>(row, 0, argNames...);
-  row.isInstantiating = true;
   row.ops = detail::bitIf<Read>(Op::kRead) | detail::bitIf<Is>(Op::kInstantiate) | detail::bitIf<New>(Op::kNew) |
             detail::bitIf<Del>(Op::kDelete);
   row.perform = [](AttrRow const& self, PtrInterface& object, Op op, AttrRow::Args args) -> GenericIf::Value {
@@ -222,7 +224,6 @@ constexpr AttrRow keyedChild(std::string_view name, N... argNames) {
   static_assert(detail::MethodOf<Is>::arity == sizeof...(N) + 1, "one name for each constructor argument");
   AttrRow row = detail::keyedRow<Whole, Member, GenericIf::Op::kInstantiate, Is, New, Del, DelAll>(name);
   detail::nameArgs<Is>(row, 1, argNames...);
-  row.isInstantiating = true;
   return row;
 }
 
@@ -235,7 +236,6 @@ constexpr AttrRow handler(std::string_view name, N... argNames) {
   AttrRow row{.name = name, .type = TypeName<typename detail::MethodOf<Handler>::Result>::value};
   detail::nameArgs<Handler>(row, 0, argNames...);
   row.flags = NoxAttr::kHandler;
-  row.isInstantiating = true;
   row.ops = detail::bitIf<Handler>(Op::kCall);
   row.perform = [](AttrRow const& self, PtrInterface& object, Op /*op*/, AttrRow::Args args) -> GenericIf::Value {
     if constexpr (!std::is_null_pointer_v<decltype(Whole)>)
@@ -259,11 +259,7 @@ constexpr AttrRow unlisted(AttrRow row) {
   return row;
 }
 
-// Chooses among the readers of a collection: the whole, or one member.
-template <class C, class Map>
-consteval auto wholeOf(Map const& (C::*read)() const) {
-  return read;
-}
+/// Chooses, among a collection's readers, the one of one member.
 template <class C, class V, class K>
 consteval auto memberOf(Ptr<V> (C::*read)(K const&) const) {
   return read;
@@ -312,17 +308,17 @@ template <class... Rows>
 consteval AttrTable<sizeof...(Rows)> attrTable(AttributeId first, Rows... rows) {
   AttrTable<sizeof...(Rows)> table{.rows = {rows...}};
   for (AttrRow& row : table.rows) row.id = first++;
-  // Seeds are tried until every name has a slot of its own: a few dozen, as there are four slots for a name.
-  for (bool isPerfect = false; !isPerfect; table.seed += 0x9E3779B97F4A7C16) {
+  auto const hasPlacedAll = [&table] {
     table.slots = {};
-    isPerfect = true;
-    for (std::size_t i = 0; i < table.rows.size() && isPerfect; ++i) {
+    for (std::size_t i = 0; i < table.rows.size(); ++i) {
       std::uint8_t& slot = table.slots[attrHash(table.rows[i].name, table.seed) >> table.kShift];
-      isPerfect = slot == 0;
+      if (slot != 0) return false;
       slot = static_cast<std::uint8_t>(i + 1);
     }
-    if (isPerfect) break;
-  }
+    return true;
+  };
+  // Seeds are tried until every name has a slot of its own: a few dozen, as there are four slots for a name.
+  while (!hasPlacedAll()) table.seed += 0x9E3779B97F4A7C16;
   return table;
 }
 

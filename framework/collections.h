@@ -104,4 +104,10 @@ class Child {
   Ptr<T> child_;
 };
 
+/// Chooses, among a collection's readers, the one of the whole collection.
+template <class R, class Map>
+consteval auto whole(Map const& (R::*read)() const) {
+  return read;
+}
+
 }  // namespace Nox

@@ -17,8 +17,7 @@ constexpr Exception::Id kJunkBehindValue = 12;
 
 GenericIf::Value perform(GenericIf const& on, AttrRow const* row, std::string_view name, GenericIf::Op op,
                          std::span<GenericIf::Value const> args) {
-  if (row == nullptr || (row->ops >> static_cast<unsigned>(op) & 1) == 0)
-    GenericIf::throwOpNotSupportedException(name, op);
+  if (row == nullptr || !row->does(op)) GenericIf::throwOpNotSupportedException(name, op);
   auto& object = const_cast<PtrInterface&>(*on.object());
   if (op == GenericIf::Op::kRead) return row->perform(*row, object, op, args);
   if (on.isConst()) GenericIf::throwConstException();

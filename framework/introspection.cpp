@@ -67,7 +67,7 @@ void registerType(NoxType& type, IntrospectionReactor& reactor) {
     Name const name(row.name);
     Name const attrType(row.type);
     NoxAttr::NoxAttrIntrospectionFlags const introspectionFlags(row.ops);
-    if (!row.isInstantiating) {
+    if (!row.isInstantiating()) {
       reactor.defNoninstantiatingAttr(type, name, attrType, row.flags, introspectionFlags, row.id);
       continue;
     }

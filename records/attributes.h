@@ -61,12 +61,6 @@ constexpr Row internal(Row row) {
   return row;
 }
 
-/// Chooses, among a collection's readers, the one of the whole collection.
-template <class R, class Map>
-consteval auto whole(Map const& (R::*read)() const) {
-  return read;
-}
-
 /// Chooses, among a child's readers, the one that only reads the child.
 template <class R, class C>
 consteval auto childRead(Ptr<C> (R::*read)() const) {

@@ -18,7 +18,7 @@ using Nox::toggle;
 using Nox::TypeRegistration;
 using Nox::unkeyed;
 using Nox::unlisted;
-using Nox::wholeOf;
+using Nox::whole;
 
 /// A class's own attributes are numbered from here.
 static constexpr Nox::AttributeId kFirst = 256;
@@ -98,7 +98,7 @@ static constexpr auto kRegistryRootSm = [] {
       plain<&T::publishedMountsTable>("publishedMountsTable"),
       plain<&T::noxFwkActivity, &T::noxFwkActivityIs>("noxFwkActivity"),
       handler<keyed(&T::handleRegistration), unkeyed(&T::handleRegistration)>("handleRegistration", "name"),
-      keyedChild<wholeOf(&T::registrySm),
+      keyedChild<whole(&T::registrySm),
                  memberOf(&T::registrySm),
                  &T::registrySmIs,
                  &T::newRegistrySm,
@@ -161,12 +161,12 @@ static constexpr auto kSwitchConfigSm = [] {
       handler<&T::handleSwitchConfig>("handleSwitchConfig"),
       handler<&T::handleHeartbeat>("handleHeartbeat", "systemId"),
       handler<&T::doVersionNegotiation>("doVersionNegotiation", "serviceName"),
-      keyedPlain<wholeOf(&T::serviceConfig),
+      keyedPlain<whole(&T::serviceConfig),
                  memberOf(&T::serviceConfig),
                  &T::serviceConfigIs,
                  &T::serviceConfigDel,
                  &T::serviceConfigDelAll>("serviceConfig"),
-      keyedPlain<wholeOf(&T::localServiceConfig),
+      keyedPlain<whole(&T::localServiceConfig),
                  memberOf(&T::localServiceConfig),
                  &T::localServiceConfigIs,
                  &T::localServiceConfigDel,

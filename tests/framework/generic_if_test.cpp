@@ -101,7 +101,7 @@ constexpr auto kChassis = [] {
       Nox::plain<&T::uplink, &T::uplinkIs, &T::uplinkDel>("uplink"),
       Nox::plain<&T::mirror, &T::mirrorIs>("mirror"),
       Nox::child<&T::console, &T::consoleIs, &T::newConsole, &T::consoleDel>("console", "name"),
-      Nox::keyedPlain<Nox::wholeOf(&T::port), Nox::memberOf(&T::port), &T::portIs, &T::portDel, &T::portDelAll>("port"),
+      Nox::keyedPlain<Nox::whole(&T::port), Nox::memberOf(&T::port), &T::portIs, &T::portDel, &T::portDelAll>("port"),
       Nox::handler<&T::handleOne, &T::handleAll>("handle", "name"),
       Nox::handler<&T::handleNames>("handleNames", "names"),
       Nox::handler<&T::fail>("fail"),
