@@ -15,12 +15,20 @@ constinit NoxType PtrInterface::NotifieeConst::noxType{
 
 ActivityConfig::~ActivityConfig() = default;
 
-PtrInterface::NotifieeConst::NotifieeConst(bool flag) noexcept : flag_(flag) {
+PtrInterface::NotifieeConst::NotifieeConst(bool flag) noexcept : flag_(flag ? 1 : 0) {
   PtrInterface::hasNotificationActiveIs(true);
 }
 
 PtrInterface::NotifieeConst::~NotifieeConst() {
   if (NotifieeList::isLinked(*this)) list_->noxNotifiees().remove(*this);
+  if (detail::changesByKeyWait != 0) detail::forgetStays(*this);
+}
+
+void PtrInterface::NotifieeConst::statesKey() noexcept {
+  bool const linked = NotifieeList::isLinked(*this);
+  if (linked) list_->noxNotifiees().remove(*this);
+  statesKey_ = 1;
+  if (linked) list_->noxNotifiees().append(*this);
 }
 
 void PtrInterface::NotifieeConst::hasNotificationActiveIs(bool on) {
@@ -40,7 +48,7 @@ void PtrInterface::NotifieeConst::zeroReferencesIs(bool zero) {
 }
 
 void PtrInterface::NotifieeConst::isRegisteredNotifieeIs(bool registered) const {
-  isRegistered_ = registered;
+  isRegistered_ = registered ? 1 : 0;
   bool const linked = NotifieeList::isLinked(*this);
   if (registered && !linked && list_ != nullptr) list_->noxNotifiees().append(*this);
   if (!registered && linked) list_->noxNotifiees().remove(*this);
@@ -55,22 +63,40 @@ void PtrInterface::NotifieeConst::notifierIs(Ptr<PtrInterface const> const& noti
 }
 
 bool PtrInterface::NotifieeConst::hears(Entity const* entity) const noexcept {
-  return list_ == entity && isRegistered_ && hasNotificationActive() && !noxMarkedForDeletion();
+  return list_ == entity && isRegistered_ != 0 && hasNotificationActive() && !noxMarkedForDeletion();
+}
+
+static constinit thread_local std::uint64_t registrationClock = 0;
+
+std::uint64_t NotifieeList::clock() noexcept { return registrationClock; }
+
+PtrInterface::NotifieeConst* NotifieeList::firstKeyed() const noexcept {
+  if (first_ == nullptr || first_->previous_->statesKey_ == 0) return nullptr;
+  PtrInterface::NotifieeConst* n = first_;
+  while (n->statesKey_ == 0) n = n->next_;
+  return n;
 }
 
 void NotifieeList::append(PtrInterface::NotifieeConst const& n) noexcept {
   auto* const reactor = const_cast<PtrInterface::NotifieeConst*>(&n);
+  reactor->order_ = ++registrationClock;
+  auto* const next = reactor->statesKey_ != 0 ? nullptr : firstKeyed();
+  reactor->next_ = next;
   if (first_ == nullptr) {
-    first_ = reactor;
-  } else {
-    n.previous_ = first_->previous_;
-    first_->previous_->next_ = reactor;
+    first_ = reactor->previous_ = reactor;
+    return;
   }
-  first_->previous_ = reactor;
-  n.next_ = nullptr;
+  auto& before = next != nullptr ? next->previous_ : first_->previous_;
+  reactor->previous_ = std::exchange(before, reactor);
+  if (next == first_)
+    first_ = reactor;
+  else
+    reactor->previous_->next_ = reactor;
 }
 
 void NotifieeList::remove(PtrInterface::NotifieeConst const& n) noexcept {
+  ++registrationClock;
+  if (detail::changesByKeyWait != 0) detail::noteStay(n, n.order_);
   if (n.next_ != nullptr)
     n.next_->previous_ = n.previous_;
   else

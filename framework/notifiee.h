@@ -4,6 +4,7 @@
 #include <string_view>
 #include <type_traits>
 
+#include "framework/key_interest.h"
 #include "framework/name.h"
 #include "framework/ptr.h"
 #include "framework/turn.h"
@@ -72,8 +73,12 @@ class NOX_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
   void noxNotifierTypeIs(NoxType const& type) noexcept { notifierType_ = &type; }
 
  private:
+  friend class KeyInterest;
   friend class NotifieeList;
   friend class TurnQueue;
+
+  /// Makes it a reactor that is called for the changes under its key alone.
+  void statesKey() noexcept;
 
   /// Bit of `flags_`: was registered when notification was switched off.
   static constexpr std::uint32_t kWasRegistered = 0x80000;
@@ -88,8 +93,10 @@ class NOX_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
   NoxType const* notifierType_ = nullptr;
   std::uint32_t flags_ = 0;
   Nox_BitSet bits_ = 0;
-  mutable bool isRegistered_ = true;
-  bool flag_;
+  mutable std::uint64_t order_ : 61 = 0;  // rises from one registration to the next
+  mutable std::uint64_t isRegistered_ : 1 = 1;
+  std::uint64_t statesKey_ : 1 = 0;
+  std::uint64_t flag_ : 1;
 };
 
 /// A reactor that may change what it watches.
@@ -101,14 +108,18 @@ class NOX_EXPORT PtrInterface::Notifiee : public PtrInterface::NotifieeConst {
   }
 };
 
-/// The reactors registered with one entity, in the order of registration: intrusive, so that coming and going cost the
-/// same whatever their number.
+/// The reactors registered with one entity: intrusive, so that coming and going cost the same whatever their number.
+/// First those that are called for every change, then those that state a key; each part in the order of registration.
 class NOX_EXPORT NotifieeList {
  public:
   bool empty() const noexcept { return first_ == nullptr; }
   PtrInterface::NotifieeConst* first() const noexcept { return first_; }
+  /// The first of those that state a key, or null.
+  PtrInterface::NotifieeConst* firstKeyed() const noexcept;
   static PtrInterface::NotifieeConst* next(PtrInterface::NotifieeConst const& n) noexcept { return n.next_; }
   static bool isLinked(PtrInterface::NotifieeConst const& n) noexcept { return n.previous_ != nullptr; }
+  /// Rises with every registration and withdrawal on this thread.
+  static std::uint64_t clock() noexcept;
   void append(PtrInterface::NotifieeConst const& n) noexcept;
   void remove(PtrInterface::NotifieeConst const& n) noexcept;
 
@@ -142,6 +153,7 @@ template <class N, void (N::*On)()>
 struct Operation<On> {
   static constexpr NoxType const* notifier = &N::Notifier::noxType;
   static constexpr void (*dropKey)(void*) noexcept = nullptr;
+  static constexpr std::uint64_t (*keyWord)(void const*) = nullptr;
   static void call(PtrInterface::NotifieeConst& reactor, void const* /*key*/) { (static_cast<N&>(reactor).*On)(); }
 };
 /// An operation with a key.
@@ -155,6 +167,11 @@ struct Operation<On> {
   }
   static void destroy(void* key) noexcept { static_cast<Key*>(key)->~Key(); }
   static constexpr void (*dropKey)(void*) noexcept = std::is_trivially_destructible_v<Key> ? nullptr : &destroy;
+  static constexpr auto keyWord = [] {
+    std::uint64_t (*read)(void const*) = nullptr;
+    if constexpr (ChoosableKey<Key>) read = [](void const* key) { return static_cast<Key const*>(key)->keyWord(); };
+    return read;
+  }();
 };
 
 /// An operation that is told which member changed.
@@ -170,6 +187,7 @@ template <auto On>
 inline constexpr Notification notification{detail::Operation<On>::notifier,
                                            &detail::Operation<On>::call,
                                            detail::Operation<On>::dropKey,
+                                           detail::Operation<On>::keyWord,
                                            detail::operationName<On>()};
 
 /// Chooses the keyed form among an operation's overloads: `keyed(&NotifieeConst::onService)` is onService(Nox::Name).

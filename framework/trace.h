@@ -52,6 +52,7 @@ class NOX_EXPORT TraceHandle {
   bool levelEnabled(int level) const { return (levels_ >> static_cast<unsigned>(level) & 1U) != 0; }
   /// Whether messages of this level are wanted.
   bool wants(int level) const { return enabled() && levelEnabled(level); }
+  bool wantsAny(TraceLevels levels) const { return enabled() && (levels_ & levels) != 0; }
 
  private:
   friend NOX_EXPORT void traceEnabledIs(std::string_view facility, bool enabled);
@@ -90,6 +91,11 @@ NOX_EXPORT TraceSink traceSinkIs(TraceSink sink);
 /// If not null, every message is written to it, also of a facility or level that is off. Not owned. One line a message:
 /// `<facility> <level> <file>:<line> <function> <1 if enabled, else 0> <text>`, the text as `writeOneLine` writes it.
 extern NOX_EXPORT std::ostream* coverageStream_;
+
+/// Whether a statement of one of these levels would leave anything behind, in either channel.
+inline bool tracesAny(TraceHandle const& handle, TraceLevels levels) {
+  return handle.wantsAny(levels) || coverageStream_ != nullptr || Swiftlog::theTraceFile != nullptr;
+}
 
 /// Hands a message to the sink if `enabled`, and to the coverage stream if there is one. `text` is read, not changed.
 NOX_EXPORT void traceHelper(char const* name, Nox::String8 context, std::stringstream& text, int level, bool enabled,

@@ -1,7 +1,9 @@
 // The queue of waiting notifications, and its delivery when the outermost turn closes.
 #include "framework/turn.h"
 
+#include <algorithm>
 #include <exception>
+#include <unordered_map>
 #include <vector>
 
 #include "framework/entity.h"
@@ -9,29 +11,47 @@
 
 namespace Nox {
 
-/// The changes that wait on one thread: each names the reactors that were registered when it was written.
+constinit thread_local unsigned detail::changesByKeyWait = 0;
+
+/// The changes that wait on one thread. Each names the reactors that were registered when it was written, except those
+/// that state a key if it has one: they are looked up when it is delivered, as they may state another one by then.
 class TurnQueue {
  public:
+  using Reactor = PtrInterface::NotifieeConst;
+
   void push(Entity const& notifier, Notification const& what, KeySlot key) {
     std::size_t const from = reactors_.size();
-    for (auto* r = notifier.noxNotifiees().first(); r != nullptr; r = NotifieeList::next(*r)) {
-      if (r->noxNotifierType() == nullptr || !r->noxNotifierType()->isA(*what.notifier)) continue;
-      r->hold();
-      reactors_.push_back(r);
+    NotifieeList const& list = notifier.noxNotifiees();
+    Reactor* const keyed = list.firstKeyed();
+    bool const byKey = keyed != nullptr && what.keyWord != nullptr;
+    addAll(list.first(), keyed, what);
+    if (keyed != nullptr && !byKey) {
+      auto const middle = static_cast<std::ptrdiff_t>(reactors_.size());
+      addAll(keyed, nullptr, what);
+      std::inplace_merge(reactors_.begin() + static_cast<std::ptrdiff_t>(from),
+                         reactors_.begin() + middle,
+                         reactors_.end(),
+                         [](Reactor* a, Reactor* b) { return a->order_ < b->order_; });
     }
-    if (reactors_.size() == from) {
+    if (reactors_.size() == from && !byKey) {
       if (what.dropKey != nullptr) what.dropKey(&key);
       return;
     }
+    if (byKey) ++detail::changesByKeyWait;
     notifier.hold();
-    changes_.push_back({&notifier, &what, key, reactors_.size()});
+    changes_.push_back({&notifier, &what, key, reactors_.size(), byKey ? NotifieeList::clock() : kForNamed});
   }
 
   /// Delivers until nothing waits. A handler may write, which appends here.
   void drain() noexcept {
     while (nextChange_ < changes_.size()) {
       Change change = changes_[nextChange_++];
-      while (nextReactor_ < change.reactorsEnd) deliver(change, *reactors_[nextReactor_++]);
+      if (change.writtenAt == kForNamed) {
+        while (nextReactor_ < change.reactorsEnd) deliver(change, *reactors_[nextReactor_++]);
+      } else {
+        deliverByKey(change);
+        --detail::changesByKeyWait;
+      }
       if (change.what->dropKey != nullptr) change.what->dropKey(&change.key);
       change.notifier->unhold();
       compact();
@@ -40,15 +60,88 @@ class TurnQueue {
 
   std::exception_ptr takeException() noexcept { return std::exchange(firstException_, nullptr); }
 
+  void noteStay(Reactor const& reactor, std::uint64_t from) {
+    stays_[&reactor].push_back({reactor.list_, from, NotifieeList::clock()});
+  }
+  void forgetStays(Reactor const& reactor) noexcept { stays_.erase(&reactor); }
+
  private:
   struct Change {
     Entity const* notifier;  // held
     Notification const* what;
     KeySlot key;
     std::size_t reactorsEnd;  // where its part of `reactors_` ends; it starts where the previous change's ends
+    std::uint64_t writtenAt;  // for a change by key: the registration clock at that time
+  };
+  static constexpr std::uint64_t kForNamed = ~std::uint64_t{0};
+  /// A registration that has ended: from its place in the order to the time of its end.
+  struct Stay {
+    Entity const* notifier;
+    std::uint64_t from;
+    std::uint64_t until;
+  };
+  /// A held reactor that is to be called, and its place in the order.
+  struct Due {
+    std::uint64_t place;
+    Reactor* reactor;
+    friend bool operator<(Due const& a, Due const& b) noexcept { return a.place < b.place; }
   };
 
-  void deliver(Change const& change, PtrInterface::NotifieeConst& reactor) noexcept {
+  void addAll(Reactor* first, Reactor const* end, Notification const& what) {
+    for (Reactor* r = first; r != end; r = NotifieeList::next(*r)) {
+      if (r->noxNotifierType() == nullptr || !r->noxNotifierType()->isA(*what.notifier)) continue;
+      r->hold();
+      reactors_.push_back(r);
+    }
+  }
+
+  /// Calls the named reactors and those that state the key, in the order of their registrations.
+  void deliverByKey(Change const& change) noexcept {
+    due_.clear();
+    for (; nextReactor_ < change.reactorsEnd; ++nextReactor_)
+      due_.push_back({placeOf(*reactors_[nextReactor_], change), reactors_[nextReactor_]});
+    for (std::size_t i = 0;; ++i) {
+      if (i == 0 || KeyInterest::generation() != generation_) addInterested(change, i);
+      if (i == due_.size()) break;
+      deliver(change, *due_[i].reactor);
+    }
+  }
+  /// Adds those that state the change's key now and come behind the first `served` of `due_`.
+  void addInterested(Change const& change, std::size_t served) {
+    generation_ = KeyInterest::generation();
+    std::size_t const sorted = due_.size();
+    auto const add = [&](Reactor& r) {
+      Due const due{placeOf(r, change), &r};
+      if (due.place == 0 || (served != 0 && !(due_[served - 1] < due))) return;
+      auto const middle = due_.begin() + static_cast<std::ptrdiff_t>(sorted);
+      if (std::binary_search(due_.begin() + static_cast<std::ptrdiff_t>(served), middle, due)) return;
+      r.hold();
+      due_.push_back(due);
+    };
+    if (IgnoredChangesShow::ofNotifier(change.notifier->fwkType())) {
+      for (Reactor* r = change.notifier->noxNotifiees().firstKeyed(); r != nullptr; r = NotifieeList::next(*r)) add(*r);
+      for (auto const& [r, stays] : stays_)  // they may register again before their turn comes
+        if (r->statesKey_ != 0 && !(r->list_ == change.notifier && NotifieeList::isLinked(*r)))
+          add(const_cast<Reactor&>(*r));
+    } else {
+      KeyInterest::forEach(change.what->keyWord(&change.key), add);
+    }
+    if (due_.size() != sorted) std::sort(due_.begin() + static_cast<std::ptrdiff_t>(served), due_.end());
+  }
+  /// The reactor's place among those that were registered when the change was written; 0 if it was not, or has left for
+  /// good.
+  std::uint64_t placeOf(Reactor const& r, Change const& change) const noexcept {
+    if (r.list_ == change.notifier && NotifieeList::isLinked(r) && r.order_ <= change.writtenAt) return r.order_;
+    if (stays_.empty()) return 0;
+    auto const at = stays_.find(&r);
+    if (at != stays_.end())
+      for (Stay const& stay : at->second)
+        if (stay.notifier == change.notifier && stay.from <= change.writtenAt && change.writtenAt < stay.until)
+          return stay.from;
+    return 0;
+  }
+
+  void deliver(Change const& change, Reactor& reactor) noexcept {
     if (reactor.hears(change.notifier)) {
       try {
         change.what->call(reactor, &change.key);
@@ -59,7 +152,7 @@ class TurnQueue {
     }
     reactor.unhold();
   }
-  void tell(PtrInterface::NotifieeConst& reactor) noexcept {
+  void tell(Reactor& reactor) noexcept {
     try {
       reactor.onNotificationException();
     } catch (...) {  // the first exception is the one that is reported
@@ -70,6 +163,7 @@ class TurnQueue {
     if (nextChange_ == changes_.size()) {
       changes_.clear();
       reactors_.clear();
+      stays_.clear();
       nextChange_ = nextReactor_ = 0;
     } else if (nextChange_ > kCompactAt && nextChange_ > changes_.size() / 2) {
       changes_.erase(changes_.begin(), changes_.begin() + static_cast<std::ptrdiff_t>(nextChange_));
@@ -82,9 +176,12 @@ class TurnQueue {
   static constexpr std::size_t kCompactAt = 1024;
 
   std::vector<Change> changes_;
-  std::vector<PtrInterface::NotifieeConst*> reactors_;  // held
+  std::vector<Reactor*> reactors_;  // held
   std::size_t nextChange_ = 0;
   std::size_t nextReactor_ = 0;
+  std::vector<Due> due_;                                         // of the change that is being delivered by key
+  std::uint64_t generation_ = 0;                                 // of the interests when `due_` was filled
+  std::unordered_map<Reactor const*, std::vector<Stay>> stays_;  // while changes by key wait
   std::exception_ptr firstException_;
 };
 
@@ -116,6 +213,12 @@ Turn::~Turn() noexcept(false) {
 }
 
 bool Turn::isOpen() noexcept { return openTurns != 0; }
+
+void detail::noteStay(PtrInterface::NotifieeConst const& reactor, std::uint64_t registeredAt) noexcept {
+  queue().noteStay(reactor, registeredAt);
+}
+
+void detail::forgetStays(PtrInterface::NotifieeConst const& reactor) noexcept { queue().forgetStays(reactor); }
 
 void queueNotification(Entity const& notifier, Notification const& what, KeySlot key) {
   Turn turn;

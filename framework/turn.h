@@ -19,7 +19,8 @@ struct Notification {
   NoxType const* notifier;  ///< The class that declares the attribute.
   void (*call)(PtrInterface::NotifieeConst& reactor, void const* key);
   void (*dropKey)(void* key) noexcept;  ///< Destroys a key that has waited; null where there is nothing to destroy.
-  std::string_view name;                ///< The operation's name, "onEnabled".
+  std::uint64_t (*keyWord)(void const* key);  ///< The key as one word, null where reactors may not choose by it.
+  std::string_view name;                      ///< The operation's name, "onEnabled".
 };
 
 /// A stretch of work. Every outside call opens one; turns nest, and when the outermost closes, also by an exception,
@@ -46,7 +47,18 @@ class NOX_EXPORT Turn {
 };
 
 /// Queues a change of `notifier` for the reactors that are registered with it now, in their order, and takes the key
-/// over. Delivers at once, in a turn of its own, if none is open.
+/// over. Delivers at once, in a turn of its own, if none is open. A change whose key reactors may choose by is for
+/// those alone, of the ones that state a key, that state this one when their turn comes.
 NOX_EXPORT void queueNotification(Entity const& notifier, Notification const& what, KeySlot key);
+
+namespace detail {
+
+/// How many changes wait on this thread for those that state their key. While there are any, a registration that ends
+/// is noted: its reactor may register again before they are delivered.
+extern NOX_EXPORT constinit thread_local unsigned changesByKeyWait;
+NOX_EXPORT void noteStay(PtrInterface::NotifieeConst const& reactor, std::uint64_t registeredAt) noexcept;
+NOX_EXPORT void forgetStays(PtrInterface::NotifieeConst const& reactor) noexcept;
+
+}  // namespace detail
 
 }  // namespace Nox

@@ -45,6 +45,8 @@ class NOX_EXPORT SystemId {
   constexpr Lumo::EthAddr address() const noexcept { return address_; }
   Nox::String8 stringValue() const { return address_.stringValue(); }
   std::uint32_t hash() const noexcept { return address_.hash(); }
+  /// As the key by which reactors choose.
+  std::uint64_t keyWord() const noexcept { return address_.bits(); }
 
   friend constexpr bool operator==(SystemId const&, SystemId const&) noexcept = default;
   friend constexpr bool operator<(SystemId const& a, SystemId const& b) noexcept { return a.address_ < b.address_; }

@@ -35,7 +35,12 @@ class NOX_EXPORT SwitchConfig : public Nox::Typed<SwitchConfig, Nox::Entity> {
   using Typed::Typed;
 
   Controller::SystemId const& systemId() const noexcept { return systemId_; }
-  void systemIdIs(Controller::SystemId const& id) { assign<&NotifieeConst::onSystemId>(systemId_, id); }
+  void systemIdIs(Controller::SystemId const& id) {
+    systemIdKey_.keyIs(id.keyWord());
+    assign<&NotifieeConst::onSystemId>(systemId_, id);
+  }
+  /// The system id as the key that reactors of other records follow.
+  Nox::KeySource const& systemIdKey() const noexcept { return systemIdKey_; }
 
   /// The switch's connection settings, in its own words.
   Nox::String8 const& connectionConfig() const noexcept { return connectionConfig_; }
@@ -69,6 +74,7 @@ class NOX_EXPORT SwitchConfig : public Nox::Typed<SwitchConfig, Nox::Entity> {
   bool enabled_ = false;
   unsigned registrationGenId_ = 0;
   Controller::SystemId systemId_;
+  Nox::KeySource systemIdKey_;
   Nox::String8 connectionConfig_;
   ServiceConfigMap serviceConfig_;
 };

@@ -22,6 +22,11 @@ ValidPtr<SystemPublishSm> SwitchConfigSm::newSystemPublishSm(SystemPublishSm::Mo
   return SystemPublishSm::SystemPublishSmIs(mount, status, table);
 }
 
+/// Offers of other ids leave traces and nothing else: of the handler, of the readiness and of its absence.
+static Nox::IgnoredChangesShow const ignoredOffersShow(Controller::PublishedMountsTable::noxType, [] {
+  return Nox::tracesAny(enrolixTrace(), Nox::traceLevels({8, 5, 4}));
+});
+
 /// Not ready leaves the machine and what is published as they are, deliberately: a switch that comes back finds its
 /// mounts in place.
 void SwitchConfigSm::handleSystemPublish(SystemId const& systemId) {

@@ -31,6 +31,12 @@ SwitchConfigSm::SwitchConfigSm(ConfigPtr const& config, StatusPtr const& status,
   handleInitialized();
 }
 
+void SwitchConfigSm::followSystemId() {
+  ConfigPtr const config = config_.get();
+  if (auto const& reactor = heartbeatPeerTable_.reactor()) reactor->follow(config);
+  if (auto const& reactor = publishedMountsTable_.reactor()) reactor->follow(config);
+}
+
 /// However the machine ends, the switch's rows leave the controller's table first.
 SwitchConfigSm::~SwitchConfigSm() {
   doCleanup();
@@ -125,6 +131,11 @@ void SwitchConfigSm::shutDown() {
   if (status_) status_->clientShutdownAckIs(true);
   doCleanup();
 }
+
+/// Peers of other ids leave a trace and nothing else.
+static Nox::IgnoredChangesShow const ignoredPeersShow(Controller::PeerTable::noxType, [] {
+  return Nox::tracesAny(enrolixTrace(), Nox::traceLevels({8}));
+});
 
 void SwitchConfigSm::handleHeartbeat(Controller::SystemId const& systemId) {
   TRACE_TEXT(8,

@@ -18,6 +18,7 @@ class SwitchRegistrySm;
 /// changes, and two registrations with one id share them. Deliberate.
 class NOX_EXPORT SwitchConfigSm final : public Nox::StateMachine<SwitchConfigSm> {
  public:
+  using ConfigPtr = Nox::Ptr<ControllerRegistration::SwitchConfig const>;
   using RecordPtr = Nox::Ptr<Controller::ServiceConfigV1 const>;
 
   /// A reactor of this machine: its way back is set and cleared by name.
@@ -44,17 +45,33 @@ class NOX_EXPORT SwitchConfigSm final : public Nox::StateMachine<SwitchConfigSm>
       if (auto sm = live()) sm->handleServiceConfig();
     }
 
+    void notifierIs(Nox::Ptr<Nox::PtrInterface const> const& notifier) override {
+      Nox::Turn turn;
+      Watch::notifierIs(notifier);
+      if (Nox::Held<SwitchConfigSm> const owner(sm()); owner) owner->followSystemId();
+    }
+
    protected:
     void handleNotifier(SwitchConfigSm& sm) override {
       sm.handleSwitchConfig();
       sm.handleServiceConfig();
     }
   };
+  /// A reactor that cares about the switch's system id: changes of other switches pass it by.
+  template <class In>
+  class OwnSystemWatch : public Watch<In> {
+   public:
+    OwnSystemWatch(Nox::Ptr<In> const& input, SwitchConfigSm* sm) : Watch<In>(input, sm) { follow(sm->config()); }
+    void follow(ConfigPtr const& config) { interest_.sourceIs(config ? &config->systemIdKey() : nullptr); }
+
+   private:
+    Nox::KeyInterest interest_{*this};
+  };
   /// The peers that the controller hears. The immediate form is left empty and another table runs no pass: a peer is
   /// looked at when it is named.
-  class NoxHeartbeatPeerTable final : public Watch<Controller::PeerTable const> {
+  class NoxHeartbeatPeerTable final : public OwnSystemWatch<Controller::PeerTable const> {
    public:
-    using Watch::Watch;
+    using OwnSystemWatch::OwnSystemWatch;
     void onPeer(Controller::SystemId const& systemId) override {
       if (auto sm = live()) sm->handleHeartbeat(systemId);
     }
@@ -81,9 +98,9 @@ class NOX_EXPORT SwitchConfigSm final : public Nox::StateMachine<SwitchConfigSm>
   };
   /// What the switches offer, and which services are ready. The immediate forms are left empty: an offer is looked at
   /// when it is named.
-  class NoxPublishedMountsTable final : public Watch<Controller::PublishedMountsTable const> {
+  class NoxPublishedMountsTable final : public OwnSystemWatch<Controller::PublishedMountsTable const> {
    public:
-    using Watch::Watch;
+    using OwnSystemWatch::OwnSystemWatch;
     void onSystem(Controller::SystemId const& systemId) override {
       if (auto sm = live()) sm->handleSystemPublish(systemId);
     }
@@ -133,7 +150,6 @@ class NOX_EXPORT SwitchConfigSm final : public Nox::StateMachine<SwitchConfigSm>
     void handleZombie(SwitchConfigSm& sm) override { sm.nox_handleLocalServiceConfig(*this); }
   };
 
-  using ConfigPtr = Nox::Ptr<ControllerRegistration::SwitchConfig const>;
   using StatusPtr = Nox::Ptr<ControllerRegistration::SwitchStatus>;
   using PeerTablePtr = Nox::Ptr<Controller::PeerTable const>;
   using ControllerStatusPtr = Nox::Ptr<ControllerRegistration::ControllerStatus>;
@@ -155,8 +171,15 @@ class NOX_EXPORT SwitchConfigSm final : public Nox::StateMachine<SwitchConfigSm>
   // pass.
 
   ConfigPtr config() const { return config_.get(); }
-  void configIs(ConfigPtr const& config) { config_.replace(*this, &SwitchConfigSm::newConfig, config); }
-  void configDel() { config_.retire(); }
+  void configIs(ConfigPtr const& config) {
+    Nox::Turn turn;
+    config_.replace(*this, &SwitchConfigSm::newConfig, config);
+    followSystemId();
+  }
+  void configDel() {
+    config_.retire();
+    followSystemId();
+  }
   Nox::ValidPtr<NoxConfig> newConfig(ConfigPtr const& config) { return newReactor<NoxConfig>(config); }
 
   PeerTablePtr heartbeatPeerTable() const { return heartbeatPeerTable_.get(); }
@@ -302,6 +325,8 @@ class NOX_EXPORT SwitchConfigSm final : public Nox::StateMachine<SwitchConfigSm>
                     serviceConfig_,
                     localServiceConfig_);
   }
+  /// Tells the reactors that care about the system id whose it is, at every change of `config`.
+  void followSystemId();
   void shutDown();
   void answer(ControllerRegistration::SwitchConfig const& config);
 

@@ -28,10 +28,14 @@ class NOX_EXPORT SystemPublishSm final : public Nox::StateMachine<SystemPublishS
     }
     void onPublishedMountnoxImmediate() override {}
   };
-  /// The table of readiness: held, and read when a mount is published. The switch's own machine follows its changes.
+  /// The table of readiness: held, and read when a mount is published. The switch's own machine follows its changes; to
+  /// this reactor no offer's change is delivered.
   class NoxPublishedMountsTable final : public Watch<Controller::PublishedMountsTable const> {
    public:
     using Watch::Watch;
+
+   private:
+    Nox::KeyInterest none_{*this};
   };
 
   using MountPtr = Nox::Ptr<Controller::SystemPublishedMount const>;
