@@ -78,6 +78,38 @@ TEST(Library, WhatIsNoRegistryIsRefusedWithOneLine) {
   }
 }
 
+TEST(Library, WhatSpeaksAnotherVersionOrSaysNothingIsRefusedWithOneLine) {
+  Folder const folder;
+  folder.write("empty.jsonl", "");
+  struct {
+    char const* library;
+    char const* reason;
+  } const cases[] = {{"other_version", ": speaks version 2 of the library interface, this program 1"},
+                     {"null_interface", ": is no registry library: it has no noxLibraryInterface"}};
+  for (auto const& [name, reason] : cases) {
+    std::string const path = std::string(ENROLIX_FOREIGN_LIBRARIES "/") + name + ".so";
+    try {
+      Nox::Library const library(path);
+      ADD_FAILURE() << "loaded " << path;
+    } catch (Nox::LibraryException const& refused) {
+      EXPECT_EQ(refused.what(), path + reason);
+    }
+    for (char const* const command : {"replay empty.jsonl", "types", "types --json"}) {
+      Outcome const refused = runProgram(folder, std::string(command) + " --library '" + path + "'");
+      EXPECT_EQ(refused.status, 1) << command;
+      EXPECT_EQ(refused.err, path + reason + "\n") << command;
+      EXPECT_EQ(refused.out, "") << command;
+    }
+  }
+}
+
+TEST(Library, OneThatMakesNoRootIsFoundOutWhenItIsAsked) {
+  std::string const path = ENROLIX_FOREIGN_LIBRARIES "/without_root.so";
+  Nox::Library const library(path);
+  EXPECT_STREQ(library.interface().release, "0.0.0");
+  EXPECT_THROW(library.rootFactory("root"), Nox::RangeException);
+}
+
 TEST(Library, TheProgramTakesTheLibraryThatItIsGiven) {
   Folder const folder;
   folder.write("empty.jsonl", "");
