@@ -23,6 +23,10 @@ class CountedWord {
   void reference(std::uint32_t by = 1) noexcept {
     if (!isStatic()) word_.fetch_add(by, std::memory_order_relaxed);
   }
+  /// The same for a word that nobody else can reach any more.
+  void referenceAlone(std::uint32_t by) noexcept {
+    if (!isStatic()) word_.store(value() + by, std::memory_order_relaxed);
+  }
   /// Drops one reference; true if what remains under `countMask` is zero. Releases what this thread wrote to the thread
   /// that destroys.
   bool release(std::uint32_t countMask = ~std::uint32_t{0}) noexcept {
@@ -30,7 +34,7 @@ class CountedWord {
   }
   /// Sets or clears a flag. On a static word it would destroy the marker, so there it does nothing.
   void flagIs(std::uint32_t flag, bool on) noexcept {
-    if (isStatic()) return;
+    if (isStatic() || has(flag) == on) return;
     if (on)
       word_.fetch_or(flag, std::memory_order_relaxed);
     else

@@ -91,7 +91,13 @@ class HashMap : public HashMapGeneric {
   /// null if there is none.
   Ptr<Value> deleteMember(Iterator const& at);
   /// The same for the first member of that key, with a hook that does nothing.
-  Ptr<Value> memberDel(Key const& key) { return deleteMember(Iterator(*this, key)); }
+  Ptr<Value> memberDel(Key const& key) {
+    Ptr<Value> member = Ptr<Value>::adopt(find(key));
+    if (!member) return member;
+    deleteMemberG(ops(), member.get(), &key);
+    maybeShrinkG();
+    return member;
+  }
   /// Removes every member in order, each with the hook of the given position, which starts at the first.
   void deleteAll(Iterator&& at);
   void deleteAll() { deleteAll(Iterator(*this)); }

@@ -11,7 +11,8 @@ namespace Nox {
 // A collection grows when its load factor passes 1 and shrinks below 1/4; up to four members it is a single chain.
 static constexpr std::uint32_t kChainMembers = 4;
 static constexpr unsigned kFirstLog2Buckets = 3;
-static constexpr unsigned kMaxLog2Buckets = 31;
+static constexpr unsigned kMaxLog2Buckets = 27;
+static constexpr std::uint32_t kMaxMembers = (std::uint32_t{1} << 27) - 1;  // what its field holds
 
 HashMapLink HashMapGeneric::end_;
 
@@ -45,13 +46,6 @@ void HashMapGeneric::detachIterators() noexcept {
   iterators_ = nullptr;
 }
 
-std::uint32_t HashMapGeneric::reverse(std::uint32_t hash) noexcept {
-  hash = ((hash >> 1) & 0x55555555U) | ((hash & 0x55555555U) << 1);
-  hash = ((hash >> 2) & 0x33333333U) | ((hash & 0x33333333U) << 2);
-  hash = ((hash >> 4) & 0x0F0F0F0FU) | ((hash & 0x0F0F0F0FU) << 4);
-  return __builtin_bswap32(hash);
-}
-
 HashMapLink* HashMapGeneric::findNextBucketG(std::uint32_t index) const noexcept {
   if (log2Buckets_ == 0) return index == 0 && !isEnd(one_) ? one_ : nullptr;
   for (; index < buckets(); ++index)
@@ -72,6 +66,7 @@ void HashMapGeneric::newMemberG(HashMapVTableGeneric const& ops, HashMapLink* m,
   HashMapLink** at = bucket(m->hash_);
   while (!isEnd(*at) && m->hash_ >= (*at)->hash_ && !(m->hash_ == (*at)->hash_ && ops.keyLessThan(key, *at)))
     at = &(*at)->next_;
+  NOX_ASSERT(members_ < kMaxMembers, "a collection is full");
   ops.setNext(m, *at);
   *at = m;
   ++members_;
@@ -120,7 +115,7 @@ void HashMapGeneric::bucketsIs(unsigned log2Buckets) noexcept {
   }
   HashMapLink* m = emptyAllBucketsG();
   if (log2Buckets_ != 0) delete[] many_;
-  log2Buckets_ = static_cast<std::uint8_t>(log2Buckets);
+  log2Buckets_ = log2Buckets & 31;
   if (many == nullptr) {
     one_ = m;
     return;
@@ -149,7 +144,8 @@ HashMapLink* HashMapGeneric::emptyAllBucketsG() noexcept {
 
 HashMapLink* HashMapGeneric::takeAllG() noexcept {
   detachIterators();
-  modifications_ += std::exchange(members_, 0);
+  modifications_ += members_;
+  members_ = 0;
   return emptyAllBucketsG();
 }
 

@@ -91,7 +91,12 @@ class NOX_EXPORT HashMapGeneric {
   explicit HashMapGeneric(unsigned buckets);
   ~HashMapGeneric();
 
-  static std::uint32_t reverse(std::uint32_t hash) noexcept;
+  static std::uint32_t reverse(std::uint32_t hash) noexcept {
+    hash = ((hash >> 1) & 0x55555555U) | ((hash & 0x55555555U) << 1);
+    hash = ((hash >> 2) & 0x33333333U) | ((hash & 0x33333333U) << 2);
+    hash = ((hash >> 4) & 0x0F0F0F0FU) | ((hash & 0x0F0F0F0FU) << 4);
+    return __builtin_bswap32(hash);
+  }
   static std::uint32_t hashOf(HashMapLink const* m) noexcept { return m->hash_; }
   static HashMapLink* nextOf(HashMapLink const* m) noexcept { return m->next_; }
   static bool isEnd(HashMapLink const* m) noexcept { return m == &end_; }
@@ -138,10 +143,10 @@ class NOX_EXPORT HashMapGeneric {
     mutable HashMapLink* one_;  // the only chain of a small collection stands here
     HashMapLink** many_;
   };
-  std::uint32_t members_ = 0;
+  std::uint32_t members_ : 27 = 0;
+  std::uint32_t log2Buckets_ : 5 = 0;
   std::uint32_t modifications_ = 0;
   mutable HashMapIteratorGeneric* iterators_ = nullptr;
-  std::uint8_t log2Buckets_ = 0;
 };
 
 }  // namespace Nox

@@ -15,9 +15,7 @@ constinit NoxType PtrInterface::NotifieeConst::noxType{
 
 ActivityConfig::~ActivityConfig() = default;
 
-PtrInterface::NotifieeConst::NotifieeConst(bool flag) noexcept : flag_(flag ? 1 : 0) {
-  PtrInterface::hasNotificationActiveIs(true);
-}
+PtrInterface::NotifieeConst::NotifieeConst(bool flag) noexcept : PtrInterface(Active()), flag_(flag ? 1 : 0) {}
 
 PtrInterface::NotifieeConst::~NotifieeConst() {
   if (NotifieeList::isLinked(*this)) list_->noxNotifiees().remove(*this);

@@ -18,14 +18,16 @@ NoxType const& PtrInterface::fwkType() const { return ptrInterfaceType; }
 
 void PtrInterface::zeroReferencesIs(bool zero) {
   if (!zero) return;
-  word_.reference(kDying);
+  word_.referenceAlone(kDying);
   delete this;
 }
 
 void PtrInterface::handleZeroRef() const noexcept {
   if (held_ != 0) return;
+  auto* const self = const_cast<PtrInterface*>(this);
+  if (Turn::isOpen()) return self->zeroReferencesIs(true);
   Turn turn(Turn::Reports::kLater);
-  const_cast<PtrInterface*>(this)->zeroReferencesIs(true);
+  self->zeroReferencesIs(true);
 }
 
 PtrInterface::~PtrInterface() {

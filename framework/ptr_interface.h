@@ -65,6 +65,9 @@ class NOX_EXPORT PtrInterface : public VFPtrInterface {
   std::uint32_t noxWord() const noexcept { return word_.value(); }
 
  protected:
+  struct Active {};
+  /// An object that is born with the notification-active flag.
+  explicit PtrInterface(Active /*tag*/) noexcept : word_(1 | kNotificationActive) {}
   struct Static {};
   /// An object that is never counted and never destroyed through its count.
   explicit PtrInterface(Static /*tag*/) noexcept : word_(CountedWord::kStatic) {}

@@ -13,14 +13,7 @@ namespace Nox {
 
 using Data = StringN<unsigned char>::Data;
 
-/// The empty text with its closing zero, never counted and never freed.
-struct EmptyStringData {
-  Data data{0, CountedWord::kStatic};
-  char close = '\0';
-};
-static constinit EmptyStringData emptyStringData;
-
-Data* Data::empty() noexcept { return &emptyStringData.data; }
+constinit detail::EmptyStringData detail::emptyStringData;
 
 Data* Data::entries(unsigned count) {
   std::size_t const size = sizeof(Data) + count + 1;

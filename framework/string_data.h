@@ -14,6 +14,10 @@ namespace Nox {
 template <class Char>
 class StringN;
 
+namespace detail {
+struct EmptyStringData;
+}  // namespace detail
+
 /// One counted pointer to an immutable buffer of bytes. Copies share the buffer; the empty text is one static buffer.
 template <>
 class NOX_EXPORT StringN<unsigned char> {
@@ -27,7 +31,7 @@ class NOX_EXPORT StringN<unsigned char> {
     /// A buffer of `count` bytes, to be filled by its maker, who owns the one reference.
     static Data* entries(unsigned count);
     /// The buffer of the empty text: static, never counted.
-    static Data* empty() noexcept;
+    static inline Data* empty() noexcept;
 
     std::string_view view() const noexcept { return {bytes(), length_}; }
     char const* bytes() const noexcept { return reinterpret_cast<char const*>(this + 1); }
@@ -48,7 +52,7 @@ class NOX_EXPORT StringN<unsigned char> {
     }
 
    private:
-    friend struct EmptyStringData;
+    friend struct detail::EmptyStringData;
     constexpr explicit Data(unsigned length, std::uint32_t word) noexcept : references_(word), length_(length) {}
     ~Data() = default;
     std::uint32_t computeHash() const noexcept;
@@ -89,6 +93,19 @@ class NOX_EXPORT StringN<unsigned char> {
  private:
   Data* data_;
 };
+
+namespace detail {
+/// The empty text with its closing zero, never counted and never freed.
+struct EmptyStringData {
+  StringN<unsigned char>::Data data{0, CountedWord::kStatic};
+  char close = '\0';
+};
+extern NOX_EXPORT EmptyStringData emptyStringData;
+}  // namespace detail
+
+inline StringN<unsigned char>::Data* StringN<unsigned char>::Data::empty() noexcept {
+  return &detail::emptyStringData.data;
+}
 
 /// Prints the bytes as they are.
 NOX_EXPORT std::ostream& operator<<(std::ostream& out, StringN<unsigned char> const& text);

@@ -195,7 +195,7 @@ static TurnQueue& queue() {
 static constinit thread_local bool queueInUse = false;
 
 Turn::Turn(Reports reports) noexcept
-    : reports_(reports), uncaught_(reports == Reports::kNow ? std::uncaught_exceptions() : 0) {
+    : reports_(reports), uncaught_(openTurns == 0 && reports == Reports::kNow ? std::uncaught_exceptions() : 0) {
   ++openTurns;
 }
 
