@@ -3,7 +3,7 @@
 
 #include <benchmark/benchmark.h>
 
-#include <chrono>
+#include <ctime>
 #include <string>
 #include <utility>
 
@@ -30,16 +30,22 @@ void repeat(benchmark::State& state, Step step, long times = 1) {
   state.SetItemsProcessed(state.iterations() * times);
 }
 
+/// What this thread has used of its core so far; time in which others had the core does not count.
+inline double cpuSeconds() {
+  timespec used{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
+  return static_cast<double>(used.tv_sec) + 1e-9 * static_cast<double>(used.tv_nsec);
+}
+
 /// Times `run`, which is the work done `times`, and not `prepare`, whose result it gets and which goes afterwards, also
 /// untimed. For benchmarks that are entered with `UseManualTime`.
 template <class Prepare, class Run>
 void repeatPrepared(benchmark::State& state, long times, Prepare prepare, Run run) {
-  using Clock = std::chrono::steady_clock;
   for ([[maybe_unused]] auto const _ : state) {
     auto prepared = prepare();
-    auto const start = Clock::now();
+    double const start = cpuSeconds();
     run(*prepared);
-    state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
+    state.SetIterationTime(cpuSeconds() - start);
   }
   state.SetItemsProcessed(state.iterations() * times);
 }
