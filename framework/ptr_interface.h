@@ -96,6 +96,7 @@ class Held {
   }
   T* operator->() const noexcept { return t_; }
   T& operator*() const noexcept { return *t_; }
+  T* get() const noexcept { return t_; }
   explicit operator bool() const noexcept { return t_ != nullptr; }
 
  private:

@@ -27,7 +27,9 @@ class Reactor : public In::NotifieeConst {
     this->isRegisteredNotifieeIs(true);
   }
 
-  Ptr<In> input() const { return Ptr<In>(static_cast<In*>(const_cast<PtrInterface*>(this->notifier().get()))); }
+  Ptr<In> input() const { return Ptr<In>(rawInput()); }
+  /// The same, not counted.
+  In* rawInput() const noexcept { return static_cast<In*>(const_cast<PtrInterface*>(this->notifier().get())); }
 
   /// Points the reactor at another input and, unless there is none, runs the machine's pass over it.
   void notifierIs(Ptr<PtrInterface const> const& notifier) override {
@@ -78,7 +80,11 @@ class Input {
  public:
   using In = typename R::InputType;
 
-  Ptr<In> get() const { return reactor_ ? reactor_->input() : nullptr; }
+  Ptr<In> get() const { return Ptr<In>(raw()); }
+  /// The input kept alive for as long as a handler reads it: two plain additions, where a counted pointer costs two
+  /// locked ones.
+  Held<In> held() const noexcept { return Held<In>(raw()); }
+  In* raw() const noexcept { return reactor_ ? reactor_->rawInput() : nullptr; }
   Ptr<R> const& reactor() const noexcept { return reactor_; }
 
   /// Sets the first reactor, at construction; none for a null input.

@@ -163,7 +163,7 @@ class TurnQueue {
     if (nextChange_ == changes_.size()) {
       changes_.clear();
       reactors_.clear();
-      stays_.clear();
+      if (!stays_.empty()) stays_.clear();  // clearing costs a sweep of the buckets, also when there is nothing
       nextChange_ = nextReactor_ = 0;
     } else if (nextChange_ > kCompactAt && nextChange_ > changes_.size() / 2) {
       changes_.erase(changes_.begin(), changes_.begin() + static_cast<std::ptrdiff_t>(nextChange_));

@@ -14,9 +14,11 @@ struct NOX_EXPORT MountDesc {
   Nox::String8 path;
   Nox::String8 remotePath;
   Nox::String8 type;
-  Nox::String8 mode = "rt";
+  Nox::String8 mode = defaultMode();
   Nox::String8 service;  ///< The name of the service that the mount belongs to.
 
+  /// "rt", in one buffer for all.
+  static Nox::String8 const& defaultMode();
   /// True for a value equal to the default: no mount.
   bool operator!() const;
   friend bool operator==(MountDesc const&, MountDesc const&) = default;

@@ -53,7 +53,8 @@ constinit NoxType MountsRegistry::noxType{"Controller::MountsRegistry", &Entity:
 static Nox::TypeRegistration const serviceStatusDirType(ServiceStatusDir::noxType);
 
 ServiceConfigV1::ServiceConfigV1(Nox::Name service) : Typed(std::move(service)) {
-  versionConfig_.put(*this, Nox::make<ServiceVersionConfigV1>("versionConfig"));
+  static Nox::Name const name("versionConfig");
+  versionConfig_.put(*this, Nox::make<ServiceVersionConfigV1>(name));
 }
 
 Nox::ValidPtr<ServiceVersionStatusV1> ServiceStatusV1::versionStatusIs(Nox::Name const& name) {
@@ -78,7 +79,14 @@ std::ostream& operator<<(std::ostream& out, ServiceVersionV1 const& version) {
   return out;
 }
 
-bool MountDesc::operator!() const { return *this == MountDesc(); }
+Nox::String8 const& MountDesc::defaultMode() {
+  static Nox::String8 const mode("rt");
+  return mode;
+}
+
+bool MountDesc::operator!() const {
+  return path.empty() && remotePath.empty() && type.empty() && mode == defaultMode() && service.empty();
+}
 
 std::ostream& operator<<(std::ostream& out, MountDesc const& mount) {
   auto const text = [](Nox::String8 const& field) { return field ? field.view() : std::string_view("-"); };

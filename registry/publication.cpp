@@ -47,7 +47,7 @@ void SwitchConfigSm::handleSystemPublish(SystemId const& systemId) {
                " switch not ready");
     return;
   }
-  if (systemId != config_.get()->systemId()) return;
+  if (systemId != config_.raw()->systemId()) return;
   MountsTablePtr const table = publishedMountsTable_.get();
   if (SystemPublishSm::MountPtr const mount = table ? table->system(systemId) : nullptr) {
     TRACE_RING(4,

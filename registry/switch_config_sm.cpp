@@ -75,13 +75,13 @@ void SwitchConfigSm::handleInitialized() {
 }
 
 bool SwitchConfigSm::switchReady() const {
-  ConfigPtr const config = config_.get();
-  PeerTablePtr const peers = heartbeatPeerTable_.get();
-  if (!config) return false;
-  Ptr<Controller::Peer const> const peer = peers ? peers->peer(config->systemId()) : nullptr;
-  TRACE_RING(5, 80, "switchReady", ": enabled ", config->enabled(), " peerTable ", static_cast<bool>(peer));
+  SwitchConfig const* const config = config_.raw();
+  Controller::PeerTable const* const peers = heartbeatPeerTable_.raw();
+  if (config == nullptr) return false;
+  Nox::Entity const* const peer = peers != nullptr ? peers->peer().find(config->systemId()) : nullptr;
+  TRACE_RING(5, 80, "switchReady", ": enabled ", config->enabled(), " peerTable ", peer != nullptr);
   TRACE_TEXT(5, 82, "switchReady", ": enabled ", config->enabled(), " peerTable ", peer);
-  return config->enabled() && peer;
+  return config->enabled() && peer != nullptr;
 }
 
 void SwitchConfigSm::handleSwitchConfig() {
@@ -146,8 +146,8 @@ void SwitchConfigSm::handleHeartbeat(Controller::SystemId const& systemId) {
              " ",
              systemId);
   TRACE_RING(8, 144, "handleHeartbeat", " ", systemId);
-  ConfigPtr const config = config_.get();
-  if (!config || !(systemId == config->systemId())) return;
+  SwitchConfig const* const config = config_.raw();
+  if (config == nullptr || !(systemId == config->systemId())) return;
   TRACE_TEXT(8, 146, "handleHeartbeat", " matched");
   TRACE_RING(8, 147, "handleHeartbeat", " matched");
   handleSwitchConfig();
@@ -155,7 +155,7 @@ void SwitchConfigSm::handleHeartbeat(Controller::SystemId const& systemId) {
 
 void SwitchConfigSm::doCleanup() {
   TRACE_TEXT(8, 362, "void Controllerdb::SwitchConfigSm::doCleanup()", " ", switchId_);
-  ConfigPtr const config = config_.get();
+  auto const config = config_.held();
   if (!config || !controllerStatus_) return;
   controllerStatus_->registeredSwitchDel(config->systemId());
   controllerStatus_->switchConfigDel(config->systemId());

@@ -125,9 +125,11 @@ void SwitchRegistrySm::handleEntry(Name entry) {
     return;
   }
   TRACE(8, 180, entry, " entry added in registry ");
-  if (!dir->entry("config") || !dir->entry("status")) return;  // the other one's notification comes back here
-  SwitchConfigSm::ConfigPtr const config = dir->entity<ControllerRegistration::SwitchConfig>("config");
-  SwitchConfigSm::StatusPtr const status = dir->entity<ControllerRegistration::SwitchStatus>("status");
+  static Name const configName("config");
+  static Name const statusName("status");
+  if (!dir->entry(configName) || !dir->entry(statusName)) return;  // the other one's notification comes back here
+  SwitchConfigSm::ConfigPtr const config = dir->entity<ControllerRegistration::SwitchConfig>(configName);
+  SwitchConfigSm::StatusPtr const status = dir->entity<ControllerRegistration::SwitchStatus>(statusName);
   NOX_ASSERT(config, "config");
   NOX_ASSERT(status, "status");
   TRACE_RING(3, 186, "handleEntry", " registered switch: ", name_);

@@ -52,24 +52,23 @@ void SystemPublishSm::handlePublishedMount() {
 void SystemPublishSm::handlePublishedMount(String8 path) {
   TRACE_TEXT(8, 17, "void Controllerdb::SystemPublishSm::handlePublishedMount(Nox::String)", " ", path);
   if (!status_) return;
-  MountPtr const offer = systemPublishedMount();
-  MountDesc const offered = offer ? offer->publishedMount(path) : MountDesc();
-  if (!offered)
+  auto const offer = systemPublishedMount_.held();
+  auto const* const row = offer ? offer->publishedMount().find(path) : nullptr;
+  if (row == nullptr || !row->value())
     withdraw(path);
   else
-    publish(offered);
+    publish(row->value());
 }
 
 /// Writes on every call, whether or not the same is published already. A mount that has moved to another service stays
 /// with the first one too, deliberately: only a path that is no longer offered at all is withdrawn.
-void SystemPublishSm::publish(MountDesc const& offered) {
-  TRACE_RING(5, 22, "handlePublishedMount", " publishing:", offered.path);
-  TRACE_TEXT(5, 23, "handlePublishedMount", " publishing: ", offered.path);
-  MountsTablePtr const table = publishedMountsTable();
-  Ptr<ServicePublishedInfo> const info = status_->servicePublishedInfoIs(offered.service);
-  info->readyIs(table && table->servicePublishReady(offered.service));
-  MountDesc published = offered;
-  published.mode = "rt";  // deliberately, whatever mode is offered
+void SystemPublishSm::publish(MountDesc published) {
+  TRACE_RING(5, 22, "handlePublishedMount", " publishing:", published.path);
+  TRACE_TEXT(5, 23, "handlePublishedMount", " publishing: ", published.path);
+  Ptr<ServicePublishedInfo> const info = status_->servicePublishedInfoIs(published.service);
+  auto const table = publishedMountsTable_.held();
+  info->readyIs(table && table->servicePublishReady(published.service));
+  published.mode = MountDesc::defaultMode();  // deliberately, whatever mode is offered
   info->publishedMountIs(published);
 }
 

@@ -87,7 +87,7 @@ class NOX_EXPORT SystemPublishSm final : public Nox::StateMachine<SystemPublishS
  private:
   friend class Nox::StateMachine<SystemPublishSm>;
   auto reactors() { return std::tie(systemPublishedMount_, publishedMountsTable_); }
-  void publish(Controller::MountDesc const& offered);
+  void publish(Controller::MountDesc published);
   void withdraw(Nox::String8 const& path);
 
   Nox::Input<NoxSystemPublishedMount> systemPublishedMount_;

@@ -79,12 +79,14 @@ static std::optional<ServiceVersionV1> firstMatch(Versions const& client, Versio
   return std::nullopt;
 }
 
-/// The service's status in `holder`, made together with its version status by `make` if there is none.
+/// The service's status, made together with its version status by `make` if there is none. Both sides' version statuses
+/// share one name, which is made for the first.
 template <class Make>
-static Ptr<ServiceStatusV1> statusOf(Ptr<ServiceStatusV1> present, Name const& service, Make make) {
-  if (present) return present;
+static Ptr<ServiceStatusV1> statusOf(ServiceStatusV1* present, Name const& service, Name& versionStatus, Make make) {
+  if (present != nullptr) return Ptr<ServiceStatusV1>(present);
   Ptr<ServiceStatusV1> made = make();
-  made->versionStatusIs(Name(String8("VersionStatus") + String8(service)));
+  if (versionStatus.empty()) versionStatus = Name(String8("VersionStatus") + String8(service));
+  made->versionStatusIs(versionStatus);
   return made;
 }
 
@@ -100,22 +102,24 @@ void SwitchConfigSm::doVersionNegotiation(Name serviceName) {
   TRACE_TEXT(
       8, 169, "void Controllerdb::SwitchConfigSm::doVersionNegotiation(Nox::Name)", " ", switchId_, " ", serviceName);
 
-  ConfigPtr const config = config_.get();
+  auto const config = config_.held();
   RecordPtr const client = config ? config->serviceConfig(serviceName) : nullptr;
   RecordPtr controller;
-  if (OverrideDirPtr const overrides = overrideServiceConfigDir_.get())
+  if (auto const* const overrides = overrideServiceConfigDir_.raw())
     controller = overrides->overrideService(serviceName);
   if (controller)
     TRACE_TEXT(4, 177, "using override versions for service: ", serviceName);
-  else if (ServiceConfigDirPtr const dir = serviceConfigDir_.get())
+  else if (auto const* const dir = serviceConfigDir_.raw())
     controller = dir->service(serviceName);
   if (!client) return;
 
   // Either side's status may be missing as a whole: then that side's writes are skipped.
+  Name versionStatus;
   Ptr<ServiceStatusV1> switchSide;
   if (status_)
-    switchSide = statusOf(
-        status_->serviceStatus(serviceName), serviceName, [&] { return status_->serviceStatusIs(serviceName); });
+    switchSide = statusOf(status_->serviceStatus().find(serviceName), serviceName, versionStatus, [&] {
+      return status_->serviceStatusIs(serviceName);
+    });
   if (!controller) {
     TRACE_RING(4, 200, "Controller doesn't support service ", serviceName);
     TRACE_TEXT(4, 201, "Controller doesn't support service ", serviceName);
@@ -125,7 +129,7 @@ void SwitchConfigSm::doVersionNegotiation(Name serviceName) {
   }
   Ptr<ServiceStatusV1> controllerSide;
   if (serviceStatusDir_) {
-    controllerSide = statusOf(serviceStatusDir_->service(serviceName), serviceName, [&] {
+    controllerSide = statusOf(serviceStatusDir_->service().find(serviceName), serviceName, versionStatus, [&] {
       return serviceStatusDir_->serviceIs(serviceName);
     });
   }
@@ -143,8 +147,10 @@ void SwitchConfigSm::doVersionNegotiation(Name serviceName) {
   }
   Versions clientVersions;
   Versions controllerVersions;
-  sortVersions(client->versionConfig(), clientVersions, "client");
-  sortVersions(controller->versionConfig(), controllerVersions, "controller");
+  static String8 const clientLabel("client");
+  static String8 const controllerLabel("controller");
+  sortVersions(client->versionConfig(), clientVersions, clientLabel);
+  sortVersions(controller->versionConfig(), controllerVersions, controllerLabel);
   std::optional<ServiceVersionV1> const match = firstMatch(clientVersions, controllerVersions);
   ServiceVersionV1 const version = match.value_or(ServiceVersionV1());
   TRACE_RING(7,
