@@ -35,6 +35,18 @@ class PageMap {
     return leaf != nullptr ? (*leaf)[unit % kFanOut].load(std::memory_order_acquire) : 0;
   }
 
+  /// Calls `visit` for every word that is not 0, with the first address that it stands for, in their order.
+  template <class Visitor>
+  void forEach(Visitor const& visit) const {
+    for (std::uintptr_t high = 0; high < kFanOut; ++high) {
+      Leaf const* leaf = root_[high].load(std::memory_order_acquire);
+      if (leaf == nullptr) continue;
+      for (std::uintptr_t low = 0; low < kFanOut; ++low)
+        if (std::uintptr_t const word = (*leaf)[low].load(std::memory_order_acquire); word != 0)
+          visit((high * kFanOut + low) * kChunkBytes, word);
+    }
+  }
+
   /// The word itself, to write. Throws std::bad_alloc.
   std::atomic<std::uintptr_t>& word(void const* p) {
     std::uintptr_t const unit = addressOf(p) / kChunkBytes;

@@ -1,16 +1,59 @@
 // Allocation through the pool: which heap serves a thread, what is large, and what is live.
 #include "framework/pool.h"
 
+#include <malloc.h>
+
 #include <atomic>
 #include <cstdint>
 #include <utility>
 
 #include "framework/assertion.h"
+#include "framework/pool_counts.h"
 #include "framework/pool_heap.h"
 
 namespace Nox {
 
 using namespace pool;
+
+namespace {
+
+/// Counts what the system gives one by one, by any thread.
+class SystemCount {
+ public:
+  void made(std::size_t bytes) noexcept {
+    ++made_;
+    madeBytes_ += bytes;
+  }
+  void deleted(std::size_t bytes) noexcept {
+    ++deleted_;
+    deletedBytes_ += bytes;
+  }
+  void addTo(AllocationCount& sum) const noexcept {
+    sum.made += made_;
+    sum.madeBytes += madeBytes_;
+    sum.live += made_ - deleted_;
+    sum.liveBytes += madeBytes_ - deletedBytes_;
+  }
+
+ private:
+  std::atomic<std::uint64_t> made_{0};
+  std::atomic<std::uint64_t> madeBytes_{0};
+  std::atomic<std::uint64_t> deleted_{0};
+  std::atomic<std::uint64_t> deletedBytes_{0};
+};
+
+constinit SystemCount systemObjects;
+constinit SystemCount systemInternal;
+
+std::size_t wholeGranules(std::size_t size) { return (size + kGranule - 1) / kGranule * kGranule; }
+
+void* takeInternal(std::size_t size) {
+  void* p = ::operator new(size);
+  systemInternal.made(wholeGranules(size));
+  return p;
+}
+
+}  // namespace
 
 #ifdef __SANITIZE_ADDRESS__
 
@@ -18,8 +61,6 @@ using namespace pool;
 // deletion, wrong sizes and leaks are reported as for any other memory. The map leads to the live ones, a bit a
 // granule.
 namespace {
-
-SlotBit granuleBit(void const* p) { return SlotBit(static_cast<int>(addressOf(p) % kChunkBytes / kGranule)); }
 
 SlotBits& liveAround(void const* p) {
   std::atomic<std::uintptr_t>& word = pageMap.word(p);
@@ -34,30 +75,57 @@ SlotBits& liveAround(void const* p) {
   return *reinterpret_cast<SlotBits*>(bits);
 }
 
+bool isLiveIn(SlotBits const& live, void const* p) {
+  SlotBit const bit(p);
+  return (live[bit.word].load() & bit.mask) != 0;
+}
+
 }  // namespace
 
 void* VFPtrInterface::operator new(std::size_t size) {
   void* p = ::operator new(size);
-  SlotBit const bit = granuleBit(p);
+  SlotBit const bit(p);
   liveAround(p)[bit.word].fetch_or(bit.mask);
+  systemObjects.made(wholeGranules(size));
   return p;
 }
 
 void VFPtrInterface::operator delete(void* p, std::size_t size) noexcept {
-  SlotBit const bit = granuleBit(p);
-  if (isLive(p)) liveAround(p)[bit.word].fetch_and(~bit.mask);
+  SlotBit const bit(p);
+  if (isLive(p)) {
+    liveAround(p)[bit.word].fetch_and(~bit.mask);
+    systemObjects.deleted(wholeGranules(size));
+  }
   ::operator delete(p, size);  // reports what is wrong with `p` or `size`
 }
 
 bool VFPtrInterface::isLive(void const* p) noexcept {
   std::uintptr_t const live = pageMap.find(p);
-  if (live == 0 || addressOf(p) % kGranule != 0) return false;
-  SlotBit const bit = granuleBit(p);
-  return ((*reinterpret_cast<SlotBits const*>(live))[bit.word].load() & bit.mask) != 0;
+  return live != 0 && addressOf(p) % kGranule == 0 && isLiveIn(*reinterpret_cast<SlotBits const*>(live), p);
 }
 
-void* NoxMemPool::operator new(std::size_t size) { return ::operator new(size); }
-void NoxMemPool::operator delete(void* p, std::size_t size) noexcept { ::operator delete(p, size); }
+void* NoxMemPool::operator new(std::size_t size) { return takeInternal(size); }
+void NoxMemPool::operator delete(void* p, std::size_t size) noexcept {
+  if (p != nullptr) systemInternal.deleted(wholeGranules(size));
+  ::operator delete(p, size);
+}
+
+PoolCounts poolCounts() {
+  PoolCounts counts;
+  systemObjects.addTo(counts.objects);
+  systemInternal.addTo(counts.internal);
+  return counts;
+}
+
+void forEachLiveObject(std::function<void(void const* object, std::size_t bytes)> const& visit) {
+  pageMap.forEach([&](std::uintptr_t begin, std::uintptr_t word) {
+    auto const& live = *reinterpret_cast<SlotBits const*>(word);
+    for (std::size_t granule = 0; granule < kWords * 64; ++granule) {
+      auto const* p = reinterpret_cast<void const*>(begin + granule * kGranule);
+      if (isLiveIn(live, p)) visit(p, wholeGranules(malloc_usable_size(const_cast<void*>(p))));
+    }
+  });
+}
 
 #else
 
@@ -102,28 +170,34 @@ void* takeSlot(Shape shape) {
 }
 
 /// Gives a slot back to a heap that is not this thread's; one that nobody has is claimed for the purpose.
-[[gnu::noinline]] void giveToOther(Chunk& chunk, SlotBit bit) {
-  if (!chunk.owner.tryClaim()) return chunk.owner.giveFromOutside(chunk, bit);
-  chunk.owner.give(chunk, bit);
+[[gnu::noinline]] void giveToOther(Chunk& chunk, void* p) {
+  if (!chunk.owner.tryClaim()) return chunk.owner.giveFromOutside(chunk, p);
+  chunk.owner.give(chunk, p);
   chunk.owner.abandon();
 }
 
-void giveSlot(void* p, Shape shape) {
+[[gnu::always_inline]] inline void giveSlot(void* p, Shape shape) {
   auto* chunk = reinterpret_cast<Chunk*>(pageMap.find(p));
-  NOX_ASSERT(chunk != nullptr && (addressOf(chunk) & 1) == 0, "deleted memory is not the pool's");
+  if (chunk == nullptr || (addressOf(chunk) & 1) != 0) [[unlikely]] {
+    NOX_ASSERT(p == nullptr, "deleted memory is not the pool's");
+    return;
+  }
   NOX_ASSERT(chunk->shape.load(std::memory_order_relaxed) == shape, "deleted memory is of another size or kind");
-  int const slot = slotAt(p, shape);
-  NOX_ASSERT(slot >= 0, "deleted memory is not a whole object");
+  NOX_ASSERT(addressOf(p) % kGranule == 0, "deleted memory is not a whole object");
   if (&chunk->owner == threadHeap) [[likely]]
-    return threadHeap->give(*chunk, SlotBit(slot));
-  giveToOther(*chunk, SlotBit(slot));
+    return chunk->owner.give(*chunk, p);
+  giveToOther(*chunk, p);
 }
+
+/// Whether an allocation is a slot. None of 0 bytes is, so that this is one comparison.
+bool isSlot(std::size_t size) { return size - 1 < kLargestSlot; }
 
 /// What the map holds of an object with memory of its own: its size, and a bit that no descriptor's address has.
 std::uintptr_t largeMark(std::size_t size) { return size << 1 | 1; }
 std::size_t largeBytes(std::size_t size) { return (size + kChunkBytes - 1) / kChunkBytes * kChunkBytes; }
 
 [[gnu::noinline]] void* takeLarge(std::size_t size) {
+  if (size == 0) return VFPtrInterface::operator new(1);
   if (size > PTRDIFF_MAX) throw std::bad_alloc();
   std::byte* const p = mapChunks(largeBytes(size));
   try {
@@ -132,25 +206,28 @@ std::size_t largeBytes(std::size_t size) { return (size + kChunkBytes - 1) / kCh
     munmap(p, largeBytes(size));
     throw;
   }
+  systemObjects.made(wholeGranules(size));
   return p;
 }
 
 [[gnu::noinline]] void giveLarge(void* p, std::size_t size) {
+  if (p == nullptr) return;
+  if (size == 0) return VFPtrInterface::operator delete(p, 1);
   bool const begins = addressOf(p) % kChunkBytes == 0 && pageMap.find(p) == largeMark(size);
   // Off the map before it is unmapped: afterwards the address may be anybody's.
   NOX_ASSERT(begins && pageMap.word(p).exchange(0) == largeMark(size), "deleted memory is no object of its size");
+  systemObjects.deleted(wholeGranules(size));
   munmap(p, largeBytes(size));
 }
 
 }  // namespace
 
 void* VFPtrInterface::operator new(std::size_t size) {
-  return size <= kLargestSlot ? takeSlot(shapeOf(kObject, size)) : takeLarge(size);
+  return isSlot(size) ? takeSlot(shapeOf(kObject, size)) : takeLarge(size);
 }
 
 void VFPtrInterface::operator delete(void* p, std::size_t size) noexcept {
-  if (p == nullptr) return;
-  if (size <= kLargestSlot)
+  if (isSlot(size))
     giveSlot(p, shapeOf(kObject, size));
   else
     giveLarge(p, size);
@@ -163,26 +240,38 @@ bool VFPtrInterface::isLive(void const* p) noexcept {
   auto const& chunk = *reinterpret_cast<Chunk const*>(found);
   Shape const shape = chunk.shape.load(std::memory_order_acquire);
   if ((shape & kObject) == 0) return false;
-  int const slot = slotAt(p, shape);
-  if (slot < 0) return false;
-  SlotBit const bit(slot);
+  if (addressOf(p) % kGranule != 0) return false;
+  SlotBit const bit(p);
   // In this order, since collecting marks a slot free before it takes the other mark away.
   bool const returned = (chunk.returned[bit.word].load(std::memory_order_acquire) & bit.mask) != 0;
-  bool const free = (chunk.free[bit.word].load(std::memory_order_acquire) & bit.mask) != 0;
+  bool const taken = (chunk.taken[bit.word].load(std::memory_order_acquire) & bit.mask) != 0;
   // A chunk that changed its shape meanwhile was empty meanwhile.
-  return !returned && !free && chunk.shape.load(std::memory_order_relaxed) == shape;
+  return !returned && taken && chunk.shape.load(std::memory_order_relaxed) == shape;
 }
 
 void* NoxMemPool::operator new(std::size_t size) {
-  return size <= kLargestSlot ? takeSlot(shapeOf(0, size)) : ::operator new(size);
+  return isSlot(size) ? takeSlot(shapeOf(0, size)) : takeInternal(size);
 }
 
 void NoxMemPool::operator delete(void* p, std::size_t size) noexcept {
-  if (p == nullptr) return;
-  if (size <= kLargestSlot)
-    giveSlot(p, shapeOf(0, size));
-  else
-    ::operator delete(p);
+  if (isSlot(size)) return giveSlot(p, shapeOf(0, size));
+  if (p != nullptr) systemInternal.deleted(wholeGranules(size));
+  ::operator delete(p);
+}
+
+PoolCounts poolCounts() {
+  PoolCounts counts;
+  if (threadHeap != nullptr) counts = {threadHeap->count(kObject), threadHeap->count(0)};
+  systemObjects.addTo(counts.objects);
+  systemInternal.addTo(counts.internal);
+  return counts;
+}
+
+void forEachLiveObject(std::function<void(void const* object, std::size_t bytes)> const& visit) {
+  if (threadHeap != nullptr) threadHeap->forEachObject(visit);
+  pageMap.forEach([&](std::uintptr_t begin, std::uintptr_t word) {
+    if ((word & 1) != 0) visit(reinterpret_cast<void const*>(begin), wholeGranules(word >> 1));
+  });
 }
 
 #endif

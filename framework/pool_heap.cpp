@@ -1,6 +1,7 @@
 // How heaps get, hand out, take back and give up memory.
 #include "framework/pool_heap.h"
 
+#include <algorithm>
 #include <bit>
 #include <utility>
 
@@ -12,6 +13,13 @@ namespace {
 constexpr std::size_t kRegionChunks = 32;
 /// Empty chunks that a heap keeps with their memory, so that a program that breathes does not fault its pages in again.
 constexpr unsigned kWarmChunks = 16;
+/// How much memory of slots that were never used is touched at a time.
+constexpr std::size_t kFreshBytes = 1024;
+
+/// The slot that the lowest bit of a word of SlotBits stands for.
+std::byte* slotOf(Chunk const& chunk, std::size_t word, std::uint64_t bits) {
+  return chunk.base + (word * 64 + static_cast<std::size_t>(std::countr_zero(bits))) * kGranule;
+}
 
 static_assert(kRegionChunks * sizeof(Chunk) <= kChunkBytes, "the descriptors of a region fit into one chunk");
 
@@ -49,11 +57,12 @@ void Heap::abandon() {
   } while (announced_.load() != nullptr && tryClaim());
 }
 
-void Heap::giveFromOutside(Chunk& chunk, SlotBit bit) {
+void Heap::giveFromOutside(Chunk& chunk, void const* p) {
+  SlotBit const bit(p);
   // Read in this order: once marked as returned, the slot may be collected and free.
-  std::uint64_t const free = chunk.free[bit.word].load(std::memory_order_acquire);
+  std::uint64_t const taken = chunk.taken[bit.word].load(std::memory_order_acquire);
   std::uint64_t const returned = chunk.returned[bit.word].fetch_or(bit.mask, std::memory_order_acq_rel);
-  NOX_ASSERT(((free | returned) & bit.mask) == 0, "memory deleted twice");
+  NOX_ASSERT((taken & ~returned & bit.mask) != 0, notTaken(chunk, p));
   // The last touch of the chunk, unless it is ours to announce: it cannot count as empty before.
   if (chunk.returns.fetch_add(1, std::memory_order_acq_rel) == 0) {
     chunk.nextAnnounced = announced_.load(std::memory_order_relaxed);
@@ -61,12 +70,6 @@ void Heap::giveFromOutside(Chunk& chunk, SlotBit bit) {
     }
   }
   if (tryClaim()) abandon();
-}
-
-/// The lowest open word has no free slot left.
-void Heap::wordFull(Chunk& chunk) {
-  chunk.openWords &= chunk.openWords - 1;
-  if (chunk.openWords == 0) unlink(chunk);
 }
 
 /// A chunk with a free slot, when none is open: one with returns, an empty one, or one of a new region.
@@ -80,16 +83,30 @@ Chunk& Heap::openChunk(Shape shape) {
   from = chunk.next;
 
   chunk.shape.store(shape, std::memory_order_release);
-  chunk.openWords = 0;
-  std::size_t slots = kChunkBytes / slotBytes(shape);
-  for (unsigned word = 0; word < chunk.free.size(); ++word) {
-    std::size_t const here = std::min(slots, std::size_t{64});
-    chunk.free[word].store(here == 0 ? 0 : ~std::uint64_t{0} >> (64 - here), std::memory_order_release);
-    if (here != 0) chunk.openWords |= std::uint64_t{1} << word;
-    slots -= here;
-  }
+  chunk.freeSlots = nullptr;
+  chunk.fresh = 0;
+  listFresh(chunk);
   link(chunk);
   return chunk;
+}
+
+/// Puts the next slots that have not been used on the list. Few at a time, as this touches their memory.
+void Heap::listFresh(Chunk& chunk) {
+  std::size_t const bytes = slotBytes(chunk.shape.load(std::memory_order_relaxed));
+  std::size_t const count =
+      std::min(std::max<std::size_t>(kFreshBytes / bytes, 1), (kChunkBytes - chunk.fresh) / bytes);
+  for (std::byte* p = chunk.base + chunk.fresh + count * bytes; p != chunk.base + chunk.fresh;) {
+    p -= bytes;
+    chunk.freeSlots = new (p) FreeSlot{chunk.freeSlots};
+  }
+  chunk.fresh += static_cast<std::uint32_t>(count * bytes);
+}
+
+/// Returns the slot, which was the last on the list.
+void* Heap::tookLast(Chunk& chunk, void* last) {
+  listFresh(chunk);
+  if (chunk.freeSlots == nullptr) unlink(chunk);
+  return last;
 }
 
 void Heap::mapRegion() {
@@ -107,25 +124,33 @@ void Heap::collect() {
   if (announced_.load(std::memory_order_relaxed) == nullptr) return;
   for (Chunk* chunk = announced_.exchange(nullptr, std::memory_order_acq_rel); chunk != nullptr;) {
     Chunk* const next = chunk->nextAnnounced;  // read first: once its count is taken, the chunk may be announced again
-    std::uint32_t const count = chunk->returns.exchange(0, std::memory_order_acq_rel);
-    for (unsigned word = 0; word < chunk->returned.size(); ++word) {
+    chunk->gives += chunk->returns.exchange(0, std::memory_order_acq_rel);
+    bool wasFull = false;
+    for (std::size_t word = 0; word < kWords; ++word) {
       std::uint64_t const bits = chunk->returned[word].load(std::memory_order_acquire);
       if (bits == 0) continue;
-      NOX_ASSERT((chunk->free[word].load(std::memory_order_relaxed) & bits) == 0, "memory deleted twice");
       // Free before no longer returned: a slot that was deleted looks taken at no moment.
-      freed(*chunk, word, bits);
+      for (std::uint64_t left = bits; left != 0; left &= left - 1) wasFull |= freed(*chunk, slotOf(*chunk, word, left));
       chunk->returned[word].fetch_and(~bits, std::memory_order_acq_rel);
     }
     // Bits that are not counted yet may have come along; who set them is still to touch the chunk, so it stays in use.
-    settle(*chunk, count);
+    settle(*chunk, wasFull);
     chunk = next;
   }
+}
+
+/// Puts the chunk in the list that it belongs to now.
+void Heap::settle(Chunk& chunk, bool wasFull) {
+  if (wasFull) link(chunk);
+  if (chunk.gives == chunk.takes) emptied(chunk);
 }
 
 /// Withdraws an empty chunk from its shape, unless it is the last open one.
 void Heap::emptied(Chunk& chunk) {
   if (chunk.previous == nullptr && chunk.next == nullptr) return;
   unlink(chunk);
+  takenBefore_[chunk.shape.load(std::memory_order_relaxed)] += chunk.takes;
+  chunk.takes = chunk.gives = 0;
   chunk.shape.store(0, std::memory_order_release);
   if (warmCount_ < kWarmChunks) {
     ++warmCount_;
@@ -146,6 +171,42 @@ void Heap::link(Chunk& chunk) {
 void Heap::unlink(Chunk& chunk) {
   (chunk.previous != nullptr ? chunk.previous->next : open_[chunk.shape.load(std::memory_order_relaxed)]) = chunk.next;
   if (chunk.next != nullptr) chunk.next->previous = chunk.previous;
+}
+
+/// Calls `visit` for every chunk that has slots, and their shape.
+template <class Visitor>
+void Heap::forEachChunk(Visitor const& visit) {
+  collect();
+  pageMap.forEach([&](std::uintptr_t /*begin*/, std::uintptr_t word) {
+    if ((word & 1) != 0) return;
+    auto const& chunk = *reinterpret_cast<Chunk const*>(word);
+    if (&chunk.owner != this) return;
+    Shape const shape = chunk.shape.load(std::memory_order_relaxed);
+    if (shape != 0) visit(chunk, shape);
+  });
+}
+
+AllocationCount Heap::count(Shape kind) {
+  AllocationCount sum;
+  auto const add = [&](Shape shape, std::uint64_t takes, std::uint64_t gives) {
+    if ((shape & kObject) != kind) return;
+    sum.made += takes;
+    sum.madeBytes += takes * slotBytes(shape);
+    sum.live += takes - gives;
+    sum.liveBytes += (takes - gives) * slotBytes(shape);
+  };
+  forEachChunk([&](Chunk const& chunk, Shape shape) { add(shape, chunk.takes, chunk.gives); });
+  for (Shape shape = 0; shape < kShapes; ++shape) add(shape, takenBefore_[shape], takenBefore_[shape]);
+  return sum;
+}
+
+void Heap::forEachObject(std::function<void(void const*, std::size_t)> const& visit) {
+  forEachChunk([&](Chunk const& chunk, Shape shape) {
+    if ((shape & kObject) == 0) return;
+    for (std::size_t word = 0; word < kWords; ++word)
+      for (std::uint64_t bits = chunk.taken[word].load(std::memory_order_relaxed); bits != 0; bits &= bits - 1)
+        visit(slotOf(chunk, word, bits), slotBytes(shape));
+  });
 }
 
 }  // namespace Nox::pool

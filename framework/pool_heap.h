@@ -6,21 +6,21 @@
 // another thread frees is marked in the chunk as returned, and the chunk is announced to its heap, which collects it
 // when it next runs out of free slots.
 //
-// Which slots are free is a bitmap in the chunk's descriptor. Descriptors stand apart from the memory that they
-// describe, and neither they nor a chunk's addresses are ever given up. So whether an address is a live object is read
-// from the map and a descriptor alone, at any time and from any thread, and an empty chunk's memory can go back to the
-// system at once.
+// A chunk's free slots hold the list that they are taken from. Which slots are taken is also a bitmap in the chunk's
+// descriptor, a bit for every 16 bytes. Descriptors stand apart from the memory that they describe, and neither they
+// nor a chunk's addresses are ever given up. So whether an address is a live object is read from the map and a
+// descriptor alone, at any time and from any thread, and an empty chunk's memory can go back to the system at once.
 #pragma once
 
-#include <algorithm>
 #include <array>
 #include <atomic>
-#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 
 #include "framework/assertion.h"
 #include "framework/page_map.h"
+#include "framework/pool_counts.h"
 
 namespace Nox::pool {
 
@@ -34,36 +34,29 @@ constexpr Shape kGranules = 0x7F;
 constexpr std::size_t kShapes = 2 * kObject;
 static_assert(kLargestSlot / kGranule <= kGranules);
 
-constexpr Shape shapeOf(Shape kind, std::size_t size) {
-  return kind | static_cast<Shape>((std::max(size, std::size_t{1}) + kGranule - 1) / kGranule);
-}
+/// `size` is not 0.
+constexpr Shape shapeOf(Shape kind, std::size_t size) { return kind | static_cast<Shape>((size - 1) / kGranule + 1); }
 constexpr std::size_t slotBytes(Shape shape) { return (shape & kGranules) * kGranule; }
 
-/// 2^32 / n, rounded up: dividing the 4096 granules of a chunk by multiplication is exact.
-constexpr auto kReciprocal = [] {
-  std::array<std::uint64_t, kLargestSlot / kGranule + 1> table{};
-  for (std::uint64_t n = 1; n < table.size(); ++n) table[n] = ((std::uint64_t{1} << 32) + n - 1) / n;
-  return table;
-}();
+constexpr std::size_t kWords = kChunkBytes / kGranule / 64;
 
-/// Number of the slot that begins at `p`, or -1 if none does.
-inline int slotAt(void const* p, Shape shape) {
-  std::size_t const offset = addressOf(p) % kChunkBytes;
-  auto const slot = static_cast<std::size_t>(offset / kGranule * kReciprocal[shape & kGranules] >> 32);
-  bool const begins = slot * slotBytes(shape) == offset && offset + slotBytes(shape) <= kChunkBytes;
-  return begins ? static_cast<int>(slot) : -1;
-}
-
-class Heap;
-
-/// A bit for every slot of a chunk.
-using SlotBits = std::array<std::atomic<std::uint64_t>, kChunkBytes / kGranule / 64>;
+/// A bit for every granule of a chunk: a slot's is that of its first granule, so that it is found without dividing by
+/// the slot's size.
+using SlotBits = std::array<std::atomic<std::uint64_t>, kWords>;
 
 /// A slot's place in SlotBits.
 struct SlotBit {
-  explicit SlotBit(int slot) : word(static_cast<unsigned>(slot) / 64), mask(std::uint64_t{1} << slot % 64) {}
-  unsigned word;
+  explicit SlotBit(void const* p)
+      : word(addressOf(p) / kGranule / 64 % kWords), mask(std::uint64_t{1} << addressOf(p) / kGranule % 64) {}
+  std::size_t word;
   std::uint64_t mask;
+};
+
+class Heap;
+
+/// What stands in a free slot.
+struct FreeSlot {
+  FreeSlot* next;
 };
 
 /// The descriptor of a chunk.
@@ -74,20 +67,35 @@ struct alignas(64) Chunk {
   Heap& owner;
   std::atomic<Shape> shape{0};
 
-  // The owner's alone: slots taken less returns counted; the words of `free` that are not 0; neighbours in their list.
-  std::uint32_t used = 0;
-  std::uint64_t openWords = 0;
+  // The owner's alone.
+
+  /// Where the slots begin that have not been on the list.
+  std::uint32_t fresh = 0;
+  /// Slots that were taken, and given back, since the chunk has its shape.
+  std::uint64_t takes = 0;
+  std::uint64_t gives = 0;
+  /// A list rather than the lowest bit of a bitmap of free slots, whose last change each search had to wait for. With
+  /// the bitmap of taken ones, which needs no division: a make 50 to 40 instructions, a delete 81 to 59; for 20,000
+  /// objects of a switch's sizes, deleted in another order, 15.2 to 12.0 ns and 11.5 to 6.5 ns.
+  FreeSlot* freeSlots = nullptr;
+  /// Neighbours among the chunks that have free slots.
   Chunk* previous = nullptr;
   Chunk* next = nullptr;
 
-  /// Slots that can be taken. Written by the owner, read by all.
-  alignas(64) SlotBits free{};
+  /// Slots that are not free. Written by the owner, read by all.
+  alignas(64) SlotBits taken{};
   /// Slots that other threads freed and the owner has not collected.
   alignas(64) SlotBits returned{};
   /// Returns not yet counted by the owner. Who raises it from 0 announces the chunk.
   std::atomic<std::uint32_t> returns{0};
   Chunk* nextAnnounced = nullptr;
 };
+
+/// What is wrong with deleting what is not taken.
+inline char const* notTaken(Chunk const& chunk, void const* p) {
+  bool const begins = addressOf(p) % kChunkBytes % slotBytes(chunk.shape.load(std::memory_order_relaxed)) == 0;
+  return begins ? "memory deleted twice" : "deleted memory is not a whole object";
+}
 
 /// Zeroed memory of whole chunks, aligned to them. Throws std::bad_alloc.
 std::byte* mapChunks(std::size_t bytes);
@@ -103,18 +111,26 @@ class Heap {
 
   /// For who has claimed the heap: takes a slot, and gives one back. Taking throws std::bad_alloc.
   void* take(Shape shape);
-  void give(Chunk& chunk, SlotBit bit);
+  void give(Chunk& chunk, void* p);
   /// For every other thread.
-  void giveFromOutside(Chunk& chunk, SlotBit bit);
+  void giveFromOutside(Chunk& chunk, void const* p);
+
+  /// For who has claimed the heap. What was taken in all, and what of it has not been given back, by anybody: objects,
+  /// or what is none, as `kind` says.
+  AllocationCount count(Shape kind);
+  /// For who has claimed the heap: calls `visit` for every object.
+  void forEachObject(std::function<void(void const*, std::size_t)> const& visit);
 
  private:
-  void* takeFrom(Chunk& chunk, Shape shape);
-  void wordFull(Chunk& chunk);
+  void* tookLast(Chunk& chunk, void* last);
   Chunk& openChunk(Shape shape);
+  static void listFresh(Chunk& chunk);
   void mapRegion();
   void collect();
-  void freed(Chunk& chunk, unsigned word, std::uint64_t bits);
-  void settle(Chunk& chunk, std::uint32_t count);
+  static bool freed(Chunk& chunk, void* p);
+  void settle(Chunk& chunk, bool wasFull);
+  template <class Visitor>
+  void forEachChunk(Visitor const& visit);
   void emptied(Chunk& chunk);
   void link(Chunk& chunk);
   void unlink(Chunk& chunk);
@@ -131,42 +147,41 @@ class Heap {
   Chunk* warm_ = nullptr;
   unsigned warmCount_ = 0;
   Chunk* cold_ = nullptr;
+  /// Slots of each shape that were taken from chunks that have emptied since.
+  std::array<std::uint64_t, kShapes> takenBefore_{};
 };
 
 inline void* Heap::take(Shape shape) {
-  Chunk* const chunk = open_[shape];
-  return chunk != nullptr ? takeFrom(*chunk, shape) : takeFrom(openChunk(shape), shape);
-}
-
-inline void* Heap::takeFrom(Chunk& chunk, Shape shape) {
-  auto const word = static_cast<unsigned>(std::countr_zero(chunk.openWords));
-  std::uint64_t const bits = chunk.free[word].load(std::memory_order_relaxed);
-  std::size_t const slot = word * 64 + static_cast<unsigned>(std::countr_zero(bits));
-  std::uint64_t const left = bits & (bits - 1);
-  chunk.free[word].store(left, std::memory_order_release);
-  ++chunk.used;
-  void* const p = chunk.base + slot * slotBytes(shape);
-  if (left == 0) [[unlikely]]
-    wordFull(chunk);
+  Chunk* chunk = open_[shape];
+  if (chunk == nullptr) [[unlikely]]
+    chunk = &openChunk(shape);
+  FreeSlot* const p = chunk->freeSlots;
+  SlotBit const bit(p);
+  auto& taken = chunk->taken[bit.word];
+  taken.store(taken.load(std::memory_order_relaxed) | bit.mask, std::memory_order_release);
+  ++chunk->takes;
+  chunk->freeSlots = p->next;
+  if (p->next == nullptr) [[unlikely]]
+    return tookLast(*chunk, p);
   return p;
 }
 
-inline void Heap::give(Chunk& chunk, SlotBit bit) {
-  NOX_ASSERT((chunk.free[bit.word].load(std::memory_order_relaxed) & bit.mask) == 0, "memory deleted twice");
-  freed(chunk, bit.word, bit.mask);
-  settle(chunk, 1);
+inline void Heap::give(Chunk& chunk, void* p) {
+  bool const wasFull = freed(chunk, p);
+  ++chunk.gives;
+  if (wasFull || chunk.gives == chunk.takes) [[unlikely]]
+    settle(chunk, wasFull);
 }
 
-inline void Heap::freed(Chunk& chunk, unsigned word, std::uint64_t bits) {
-  chunk.free[word].store(chunk.free[word].load(std::memory_order_relaxed) | bits, std::memory_order_release);
-  if (chunk.openWords == 0) link(chunk);
-  chunk.openWords |= std::uint64_t{1} << word;
-}
-
-/// Counts returned slots.
-inline void Heap::settle(Chunk& chunk, std::uint32_t count) {
-  chunk.used -= count;
-  if (chunk.used == 0) emptied(chunk);
+/// Puts a slot on the list. Returns whether the list was empty.
+inline bool Heap::freed(Chunk& chunk, void* p) {
+  SlotBit const bit(p);
+  std::uint64_t const taken = chunk.taken[bit.word].load(std::memory_order_relaxed);
+  NOX_ASSERT((taken & bit.mask) != 0, notTaken(chunk, p));
+  chunk.taken[bit.word].store(taken & ~bit.mask, std::memory_order_release);
+  FreeSlot* const before = chunk.freeSlots;
+  chunk.freeSlots = new (p) FreeSlot{before};
+  return before == nullptr;
 }
 
 }  // namespace Nox::pool
