@@ -71,6 +71,10 @@ Options parseOptions(std::vector<std::string> arguments, std::string const& vers
       ->check(isFile);
   replayCommand->add_flag("--keep-going", replay.isKeptGoing, "Skip operations that are refused");
   replayCommand->add_flag("--table", replay.isTable, "Print a table of the switches instead of the tree");
+  replayCommand->add_flag(
+      "--stats",
+      replay.isStats,
+      "Print a table of the memory used per switch, the time and the peak of memory; instead of the tree");
   replayCommand->add_option("SCENARIO", replay.scenarios, "Scenario files, - for standard input")
       ->type_name("")
       ->required()

@@ -23,6 +23,8 @@ struct ReplayOptions {
   std::optional<std::string> output;
   bool isKeptGoing = false;
   bool isTable = false;
+  /// Whether the memory and time used are told, instead of the tree, behind the table.
+  bool isStats = false;
   /// At least one; "-" is standard input and stands here at most once.
   std::vector<std::string> scenarios;
 };

@@ -1,10 +1,12 @@
 // Applies operation after operation, and reports what is refused.
 #include "agent/replay.h"
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
+#include <iomanip>
 #include <optional>
 #include <ostream>
 #include <sstream>
@@ -13,7 +15,9 @@
 #include <vector>
 
 #include "agent/host.h"
+#include "agent/key_order.h"
 #include "agent/library_path.h"
+#include "agent/memory_table.h"
 #include "agent/output_file.h"
 #include "agent/scenario.h"
 #include "agent/state_tree.h"
@@ -111,6 +115,19 @@ void refuseSameFiles(ReplayOptions const& options) {
   }
 }
 
+/// The memory in use, by kind, and what the replay took.
+std::string statsText(Tables const& tables, std::chrono::duration<double> duration) {
+  std::size_t switches = 0;
+  for (auto const& [name, entry] : sortedByKey(tables.registrationRootDir->entries()))
+    if (Nox::ptrCast<Nox::Dir>(entry->entityRef())) ++switches;
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  std::ostringstream text;
+  text << memoryTable(switches) << std::fixed << std::setprecision(3) << "\ntime         " << duration.count() << " s\n"
+       << "peak memory  " << std::setprecision(1) << static_cast<double>(usage.ru_maxrss) / 1024 << " MiB\n";
+  return text.str();
+}
+
 class Replay {
  public:
   Replay(ReplayOptions const& options, std::ostream& problems)
@@ -123,13 +140,16 @@ class Replay {
 
   /// Returns the exit status. Throws a FileError.
   int run() {
+    auto const begin = std::chrono::steady_clock::now();
     for (std::string const& file : options_.scenarios)
       if (!apply(file)) return 1;
     progress_.erase();
-    if (options_.isTable)
-      output_.write(switchTable(host_.tables()));
-    else
-      writeTree();
+    std::chrono::duration<double> const duration = std::chrono::steady_clock::now() - begin;
+    // Before anything is printed: that, too, makes texts.
+    std::string const stats = options_.isStats ? statsText(host_.tables(), duration) : std::string();
+    if (options_.isTable) output_.write(switchTable(host_.tables()) + (options_.isStats ? "\n" : ""));
+    if (!options_.isTable && !options_.isStats) writeTree();
+    output_.write(stats);
     output_.finish();
     return isRefused_ ? 1 : 0;
   }

@@ -7,8 +7,9 @@
 
 namespace Agent {
 
-/// Applies the scenarios and prints the tree, or the table of switches. Errors, the text trace and progress go to
-/// `problems`, where progress is shown only if standard error is a terminal. Returns the exit status.
+/// Applies the scenarios and prints the tree, or the table of switches, the memory and time used, or both. Errors, the
+/// text trace and progress go to `problems`, where progress is shown only if standard error is a terminal. Returns the
+/// exit status.
 int replay(ReplayOptions const& options, std::ostream& problems);
 
 }  // namespace Agent

@@ -26,17 +26,17 @@ TEST(Options, ReplayTakesScenariosAlone) {
   ReplayOptions const options = replay({"a.jsonl", "-", "b.jsonl"});
   EXPECT_EQ(options.scenarios, (Arguments{"a.jsonl", "-", "b.jsonl"}));
   EXPECT_TRUE(options.trace.none());
-  EXPECT_FALSE(options.ring || options.output || options.isKeptGoing || options.isTable);
+  EXPECT_FALSE(options.ring || options.output || options.isKeptGoing || options.isTable || options.isStats);
 }
 
 TEST(Options, ReplayTakesEveryOptionInAnyPlace) {
   ReplayOptions const options =
-      replay({"a", "--trace", "1,3-5", "--ring", "r", "--output=o", "b", "--keep-going", "--table"});
+      replay({"a", "--trace", "1,3-5", "--ring", "r", "--output=o", "b", "--keep-going", "--table", "--stats"});
   EXPECT_EQ(options.scenarios, (Arguments{"a", "b"}));
   EXPECT_EQ(options.trace.to_string(), "0000111010");
   EXPECT_EQ(options.ring, "r");
   EXPECT_EQ(options.output, "o");
-  EXPECT_TRUE(options.isKeptGoing && options.isTable);
+  EXPECT_TRUE(options.isKeptGoing && options.isTable && options.isStats);
 }
 
 TEST(Options, NamesThatStartWithADashFollowTwoDashes) {

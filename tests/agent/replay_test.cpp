@@ -4,6 +4,8 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <limits>
+#include <map>
 
 #include "agent/json_reader.h"
 #include "support/program.h"
@@ -309,6 +311,99 @@ TEST(Replay, ShowsWhatIsPublishedToEachSwitchPerService) {
               HasSubstr("\n"
                         "    a  not known to the controller   no mounts (not ready)\n"
                         "    b  not configured by the switch  mounts x/z, y (ready)\n"));
+}
+
+/// A row of the table of memory: the name, then four columns. Live ones and made ones are bytes and allocations.
+struct MemoryRow {
+  std::string name;
+  std::string liveBytes;
+  std::string live;
+  std::string madeBytes;
+  std::string made;
+};
+
+/// The rows up to the empty line, all as wide as the heading.
+std::vector<MemoryRow> memoryRows(std::string const& text) {
+  std::vector<MemoryRow> rows;
+  std::istringstream lines(text);
+  std::string heading;
+  std::getline(lines, heading);
+  for (std::string line; std::getline(lines, line) && !line.empty();) {
+    EXPECT_EQ(line.size(), heading.size()) << line;
+    std::size_t const end = line.find("  ");
+    std::istringstream cells(line.substr(end));
+    MemoryRow& row = rows.emplace_back();
+    row.name = line.substr(0, end);
+    cells >> row.liveBytes >> row.live >> row.madeBytes >> row.made;
+  }
+  return rows;
+}
+
+TEST(Replay, TellsWhereTheMemoryIs) {
+  Folder folder;
+  folder.write("s", kOneSwitch);
+  folder.write("t", R"({"put": "registration/b/config", "value": {}}
+{"put": "registration/c/config", "value": {}}
+{"delete": "registration/c"}
+)");
+  Outcome const run = runProgram(folder, "replay --stats s t");
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.err, "");
+  EXPECT_THAT(run.out, testing::StartsWith("MEMORY per switch of 2 "));
+  EXPECT_THAT(run.out,
+              testing::ContainsRegex("\n\ntime         [0-9]+[.][0-9]{3} s\npeak memory  [0-9]+[.][0-9] MiB\n$"));
+
+  std::vector<MemoryRow> const rows = memoryRows(run.out);
+  ASSERT_GT(rows.size(), 10U);
+  std::map<std::string, MemoryRow> byName;
+  double bytes = 0;
+  double live = 0;
+  double last = std::numeric_limits<double>::infinity();
+  for (std::size_t r = 0; r < rows.size(); ++r) {
+    EXPECT_TRUE(byName.emplace(rows[r].name, rows[r]).second) << rows[r].name;
+    if (r + 3 >= rows.size()) continue;
+    EXPECT_LE(std::stod(rows[r].liveBytes), last) << rows[r].name;
+    EXPECT_EQ(rows[r].madeBytes + rows[r].made, "--") << rows[r].name;
+    last = std::stod(rows[r].liveBytes);
+    bytes += last;
+    live += std::stod(rows[r].live);
+  }
+  EXPECT_EQ(byName["ControllerRegistration::SwitchConfig"].live, "1.00");
+  EXPECT_EQ(byName["ControllerRegistration::SwitchStatus"].live, "0.50");
+  EXPECT_EQ(byName["Controllerdb::Root"].live, "0.50");
+
+  MemoryRow const& objects = rows[rows.size() - 3];
+  MemoryRow const& texts = rows[rows.size() - 2];
+  MemoryRow const& total = rows.back();
+  EXPECT_EQ(objects.name + ", " + texts.name + ", " + total.name, "all objects, texts and tables, total");
+  EXPECT_DOUBLE_EQ(bytes, std::stod(objects.liveBytes));
+  EXPECT_DOUBLE_EQ(live, std::stod(objects.live));
+  for (auto const column : {&MemoryRow::liveBytes, &MemoryRow::live, &MemoryRow::madeBytes, &MemoryRow::made})
+    EXPECT_DOUBLE_EQ(std::stod(objects.*column) + std::stod(texts.*column), std::stod(total.*column));
+  for (MemoryRow const* sum : {&objects, &texts}) {
+    EXPECT_GT(std::stod(sum->made), std::stod(sum->live)) << "what has gone counts";
+    EXPECT_GT(std::stod(sum->madeBytes), std::stod(sum->liveBytes));
+  }
+}
+
+TEST(Replay, DividesNoMemoryWithoutASwitch) {
+  Folder folder;
+  Outcome const run = runProgram(folder, "replay --stats - </dev/null");
+  EXPECT_THAT(run.out, testing::StartsWith("MEMORY without a switch "));
+  bool isRootShown = false;
+  for (MemoryRow const& row : memoryRows(run.out)) {
+    EXPECT_EQ((row.liveBytes + row.live).find_first_not_of("0123456789"), std::string::npos) << row.name;
+    isRootShown |= row.name == "Controllerdb::Root" && row.live == "1";
+  }
+  EXPECT_TRUE(isRootShown);
+}
+
+TEST(Replay, TellsOfTheMemoryBehindTheTable) {
+  Folder folder;
+  folder.write("s", kOneSwitch);
+  std::string const table = runProgram(folder, "replay --table s").out;
+  EXPECT_EQ(runProgram(folder, "replay --stats --table --output both s").out, "");
+  EXPECT_THAT(folder.read("both"), testing::StartsWith(table + "\nMEMORY per switch of 1 "));
 }
 
 TEST(Replay, LeavesTheCallersTraceAsItWas) {
