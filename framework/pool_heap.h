@@ -74,9 +74,9 @@ struct alignas(64) Chunk {
   /// Slots that were taken, and given back, since the chunk has its shape.
   std::uint64_t takes = 0;
   std::uint64_t gives = 0;
-  /// A list rather than the lowest bit of a bitmap of free slots, whose last change each search had to wait for. With
-  /// the bitmap of taken ones, which needs no division: a make 50 to 40 instructions, a delete 81 to 59; for 20,000
-  /// objects of a switch's sizes, deleted in another order, 15.2 to 12.0 ns and 11.5 to 6.5 ns.
+  /// A list rather than the lowest bit of a bitmap of free slots, whose last change each search had to wait for: with
+  /// the bitmap of taken ones, which needs no division, a make takes 40 instructions instead of 50 and a delete 59
+  /// instead of 81. Among a million live objects of mixed sizes a make went from 5.1 to 3.9 ns, a delete from 27 to 20.
   FreeSlot* freeSlots = nullptr;
   /// Neighbours among the chunks that have free slots.
   Chunk* previous = nullptr;
