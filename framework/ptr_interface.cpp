@@ -25,7 +25,7 @@ void PtrInterface::zeroReferencesIs(bool zero) {
 void PtrInterface::handleZeroRef() const noexcept {
   if (held_ != 0) return;
   auto* const self = const_cast<PtrInterface*>(this);
-  if (Turn::isOpen()) return self->zeroReferencesIs(true);
+  if (detail::openTurns != 0) return self->zeroReferencesIs(true);
   Turn turn(Turn::Reports::kLater);
   self->zeroReferencesIs(true);
 }

@@ -92,6 +92,10 @@ NOX_EXPORT TraceSink traceSinkIs(TraceSink sink);
 /// `<facility> <level> <file>:<line> <function> <1 if enabled, else 0> <text>`, the text as `writeOneLine` writes it.
 extern NOX_EXPORT std::ostream* coverageStream_;
 
+/// Whether a statement of this level would leave anything behind in the text channel.
+inline bool textTraces(TraceHandle const& handle, int level) {
+  return handle.wants(level) || coverageStream_ != nullptr;
+}
 /// Whether a statement of one of these levels would leave anything behind, in either channel.
 inline bool tracesAny(TraceHandle const& handle, TraceLevels levels) {
   return handle.wantsAny(levels) || coverageStream_ != nullptr || Swiftlog::theTraceFile != nullptr;
@@ -267,7 +271,7 @@ template <class... P>
 #define NOX_TRACE_TEXT(HANDLE, FILE, LEVEL, LINE, ...)                                                     \
   do {                                                                                                     \
     static_assert((LEVEL) >= ::Nox::kMinTraceLevel && (LEVEL) <= ::Nox::kMaxTraceLevel, "no trace level"); \
-    if ((HANDLE).wants(LEVEL) || ::Nox::coverageStream_ != nullptr) [[unlikely]]                           \
+    if (::Nox::textTraces((HANDLE), (LEVEL))) [[unlikely]]                                                 \
       ::Nox::textTrace((HANDLE), (LEVEL), (FILE), (LINE), __func__, __VA_ARGS__);                          \
   } while (false)
 

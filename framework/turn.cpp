@@ -185,7 +185,8 @@ class TurnQueue {
   std::exception_ptr firstException_;
 };
 
-static constinit thread_local unsigned openTurns = 0;
+constinit thread_local unsigned detail::openTurns = 0;
+using detail::openTurns;
 
 static TurnQueue& queue() {
   static thread_local TurnQueue q;

@@ -53,6 +53,9 @@ NOX_EXPORT void queueNotification(Entity const& notifier, Notification const& wh
 
 namespace detail {
 
+/// How many turns are open on this thread.
+extern NOX_EXPORT constinit thread_local unsigned openTurns;
+
 /// How many changes wait on this thread for those that state their key. While there are any, a registration that ends
 /// is noted: its reactor may register again before they are delivered.
 extern NOX_EXPORT constinit thread_local unsigned changesByKeyWait;
