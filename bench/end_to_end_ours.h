@@ -8,9 +8,6 @@ namespace EndToEnd {
 
 class OurRegistry {
  public:
-  /// Its objects and texts come from the framework's pool, which operator new knows nothing of.
-  static constexpr bool kAllocatesByNew = false;
-
   OurRegistry();
 
   void nameController(std::string const& uuid) { status_->controllerUUIDIs(uuid); }

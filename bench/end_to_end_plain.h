@@ -8,8 +8,6 @@ namespace EndToEnd {
 
 class PlainRegistry {
  public:
-  static constexpr bool kAllocatesByNew = true;
-
   void nameController(std::string const& uuid) { registry_.nameController(uuid); }
   void enableAgent(bool enabled) { registry_.enableAgent(enabled); }
   void putService(ServiceInput const& service) { registry_.putService(service.name, of(service)); }
