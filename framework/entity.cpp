@@ -21,7 +21,7 @@ static constexpr auto kAttrs = attrTable(
     plain<&Entity::parentAttr>("parentAttr"), plain<&Entity::parentAttrId>("parentAttrId"),
     plain<&Entity::uriPath>("uriPath"), plain<&Entity::fullName>("fullName"));
 
-constinit NoxType Entity::noxType{"Nox::Entity", nullptr, &newEntity, kAttrs.view()};
+constinit NoxType Entity::noxType{"Nox::Entity", &ptrInterfaceType, &newEntity, kAttrs.view()};
 
 void Entity::isNondestructingIs(bool on) {
   if (on == isNondestructing()) return;

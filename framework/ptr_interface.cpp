@@ -8,7 +8,7 @@
 
 namespace Nox {
 
-static constinit NoxType ptrInterfaceType{"Nox::PtrInterface", nullptr};
+constinit NoxType PtrInterface::ptrInterfaceType{"Nox::PtrInterface", nullptr};
 
 void PtrInterface::hasNotificationActiveIs(bool on) { word_.flagIs(kNotificationActive, on); }
 void PtrInterface::noxAuditErrors(unsigned /*level*/) const {}
@@ -18,7 +18,7 @@ NoxType const& PtrInterface::fwkType() const { return ptrInterfaceType; }
 
 void PtrInterface::zeroReferencesIs(bool zero) {
   if (!zero) return;
-  word_.referenceAlone(kDying);
+  word_.reference(kDying);
   delete this;
 }
 

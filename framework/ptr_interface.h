@@ -14,6 +14,10 @@ class NOX_EXPORT PtrInterface : public VFPtrInterface {
   class NotifieeConst;
   class Notifiee;
 
+  /// The description of this class: the base of every class's type that has no other. Not called as a class's own is,
+  /// so that a class that forgets its own does not compile.
+  static NoxType ptrInterfaceType;
+
   /// Bits of the word beside the count.
   static constexpr std::uint32_t kMarkedForDeletion = 0x80000000;
   static constexpr std::uint32_t kNotificationActive = 0x20000000;

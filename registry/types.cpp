@@ -14,6 +14,7 @@ using Nox::keyedPlain;
 using Nox::memberOf;
 using Nox::NoxType;
 using Nox::plain;
+using Nox::PtrInterface;
 using Nox::toggle;
 using Nox::TypeRegistration;
 using Nox::unkeyed;
@@ -197,11 +198,14 @@ static constexpr auto kSystemPublishSm = [] {
 }();
 
 constinit NoxType Root::noxType{"Controllerdb::Root", &Nox::Entity::noxType, nullptr, kRoot.view()};
-constinit NoxType RegistryRootSm::noxType{"Controllerdb::RegistryRootSm", nullptr, nullptr, kRegistryRootSm.view()};
+constinit NoxType RegistryRootSm::noxType{
+    "Controllerdb::RegistryRootSm", &PtrInterface::ptrInterfaceType, nullptr, kRegistryRootSm.view()};
 constinit NoxType SwitchRegistrySm::noxType{
-    "Controllerdb::SwitchRegistrySm", nullptr, nullptr, kSwitchRegistrySm.view()};
-constinit NoxType SwitchConfigSm::noxType{"Controllerdb::SwitchConfigSm", nullptr, nullptr, kSwitchConfigSm.view()};
-constinit NoxType SystemPublishSm::noxType{"Controllerdb::SystemPublishSm", nullptr, nullptr, kSystemPublishSm.view()};
+    "Controllerdb::SwitchRegistrySm", &PtrInterface::ptrInterfaceType, nullptr, kSwitchRegistrySm.view()};
+constinit NoxType SwitchConfigSm::noxType{
+    "Controllerdb::SwitchConfigSm", &PtrInterface::ptrInterfaceType, nullptr, kSwitchConfigSm.view()};
+constinit NoxType SystemPublishSm::noxType{
+    "Controllerdb::SystemPublishSm", &PtrInterface::ptrInterfaceType, nullptr, kSystemPublishSm.view()};
 
 static TypeRegistration const rootType(Root::noxType);
 static TypeRegistration const registryRootSmType(RegistryRootSm::noxType);

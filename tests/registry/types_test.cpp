@@ -172,7 +172,7 @@ TEST(Types, AreDescribedInOrder) {
   Nox::registerType(Controllerdb::SystemPublishSm::noxType, reactor);
   EXPECT_THAT(reactor.calls,
               ElementsAre("namespace Controllerdb",
-                          "type Controllerdb::SystemPublishSm : -",
+                          "type Controllerdb::SystemPublishSm : Nox::PtrInterface",
                           "def systemPublishedMount 256",
                           "def status 257",
                           "def publishedMountsTable 258",
