@@ -23,10 +23,6 @@ class CountedWord {
   void reference(std::uint32_t by = 1) noexcept {
     if (!isStatic()) word_.fetch_add(by, std::memory_order_relaxed);
   }
-  /// The same for a word that nobody else can reach any more.
-  void referenceAlone(std::uint32_t by) noexcept {
-    if (!isStatic()) word_.store(value() + by, std::memory_order_relaxed);
-  }
   /// Drops one reference; true if what remains under `countMask` is zero. Releases what this thread wrote to the thread
   /// that destroys.
   bool release(std::uint32_t countMask = ~std::uint32_t{0}) noexcept {

@@ -9,21 +9,26 @@
 
 namespace Nox {
 
-/// The sources that are followed on this thread, chained in buckets by their key. It is there while there are any, so
-/// that nothing is left behind at a thread's end, and records that live longer than the thread's other data find it.
+/// The sources that are followed, chained in buckets by their key. It is there while there are any, so that nothing is
+/// left behind at the end, and records that live longer than other data find it.
 class KeyIndex {
  public:
-  static KeyIndex* ofThread() noexcept { return index_; }
+  static KeyIndex* present() noexcept { return index_; }
 
   static void enter(KeySource const& source) {
     if (index_ == nullptr) index_ = new KeyIndex;
     index_->add(source);
   }
   static void leave(KeySource const& source) noexcept {
-    *source.place_ = source.next_;
-    if (source.next_ != nullptr) source.next_->place_ = source.place_;
-    source.place_ = nullptr;
+    unlink(source);
     if (--index_->size_ == 0) delete std::exchange(index_, nullptr);
+  }
+
+  /// Gives a source that is in the index its new key.
+  static void keyIs(KeySource& source, std::uint64_t key) noexcept {
+    unlink(source);
+    source.key_ = key;
+    index_->link(source);
   }
 
   KeySource const* first(std::uint64_t key) const noexcept { return sameKey(buckets_[bucket(key)], key); }
@@ -33,7 +38,7 @@ class KeyIndex {
     return source;
   }
 
-  static constinit thread_local std::uint64_t generation;
+  static constinit std::uint64_t generation;
 
  private:
   static constexpr unsigned kFirstBits = 4;
@@ -51,6 +56,11 @@ class KeyIndex {
     if (head != nullptr) head->place_ = &source.next_;
     head = &source;
   }
+  static void unlink(KeySource const& source) noexcept {
+    *source.place_ = source.next_;
+    if (source.next_ != nullptr) source.next_->place_ = source.place_;
+    source.place_ = nullptr;
+  }
   void grow() {
     std::vector<KeySource const*> old(std::size_t{1} << (bits_ + 1));
     old.swap(buckets_);
@@ -59,28 +69,28 @@ class KeyIndex {
       while (source != nullptr) link(*std::exchange(source, source->next_));
   }
 
-  static constinit thread_local KeyIndex* index_;
+  static constinit KeyIndex* index_;
 
   unsigned bits_ = kFirstBits;
   std::size_t size_ = 0;
   std::vector<KeySource const*> buckets_{std::size_t{1} << kFirstBits};
 };
 
-constinit thread_local KeyIndex* KeyIndex::index_ = nullptr;
-constinit thread_local std::uint64_t KeyIndex::generation = 0;
+constinit KeyIndex* KeyIndex::index_ = nullptr;
+constinit std::uint64_t KeyIndex::generation = 0;
 
 KeySource::~KeySource() {
   if (place_ != nullptr) KeyIndex::leave(*this);
   for (KeyInterest* i = interests_; i != nullptr; i = std::exchange(i->next_, nullptr)) i->source_ = nullptr;
 }
 
-void KeySource::keyIs(std::uint64_t key) {
+void KeySource::keyIs(std::uint64_t key) noexcept {
   if (key == key_) return;
-  bool const isFollowed = place_ != nullptr;
-  if (isFollowed) KeyIndex::leave(*this);
-  key_ = key;
-  if (!isFollowed) return;
-  KeyIndex::enter(*this);
+  if (place_ == nullptr) {  // nobody follows
+    key_ = key;
+    return;
+  }
+  KeyIndex::keyIs(*this, key);
   ++KeyIndex::generation;
 }
 
@@ -108,7 +118,7 @@ void KeyInterest::leave() noexcept {
 }
 
 KeySource const* KeyInterest::firstSource(std::uint64_t key) noexcept {
-  KeyIndex const* const index = KeyIndex::ofThread();
+  KeyIndex const* const index = KeyIndex::present();
   return index != nullptr ? index->first(key) : nullptr;
 }
 

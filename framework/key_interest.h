@@ -28,7 +28,7 @@ class NOX_EXPORT KeySource {
   ~KeySource();
 
   std::uint64_t key() const noexcept { return key_; }
-  void keyIs(std::uint64_t key);
+  void keyIs(std::uint64_t key) noexcept;
 
  private:
   friend class KeyInterest;

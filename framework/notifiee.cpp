@@ -11,7 +11,7 @@ static constexpr auto kAttrs = attrTable(1, plain<&PtrInterface::NotifieeConst::
                                          plain<&PtrInterface::NotifieeConst::notifier>("notifier"));
 
 constinit NoxType PtrInterface::NotifieeConst::noxType{
-    "Nox::PtrInterface::NotifieeConst", nullptr, nullptr, kAttrs.view()};
+    "Nox::PtrInterface::NotifieeConst", &ptrInterfaceType, nullptr, kAttrs.view()};
 
 ActivityConfig::~ActivityConfig() = default;
 
@@ -64,29 +64,26 @@ bool PtrInterface::NotifieeConst::hears(Entity const* entity) const noexcept {
   return list_ == entity && isRegistered_ != 0 && hasNotificationActive() && !noxMarkedForDeletion();
 }
 
-static constinit thread_local std::uint64_t registrationClock = 0;
+static constinit std::uint64_t registrationClock = 0;
 
 std::uint64_t NotifieeList::clock() noexcept { return registrationClock; }
-
-PtrInterface::NotifieeConst* NotifieeList::firstKeyed() const noexcept {
-  if (first_ == nullptr || first_->previous_->statesKey_ == 0) return nullptr;
-  PtrInterface::NotifieeConst* n = first_;
-  while (n->statesKey_ == 0) n = n->next_;
-  return n;
-}
 
 void NotifieeList::append(PtrInterface::NotifieeConst const& n) noexcept {
   auto* const reactor = const_cast<PtrInterface::NotifieeConst*>(&n);
   reactor->order_ = ++registrationClock;
-  auto* const next = reactor->statesKey_ != 0 ? nullptr : firstKeyed();
-  reactor->next_ = next;
+  auto* const keyed = firstKeyed();
+  if (reactor->statesKey_ != 0)
+    reactor->next_ = keyed != nullptr ? keyed : reactor;
+  else
+    reactor->next_ = keyed;
   if (first_ == nullptr) {
     first_ = reactor->previous_ = reactor;
     return;
   }
-  auto& before = next != nullptr ? next->previous_ : first_->previous_;
+  bool const isBeforeKeyed = keyed != nullptr && reactor->statesKey_ == 0;
+  auto& before = isBeforeKeyed ? keyed->previous_ : first_->previous_;
   reactor->previous_ = std::exchange(before, reactor);
-  if (next == first_)
+  if (isBeforeKeyed && keyed == first_)
     first_ = reactor;
   else
     reactor->previous_->next_ = reactor;
@@ -95,14 +92,19 @@ void NotifieeList::append(PtrInterface::NotifieeConst const& n) noexcept {
 void NotifieeList::remove(PtrInterface::NotifieeConst const& n) noexcept {
   ++registrationClock;
   if (detail::changesByKeyWait != 0) detail::noteStay(n, n.order_);
-  if (n.next_ != nullptr)
-    n.next_->previous_ = n.previous_;
+  auto* const last = first_->previous_;
+  auto* const after = next(n);
+  if (n.statesKey_ != 0 && last->next_ == &n) last->next_ = n.next_;  // the first that states a key goes
+  if (after != nullptr)
+    after->previous_ = n.previous_;
   else
     first_->previous_ = n.previous_;  // the last one goes: the first remembers the one before it
   if (first_ == &n)
-    first_ = n.next_;
-  else
+    first_ = after;
+  else if (n.previous_->statesKey_ == n.statesKey_)
     n.previous_->next_ = n.next_;
+  else
+    n.previous_->next_ = after;
   n.next_ = n.previous_ = nullptr;
 }
 

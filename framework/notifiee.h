@@ -87,8 +87,8 @@ class NOX_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
   bool hears(Entity const* entity) const noexcept;
 
   Ptr<PtrInterface const> notifier_;
-  mutable Entity const* list_ = nullptr;  // the notifier as an entity: where this reactor registers
-  mutable NotifieeConst* next_ = nullptr;
+  mutable Entity const* list_ = nullptr;       // the notifier as an entity: where this reactor registers
+  mutable NotifieeConst* next_ = nullptr;      // the last one's, if it states a key, is the first that does
   mutable NotifieeConst* previous_ = nullptr;  // the first one's is the last one
   NoxType const* notifierType_ = nullptr;
   std::uint32_t flags_ = 0;
@@ -115,10 +115,14 @@ class NOX_EXPORT NotifieeList {
   bool empty() const noexcept { return first_ == nullptr; }
   PtrInterface::NotifieeConst* first() const noexcept { return first_; }
   /// The first of those that state a key, or null.
-  PtrInterface::NotifieeConst* firstKeyed() const noexcept;
-  static PtrInterface::NotifieeConst* next(PtrInterface::NotifieeConst const& n) noexcept { return n.next_; }
+  PtrInterface::NotifieeConst* firstKeyed() const noexcept {
+    return first_ != nullptr && first_->previous_->statesKey_ != 0 ? first_->previous_->next_ : nullptr;
+  }
+  static PtrInterface::NotifieeConst* next(PtrInterface::NotifieeConst const& n) noexcept {
+    return n.statesKey_ != 0 && n.next_->order_ <= n.order_ ? nullptr : n.next_;
+  }
   static bool isLinked(PtrInterface::NotifieeConst const& n) noexcept { return n.previous_ != nullptr; }
-  /// Rises with every registration and withdrawal on this thread.
+  /// Rises with every registration and withdrawal.
   static std::uint64_t clock() noexcept;
   void append(PtrInterface::NotifieeConst const& n) noexcept;
   void remove(PtrInterface::NotifieeConst const& n) noexcept;

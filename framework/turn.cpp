@@ -22,16 +22,18 @@ class TurnQueue {
   void push(Entity const& notifier, Notification const& what, KeySlot key) {
     std::size_t const from = reactors_.size();
     NotifieeList const& list = notifier.noxNotifiees();
-    Reactor* const keyed = list.firstKeyed();
-    bool const byKey = keyed != nullptr && what.keyWord != nullptr;
-    addAll(list.first(), keyed, what);
-    if (keyed != nullptr && !byKey) {
-      auto const middle = static_cast<std::ptrdiff_t>(reactors_.size());
-      addAll(keyed, nullptr, what);
-      std::inplace_merge(reactors_.begin() + static_cast<std::ptrdiff_t>(from),
-                         reactors_.begin() + middle,
-                         reactors_.end(),
-                         [](Reactor* a, Reactor* b) { return a->order_ < b->order_; });
+    Reactor* const firstKeyed = list.firstKeyed();
+    bool const byKey = firstKeyed != nullptr && what.keyWord != nullptr;
+    Reactor* ordinary = list.first();
+    Reactor* keyed = byKey ? nullptr : firstKeyed;
+    while (ordinary != firstKeyed || keyed != nullptr) {
+      bool const isOrdinary = keyed == nullptr || (ordinary != firstKeyed && ordinary->order_ < keyed->order_);
+      Reactor*& next = isOrdinary ? ordinary : keyed;
+      if (understands(*next, what)) {
+        next->hold();
+        reactors_.push_back(next);
+      }
+      next = NotifieeList::next(*next);
     }
     if (reactors_.size() == from && !byKey) {
       if (what.dropKey != nullptr) what.dropKey(&key);
@@ -50,7 +52,8 @@ class TurnQueue {
         while (nextReactor_ < change.reactorsEnd) deliver(change, *reactors_[nextReactor_++]);
       } else {
         deliverByKey(change);
-        --detail::changesByKeyWait;
+        // A reactor that goes takes its stays along only while such changes wait.
+        if (--detail::changesByKeyWait == 0 && !stays_.empty()) stays_.clear();
       }
       if (change.what->dropKey != nullptr) change.what->dropKey(&change.key);
       change.notifier->unhold();
@@ -87,12 +90,9 @@ class TurnQueue {
     friend bool operator<(Due const& a, Due const& b) noexcept { return a.place < b.place; }
   };
 
-  void addAll(Reactor* first, Reactor const* end, Notification const& what) {
-    for (Reactor* r = first; r != end; r = NotifieeList::next(*r)) {
-      if (r->noxNotifierType() == nullptr || !r->noxNotifierType()->isA(*what.notifier)) continue;
-      r->hold();
-      reactors_.push_back(r);
-    }
+  /// Whether the reactor's interface has the operation.
+  static bool understands(Reactor const& r, Notification const& what) noexcept {
+    return r.noxNotifierType() != nullptr && r.noxNotifierType()->isA(*what.notifier);
   }
 
   /// Calls the named reactors and those that state the key, in the order of their registrations.
@@ -101,7 +101,11 @@ class TurnQueue {
     for (; nextReactor_ < change.reactorsEnd; ++nextReactor_)
       due_.push_back({placeOf(*reactors_[nextReactor_], change), reactors_[nextReactor_]});
     for (std::size_t i = 0;; ++i) {
-      if (i == 0 || KeyInterest::generation() != generation_) addInterested(change, i);
+      bool const goesToAll = IgnoredChangesShow::ofNotifier(change.notifier->fwkType());
+      if (i == 0 || KeyInterest::generation() != generation_ || goesToAll != goesToAll_) {
+        goesToAll_ = goesToAll;
+        addInterested(change, i);
+      }
       if (i == due_.size()) break;
       deliver(change, *due_[i].reactor);
     }
@@ -111,6 +115,7 @@ class TurnQueue {
     generation_ = KeyInterest::generation();
     std::size_t const sorted = due_.size();
     auto const add = [&](Reactor& r) {
+      if (!understands(r, *change.what)) return;
       Due const due{placeOf(r, change), &r};
       if (due.place == 0 || (served != 0 && !(due_[served - 1] < due))) return;
       auto const middle = due_.begin() + static_cast<std::ptrdiff_t>(sorted);
@@ -118,7 +123,7 @@ class TurnQueue {
       r.hold();
       due_.push_back(due);
     };
-    if (IgnoredChangesShow::ofNotifier(change.notifier->fwkType())) {
+    if (goesToAll_) {
       for (Reactor* r = change.notifier->noxNotifiees().firstKeyed(); r != nullptr; r = NotifieeList::next(*r)) add(*r);
       for (auto const& [r, stays] : stays_)  // they may register again before their turn comes
         if (r->statesKey_ != 0 && !(r->list_ == change.notifier && NotifieeList::isLinked(*r)))
@@ -163,7 +168,6 @@ class TurnQueue {
     if (nextChange_ == changes_.size()) {
       changes_.clear();
       reactors_.clear();
-      if (!stays_.empty()) stays_.clear();  // clearing costs a sweep of the buckets, also when there is nothing
       nextChange_ = nextReactor_ = 0;
     } else if (nextChange_ > kCompactAt && nextChange_ > changes_.size() / 2) {
       changes_.erase(changes_.begin(), changes_.begin() + static_cast<std::ptrdiff_t>(nextChange_));
@@ -181,6 +185,7 @@ class TurnQueue {
   std::size_t nextReactor_ = 0;
   std::vector<Due> due_;                                         // of the change that is being delivered by key
   std::uint64_t generation_ = 0;                                 // of the interests when `due_` was filled
+  bool goesToAll_ = false;                                       // what was answered then
   std::unordered_map<Reactor const*, std::vector<Stay>> stays_;  // while changes by key wait
   std::exception_ptr firstException_;
 };

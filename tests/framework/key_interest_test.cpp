@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <deque>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <random>
@@ -60,7 +61,10 @@ class Listener : public Panel::NotifieeConst {
     if (then) then();
   }
   void onLabel(Nox::Name label) override { log_.push_back(name_ + " label " + std::string(label.view())); }
-  void onPower() override { log_.push_back(name_ + " power"); }
+  void onPower() override {
+    log_.push_back(name_ + " power");
+    if (then) then();
+  }
 
   bool hearsAll = false;
   unsigned calls = 0;
@@ -181,6 +185,39 @@ TEST(KeyInterest, AHandlerThatReleasesTheNextReactorKeepsItFromBeingCalled) {
   EXPECT_THAT(f.log, ElementsAre("a port 1"));
 }
 
+TEST(KeyInterest, AReactorOfAnotherInterfaceIsPassedByWhateverItStates) {
+  struct Other : Nox::Entity::NotifieeConst {
+    void onParent() override { ++calls; }
+    void onVersion() override { ++calls; }
+    void onIsNondestructing() override { ++calls; }
+    KeyInterest interest{*this};
+    unsigned calls = 0;
+  };
+  Fixture f;
+  KeySource one(1);
+  auto const other = Nox::make<Other>();
+  other->interest.sourceIs(&one);
+  other->notifierIs(f.panel);
+  f.panel->port(1);
+  EXPECT_EQ(other->calls, 0U);
+}
+
+TEST(KeyInterest, WhatIsIgnoredShowsFromTheReactorOnThatAsksForIt) {
+  static bool isShown = false;
+  Nox::IgnoredChangesShow const shown(Panel::noxType, [] { return isShown; });
+  Fixture f;
+  KeySource one(1);
+  KeySource two(2);
+  auto const before = f.listener("before", &two);
+  auto const a = f.listener("a", &one);
+  auto const behind = f.listener("behind", &two);
+  a->then = [] { isShown = true; };
+  f.panel->port(1);
+  EXPECT_EQ(before->calls, 0U);
+  EXPECT_EQ(behind->calls, 1U);
+  EXPECT_THAT(f.log, ElementsAre("a port 1"));
+}
+
 /// A random story of a few listeners, sources and panels, told the same way in every mode.
 std::vector<std::string> story(unsigned seed, Mode mode) {
   constexpr unsigned kListeners = 6;
@@ -194,21 +231,26 @@ std::vector<std::string> story(unsigned seed, Mode mode) {
   std::deque<KeySource> sources(kSources);
   std::vector<Nox::Ptr<Panel>> const panels{Nox::make<Panel>("p"), Nox::make<Panel>("q")};
   std::vector<Nox::Ptr<Listener>> listeners;
-  for (unsigned i = 0; i < kListeners; ++i) {
+  auto const listener = [&](unsigned i) {
     bool const hearsAll = i % 3 == 2;
-    listeners.emplace_back(Nox::make<Listener>("l" + std::to_string(i), log, !hearsAll && mode != Mode::kOrdinary));
-    listeners.back()->hearsAll = hearsAll;
-    if (!hearsAll) listeners.back()->follow(&sources[i % kSources]);
-    listeners.back()->notifierIs(panels[0]);
-  }
+    Nox::Ptr<Listener> const l =
+        Nox::make<Listener>("l" + std::to_string(i), log, !hearsAll && mode != Mode::kOrdinary);
+    l->hearsAll = hearsAll;
+    if (!hearsAll) l->follow(&sources[i % kSources]);
+    l->notifierIs(panels[0]);
+    return l;
+  };
+  for (unsigned i = 0; i < kListeners; ++i) listeners.push_back(listener(i));
   unsigned depth = 0;
   std::function<void()> step;
+  std::function<void()> sometimes;
   auto const steps = [&](unsigned n) {
     for (unsigned i = 0; i < n; ++i) step();
   };
   step = [&] {
-    Listener& l = *listeners[pick(kListeners)];
-    switch (pick(8)) {
+    unsigned const chosen = pick(kListeners);
+    Listener& l = *listeners[chosen];
+    switch (pick(10)) {
       case 0:
         sources[pick(kSources)].keyIs(pick(kKeys));
         break;
@@ -224,6 +266,15 @@ std::vector<std::string> story(unsigned seed, Mode mode) {
       case 4:
         l.notifierIs(panels[pick(2)]);
         break;
+      case 6:  // another one in its place, perhaps at its very address
+        l.isRegisteredNotifieeIs(false);
+        listeners[chosen] = nullptr;
+        listeners[chosen] = listener(chosen);
+        listeners[chosen]->then = sometimes;
+        break;
+      case 7:
+        panels[pick(2)]->announce<Nox::unkeyed(&Panel::NotifieeConst::onPower)>();
+        break;
       case 5: {
         if (depth == 2) break;
         ++depth;
@@ -236,10 +287,10 @@ std::vector<std::string> story(unsigned seed, Mode mode) {
         panels[pick(4) == 0 ? 1 : 0]->port(pick(kKeys));
     }
   };
-  for (auto const& l : listeners)
-    l->then = [&] {
-      if (log.size() < 2000 && pick(3) == 0) steps(1 + pick(2));
-    };
+  sometimes = [&] {
+    if (log.size() < 2000 && pick(3) == 0) steps(1 + pick(2));
+  };
+  for (auto const& l : listeners) l->then = sometimes;
   for (unsigned i = 0; i < 60; ++i) {
     log.push_back("--");
     step();
