@@ -107,7 +107,8 @@ void addRows(std::string const& subject) {
                    measure<Registry>(state, row, static_cast<std::size_t>(switches));
                  })
           ->UseManualTime()
-          ->Iterations(std::max(1L, 10'000 / switches));
+          ->Iterations(std::max(1L, 10'000 / switches))
+          ->Repetitions(3);
     }
   }
 }
