@@ -13,7 +13,6 @@
 #include <typeinfo>
 #include <vector>
 
-#include "framework/pool_counts.h"
 #include "framework/ptr_interface.h"
 
 namespace Agent {
@@ -31,21 +30,36 @@ struct Kind {
   Nox::AllocationCount count;
 };
 
-/// The live objects by class, the kinds with the most bytes first.
-std::vector<Kind> liveKinds() {
-  std::map<std::type_index, Nox::AllocationCount> byType;
-  Nox::forEachLiveObject([&](void const* object, std::size_t bytes) {
-    // All that is allocated as an object derives from this class, and first of all from it.
-    Nox::AllocationCount& count = byType[typeid(*static_cast<Nox::PtrInterface const*>(object))];
-    ++count.live;
-    count.liveBytes += bytes;
-  });
+void add(Nox::AllocationCount& sum, Nox::AllocationCount const& count) {
+  sum.made += count.made;
+  sum.madeBytes += count.madeBytes;
+  sum.live += count.live;
+  sum.liveBytes += count.liveBytes;
+}
+
+/// Takes `before` out of `now`. Of what lived before, as much as lives still.
+void split(Nox::AllocationCount& now, Nox::AllocationCount& before) {
+  before.live = std::min(before.live, now.live);
+  before.liveBytes = std::min(before.liveBytes, now.liveBytes);
+  now.made -= before.made;
+  now.madeBytes -= before.madeBytes;
+  now.live -= before.live;
+  now.liveBytes -= before.liveBytes;
+}
+
+/// The kinds with the most bytes first. Those with less than `leastBytes` are one kind, the last.
+std::vector<Kind> sortedKinds(std::map<std::type_index, Nox::AllocationCount> const& live, double leastBytes) {
   std::vector<Kind> kinds;
-  kinds.reserve(byType.size());
-  for (auto const& [type, count] : byType) kinds.push_back({className(type), count});
+  Kind others{"other kinds", {}};
+  for (auto const& [type, count] : live)
+    if (static_cast<double>(count.liveBytes) < leastBytes)
+      add(others.count, count);
+    else if (count.live > 0)
+      kinds.push_back({className(type), count});
   std::sort(kinds.begin(), kinds.end(), [](Kind const& a, Kind const& b) {
     return a.count.liveBytes != b.count.liveBytes ? a.count.liveBytes > b.count.liveBytes : a.name < b.name;
   });
+  if (others.count.live > 0) kinds.push_back(others);
   return kinds;
 }
 
@@ -69,20 +83,49 @@ Row row(Kind const& kind, std::size_t switches, bool isMadeKnown) {
 
 }  // namespace
 
-std::string memoryTable(std::size_t switches) {
+MemoryCounts countMemory() {
+  MemoryCounts counts;
   auto const [objects, internal] = Nox::poolCounts();
+  counts.internal = internal;
+  counts.objectsMade = {objects.made, objects.madeBytes, 0, 0};
+  Nox::forEachLiveObject([&](void const* object, std::size_t bytes) {
+    // All that is allocated as an object derives from this class, and first of all from it.
+    Nox::AllocationCount& count = counts.liveObjects[typeid(*static_cast<Nox::PtrInterface const*>(object))];
+    ++count.live;
+    count.liveBytes += bytes;
+  });
+  return counts;
+}
+
+std::string memoryTable(MemoryCounts before, std::size_t switches) {
+  MemoryCounts now = countMemory();
+  split(now.objectsMade, before.objectsMade);
+  split(now.internal, before.internal);
+  Nox::AllocationCount objects = now.objectsMade;
+  Nox::AllocationCount objectsBefore = before.objectsMade;
+  for (auto& [type, count] : now.liveObjects) {
+    Nox::AllocationCount& countBefore = before.liveObjects[type];
+    split(count, countBefore);
+    add(objects, count);
+    add(objectsBefore, countBefore);
+  }
+  Nox::AllocationCount total = objects;
+  add(total, now.internal);
+  Nox::AllocationCount totalBefore = objectsBefore;
+  add(totalBefore, before.internal);
+
   std::vector<Row> rows{{"MEMORY " + (switches == 0 ? "without a switch" : "per switch of " + std::to_string(switches)),
                          "LIVE BYTES",
                          "LIVE",
                          "MADE BYTES",
                          "MADE"}};
-  for (Kind const& kind : liveKinds()) rows.push_back(row(kind, switches, false));
-  Nox::AllocationCount const total{objects.made + internal.made,
-                                   objects.madeBytes + internal.madeBytes,
-                                   objects.live + internal.live,
-                                   objects.liveBytes + internal.liveBytes};
-  for (Kind const& sum : {Kind{"all objects", objects}, Kind{"texts and tables", internal}, Kind{"total", total}})
+  constexpr double kLeastShare = 0.01;
+  for (Kind const& kind : sortedKinds(now.liveObjects, kLeastShare * static_cast<double>(total.liveBytes)))
+    rows.push_back(row(kind, switches, false));
+  for (Kind const& sum :
+       {Kind{"all objects", objects}, Kind{"texts and function tables", now.internal}, Kind{"total", total}})
     rows.push_back(row(sum, switches, true));
+  rows.push_back(row({"before the first operation, not divided", totalBefore}, 0, true));
 
   std::array<std::size_t, std::tuple_size_v<Row>> widths{};
   for (Row const& cells : rows)

@@ -115,15 +115,16 @@ void refuseSameFiles(ReplayOptions const& options) {
   }
 }
 
-/// The memory in use, by kind, and what the replay took.
-std::string statsText(Tables const& tables, std::chrono::duration<double> duration) {
+/// The memory in use, by kind and apart from what was in use `before`, and what the replay took.
+std::string statsText(Tables const& tables, MemoryCounts const& before, std::chrono::duration<double> duration) {
   std::size_t switches = 0;
   for (auto const& [name, entry] : sortedByKey(tables.registrationRootDir->entries()))
     if (Nox::ptrCast<Nox::Dir>(entry->entityRef())) ++switches;
   rusage usage{};
   getrusage(RUSAGE_SELF, &usage);
   std::ostringstream text;
-  text << memoryTable(switches) << std::fixed << std::setprecision(3) << "\ntime         " << duration.count() << " s\n"
+  text << memoryTable(before, switches) << std::fixed << std::setprecision(3) << "\ntime         " << duration.count()
+       << " s\n"
        << "peak memory  " << std::setprecision(1) << static_cast<double>(usage.ru_maxrss) / 1024 << " MiB\n";
   return text.str();
 }
@@ -140,13 +141,14 @@ class Replay {
 
   /// Returns the exit status. Throws a FileError.
   int run() {
+    MemoryCounts const before = options_.isStats ? countMemory() : MemoryCounts();
     auto const begin = std::chrono::steady_clock::now();
     for (std::string const& file : options_.scenarios)
       if (!apply(file)) return 1;
     progress_.erase();
     std::chrono::duration<double> const duration = std::chrono::steady_clock::now() - begin;
     // Before anything is printed: that, too, makes texts.
-    std::string const stats = options_.isStats ? statsText(host_.tables(), duration) : std::string();
+    std::string const stats = options_.isStats ? statsText(host_.tables(), before, duration) : std::string();
     if (options_.isTable) output_.write(switchTable(host_.tables()) + (options_.isStats ? "\n" : ""));
     if (!options_.isTable && !options_.isStats) writeTree();
     output_.write(stats);
