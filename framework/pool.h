@@ -20,7 +20,7 @@ class NOX_EXPORT VFPtrInterface {
   static void* operator new(std::size_t, void* place) noexcept { return place; }
 
   /// Takes back what operator new gave; `size` is the size that was asked for. Null is ignored; an address that is no
-  /// object of this size, or no longer one, is an assertion.
+  /// object of this size, or no longer one, is an assertion; that two threads delete the same object may go unnoticed.
   static void operator delete(void* p, std::size_t size) noexcept;
   static void operator delete(void*, void*) noexcept {}
 

@@ -20,7 +20,7 @@ struct AllocationCount {
 struct PoolCounts {
   /// What came from VFPtrInterface.
   AllocationCount objects;
-  /// What came from NoxMemPool: texts and tables.
+  /// What came from NoxMemPool: texts and function tables.
   AllocationCount internal;
 };
 
