@@ -14,7 +14,6 @@ using Nox::keyedPlain;
 using Nox::memberOf;
 using Nox::NoxType;
 using Nox::plain;
-using Nox::PtrInterface;
 using Nox::toggle;
 using Nox::TypeRegistration;
 using Nox::unkeyed;

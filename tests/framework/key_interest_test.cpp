@@ -79,7 +79,7 @@ class Listener : public Panel::NotifieeConst {
 
 struct Fixture {
   Nox::Ptr<Listener> listener(std::string const& name, KeySource const* source) {
-    Nox::Ptr<Listener> const l = Nox::make<Listener>(name, log, true);
+    Nox::Ptr<Listener> l = Nox::make<Listener>(name, log, true);
     l->follow(source);
     l->notifierIs(panel);
     return l;
@@ -233,8 +233,7 @@ std::vector<std::string> story(unsigned seed, Mode mode) {
   std::vector<Nox::Ptr<Listener>> listeners;
   auto const listener = [&](unsigned i) {
     bool const hearsAll = i % 3 == 2;
-    Nox::Ptr<Listener> const l =
-        Nox::make<Listener>("l" + std::to_string(i), log, !hearsAll && mode != Mode::kOrdinary);
+    Nox::Ptr<Listener> l = Nox::make<Listener>("l" + std::to_string(i), log, !hearsAll && mode != Mode::kOrdinary);
     l->hearsAll = hearsAll;
     if (!hearsAll) l->follow(&sources[i % kSources]);
     l->notifierIs(panels[0]);
@@ -292,7 +291,7 @@ std::vector<std::string> story(unsigned seed, Mode mode) {
   };
   for (auto const& l : listeners) l->then = sometimes;
   for (unsigned i = 0; i < 60; ++i) {
-    log.push_back("--");
+    log.emplace_back("--");
     step();
   }
   for (auto const& l : listeners) l->then = nullptr;
