@@ -43,6 +43,13 @@ inline std::string readFile(std::filesystem::path const& path) {
   return text.str();
 }
 
+/// A scenario of one switch that becomes ready.
+inline constexpr char kOneSwitch[] = R"({"put": "controller/config", "value": {"enabled": true}}
+{"put": "registration/a/config", "value": {"systemId": "02:00:00:aa:00:01", "enabled": true, "registrationGenId": 3}}
+{"put": "registration/a/status", "value": {}}
+{"put": "heartbeat/02:00:00:aa:00:01", "value": {}}
+)";
+
 /// What a run of the program said and returned.
 struct Outcome {
   int status = -1;
