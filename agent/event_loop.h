@@ -1,0 +1,26 @@
+// The one thread on which everything happens: what is to be done next, and what later.
+#pragma once
+
+#include <chrono>
+#include <functional>
+
+namespace Agent {
+
+/// What runs on the event thread runs to its end before the next begins. All calls are made on that thread.
+class EventLoop {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  EventLoop() = default;
+  EventLoop(EventLoop const&) = delete;
+  EventLoop& operator=(EventLoop const&) = delete;
+  virtual ~EventLoop() = default;
+
+  virtual Clock::time_point now() const = 0;
+  /// Runs `task` behind all that is ready to run now.
+  virtual void post(std::function<void()> task) = 0;
+  /// Runs `task` at that time or soon after; at once if it has passed.
+  virtual void at(Clock::time_point time, std::function<void()> task) = 0;
+};
+
+}  // namespace Agent

@@ -1,0 +1,69 @@
+// HTTP as the program sees it: requests and responses as plain values, and bodies that come piece by piece.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace Agent {
+
+/// Header fields in order; names are compared without case.
+using HttpFields = std::vector<std::pair<std::string, std::string>>;
+
+/// The value of the first field of that name; nothing if there is none.
+std::optional<std::string_view> findField(HttpFields const& fields, std::string_view name);
+
+struct HttpRequest {
+  std::string method = "GET";
+  /// As in the request line: percent-encoded path and query.
+  std::string target;
+  HttpFields fields;
+  std::string body;
+};
+
+/// A body whose pieces are asked for as fast as the reader takes them, so that a slow reader holds up nobody else. Used
+/// on the event thread alone, and dropped when the reader has gone.
+class BodySource {
+ public:
+  BodySource() = default;
+  BodySource(BodySource const&) = delete;
+  BodySource& operator=(BodySource const&) = delete;
+  virtual ~BodySource() = default;
+
+  /// The next piece, some 64 KiB at most unless one document is larger; empty if there is nothing now, nothing at all
+  /// behind the end.
+  virtual std::optional<std::string> next() = 0;
+
+  /// What to call, once, when `next()` was empty and need not be so any longer. It may be called from anywhere but out
+  /// of `next()` itself.
+  void wakeIs(std::function<void()> wake) { wake_ = std::move(wake); }
+
+ protected:
+  void wake() {
+    if (auto const call = std::exchange(wake_, nullptr)) call();
+  }
+
+ private:
+  std::function<void()> wake_;
+};
+
+struct HttpResponse {
+  int status = 200;
+  HttpFields fields;
+  std::string body;
+  /// The body instead, if set: sent in chunks.
+  std::unique_ptr<BodySource> source;
+};
+
+/// Takes the response to one request, once, at any time, on the event thread. If the client has gone the response is
+/// dropped.
+using HttpAnswer = std::function<void(HttpResponse response)>;
+
+/// Answers requests.
+using HttpHandler = std::function<void(HttpRequest request, HttpAnswer answer)>;
+
+}  // namespace Agent
