@@ -112,12 +112,12 @@ class WriteHook final : public Nox::WriteObserver {
   virtual ~WriteHook() { Nox::writeObserver_ = before_; }
 
  private:
-  void written(Nox::Entity const& entity, std::string_view operation, bool /*changed*/, std::string key,
-               std::string value) override {
-    then_(place(entity, operation, key) + " = " + value);
+  void written(Nox::Entity const& entity, std::string_view operation, bool /*changed*/, Nox::WriteText key,
+               Nox::WriteText value) override {
+    then_(place(entity, operation, key.text()) + " = " + value.text());
   }
-  void removed(Nox::Entity const& entity, std::string_view operation, bool /*changed*/, std::string key) override {
-    then_(place(entity, operation, key) + " deleted");
+  void removed(Nox::Entity const& entity, std::string_view operation, bool /*changed*/, Nox::WriteText key) override {
+    then_(place(entity, operation, key.text()) + " deleted");
   }
   static std::string place(Nox::Entity const& entity, std::string_view operation, std::string const& key) {
     std::string text(entity.fullName().view());

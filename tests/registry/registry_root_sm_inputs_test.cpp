@@ -191,8 +191,8 @@ struct AtRemoval final : Nox::WriteObserver {
   AtRemoval(AtRemoval const&) = delete;
   AtRemoval& operator=(AtRemoval const&) = delete;
   ~AtRemoval() { Nox::writeObserver_ = nullptr; }
-  void written(Nox::Entity const&, std::string_view, bool, std::string, std::string) override {}
-  void removed(Nox::Entity const&, std::string_view, bool, std::string) override { then(); }
+  void written(Nox::Entity const&, std::string_view, bool, Nox::WriteText, Nox::WriteText) override {}
+  void removed(Nox::Entity const&, std::string_view, bool, Nox::WriteText) override { then(); }
   std::function<void()> then;
 };
 

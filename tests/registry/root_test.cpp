@@ -319,8 +319,8 @@ TEST(Root, UnlinksItsTablesBeforeTheMachinesThatUseThemEnd) {
   auto const mounts = Nox::make<ParentWatch>(w.mounts, log);
   auto const switches = Nox::make<ParentWatch>(w.switches, log);
   struct AtRemoval final : Nox::WriteObserver {
-    void written(Nox::Entity const&, std::string_view, bool, std::string, std::string) override {}
-    void removed(Nox::Entity const&, std::string_view, bool, std::string) override { then(); }
+    void written(Nox::Entity const&, std::string_view, bool, Nox::WriteText, Nox::WriteText) override {}
+    void removed(Nox::Entity const&, std::string_view, bool, Nox::WriteText) override { then(); }
     std::function<void()> then;
   } observer;
   unsigned removals = 0;

@@ -43,12 +43,12 @@ class WriteLog final : public Nox::WriteObserver {
   }
 
  private:
-  void written(Nox::Entity const& entity, std::string_view operation, bool changed, std::string key,
-               std::string value) override {
-    add(entity, operation, key, " = " + value, changed, " (equal)");
+  void written(Nox::Entity const& entity, std::string_view operation, bool changed, Nox::WriteText key,
+               Nox::WriteText value) override {
+    add(entity, operation, key.text(), " = " + value.text(), changed, " (equal)");
   }
-  void removed(Nox::Entity const& entity, std::string_view operation, bool changed, std::string key) override {
-    add(entity, operation, key, " deleted", changed, " (absent)");
+  void removed(Nox::Entity const& entity, std::string_view operation, bool changed, Nox::WriteText key) override {
+    add(entity, operation, key.text(), " deleted", changed, " (absent)");
   }
 
   void add(Nox::Entity const& entity, std::string_view operation, std::string const& key, std::string const& what,
