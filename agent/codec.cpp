@@ -52,6 +52,22 @@ Json const* find(Json::object_t const& members, std::string_view key) {
 void parse(Json const& json, bool& to) { to = requireBool(json, ""); }
 void parse(Json const& json, unsigned& to) { to = requireUnsigned(json, ""); }
 void parse(Json const& json, Nox::String8& to) { to = Nox::String8(requireString(json, "")); }
+template <class T>
+void parsePart(std::string const& name, Json::object_t const& members, T& to) {
+  inMember(name, [&] {
+    Json const* const value = find(members, name);
+    if (value == nullptr) throw InputError("", "missing");
+    parse(*value, to);
+  });
+}
+void parse(Json const& json, ServiceVersionV1& to) {
+  unsigned number = 0;
+  Nox::String8 desc;
+  parsePart("version", requireObject(json, ""), number);
+  parsePart("desc", requireObject(json, ""), desc);
+  to = ServiceVersionV1(number, desc);
+}
+void parse(Json const& json, Nox::Name& to) { to = Nox::Name(requireString(json, "")); }
 void parse(Json const& json, Controller::SystemId& to) {
   auto const address = Lumo::EthAddr::parse(requireString(json, ""));
   if (!address) throw InputError("", "expected a system id like 02:00:00:aa:00:01, found " + describe(json));
@@ -126,32 +142,49 @@ using MapOf = std::remove_cvref_t<decltype((std::declval<R const&>().*Row::read)
 template <class Map>
 using KeyOf = std::remove_cvref_t<decltype(std::declval<Map const&>().begin()->fwkKey())>;
 
+/// The record that a child row leads to.
+template <class R, auto Change>
+using ChildOf = std::remove_cvref_t<decltype(*(std::declval<R&>().*Change)())>;
+
+/// Whether the members of a keyed field are children that are made from their key alone.
+template <class Map>
+constexpr bool kHasChildren =
+    std::derived_from<std::remove_cvref_t<decltype(*std::declval<Map const&>().begin())>, Nox::Entity>;
+
 // Checking.
 
-template <class R, auto Read, auto Write>
+template <class R, Writer By, auto Read, auto Write>
 void checkRow(ScalarRow<Read, Write> const& /*row*/, Json const& json) {
   std::remove_cvref_t<decltype((std::declval<R const&>().*Read)())> value;
   parse(json, value);
 }
-template <class R, auto Read, auto Change>
-void checkRow(ChildRow<Read, Change> const& /*row*/, Json const& json) {
-  checkDocument<std::remove_reference_t<decltype(*(std::declval<R&>().*Change)())>>(json);
+template <class R, Writer By, auto Read, auto Change, auto Make>
+void checkRow(ChildRow<Read, Change, Make> const& /*row*/, Json const& json) {
+  if (!std::is_null_pointer_v<decltype(Make)> && json.is_null()) return;
+  checkDocument<ChildOf<R, Change>, By>(json);
 }
-template <class R, auto Read, auto Enter, auto Remove>
+template <class R, Writer By, auto Read, auto Enter, auto Remove>
 void checkRow(KeyedRow<Read, Enter, Remove> const& /*row*/, Json const& json) {
   using Map = MapOf<KeyedRow<Read, Enter, Remove>, R>;
   for (auto const& [name, value] : requireObject(json, "")) {
     inMember(name, [&name = name, &value = value] {
       KeyOf<Map> key{};
-      typename Map::Value member{};
       parseKey(name, key);
-      parseMember(key, value, member);
+      if constexpr (kHasChildren<Map>) {
+        checkDocument<typename Map::Member, By>(value);
+      } else {
+        typename Map::Value member{};
+        parseMember(key, value, member);
+      }
     });
   }
 }
-template <class R, class Row>
-void checkRow(AnswerRow<Row> const& /*row*/, Json const& /*json*/) {
-  throw InputError("", "this field is the registry's own: no put may hold it");
+template <class R, Writer By, class Row>
+void checkRow(AnswerRow<Row> const& row, Json const& json) {
+  if constexpr (By == Writer::kRegistry)
+    checkRow<R, By>(static_cast<Row const&>(row), json);
+  else
+    throw InputError("", "this field is the registry's own: no put may hold it");
 }
 
 template <class R>
@@ -163,20 +196,24 @@ std::string fieldNames() {
 
 // Writing. An absent field is null here.
 
-template <class R, auto Read, auto Write>
+template <Writer By, class R, auto Read, auto Write>
 void writeRow(ScalarRow<Read, Write> const& /*row*/, Json const* json, R& record) {
-  std::remove_cvref_t<decltype((record.*Read)())> value{};
-  if (json != nullptr) parse(*json, value);
-  (record.*Write)(value);
+  if constexpr (!std::is_null_pointer_v<decltype(Write)>) {
+    std::remove_cvref_t<decltype((record.*Read)())> value{};
+    if (json != nullptr) parse(*json, value);
+    (record.*Write)(value);
+  }
 }
-template <class R, auto Read, auto Change>
-void writeRow(ChildRow<Read, Change> const& /*row*/, Json const* json, R& record) {
+template <Writer By, class R, auto Read, auto Change, auto Make>
+void writeRow(ChildRow<Read, Change, Make> const& /*row*/, Json const* json, R& record) {
   static Json const nothing = Json::object();
-  writeDocument(json != nullptr ? *json : nothing, *(record.*Change)());
+  if constexpr (!std::is_null_pointer_v<decltype(Make)>) {
+    if (json == nullptr || json->is_null()) return;
+    Json const* const name = find(json->get_ref<Json::object_t const&>(), "name");
+    (record.*Make)(name != nullptr ? Nox::Name(requireString(*name, "name")) : Nox::Name());
+  }
+  writeDocument<ChildOf<R, Change>, By>(json != nullptr ? *json : nothing, *(record.*Change)());
 }
-template <class R, class Row>
-void writeRow(AnswerRow<Row> const& /*row*/, Json const* /*json*/, R& /*record*/) {}
-
 /// One member that a document lists, in a collection of the same order as the one that it is written to.
 template <class Key>
 class Listed final : public Nox::Row<Key, Json const*> {
@@ -199,7 +236,7 @@ void enterMember(Enter enter, R& record, Nox::Name const& name, Nox::Ptr<Child> 
   (record.*enter)(made);
 }
 
-template <class R, auto Read, auto Enter, auto Remove>
+template <Writer By, class R, auto Read, auto Enter, auto Remove>
 void writeRow(KeyedRow<Read, Enter, Remove> const& /*row*/, Json const* json, R& record) {
   auto const& map = (record.*Read)();
   using Map = MapOf<KeyedRow<Read, Enter, Remove>, R>;
@@ -217,9 +254,18 @@ void writeRow(KeyedRow<Read, Enter, Remove> const& /*row*/, Json const* json, R&
   for (bool const isThere : {true, false}) {
     for (auto const& member : listed) {
       Key const& key = member.fwkKey();
-      if (map.has(key) == isThere) enterMember(Enter, record, key, map.value(key), *member.value());
+      if (map.has(key) != isThere) continue;
+      if constexpr (kHasChildren<Map>)
+        writeDocument<typename Map::Member, By>(*member.value(), *(record.*Enter)(key));
+      else
+        enterMember(Enter, record, key, map.value(key), *member.value());
     }
   }
+}
+
+template <Writer By, class R, class Row>
+void writeRow(AnswerRow<Row> const& row, Json const* json, R& record) {
+  if constexpr (By == Writer::kRegistry) writeRow<By>(static_cast<Row const&>(row), json, record);
 }
 
 // Reading.
@@ -228,8 +274,8 @@ template <class R, auto Read, auto Write>
 Json readRow(ScalarRow<Read, Write> const& /*row*/, R const& record) {
   return print((record.*Read)());
 }
-template <class R, auto Read, auto Change>
-Json readRow(ChildRow<Read, Change> const& /*row*/, R const& record) {
+template <class R, auto Read, auto Change, auto Make>
+Json readRow(ChildRow<Read, Change, Make> const& /*row*/, R const& record) {
   auto const child = (record.*Read)();
   return child ? readDocument(*child) : Json();
 }
@@ -239,7 +285,7 @@ Json readRow(KeyedRow<Read, Enter, Remove> const& /*row*/, R const& record) {
   // Appended without the object's own search for the key, which would read them all for each.
   auto& members = json.get_ref<Json::object_t&>();
   for (auto const& [text, member] : sortedByKey((record.*Read)())) {
-    if constexpr (std::derived_from<std::remove_pointer_t<decltype(member)>, Nox::Entity>)
+    if constexpr (kHasChildren<std::remove_cvref_t<decltype((record.*Read)())>>)
       members.emplace_back(text, readDocument(*member));
     else
       members.emplace_back(text, printMember(member->value()));
@@ -249,7 +295,7 @@ Json readRow(KeyedRow<Read, Enter, Remove> const& /*row*/, R const& record) {
 
 }  // namespace
 
-template <class R>
+template <class R, Writer By>
 void checkDocument(Json const& document) {
   for (auto const& [name, value] : requireObject(document, "")) {
     inMember(name, [&name = name, &value = value] {
@@ -257,17 +303,17 @@ void checkDocument(Json const& document) {
       forEachRow<R>([&](auto const& row) {
         if (row.name != name) return;
         isKnown = true;
-        checkRow<R>(row, value);
+        checkRow<R, By>(row, value);
       });
       if (!isKnown) throw InputError("", "no such field here; the fields are " + fieldNames<R>());
     });
   }
 }
 
-template <class R>
+template <class R, Writer By>
 void writeDocument(Json const& document, R& record) {
   auto const& members = document.get_ref<Json::object_t const&>();
-  forEachRow<R>([&](auto const& row) { writeRow(row, find(members, row.name), record); });
+  forEachRow<R>([&](auto const& row) { writeRow<By>(row, find(members, row.name), record); });
 }
 
 template <class R>
@@ -297,5 +343,14 @@ template Json readDocument(Controller::ServiceStatusV1 const&);
 template void checkDocument<Controller::SystemPublishedMount>(Json const&);
 template void writeDocument(Json const&, Controller::SystemPublishedMount&);
 template Json readDocument(Controller::SystemPublishedMount const&);
+
+// What comes back from where it was kept.
+template void checkDocument<Controllerdb::Status, Writer::kRegistry>(Json const&);
+template void writeDocument<Controllerdb::Status, Writer::kRegistry>(Json const&, Controllerdb::Status&);
+template void checkDocument<ControllerRegistration::SwitchStatus, Writer::kRegistry>(Json const&);
+template void writeDocument<ControllerRegistration::SwitchStatus, Writer::kRegistry>(
+    Json const&, ControllerRegistration::SwitchStatus&);
+template void checkDocument<Controller::ServiceStatusV1, Writer::kRegistry>(Json const&);
+template void writeDocument<Controller::ServiceStatusV1, Writer::kRegistry>(Json const&, Controller::ServiceStatusV1&);
 
 }  // namespace Agent

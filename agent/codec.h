@@ -5,15 +5,20 @@
 
 namespace Agent {
 
+/// Who writes a document: whoever is outside, or the registry itself, whose own fields come back from where they were
+/// kept.
+enum class Writer { kOutside, kRegistry };
+
 /// Throws an InputError unless `document` may be put over a record of class R: an object with no other members than the
-/// fields that somebody else than the registry writes, each of its type. The error's field starts inside the document.
-template <class R>
+/// fields that this writer writes, each of its type. Those that somebody else than the registry writes are everybody's.
+/// The error's field starts inside the document.
+template <class R, Writer By = Writer::kOutside>
 void checkDocument(Json const& document);
 
 /// Writes a document that was checked into a record, field by field in the order of the record's table; an absent field
 /// means its default. Within a keyed field removed members come first, then changed ones, then new ones, each in the
 /// collection's order; members that are still there stay the same entities. Opens no turn.
-template <class R>
+template <class R, Writer By = Writer::kOutside>
 void writeDocument(Json const& document, R& record);
 
 /// The record's document: every field, in the order of its table, keyed members in byte order of their keys.

@@ -22,9 +22,10 @@ Nox::Ptr<Controller::PublishedMountsTable> publishedMountsTable(Nox::Ptr<Nox::En
 
 }  // namespace
 
-Host::Host(Nox::Library const& library)
+Host::Host(Nox::Library const& library, std::function<void(Tables& tables)> const& fill)
     : root_(library.rootFactory("enrolix")), tables_{.publishedMountsTable = publishedMountsTable(root_)} {
   Nox::Turn turn;
+  if (fill) fill(tables_);
   Nox::GenericIfEntity const root(root_);
   root.attributeOp("registrationRootDir", Op::kSet, {tables_.registrationRootDir});
   Value const registeredSwitchTable = root.attributeOp("registeredSwitchTable", Op::kInstantiate);

@@ -17,57 +17,82 @@ namespace {
 
 [[noreturn]] void refuse(std::string const& reason) { throw PathRefusal(reason); }
 
-constexpr char kIsRegistrys[] = "this path is the registry's own: it can be read, not put or deleted";
-constexpr char kAlwaysThere[] = "this path is always there: it can be put, not deleted";
-constexpr char kIsDirectory[] = "a registration has no document; expected registration/<switch>/<entry>";
-
-void refuseNull(Json const& document) {
-  if (document.is_null()) throw InputError("", "expected any JSON value but null, found null");
-}
-
 }  // namespace
 
-// Each puts the document at a place: it is checked first, and then written.
+// Refuses what no put or, without a document, no delete may do.
+struct StateTree::Check {
+  Json const* document;
+
+  template <class R>
+  void of() const {
+    if (document != nullptr) checkDocument<R>(*document);
+  }
+  static void isRegistrys() { refuse("this path is the registry's own: it can be read, not put or deleted"); }
+  void isAlwaysThere() const {
+    if (document == nullptr) refuse("this path is always there: it can be put, not deleted");
+  }
+  void isNotNull() const {
+    if (document != nullptr && document->is_null())
+      throw InputError("", "expected any JSON value but null, found null");
+  }
+
+  void operator()(At::ControllerConfig const& /*at*/) const {
+    isAlwaysThere();
+    of<Controllerdb::Config>();
+  }
+  void operator()(At::ControllerStatus const& /*at*/) const {
+    isAlwaysThere();
+    of<Controllerdb::Status>();
+  }
+  void operator()(At::ControllerSwitch const& /*at*/) const { isRegistrys(); }
+  void operator()(At::Registration const& /*at*/) const {
+    if (document != nullptr) refuse("a registration has no document; expected registration/<switch>/<entry>");
+  }
+  void operator()(At::SwitchConfig const& /*at*/) const { of<SwitchConfig>(); }
+  void operator()(At::SwitchStatus const& /*at*/) const { of<SwitchStatus>(); }
+  void operator()(At::OtherEntry const& /*at*/) const { isNotNull(); }
+  void operator()(At::Heartbeat const& /*at*/) const { isNotNull(); }
+  void operator()(At::ServiceConfig const& /*at*/) const { of<ServiceConfigV1>(); }
+  void operator()(At::ServiceOverride const& /*at*/) const { of<ServiceConfigV1>(); }
+  void operator()(At::ServiceStatus const& /*at*/) const { isRegistrys(); }
+  void operator()(At::MountOffer const& /*at*/) const { of<Controller::SystemPublishedMount>(); }
+  void operator()(At::MountReady const& /*at*/) const {
+    if (document != nullptr) requireBool(*document, "");
+  }
+};
+
+// Each puts the document, which was checked, at a place.
 struct StateTree::Put {
   StateTree& tree;
   Json const& document;
 
-  template <class R>
-  void over(R& record) const {
-    checkDocument<R>(document);
-    writeDocument(document, record);
-  }
   // A record that already stands there, or else a new one that is complete when it is entered.
-  template <class R, class Enter>
+  template <Writer By = Writer::kOutside, class R, class Enter>
   void overOrNew(Ptr<R> const& present, std::string const& name, Enter const& enter) const {
-    if (present) return over(*present);
+    if (present) return writeDocument<R, By>(document, *present);
     Nox::ValidPtr<R> const made = Nox::make<R>(Name(name));
-    over(*made);
+    writeDocument<R, By>(document, *made);
     enter(made);
   }
   // The switch's name is the record's, also when its registration has gone.
-  template <class R>
+  template <class R, Writer By = Writer::kOutside>
   void inRegistration(std::string const& switchName, char const* entry) const {
-    overOrNew(Nox::ptrCast<R>(tree.entry(switchName, entry)), switchName, [&](Nox::ValidPtr<R> const& made) {
+    overOrNew<By>(Nox::ptrCast<R>(tree.entry(switchName, entry)), switchName, [&](Nox::ValidPtr<R> const& made) {
       tree.enter(switchName, entry, made);
     });
   }
 
-  void operator()(At::ControllerConfig const& /*at*/) const { over(*tree.tables_.config); }
-  void operator()(At::ControllerStatus const& /*at*/) const { over(*tree.tables_.status); }
-  void operator()(At::ControllerSwitch const& /*at*/) const { refuse(kIsRegistrys); }
-  void operator()(At::Registration const& /*at*/) const { refuse(kIsDirectory); }
+  void operator()(At::ControllerConfig const& /*at*/) const { writeDocument(document, *tree.tables_.config); }
+  void operator()(At::ControllerStatus const& /*at*/) const { writeDocument(document, *tree.tables_.status); }
   void operator()(At::SwitchConfig const& at) const { inRegistration<SwitchConfig>(at.switchName, "config"); }
   void operator()(At::SwitchStatus const& at) const { inRegistration<SwitchStatus>(at.switchName, "status"); }
   void operator()(At::OtherEntry const& at) const {
-    refuseNull(document);
     if (auto const present = Nox::ptrCast<KeptEntry>(tree.entry(at.switchName, at.entry)))
       present->contentIs(document);
     else
       tree.enter(at.switchName, at.entry, Nox::make<KeptEntry>(Name(at.entry), document));
   }
   void operator()(At::Heartbeat const& at) const {
-    refuseNull(document);
     tree.heartbeats_.insert_or_assign(at.systemId.address().bits(), document);
     tree.tables_.peerTable->peerIs(at.systemId);
   }
@@ -83,22 +108,66 @@ struct StateTree::Put {
       dir.overrideServiceIs(made);
     });
   }
-  void operator()(At::ServiceStatus const& /*at*/) const { refuse(kIsRegistrys); }
   void operator()(At::MountOffer const& at) const {
-    checkDocument<Controller::SystemPublishedMount>(document);
     writeDocument(document, *tree.tables_.publishedMountsTable->systemIs(at.systemId));
   }
   void operator()(At::MountReady const& at) const {
-    tree.tables_.publishedMountsTable->servicePublishReadyIs(Nox::String8(at.service), requireBool(document, ""));
+    tree.tables_.publishedMountsTable->servicePublishReadyIs(Nox::String8(at.service), document.get<bool>());
+  }
+  // Nothing is put elsewhere.
+  template <class Place>
+  void operator()(Place const& /*at*/) const {}
+};
+
+// Each puts back what the registry had written at a place; everything else is put.
+struct StateTree::Restore : Put {
+  using Put::operator();
+
+  void operator()(At::ControllerStatus const& /*at*/) const {
+    checkDocument<Controllerdb::Status, Writer::kRegistry>(document);
+    writeDocument<Controllerdb::Status, Writer::kRegistry>(document, *tree.tables_.status);
+  }
+  void operator()(At::SwitchStatus const& at) const {
+    checkDocument<SwitchStatus, Writer::kRegistry>(document);
+    inRegistration<SwitchStatus, Writer::kRegistry>(at.switchName, "status");
+  }
+  void operator()(At::ServiceStatus const& at) const {
+    checkDocument<Controller::ServiceStatusV1, Writer::kRegistry>(document);
+    Dir& all = *tree.tables_.allClientsServiceStatusDir;
+    Name const switchName(at.switchName);
+    auto dir = all.entity<Controller::ServiceStatusDir>(switchName);
+    if (!dir) {
+      dir = Nox::make<Controller::ServiceStatusDir>(switchName);
+      all.entityIs(switchName, dir);
+    }
+    writeDocument<Controller::ServiceStatusV1, Writer::kRegistry>(document, *dir->serviceIs(Name(at.service)));
+  }
+  void operator()(At::ControllerSwitch const& at) const {
+    auto& table = *tree.tables_.controllerStatus;
+    for (auto const& [name, value] : requireObject(document, "")) {
+      if (value.is_null()) continue;
+      if (name == "registeredSwitch")
+        table.registeredSwitchIs(at.systemId, requireBool(value, name));
+      else if (name == "switchConfig")
+        table.switchConfigIs(at.systemId, named<SwitchConfig>(requireString(value, name), "config"));
+      else if (name == "switchStatus")
+        table.switchStatusIs(at.systemId, named<SwitchStatus>(requireString(value, name), "status"));
+      else
+        throw InputError(name, "no such field here; the fields are switchConfig, switchStatus, registeredSwitch");
+    }
+  }
+
+  // A row's record: that of the registration, or a stand-in of its name if that has gone.
+  template <class R>
+  Ptr<R> named(std::string const& switchName, char const* entry) const {
+    Ptr<R> const present = Nox::ptrCast<R>(tree.entry(switchName, entry));
+    return present ? present : Ptr<R>(Nox::make<R>(Name(switchName)));
   }
 };
 
 struct StateTree::Remove {
   StateTree& tree;
 
-  void operator()(At::ControllerConfig const& /*at*/) const { refuse(kAlwaysThere); }
-  void operator()(At::ControllerStatus const& /*at*/) const { refuse(kAlwaysThere); }
-  void operator()(At::ControllerSwitch const& /*at*/) const { refuse(kIsRegistrys); }
   void operator()(At::Registration const& at) const {
     tree.tables_.registrationRootDir->entityDel(Name(at.switchName));
   }
@@ -113,19 +182,33 @@ struct StateTree::Remove {
   void operator()(At::ServiceOverride const& at) const {
     tree.tables_.overrideServiceConfigDir->overrideServiceDel(Name(at.service));
   }
-  void operator()(At::ServiceStatus const& /*at*/) const { refuse(kIsRegistrys); }
   void operator()(At::MountOffer const& at) const { tree.tables_.publishedMountsTable->systemDel(at.systemId); }
   void operator()(At::MountReady const& at) const {
     tree.tables_.publishedMountsTable->servicePublishReadyDel(Nox::String8(at.service));
   }
+  // Nothing is deleted elsewhere.
+  template <class Place>
+  void operator()(Place const& /*at*/) const {}
 };
 
+void StateTree::check(Path const& path, Json const* document) { std::visit(Check{document}, path); }
+
 void StateTree::put(Path const& path, Json const& document) {
+  check(path, &document);
   Nox::Turn turn;
   std::visit(Put{*this, document}, path);
 }
 
+void StateTree::restore(Path const& path, Json const& document) {
+  bool const isInput =
+      !std::holds_alternative<At::ControllerStatus>(path) && !std::holds_alternative<At::SwitchStatus>(path) &&
+      !std::holds_alternative<At::ControllerSwitch>(path) && !std::holds_alternative<At::ServiceStatus>(path);
+  if (isInput) check(path, &document);
+  std::visit(Restore{{*this, document}}, path);
+}
+
 void StateTree::remove(Path const& path) {
+  check(path, nullptr);
   Nox::Turn turn;
   std::visit(Remove{*this}, path);
 }

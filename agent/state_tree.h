@@ -33,6 +33,14 @@ class StateTree {
   /// thrown on when everything has been written and delivered.
   void put(Path const& path, Json const& document);
 
+  /// Throws what `put()` or, without a document, `remove()` would throw about the path and the document.
+  static void check(Path const& path, Json const* document);
+
+  /// Puts back a document that was read from a tree like this one, the registry's own included, before there is a
+  /// registry: rows of the controller's table last, since they name registrations. Throws an InputError if the document
+  /// cannot have been read there.
+  void restore(Path const& path, Json const& document);
+
   /// Deletes what stands at the path, in one turn. Nothing there is no error; a path where nothing may be deleted is a
   /// PathRefusal.
   void remove(Path const& path);
@@ -44,7 +52,9 @@ class StateTree {
   void forEach(std::function<void(std::string const& path, Json const& document)> const& visit) const;
 
  private:
+  struct Check;
   struct Put;
+  struct Restore;
   struct Remove;
   struct Read;
 

@@ -16,11 +16,12 @@ struct ScalarRow {
   bool document = true;
 };
 /// A child record, always reached through its owner; null where the owner has none yet. `change` reads it as one that
-/// may be changed.
-template <auto Read, auto Change>
+/// may be changed; `make` puts one of that name there, and is null where there always is one.
+template <auto Read, auto Change, auto Make>
 struct ChildRow {
   static constexpr auto read = Read;
   static constexpr auto change = Change;
+  static constexpr auto make = Make;
   std::string_view name;
   bool document = true;
 };
@@ -42,8 +43,8 @@ template <auto Read, auto Write>
 constexpr ScalarRow<Read, Write> scalar(std::string_view name) {
   return {name};
 }
-template <auto Read, auto Change>
-constexpr ChildRow<Read, Change> childRecord(std::string_view name) {
+template <auto Read, auto Change, auto Make = nullptr>
+constexpr ChildRow<Read, Change, Make> childRecord(std::string_view name) {
   return {name};
 }
 template <auto Read, auto Enter, auto Remove>

@@ -269,7 +269,8 @@ constexpr auto ServiceStatusV1::attributes() {
   using T = ServiceStatusV1;
   return std::tuple(
       Nox::scalar<&T::enabled, &T::enabledIs>("enabled"),
-      Nox::childRecord<Nox::childRead<T>(&T::versionStatus), Nox::childOf<T>(&T::versionStatus)>("versionStatus"));
+      Nox::childRecord<Nox::childRead<T>(&T::versionStatus), Nox::childOf<T>(&T::versionStatus), &T::versionStatusIs>(
+          "versionStatus"));
 }
 constexpr auto ServiceStatusDir::attributes() {
   using T = ServiceStatusDir;
