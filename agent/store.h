@@ -37,7 +37,7 @@ struct CommittedTurn {
   std::vector<DocumentChange> changes;
 };
 
-/// A store that could not do what it was asked; what() is one line that names the file.
+/// A store that could not do what it was asked; what() is one line that begins with the store's name, that of its file.
 class StoreError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -61,15 +61,18 @@ class Store {
   /// StoreError.
   virtual Revision load(std::function<void(DocumentChange const& document)> const& visit) = 0;
 
-  /// Keeps the turns, in order. When this returns they outlive any end of the program or the machine. Throws a
-  /// StoreError, of class StoreFull if there is no room; then nothing of them is kept.
+  /// Keeps the turns, in order; the revision of the last one becomes that of the state. When this returns they outlive
+  /// whatever the store outlives, for a file any end of the program or the machine. Throws a StoreError, of class
+  /// StoreFull if there is no room; then nothing of them is kept, and the store can be used as before.
   virtual void commit(std::span<CommittedTurn const> turns) = 0;
 
-  /// Throws what `commit()` would throw for a few turns of common size, and keeps nothing.
+  /// Throws what `commit()` would throw for a few turns of common size, and changes neither a document nor the
+  /// revision. It costs as much as such a commit.
   virtual void checkRoom() = 0;
 
   /// Who wants to hear of turns that others committed to the same state; it is called from the thread that uses this
-  /// store, with the store already holding them.
+  /// store, with the store already holding them. That may be inside the other's `commit()`, so `heard` puts off all
+  /// that it would do with a store. A store that nobody can share never calls it.
   virtual void foreignTurnsIs(std::function<void()> heard) = 0;
 };
 
