@@ -14,6 +14,9 @@ namespace Agent {
 /// Header fields in order; names are compared without case.
 using HttpFields = std::vector<std::pair<std::string, std::string>>;
 
+/// Whether two names of fields, codings or hosts are the same: letters of either case are.
+bool sameWithoutCase(std::string_view left, std::string_view right);
+
 /// The value of the first field of that name; nothing if there is none.
 std::optional<std::string_view> findField(HttpFields const& fields, std::string_view name);
 
@@ -26,7 +29,9 @@ struct HttpRequest {
 };
 
 /// A body whose pieces are asked for as fast as the reader takes them, so that a slow reader holds up nobody else. Used
-/// on the event thread alone, and dropped when the reader has gone.
+/// on the event thread alone, first when the call that gave the response has returned. It is dropped behind its end and
+/// when the reader has gone; a reader that has ended sending counts as gone once there is nothing for it. If `next()`
+/// throws, the connection is broken off.
 class BodySource {
  public:
   BodySource() = default;
@@ -60,10 +65,10 @@ struct HttpResponse {
 };
 
 /// Takes the response to one request, once, at any time, on the event thread. If the client has gone the response is
-/// dropped.
+/// dropped. If the last copy goes uncalled the client gets a 500.
 using HttpAnswer = std::function<void(HttpResponse response)>;
 
-/// Answers requests.
+/// Answers requests, at once or later. If it throws instead the client gets a 500 with what() as the reason.
 using HttpHandler = std::function<void(HttpRequest request, HttpAnswer answer)>;
 
 }  // namespace Agent

@@ -30,8 +30,8 @@ class HttpClient {
   HttpClient(HttpClient const&) = delete;
   HttpClient& operator=(HttpClient const&) = delete;
 
-  /// Sends and waits for the whole response. A connection that the server closed since the last request is made anew.
-  /// Throws an HttpError.
+  /// Sends and waits for the whole response. A connection that the server closed since the last request is made anew,
+  /// also if it closed it when this request was on its way and gave no byte of an answer. Throws an HttpError.
   HttpResponse request(HttpRequest const& request);
 
   /// Sends, and gives the response without its body to `begun` and then every piece of the body to `piece`, as it

@@ -19,14 +19,17 @@ struct HttpLimits {
   std::size_t headerBytes = 16 * 1024;
   std::size_t connections = 4096;
   /// How long a connection may stand without a byte moving while somebody waits for it to: between requests, within
-  /// one, and while a response is being taken. Waiting for the program's own answer does not count.
+  /// one, and while a response is being taken. Waiting for the program's own answer does not count. A header may take
+  /// twice as long in all.
   std::chrono::milliseconds idle = std::chrono::seconds(60);
 };
 
-/// Serves HTTP/1.1 on one address, all of it on the thread that calls `run()`.
+/// Serves HTTP/1.1 on one address, all of it on the thread that calls `run()`. Every connection holds what it has not
+/// been able to write, at most one response or one piece of a source, and asks for no more before that is taken.
 class HttpServer final : public EventLoop {
  public:
-  /// Listens; `port` 0 takes any free one. Throws a std::runtime_error whose what() is one line.
+  /// Listens; `address` is one of IPv4 or IPv6, and `port` 0 takes any free one. Throws a std::runtime_error whose
+  /// what() is one line.
   HttpServer(std::string const& address, std::uint16_t port, HttpLimits const& limits);
   ~HttpServer() override;
 
@@ -37,20 +40,22 @@ class HttpServer final : public EventLoop {
   /// status from 400 up and a reason.
   void handlerIs(HttpHandler handler, std::function<HttpResponse(int status, std::string const& reason)> problem);
 
-  /// Open connections.
+  /// Open connections, but for those that are being turned away.
   std::size_t connections() const;
 
   Clock::time_point now() const override;
+  /// Unlike all else, it may be called on any thread.
   void post(std::function<void()> task) override;
   void at(Clock::time_point time, std::function<void()> task) override;
 
-  /// Calls `stopping` on SIGTERM and SIGINT instead of ending the program.
+  /// Calls `stopping` on every SIGTERM and SIGINT instead of ending the program.
   void onStopSignal(std::function<void(int signal)> stopping);
 
-  /// Runs until it has stopped.
+  /// Runs until it has stopped. Lets through what a task throws.
   void run();
-  /// Takes no more connections and requests, lets responses in progress finish (sources are asked until their end or
-  /// their being empty), at the latest after `grace`; then `run()` returns.
+  /// Takes no more connections and requests, lets responses in progress finish, at the latest after `grace`; then
+  /// `run()` returns. Sources are asked, those too that wait, until their end or their being empty; if there is no end
+  /// the body is broken off, so that nobody takes it for the whole.
   void stop(std::chrono::milliseconds grace);
 
  private:
