@@ -18,6 +18,10 @@ class MemoryStore;
 /// A state in memory, empty at first. All its stores are used by one thread.
 class Memory {
  public:
+  /// `revision` is that of the last turn before the first: where revisions are remembered elsewhere, one that has not
+  /// been given out before.
+  explicit Memory(Revision revision = 0) : revision_(revision) {}
+
   /// As long as it is full, all commits to it throw a StoreFull.
   void isFullIs(bool isFull) noexcept { isFull_ = isFull; }
 
@@ -31,7 +35,7 @@ class Memory {
   };
 
   std::map<std::string, Document> documents_;
-  Revision revision_ = 0;
+  Revision revision_;
   bool isFull_ = false;
   std::vector<MemoryStore*> users_;
 };

@@ -1,0 +1,185 @@
+// Writes events: a reader's place is a revision in the history, or a path in the tree while it gets the whole prefix.
+#include "agent/watch.h"
+
+#include <utility>
+
+namespace Agent {
+namespace {
+
+constexpr std::size_t kPieceBytes = std::size_t{64} * 1024;
+
+std::size_t bytesOf(DocumentChange const& change) {
+  return change.path.size() + (change.text ? change.text->size() : 0);
+}
+std::size_t bytesOf(CommittedTurn const& turn) {
+  std::size_t bytes = 0;
+  for (DocumentChange const& change : turn.changes) bytes += bytesOf(change);
+  return bytes;
+}
+
+std::string revisionData(Revision revision) { return "data: {\"revision\":" + std::to_string(revision) + "}\n\n"; }
+std::string idLine(Revision revision) { return "id: " + std::to_string(revision) + "\n"; }
+
+}  // namespace
+
+/// One reader.
+class Watch final : public BodySource {
+ public:
+  Watch(std::shared_ptr<WatchHub> hub, std::string prefix, Revision after)
+      : hub_(std::move(hub)), prefix_(std::move(prefix)), told_(after), era_(hub_->era_) {
+    ++hub_->watches_;
+  }
+  ~Watch() override {
+    --hub_->watches_;
+    hub_->waiting_.erase(this);
+  }
+
+  std::optional<std::string> next() override;
+  /// There is something to tell; a sign of life, if nothing else.
+  void goOn(bool isForSign) {
+    isSignWanted_ = isForSign;
+    wake();
+  }
+
+ private:
+  bool tellTurn(std::string& to);
+  void tellPrefix(std::string& to);
+  void beginPrefix(std::string& to);
+  void tellChange(std::string& to, std::string_view path, DocumentText const& text, Revision revision, bool isLast);
+
+  std::shared_ptr<WatchHub> hub_;
+  std::string prefix_;
+  /// All turns up to this one have been told.
+  Revision told_;
+  std::size_t era_;
+  /// The turn that is being told, and how many of its changes have been.
+  std::shared_ptr<CommittedTurn const> turn_;
+  std::size_t changesTold_ = 0;
+  /// The path behind which the whole prefix goes on, while that is being told.
+  std::optional<std::string> toldPath_;
+  bool isSignWanted_ = false;
+  bool isFarewellSaid_ = false;
+};
+
+std::optional<std::string> Watch::next() {
+  if (isFarewellSaid_) return std::nullopt;
+  std::string piece;
+  while (piece.size() < kPieceBytes) {
+    if (hub_->isClosed_) {
+      piece += "event: shutdown\ndata: {}\n\n";
+      isFarewellSaid_ = true;
+      return piece;
+    }
+    if (era_ != hub_->era_) {
+      beginPrefix(piece);
+    } else if (toldPath_) {
+      tellPrefix(piece);
+    } else if (turn_ == nullptr && !hub_->reachesBackTo(told_)) {
+      beginPrefix(piece);
+    } else if (!tellTurn(piece)) {
+      break;
+    }
+  }
+  if (piece.empty() && std::exchange(isSignWanted_, false)) piece = idLine(told_) + "\n";
+  if (piece.empty()) hub_->waiting_.insert(this);
+  return piece;
+}
+
+// Tells what is left of a turn, or of it what there is room for; false if all turns have been told.
+bool Watch::tellTurn(std::string& to) {
+  if (turn_ == nullptr) {
+    if (told_ == hub_->last_) return false;
+    turn_ = hub_->turns_[hub_->turns_.size() - static_cast<std::size_t>(hub_->last_ - told_)];
+    changesTold_ = 0;
+  }
+  auto const& changes = turn_->changes;
+  auto const isNext = [&](DocumentChange const& change) { return change.path.starts_with(prefix_); };
+  std::size_t at = changesTold_;
+  while (at < changes.size() && !isNext(changes[at])) ++at;
+  while (at < changes.size() && to.size() < kPieceBytes) {
+    DocumentChange const& change = changes[at];
+    do ++at;
+    while (at < changes.size() && !isNext(changes[at]));
+    tellChange(to, change.path, change.text, turn_->revision, at == changes.size());
+  }
+  changesTold_ = at;
+  if (at < changes.size()) return true;
+  told_ = turn_->revision;
+  turn_ = nullptr;
+  return true;
+}
+
+// Documents that changed later than the prefix was begun are left to the history, which then has them.
+void Watch::beginPrefix(std::string& to) {
+  era_ = hub_->era_;
+  told_ = hub_->last_;
+  turn_ = nullptr;
+  toldPath_ = "";
+  to += "event: resync\n" + revisionData(told_);
+}
+
+void Watch::tellPrefix(std::string& to) {
+  Documents const& documents = *hub_->documents_;
+  auto at = toldPath_->empty() ? documents.lower_bound(prefix_) : documents.upper_bound(*toldPath_);
+  for (; at != documents.end() && at->first.starts_with(prefix_) && to.size() < kPieceBytes; ++at) {
+    toldPath_ = at->first;
+    if (at->second.revision <= told_) tellChange(to, at->first, at->second.text, at->second.revision, false);
+  }
+  if (at != documents.end() && at->first.starts_with(prefix_)) return;
+  toldPath_ = std::nullopt;
+  to += "event: synced\n" + idLine(told_) + revisionData(told_);
+}
+
+// Only the last event of a turn carries its revision as the place to resume from: whoever loses the connection in the
+// middle of a turn gets all of it again.
+void Watch::tellChange(std::string& to, std::string_view path, DocumentText const& text, Revision revision,
+                       bool isLast) {
+  to += "event: change\n";
+  if (isLast) to += idLine(revision);
+  to += "data: {\"revision\":" + std::to_string(revision) + ",\"path\":" + Json(path).dump() + ",\"value\":";
+  to += text ? *text : "null";
+  to += "}\n\n";
+}
+
+void WatchHub::add(CommittedTurn turn) {
+  last_ = turn.revision;
+  changes_ += turn.changes.size();
+  bytes_ += bytesOf(turn);
+  turns_.push_back(std::make_shared<CommittedTurn const>(std::move(turn)));
+  while (turns_.size() > 1 && (changes_ > limits_.changes || bytes_ > limits_.bytes)) {
+    changes_ -= turns_.front()->changes.size();
+    bytes_ -= bytesOf(*turns_.front());
+    turns_.pop_front();
+  }
+  wakeAll();
+}
+
+void WatchHub::restart(Documents const& documents, Revision revision) {
+  documents_ = &documents;
+  last_ = revision;
+  turns_.clear();
+  changes_ = 0;
+  bytes_ = 0;
+  ++era_;
+  wakeAll();
+}
+
+void WatchHub::close() {
+  isClosed_ = true;
+  wakeAll();
+}
+
+// Each is taken off before it is woken: it may wait again at once. Those that have gone meanwhile have taken themselves
+// off.
+void WatchHub::wakeAll(bool isForSign) {
+  for (Watch* const watch : std::set<Watch*>(waiting_))
+    if (waiting_.erase(watch) != 0) watch->goOn(isForSign);
+}
+
+void WatchHub::keepAlive() { wakeAll(true); }
+
+std::unique_ptr<BodySource> WatchHub::watch(std::string prefix, Revision after) {
+  return std::make_unique<Watch>(shared_from_this(), std::move(prefix), after);
+}
+
+}  // namespace Agent

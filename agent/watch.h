@@ -1,0 +1,70 @@
+// Watches: everything that changes, told turn by turn to each reader as fast as it reads.
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <memory>
+#include <set>
+#include <string>
+
+#include "agent/http.h"
+#include "agent/live_tree.h"
+
+namespace Agent {
+
+class Watch;
+
+/// How much of the past is kept for readers that are behind.
+struct HistoryLimits {
+  std::size_t changes = 65'536;
+  /// Of paths and documents.
+  std::size_t bytes = 64u * 1024 * 1024;
+};
+
+/// The turns that were committed last, and who waits for the next one. A reader is no more than a place in this
+/// history: one that is slow costs nothing, and one that is so slow that its place is gone is told so.
+class WatchHub : public std::enable_shared_from_this<WatchHub> {
+ public:
+  /// The history begins behind `documents`, at `revision`. The documents outlive the hub or its being closed.
+  WatchHub(HistoryLimits const& limits, Documents const& documents, Revision revision)
+      : limits_(limits), documents_(&documents), last_(revision) {}
+
+  /// A turn was committed: the next one after those before.
+  void add(CommittedTurn turn);
+  /// All begins anew with these documents; all readers are told.
+  void restart(Documents const& documents, Revision revision);
+  /// Every reader that waits gets a sign of life.
+  void keepAlive();
+  /// Every reader is told, and comes to its end.
+  void close();
+
+  /// The body of a response that tells of all changes of documents whose paths begin with `prefix`, from behind the
+  /// revision `after` on: those of the last turn, if there have been others since and all of them are kept; the whole
+  /// prefix otherwise.
+  std::unique_ptr<BodySource> watch(std::string prefix, Revision after);
+
+  /// Readers.
+  std::size_t watches() const noexcept { return watches_; }
+  Revision revision() const noexcept { return last_; }
+
+ private:
+  friend class Watch;
+
+  bool reachesBackTo(Revision after) const { return after <= last_ && after + turns_.size() >= last_; }
+  void wakeAll(bool isForSign = false);
+
+  HistoryLimits limits_;
+  Documents const* documents_;
+  /// The last turn's revision; those of the turns that are kept end with it.
+  Revision last_;
+  std::deque<std::shared_ptr<CommittedTurn const>> turns_;
+  std::size_t changes_ = 0;
+  std::size_t bytes_ = 0;
+  /// Counts the restarts.
+  std::size_t era_ = 0;
+  bool isClosed_ = false;
+  std::size_t watches_ = 0;
+  std::set<Watch*> waiting_;
+};
+
+}  // namespace Agent

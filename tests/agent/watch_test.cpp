@@ -1,0 +1,228 @@
+// Watches: every change to every reader, or an explicit word that some are gone.
+#include <gmock/gmock.h>
+
+#include <sstream>
+
+#include "support/random_history.h"
+#include "support/service_world.h"
+
+namespace Agent {
+namespace {
+
+using namespace std::chrono_literals;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+/// A reader that keeps the tree as the events tell it.
+class Reader {
+ public:
+  Reader(WatchHub& hub, std::string prefix, Revision after) : hub_(hub), prefix_(std::move(prefix)), told_(after) {
+    connect();
+  }
+
+  /// Takes one piece; false if there was none.
+  bool read() {
+    auto const piece = source_->next();
+    if (!piece || piece->empty()) return false;
+    text_ += *piece;
+    for (std::size_t end = text_.find("\n\n"); end != std::string::npos; end = text_.find("\n\n")) {
+      take(text_.substr(0, end + 1));
+      text_.erase(0, end + 2);
+    }
+    return true;
+  }
+  void readAll() {
+    while (read()) {
+    }
+  }
+  /// Loses the connection, and comes back with what it was told last.
+  void reconnect() {
+    text_.clear();
+    connect();
+  }
+
+  std::map<std::string, std::string> const& documents() const { return documents_; }
+  std::vector<std::string> const& events() const { return events_; }
+  std::string const& prefix() const { return prefix_; }
+  Revision told() const { return told_; }
+  int resyncs() const { return resyncs_; }
+
+ private:
+  void connect() { source_ = hub_.watch(prefix_, told_); }
+
+  void take(std::string const& block) {
+    std::string event;
+    Json data;
+    std::istringstream lines(block);
+    for (std::string line; std::getline(lines, line);) {
+      if (line.starts_with("event: ")) event = line.substr(7);
+      if (line.starts_with("data: ")) data = Json::parse(line.substr(6));
+      if (line.starts_with("id: ")) told_ = std::stoull(line.substr(4));
+    }
+    if (!event.empty()) events_.push_back(event);
+    if (event == "resync") {
+      documents_.clear();
+      ++resyncs_;
+    }
+    if (event != "change") return;
+    std::string const path = data["path"];
+    EXPECT_THAT(path, StartsWith(prefix_));
+    if (data["value"].is_null())
+      documents_.erase(path);
+    else
+      documents_[path] = data["value"].dump();
+  }
+
+  WatchHub& hub_;
+  std::string prefix_;
+  Revision told_;
+  std::unique_ptr<BodySource> source_;
+  std::string text_;
+  std::map<std::string, std::string> documents_;
+  std::vector<std::string> events_;
+  int resyncs_ = 0;
+};
+
+std::map<std::string, std::string> documentsOf(ServiceWorld const& world, std::string const& prefix) {
+  std::map<std::string, std::string> all;
+  auto const [begin, end] = withPrefix(world.service->documents(), prefix);
+  for (auto at = begin; at != end; ++at) all[at->first] = *at->second.text;
+  return all;
+}
+
+TEST(Watch, TellsEachChangedDocumentOfATurnOnceAndItsRevisionWithTheLast) {
+  ServiceWorld world;
+  auto const source = world.service->watches().watch("controller/", world.service->revision());
+  EXPECT_EQ(source->next(), "");
+  int wakes = 0;
+  source->wakeIs([&] { ++wakes; });
+  world.put("controller/config", R"({"enabled": true})");
+  EXPECT_EQ(wakes, 1);
+  EXPECT_EQ(source->next(),
+            "event: change\n"
+            "data: {\"revision\":2,\"path\":\"controller/config\",\"value\":{\"enabled\":true}}\n\n"
+            "event: change\n"
+            "id: 2\n"
+            "data: {\"revision\":2,\"path\":\"controller/status\",\"value\":"
+            "{\"controllerUUID\":\"\",\"enabled\":true}}\n\n");
+  world.put("mount/ready/x", "true");
+  EXPECT_EQ(source->next(), "");
+}
+
+TEST(Watch, TellsNothingBeforeItIsKept) {
+  ServiceWorld world;
+  auto const source = world.service->watches().watch("", world.service->revision());
+  Operation const operation = parseOperation(R"({"put": "mount/ready/x", "value": true})");
+  world.service->apply({&operation, 1});
+  EXPECT_EQ(source->next(), "");
+  world.loop.run();
+  EXPECT_THAT(*source->next(), HasSubstr("mount/ready/x"));
+}
+
+TEST(Watch, FromTheBeginningItTellsTheWholePrefix) {
+  ServiceWorld world;
+  world.put("mount/ready/x", "true");
+  world.put("mount/ready/y", "true");
+  Reader byHistory(world.service->watches(), "mount/", 0);
+  byHistory.readAll();
+  EXPECT_EQ(byHistory.documents(), documentsOf(world, "mount/"));
+  EXPECT_EQ(byHistory.resyncs(), 0);
+  world.restart();
+  Reader byTree(world.service->watches(), "mount/", 0);
+  byTree.readAll();
+  EXPECT_EQ(byTree.documents(), documentsOf(world, "mount/"));
+  EXPECT_THAT(byTree.events(), ElementsAre("resync", "change", "change", "synced"));
+}
+
+TEST(Watch, ARevisionThatHasNotBeenIsAnsweredWithAResync) {
+  ServiceWorld world;
+  Reader reader(world.service->watches(), "", world.service->revision() + 5);
+  reader.readAll();
+  EXPECT_EQ(reader.resyncs(), 1);
+  EXPECT_EQ(reader.told(), world.service->revision());
+}
+
+TEST(Watch, GivesASignOfLifeThatMovesThePlaceToResumeFrom) {
+  ServiceWorld world;
+  Reader reader(world.service->watches(), "mount/", world.service->revision());
+  reader.readAll();
+  world.put("controller/config", R"({"enabled": true})");
+  reader.readAll();
+  EXPECT_EQ(reader.told(), 1u);
+  world.loop.pass(16s);
+  EXPECT_TRUE(reader.read());
+  EXPECT_EQ(reader.told(), 2u);
+  EXPECT_THAT(reader.events(), ElementsAre());
+}
+
+TEST(Watch, IsToldWhenTheAgentStops) {
+  ServiceWorld world;
+  auto const source = world.service->watches().watch("", world.service->revision());
+  EXPECT_EQ(source->next(), "");
+  world.service->stop();
+  EXPECT_EQ(source->next(), "event: shutdown\ndata: {}\n\n");
+  EXPECT_EQ(source->next(), std::nullopt);
+}
+
+TEST(Watch, ASlowReaderKeepsNothingAlive) {
+  ServiceOptions options;
+  options.history.changes = 4;
+  ServiceWorld world(options);
+  Reader slow(world.service->watches(), "mount/", world.service->revision());
+  for (int i = 0; i < 50; ++i) world.put("mount/ready/x" + std::to_string(i % 7), i % 2 != 0 ? "true" : "false");
+  slow.readAll();
+  EXPECT_EQ(slow.resyncs(), 1);
+  EXPECT_EQ(slow.documents(), documentsOf(world, "mount/"));
+}
+
+// Whatever the paces, losses and ends: when a reader has read all, it has the tree.
+TEST(Watch, EveryReaderEndsWithTheTree) {
+  std::vector<std::string> const prefixes{"", "registration/", "registration/a/", "controller/", "service/status/"};
+  int resyncs = 0;
+  for (unsigned seed = 0; seed < 30; ++seed) {
+    std::mt19937 random(seed);
+    ServiceOptions options;
+    options.history.changes = seed % 3 == 0 ? 3 : 60;
+    ServiceWorld world(options);
+    RandomHistory history(seed);
+    std::vector<Reader> readers;
+    for (int i = 0; i < 200; ++i) {
+      if (i % 20 == 0)
+        readers.emplace_back(
+            world.service->watches(), prefixes[random() % prefixes.size()], random() % 2 == 0 ? 0 : 1000);
+      Operation const operation = parseOperation(history.next());
+      world.service->apply({&operation, 1});
+      if (random() % 3 == 0) world.loop.run();
+      if (random() % 40 == 0) {
+        // A commit fails: all that waited is as if it had not been.
+        world.memory->isFullIs(true);
+        world.loop.run();
+        world.memory->isFullIs(false);
+        world.loop.pass(2s);
+      }
+      for (std::size_t reader = 0; reader < readers.size(); ++reader) {
+        if (random() % (reader + 2) == 0) readers[reader].read();
+        if (random() % 50 == 0) readers[reader].reconnect();
+      }
+    }
+    world.loop.run();
+    for (Reader& reader : readers) {
+      reader.readAll();
+      resyncs += reader.resyncs();
+    }
+    for (std::string const& prefix : prefixes) {
+      Reader late(world.service->watches(), prefix, 0);
+      late.readAll();
+      ASSERT_EQ(late.documents(), documentsOf(world, prefix));
+    }
+    for (Reader const& reader : readers) {
+      ASSERT_LE(reader.told(), world.service->revision());
+      ASSERT_EQ(reader.documents(), documentsOf(world, reader.prefix())) << "seed " << seed;
+    }
+  }
+  EXPECT_GT(resyncs, 30);
+}
+
+}  // namespace
+}  // namespace Agent

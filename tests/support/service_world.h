@@ -1,0 +1,121 @@
+// A service without sockets and files: its loop runs when a test says so, and its clock with it.
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "agent/library_path.h"
+#include "agent/memory_store.h"
+#include "agent/service.h"
+
+namespace Agent {
+
+/// An event loop whose time passes only when it is told to.
+class FakeLoop final : public EventLoop {
+ public:
+  Clock::time_point now() const override { return now_; }
+  void post(std::function<void()> task) override { tasks_.push_back(std::move(task)); }
+  void at(Clock::time_point time, std::function<void()> task) override { timers_.emplace(time, std::move(task)); }
+
+  /// Runs all that is ready.
+  void run() {
+    while (!tasks_.empty()) {
+      auto const task = std::move(tasks_.front());
+      tasks_.pop_front();
+      task();
+    }
+  }
+  /// Lets time pass, timer by timer.
+  void pass(Clock::duration time) {
+    auto const end = now_ + time;
+    run();
+    while (!timers_.empty() && timers_.begin()->first <= end) {
+      now_ = std::max(now_, timers_.begin()->first);
+      post(std::move(timers_.begin()->second));
+      timers_.erase(timers_.begin());
+      run();
+    }
+    now_ = end;
+  }
+  /// Time passes while nothing runs, as on a machine that stands still.
+  void standStill(Clock::duration time) { now_ += time; }
+
+ private:
+  Clock::time_point now_{};
+  std::deque<std::function<void()>> tasks_;
+  std::multimap<Clock::time_point, std::function<void()>> timers_;
+};
+
+/// ServiceWorld world; world.put("controller/config", R"({"enabled": true})"); EXPECT_EQ(world.read(…), …);
+class ServiceWorld {
+ public:
+  explicit ServiceWorld(ServiceOptions options = {}) : options_(std::move(options)) { start(); }
+
+  /// Begins anew on what has been kept, as after any end.
+  void restart() {
+    service.reset();
+    start();
+  }
+  void start() {
+    store = std::make_unique<MemoryStore>(memory);
+    service = std::make_unique<Service>(loop, library, *store, options_, log);
+    loop.run();
+  }
+
+  TurnResult apply(std::string const& line, std::optional<Service::TimeToLive> ttl = std::nullopt) {
+    Operation const operation = parseOperation(line);
+    TurnResult result = service->apply({&operation, 1}, ttl);
+    loop.run();
+    return result;
+  }
+  TurnResult put(std::string const& path, std::string const& document,
+                 std::optional<Service::TimeToLive> ttl = std::nullopt) {
+    return apply(R"({"put": ")" + path + R"(", "value": )" + document + "}", ttl);
+  }
+  TurnResult remove(std::string const& path) { return apply(R"({"delete": ")" + path + "\"}"); }
+
+  /// The document at a path on one line; "nothing" if there is none.
+  std::string read(std::string const& path) const {
+    auto const found = service->documents().find(path);
+    return found != service->documents().end() ? *found->second.text : "nothing";
+  }
+  /// Every document, a line each.
+  std::string text() const { return textOf(service->documents()); }
+  static std::string textOf(Documents const& documents) {
+    std::string all;
+    for (auto const& [path, document] : documents) all += path + " " + *document.text + "\n";
+    return all;
+  }
+  /// What the store holds, a line each.
+  std::string stored() const {
+    std::string all;
+    MemoryStore(memory).load(
+        [&](DocumentChange const& document) { all += document.path + " " + *document.text + "\n"; });
+    return all;
+  }
+
+  std::shared_ptr<Memory> memory = std::make_shared<Memory>();
+  FakeLoop loop;
+  EventLog log;
+  Nox::Library library{libraryPath(std::nullopt)};
+  std::unique_ptr<MemoryStore> store;
+  std::unique_ptr<Service> service;
+
+ private:
+  ServiceOptions options_;
+};
+
+/// A switch that enrols: the lines of a scenario.
+inline std::vector<std::string> enrolment(std::string const& name, std::string const& systemId) {
+  return {R"({"put": "registration/)" + name + R"(/config", "value": {"systemId": ")" + systemId +
+              R"(", "enabled": true, "registrationGenId": 1, "serviceConfig": {"routing": {"enabled": true,
+              "versionConfig": {"version": {"1": "one", "2": "two"}}}}}})",
+          R"({"put": "registration/)" + name + R"(/status", "value": {}})",
+          R"({"put": "heartbeat/)" + systemId + R"(", "value": {}})"};
+}
+
+}  // namespace Agent
