@@ -10,6 +10,7 @@
 #include "agent/options.h"
 #include "agent/output_file.h"
 #include "agent/replay.h"
+#include "agent/serve.h"
 #include "agent/types_command.h"
 #include "framework/swiftlog_reader.h"
 
@@ -28,6 +29,8 @@ int run(Agent::Answer const& answer) {
     print(answer.text);
   return answer.exitStatus;
 }
+
+int run(Agent::ServeOptions const& options) { return Agent::serve(options, std::cout, std::cerr); }
 
 int run(Agent::ReplayOptions const& options) { return Agent::replay(options, std::cerr); }
 

@@ -56,6 +56,11 @@ Options parseOptions(std::vector<std::string> arguments, std::string const& vers
   app.require_subcommand(0, 1);
   CLI::Validator const isFile([](std::string& name) { return std::string(name.empty() ? "empty file name" : ""); }, "");
 
+  ServeOptions serve;
+  CLI::App* const serveCommand =
+      app.add_subcommand("serve", "Run the registry as a service, with its state in a file and an HTTP interface");
+  addServeOptions(*serveCommand, serve);
+
   ReplayOptions replay;
   std::string levels;
   CLI::App* const replayCommand = app.add_subcommand(
@@ -100,9 +105,10 @@ Options parseOptions(std::vector<std::string> arguments, std::string const& vers
     // The parser takes its arguments from the back.
     std::reverse(arguments.begin(), arguments.end());
     app.parse(std::move(arguments));
+    if (serveCommand->parsed()) return serve;
     if (ringCommand->parsed()) return ring;
     if (typesCommand->parsed()) return types;
-    if (!replayCommand->parsed()) throw CLI::RequiredError("A command, replay, types or ring,");
+    if (!replayCommand->parsed()) throw CLI::RequiredError("A command, serve, replay, types or ring,");
     if (trace->count() > 0) replay.trace = parseLevels(levels);
     if (std::count(replay.scenarios.begin(), replay.scenarios.end(), "-") > 1) {
       throw CLI::ValidationError("SCENARIO", "standard input can be read only once");

@@ -7,6 +7,8 @@
 #include <variant>
 #include <vector>
 
+#include "agent/serve_options.h"
+
 namespace Agent {
 
 /// One bit for each trace level; levels 1 to 9 can be set, bit 0 never is.
@@ -50,7 +52,7 @@ struct Answer {
   int exitStatus = 0;
 };
 
-using Options = std::variant<ReplayOptions, TypesOptions, RingOptions, Answer>;
+using Options = std::variant<ServeOptions, ReplayOptions, TypesOptions, RingOptions, Answer>;
 
 /// What the command line asks for. `arguments` are those behind the program's name, `version` is what `--version`
 /// prints.

@@ -1,0 +1,115 @@
+// Puts the service together: store, registry, HTTP, log.
+#include "agent/serve.h"
+
+#include <sys/resource.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "agent/library_path.h"
+#include "agent/memory_store.h"
+#include "agent/sqlite_store.h"
+
+namespace Agent {
+namespace {
+
+/// How long answers in progress may take when the agent stops.
+constexpr auto kGrace = std::chrono::seconds(5);
+
+std::string defaultState() {
+  char const* const state = std::getenv("XDG_STATE_HOME");
+  if (state != nullptr && *state != '\0') return (std::filesystem::path(state) / "enrolix" / "state.db").string();
+  char const* const home = std::getenv("HOME");
+  if (home == nullptr || *home == '\0')
+    throw StoreError("no place for the state: there is no home directory; name a file with --state, or use --memory");
+  return (std::filesystem::path(home) / ".local" / "state" / "enrolix" / "state.db").string();
+}
+
+/// A connection is an open file: as many as the system lets this process have.
+void raiseOpenFiles() {
+  rlimit files{};
+  if (getrlimit(RLIMIT_NOFILE, &files) != 0) return;
+  files.rlim_cur = files.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &files);
+}
+
+std::string urlOf(ServeOptions const& options, std::uint16_t port) {
+  bool const isSixth = options.address.find(':') != std::string::npos;
+  return "http://" + (isSixth ? '[' + options.address + ']' : options.address) + ":" + std::to_string(port);
+}
+
+class Agent {
+ public:
+  Agent(ServeOptions const& options, std::string const& state)
+      : log_(options.logFormat),
+        server_(options.address, options.port, options.http),
+        library_(libraryPath(options.library)),
+        store_(openStore(state)),
+        service_(server_, library_, *store_, options.service, log_),
+        api_(server_, service_, options.api),
+        url_(urlOf(options, server_.port())) {
+    log_.info("started",
+              {{"url", url_},
+               {"state", state.empty() ? "memory" : state},
+               {"revision", std::to_string(service_.revision())},
+               {"documents", std::to_string(service_.documents().size())}});
+    server_.handlerIs(
+        [this](HttpRequest request, HttpAnswer answer) { api_.handle(std::move(request), std::move(answer)); },
+        [](int status, std::string const& reason) { return TreeApi::problem(status, reason); });
+    server_.onStopSignal([this](int signal) { stop(signal); });
+  }
+
+  std::string const& url() const noexcept { return url_; }
+  void run() {
+    server_.run();
+    log_.info("stopped", {{"revision", std::to_string(service_.revision())}});
+  }
+
+ private:
+  static std::unique_ptr<Store> openStore(std::string const& state) {
+    // Clients remember revisions longer than memory does: those of this run are behind all of an earlier one.
+    auto const now = std::chrono::system_clock::now().time_since_epoch();
+    auto const revision = std::chrono::duration_cast<std::chrono::microseconds>(now).count();
+    if (state.empty()) return std::make_unique<MemoryStore>(std::make_shared<Memory>(static_cast<Revision>(revision)));
+    return std::make_unique<SqliteStore>(state);
+  }
+
+  void stop(int signal) {
+    log_.info("stopping", {{"signal", std::to_string(signal)}});
+    api_.stop();
+    service_.stop();
+    server_.stop(kGrace);
+  }
+
+  EventLog log_;
+  // Everything else runs on its loop.
+  HttpServer server_;
+  Nox::Library library_;
+  std::unique_ptr<Store> store_;
+  Service service_;
+  TreeApi api_;
+  std::string url_;
+};
+
+}  // namespace
+
+int serve(ServeOptions const& options, std::ostream& out, std::ostream& problems) {
+  std::string state;
+  try {
+    if (!options.isMemory) state = options.state ? *options.state : defaultState();
+    raiseOpenFiles();
+    Agent agent(options, state);
+    out << "enrolix: listening on " << agent.url() << std::endl;
+    agent.run();
+    return 0;
+  } catch (InputError const& error) {
+    // What the store holds was never written by an agent.
+    problems << state << ": damaged: " << error.path() << ": " << (error.field().empty() ? "" : error.field() + ": ")
+             << error.reason() << '\n';
+  } catch (std::exception const& error) {
+    problems << error.what() << '\n';
+  }
+  return 1;
+}
+
+}  // namespace Agent

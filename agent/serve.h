@@ -1,0 +1,14 @@
+// The service as a program.
+#pragma once
+
+#include <ostream>
+
+#include "agent/serve_options.h"
+
+namespace Agent {
+
+/// Runs until it is told to stop by SIGTERM or SIGINT. Says on `out`, in one line, where it listens. Returns the exit
+/// status: 0, or 1 if it could not begin or go on, which `problems` says in one line.
+int serve(ServeOptions const& options, std::ostream& out, std::ostream& problems);
+
+}  // namespace Agent
