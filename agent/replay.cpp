@@ -22,6 +22,7 @@
 #include "agent/scenario.h"
 #include "agent/state_tree.h"
 #include "agent/switch_table.h"
+#include "agent/tree_text.h"
 #include "framework/swiftlog.h"
 #include "framework/trace.h"
 
@@ -149,7 +150,7 @@ class Replay {
     std::chrono::duration<double> const duration = std::chrono::steady_clock::now() - begin;
     // Before anything is printed: that, too, makes texts.
     std::string const stats = options_.isStats ? statsText(host_.tables(), before, duration) : std::string();
-    if (options_.isTable) output_.write(switchTable(host_.tables()) + (options_.isStats ? "\n" : ""));
+    if (options_.isTable) output_.write(tableText() + (options_.isStats ? "\n" : ""));
     if (!options_.isTable && !options_.isStats) writeTree();
     output_.write(stats);
     output_.finish();
@@ -196,27 +197,16 @@ class Replay {
     }
   }
 
-  /// One JSON object, document by document, so that a large tree is never in memory as a whole.
   void writeTree() {
-    std::string_view separator = "{\n  ";
-    tree_.forEach([&](std::string const& path, Json const& document) {
-      output_.write(separator);
-      output_.write(Json(path).dump());
-      output_.write(": ");
-      writeIndented(document.dump(2));
-      separator = ",\n  ";
-    });
-    output_.write("\n}\n");
+    TreeText text([this](std::string_view piece) { output_.write(piece); });
+    tree_.forEach([&](std::string const& path, Json const& document) { text.add(path, document); });
+    text.finish();
   }
 
-  /// Strings hold no line breaks in JSON, so every one is the layout's.
-  void writeIndented(std::string_view text) {
-    for (std::size_t end = text.find('\n'); end != std::string_view::npos; end = text.find('\n')) {
-      output_.write(text.substr(0, end + 1));
-      output_.write("  ");
-      text.remove_prefix(end + 1);
-    }
-    output_.write(text);
+  std::string tableText() const {
+    SwitchDocuments documents;
+    tree_.forEach([&](std::string const& path, Json const& document) { documents.put(path, document); });
+    return switchTable(switchRows(documents), false);
   }
 
   ReplayOptions const& options_;

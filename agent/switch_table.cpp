@@ -4,52 +4,30 @@
 #include <algorithm>
 #include <array>
 
+#include "agent/colours.h"
 #include "agent/input_error.h"
-#include "agent/key_order.h"
-#include "agent/service_lines.h"
 #include "agent/utf8.h"
 
 namespace Agent {
 namespace {
 
-using ControllerRegistration::SwitchConfig;
-using ControllerRegistration::SwitchStatus;
+std::string shown(std::string_view text) { return printable(text, text.size()); }
 
-/// What is known of one switch.
-struct Switch {
-  std::string name;
-  Nox::Ptr<SwitchConfig> config;
-  Nox::Ptr<SwitchStatus> status;
-};
+std::string nameCell(SwitchRow const& row) { return shown(row.name); }
 
-std::string nameCell(Switch const& of, Tables const& /*tables*/) { return printable(of.name, of.name.size()); }
+std::string systemIdCell(SwitchRow const& row) { return row.systemId ? shown(*row.systemId) : "-"; }
 
-std::string systemIdCell(Switch const& of, Tables const& /*tables*/) {
-  return of.config ? keyText(of.config->systemId()) : "-";
-}
-
-std::string stateCell(Switch const& of, Tables const& tables) {
-  if (!of.config) return "incomplete: no \"config\"";
-  if (!of.status) return "incomplete: no \"status\"";
-  auto const holder = tables.controllerStatus->switchStatus(of.config->systemId());
-  if (holder == of.status) return "ready";
-  if (!tables.config->enabled()) return "agent disabled";
-  if (!of.config->enabled()) return "not enabled";
-  if (!tables.peerTable->peer(of.config->systemId())) return "no heartbeat";
-  // Registrations with one system id share a row, which tells of one of them.
-  if (holder) return "system id taken by " + inQuotes(holder->name().view());
-  return "not decided anew";
-}
+std::string stateCell(SwitchRow const& row) { return row.state; }
 
 /// The generation that the switch asks for, and the one that it was answered.
-std::string generationCell(Switch const& of, Tables const& /*tables*/) {
-  return (of.config ? std::to_string(of.config->registrationGenId()) : "-") + "/" +
-         (of.status ? std::to_string(of.status->registrationGenId()) : "-");
+std::string generationCell(SwitchRow const& row) {
+  return (row.generationAsked ? std::to_string(*row.generationAsked) : "-") + "/" +
+         (row.generationAnswered ? std::to_string(*row.generationAnswered) : "-");
 }
 
 struct Column {
   char const* heading;
-  std::string (*cell)(Switch const& of, Tables const& tables);
+  std::string (*cell)(SwitchRow const& row);
 };
 
 constexpr std::array kColumns = {
@@ -58,8 +36,9 @@ constexpr std::array kColumns = {
     Column{"STATE", stateCell},
     Column{"GENERATION asked/answered", generationCell},
 };
+constexpr std::size_t kStateColumn = 2;
 
-using Row = std::array<std::string, kColumns.size()>;
+using Cells = std::array<std::string, kColumns.size()>;
 
 /// Characters count, not bytes; wide and combining ones are not told apart.
 std::size_t width(std::string_view text) {
@@ -68,47 +47,87 @@ std::size_t width(std::string_view text) {
   return count;
 }
 
+Colour stateColour(SwitchProgress progress) {
+  switch (progress) {
+    case SwitchProgress::kReady:
+      return Colour::kGreen;
+    case SwitchProgress::kWaiting:
+      return Colour::kYellow;
+    case SwitchProgress::kLacking:
+      return Colour::kRed;
+  }
+  return Colour::kNone;
+}
+
+std::string publishedText(PublishedService const& published) {
+  std::string paths;
+  for (std::string const& path : published.mounts) paths.append(paths.empty() ? "" : ", ").append(shown(path));
+  return (paths.empty() ? "no mounts" : "mounts " + paths) + (published.isReady ? " (ready)" : " (not ready)");
+}
+
 /// The services of a switch, indented under its row.
-std::string serviceText(Switch const& of, Tables const& tables) {
-  if (!of.config || !of.status) return {};
-  auto const lines = serviceLines(*of.config, *of.status, tables);
-  std::size_t serviceWidth = 0;
-  std::size_t outcomeWidth = 0;
-  for (ServiceLine const& line : lines) {
-    serviceWidth = std::max(serviceWidth, width(line.service));
-    outcomeWidth = std::max(outcomeWidth, width(line.outcome));
+std::string serviceText(SwitchRow const& row) {
+  std::vector<std::array<std::string, 3>> lines;
+  std::array<std::size_t, 2> widths{};
+  for (ServiceRow const& service : row.services) {
+    auto const& line = lines.emplace_back(std::array{
+        shown(service.service), shown(service.outcome), service.published ? publishedText(*service.published) : ""});
+    for (std::size_t c = 0; c < widths.size(); ++c) widths[c] = std::max(widths[c], width(line[c]));
   }
   std::string text;
-  for (ServiceLine const& line : lines) {
-    text.append("    ").append(line.service).append(serviceWidth - width(line.service) + 2, ' ').append(line.outcome);
-    if (!line.published.empty()) text.append(outcomeWidth - width(line.outcome) + 2, ' ').append(line.published);
+  for (auto const& line : lines) {
+    text.append("    ").append(line[0]).append(widths[0] - width(line[0]) + 2, ' ').append(line[1]);
+    if (!line[2].empty()) text.append(widths[1] - width(line[1]) + 2, ' ').append(line[2]);
     text.append("\n");
   }
   return text;
 }
 
+Json orNull(auto const& value) { return value ? Json(*value) : Json(); }
+
 }  // namespace
 
-std::string switchTable(Tables const& tables) {
-  std::vector<Row> rows(1);
-  std::vector<std::string> below(1);  // what stands under each row
-  for (std::size_t c = 0; c < kColumns.size(); ++c) rows[0][c] = kColumns[c].heading;
-  for (auto const& [name, entry] : sortedByKey(tables.registrationRootDir->entries())) {
-    auto const dir = Nox::ptrCast<Nox::Dir>(entry->entityRef());
-    if (!dir) continue;
-    Switch const of{name, dir->entity<SwitchConfig>("config"), dir->entity<SwitchStatus>("status")};
-    Row& row = rows.emplace_back();
-    for (std::size_t c = 0; c < kColumns.size(); ++c) row[c] = kColumns[c].cell(of, tables);
-    below.push_back(serviceText(of, tables));
+std::string switchTable(std::vector<SwitchRow> const& rows, bool isColoured) {
+  std::vector<Cells> lines(1);
+  for (std::size_t c = 0; c < kColumns.size(); ++c) lines[0][c] = kColumns[c].heading;
+  for (SwitchRow const& row : rows) {
+    Cells& cells = lines.emplace_back();
+    for (std::size_t c = 0; c < kColumns.size(); ++c) cells[c] = kColumns[c].cell(row);
   }
   std::array<std::size_t, kColumns.size()> widths{};
-  for (Row const& row : rows)
-    for (std::size_t c = 0; c < row.size(); ++c) widths[c] = std::max(widths[c], width(row[c]));
+  for (Cells const& cells : lines)
+    for (std::size_t c = 0; c < cells.size(); ++c) widths[c] = std::max(widths[c], width(cells[c]));
   std::string text;
-  for (std::size_t r = 0; r < rows.size(); ++r) {
-    Row const& row = rows[r];
-    for (std::size_t c = 0; c + 1 < row.size(); ++c) text.append(row[c]).append(widths[c] - width(row[c]) + 2, ' ');
-    text.append(row.back()).append("\n").append(below[r]);
+  for (std::size_t l = 0; l < lines.size(); ++l) {
+    Cells const& cells = lines[l];
+    for (std::size_t c = 0; c < cells.size(); ++c) {
+      bool const hasColour = isColoured && l > 0 && c == kStateColumn;
+      text.append(coloured(cells[c], hasColour ? stateColour(rows[l - 1].progress) : Colour::kNone));
+      if (c + 1 < cells.size()) text.append(widths[c] - width(cells[c]) + 2, ' ');
+    }
+    text.append("\n");
+    if (l > 0) text.append(serviceText(rows[l - 1]));
+  }
+  return text;
+}
+
+std::string switchLines(std::vector<SwitchRow> const& rows) {
+  std::string text;
+  for (SwitchRow const& row : rows) {
+    Json services = Json::array();
+    for (ServiceRow const& service : row.services) {
+      Json published;
+      if (service.published) published = {{"mounts", service.published->mounts}, {"ready", service.published->isReady}};
+      services.push_back({{"service", service.service}, {"outcome", service.outcome}, {"published", published}});
+    }
+    Json const line = {{"switch", row.name},
+                       {"systemId", orNull(row.systemId)},
+                       {"ready", row.progress == SwitchProgress::kReady},
+                       {"state", row.state},
+                       {"generationAsked", orNull(row.generationAsked)},
+                       {"generationAnswered", orNull(row.generationAnswered)},
+                       {"services", services}};
+    text += line.dump() + "\n";
   }
   return text;
 }

@@ -1,0 +1,180 @@
+// Derives from the documents of both sides how each switch and each of its services stands.
+#include "agent/switch_rows.h"
+
+#include <algorithm>
+#include <array>
+
+#include "agent/input_error.h"
+
+namespace Agent {
+namespace {
+
+constexpr std::string_view kRegistration = "registration/";
+
+/// The member of an object; null if the object, the member or its value is not there.
+Json const* member(Json const* object, std::string_view key) {
+  if (object == nullptr) return nullptr;
+  auto const found = object->find(key);
+  return found == object->end() || found->is_null() ? nullptr : &*found;
+}
+
+bool isSet(Json const* object, std::string_view key) {
+  Json const* const value = member(object, key);
+  return value != nullptr && value->get<bool>();
+}
+
+std::string text(Json const* object, std::string_view key) {
+  Json const* const value = member(object, key);
+  return value != nullptr ? value->get<std::string>() : std::string();
+}
+
+std::optional<std::uint64_t> number(Json const* object, std::string_view key) {
+  Json const* const value = member(object, key);
+  return value != nullptr ? std::optional(value->get<std::uint64_t>()) : std::nullopt;
+}
+
+/// What is known of one switch; what is absent is null.
+struct Switch {
+  std::string name;
+  Json const* config = nullptr;
+  Json const* status = nullptr;
+};
+
+/// All that is known of one service of one switch; what is absent is null.
+struct Service {
+  Json const* own = nullptr;         // the switch's configuration
+  Json const* controller = nullptr;  // the override, or else the controller's configuration
+  bool isOverridden = false;
+  Json const* status = nullptr;
+  Json const* info = nullptr;
+};
+
+std::string versionsOf(Json const* config) {
+  std::vector<unsigned long> numbers;
+  if (Json const* const versions = member(member(config, "versionConfig"), "version"))
+    for (auto const& [version, desc] : versions->items()) numbers.push_back(std::stoul(version));
+  std::sort(numbers.begin(), numbers.end());
+  std::string list;
+  for (auto const version : numbers) list.append(list.empty() ? "" : ",").append(std::to_string(version));
+  return list.empty() ? "none" : list;
+}
+
+/// Why the last negotiation found no version, as the configurations stand now.
+std::string reason(Service const& of) {
+  if (!of.own) return "no longer offered by the switch";
+  if (!of.controller) return "not known to the controller";
+  if (!isSet(of.controller, "enabled"))
+    return of.isOverridden ? "disabled by an override" : "disabled by the controller";
+  if (!isSet(of.own, "enabled")) return "disabled by the switch";
+  return "switch offers " + versionsOf(of.own) + "; " + (of.isOverridden ? "override " : "controller ") +
+         versionsOf(of.controller);
+}
+
+std::string outcome(Service const& of) {
+  Json const* const versionStatus = member(of.status, "versionStatus");
+  if (!versionStatus) return of.own ? "not negotiated yet" : "not configured by the switch";
+  if (!isSet(versionStatus, "versionCompatible")) return reason(of);
+  Json const* const version = member(versionStatus, "negotiatedVersion");
+  std::string line = "version " + std::to_string(number(version, "version").value_or(0));
+  if (std::string const desc = text(version, "desc"); !desc.empty()) line += " (" + desc + ")";
+  return of.own ? line : line + ", no longer offered by the switch";
+}
+
+std::optional<PublishedService> published(Service const& of) {
+  if (!of.info) return std::nullopt;
+  PublishedService result;
+  if (Json const* const mounts = member(of.info, "publishedMount"))
+    for (auto const& [path, mount] : mounts->items()) result.mounts.push_back(path);
+  std::sort(result.mounts.begin(), result.mounts.end());
+  result.isReady = isSet(of.info, "ready");
+  return result;
+}
+
+std::vector<ServiceRow> serviceRows(Switch const& of, SwitchDocuments const& documents) {
+  std::map<std::string, Service> services;
+  auto const collect = [&](Json const* members, Json const* Service::*part) {
+    if (members == nullptr) return;
+    for (auto const& [name, value] : members->items()) services[name].*part = &value;
+  };
+  collect(member(of.config, "serviceConfig"), &Service::own);
+  collect(member(of.status, "serviceStatus"), &Service::status);
+  collect(member(of.status, "servicePublishedInfo"), &Service::info);
+  std::vector<ServiceRow> rows;
+  for (auto& [name, service] : services) {
+    service.controller = documents.find("service/override/" + name);
+    service.isOverridden = service.controller != nullptr;
+    if (!service.isOverridden) service.controller = documents.find("service/config/" + name);
+    rows.push_back({name, outcome(service), published(service)});
+  }
+  return rows;
+}
+
+struct State {
+  SwitchProgress progress;
+  std::string text;
+};
+
+State stateOf(Switch const& of, SwitchDocuments const& documents) {
+  if (!of.config) return {SwitchProgress::kLacking, "incomplete: no \"config\""};
+  if (!of.status) return {SwitchProgress::kLacking, "incomplete: no \"status\""};
+  std::string const systemId = text(of.config, "systemId");
+  Json const* const holder = member(documents.find("controller/switch/" + systemId), "switchStatus");
+  if (holder && holder->get<std::string>() == of.name) return {SwitchProgress::kReady, "ready"};
+  if (!isSet(documents.find("controller/config"), "enabled")) return {SwitchProgress::kWaiting, "agent disabled"};
+  if (!isSet(of.config, "enabled")) return {SwitchProgress::kWaiting, "not enabled"};
+  if (!documents.find("heartbeat/" + systemId)) return {SwitchProgress::kLacking, "no heartbeat"};
+  // Registrations with one system id share a row, which tells of one of them.
+  if (holder) return {SwitchProgress::kWaiting, "system id taken by " + inQuotes(holder->get<std::string>())};
+  return {SwitchProgress::kWaiting, "not decided anew"};
+}
+
+}  // namespace
+
+bool SwitchDocuments::isWanted(std::string_view path) {
+  constexpr std::array<std::string_view, 6> kPrefixes = {
+      kRegistration, "heartbeat/", "controller/config", "controller/switch/", "service/config/", "service/override/"};
+  return std::any_of(
+      kPrefixes.begin(), kPrefixes.end(), [&](std::string_view prefix) { return path.starts_with(prefix); });
+}
+
+void SwitchDocuments::put(std::string const& path, Json document) {
+  if (isWanted(path)) documents_.insert_or_assign(path, std::move(document));
+}
+
+Json const* SwitchDocuments::find(std::string const& path) const {
+  auto const found = documents_.find(path);
+  return found != documents_.end() ? &found->second : nullptr;
+}
+
+std::vector<SwitchRow> switchRows(SwitchDocuments const& documents) {
+  // The slash behind a directory's name sorts otherwise than the name's end.
+  std::map<std::string, Switch> switches;
+  for (auto at = documents.all().lower_bound(kRegistration); at != documents.all().end(); ++at) {
+    std::string_view const path = at->first;
+    if (!path.starts_with(kRegistration)) break;
+    std::string_view const rest = path.substr(kRegistration.size());
+    std::size_t const slash = rest.find('/');
+    if (slash == std::string_view::npos) continue;
+    std::string const name(rest.substr(0, slash));
+    std::string_view const entry = rest.substr(slash + 1);
+    Switch& found = switches[name];
+    found.name = name;
+    if (entry == "config") found.config = &at->second;
+    if (entry == "status") found.status = &at->second;
+  }
+  std::vector<SwitchRow> rows;
+  for (auto const& [name, of] : switches) {
+    SwitchRow& row = rows.emplace_back();
+    row.name = name;
+    if (of.config) row.systemId = text(of.config, "systemId");
+    auto const [progress, state] = stateOf(of, documents);
+    row.progress = progress;
+    row.state = state;
+    row.generationAsked = number(of.config, "registrationGenId");
+    row.generationAnswered = number(of.status, "registrationGenId");
+    if (of.config && of.status) row.services = serviceRows(of, documents);
+  }
+  return rows;
+}
+
+}  // namespace Agent
