@@ -1,0 +1,116 @@
+// `enrolix apply`: sends scenarios piece by piece, and finds the refused line in its file again.
+#include <algorithm>
+#include <vector>
+
+#include "agent/client_commands.h"
+#include "agent/input_error.h"
+#include "agent/scenario_pieces.h"
+
+namespace Agent {
+namespace {
+
+/// Lines of one file within what is sent.
+struct Part {
+  std::string file;
+  std::size_t firstLine = 1;
+  std::size_t lines = 0;
+};
+
+/// What is sent at once.
+struct Batch {
+  std::string text;
+  std::vector<Part> parts;
+
+  void add(std::string const& file, ScenarioPiece const& piece) {
+    text += piece.text;
+    parts.push_back({file, piece.firstLine, piece.lines});
+  }
+};
+
+/// "FILE:LINE: " for a line of what was sent; as much of it as is known.
+std::string placeOf(Batch const& batch, std::optional<std::uint64_t> line) {
+  for (Part const& part : batch.parts) {
+    if (!line) break;
+    if (*line <= part.lines)
+      return printable(part.file, part.file.size()) + ":" + std::to_string(part.firstLine + *line - 1) + ": ";
+    *line -= part.lines;
+  }
+  bool const isOneFile = std::all_of(
+      batch.parts.begin(), batch.parts.end(), [&](Part const& part) { return part.file == batch.parts[0].file; });
+  return isOneFile && !batch.parts.empty() ? printable(batch.parts[0].file, batch.parts[0].file.size()) + ": " : "";
+}
+
+class Sender {
+ public:
+  Sender(ApplyOptions const& options, ClientSurroundings const& surroundings)
+      : options_(options),
+        connection_(surroundings.connect(options.common)),
+        condition_(options.ifMatch),
+        target_(options.isAtomic ? "/v1/tree?atomic=1" : "/v1/tree") {
+    if (options.timeToLive) target_ += (options.isAtomic ? "&ttl=" : "?ttl=") + *options.timeToLive;
+  }
+
+  void send(Batch const& batch) {
+    HttpRequest request = makeRequest("POST", target_, condition_);
+    request.fields.emplace_back("Content-Type", "application/jsonl");
+    request.body = batch.text;
+    HttpResponse const response = connection_.request(request);
+    if (response.status >= 400) {
+      Refusal const refusal = readRefusal(response);
+      throw ClientFailure(exitCode(refusal), placeOf(batch, refusal.line) + refusalText(refusal));
+    }
+    requireSuccess(response);
+    understanding([&] {
+      Json const answer = readJson(response.body);
+      applied_ += answer.at("applied").get<std::uint64_t>();
+      revision_ = answer.at("revision").get<std::uint64_t>();
+    });
+    isSent_ = true;
+    // Between the pieces, too, nobody else may have changed anything.
+    if (condition_) condition_ = revision_;
+  }
+
+  bool isSent() const { return isSent_; }
+
+  std::string summary() const {
+    if (options_.common.format == OutputFormat::kJson)
+      return Json{{"applied", applied_}, {"revision", revision_}}.dump() + "\n";
+    return std::to_string(applied_) + (applied_ == 1 ? " operation" : " operations") + " applied, revision " +
+           std::to_string(revision_) + "\n";
+  }
+
+ private:
+  ApplyOptions const& options_;
+  Connection connection_;
+  IfMatch condition_;
+  std::string target_;
+  std::uint64_t applied_ = 0;
+  std::uint64_t revision_ = 0;
+  bool isSent_ = false;
+};
+
+}  // namespace
+
+ExitCode runCommand(ApplyOptions const& options, ClientSurroundings const& surroundings) {
+  Sender sender(options, surroundings);
+  Batch batch;
+  for (std::string const& file : options.files) {
+    ScenarioPieces pieces(openScenario(file));
+    try {
+      while (auto const piece = pieces.next()) {
+        batch.add(file, *piece);
+        if (options.isAtomic) continue;
+        sender.send(batch);
+        batch = {};
+      }
+    } catch (InputError const& error) {
+      throw ClientFailure(ExitCode::kRefused, errorLine(file, pieces.line(), error));
+    }
+  }
+  // Empty files, too, have an answer: the revision that stands.
+  if (options.isAtomic || !sender.isSent()) sender.send(batch);
+  surroundings.print(sender.summary());
+  return ExitCode::kDone;
+}
+
+}  // namespace Agent
