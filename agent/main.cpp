@@ -6,11 +6,13 @@
 #include <iostream>
 #include <sstream>
 
+#include "agent/client_commands.h"
 #include "agent/input_error.h"
 #include "agent/options.h"
 #include "agent/output_file.h"
 #include "agent/replay.h"
 #include "agent/serve.h"
+#include "agent/system_surroundings.h"
 #include "agent/types_command.h"
 #include "framework/swiftlog_reader.h"
 
@@ -48,6 +50,11 @@ int run(Agent::RingOptions const& options) {
   }
   print(text.view());
   return 0;
+}
+
+int run(Agent::ClientOptions const& options) {
+  if (std::holds_alternative<Agent::FleetOptions>(options)) Agent::keepInterruptsForSleep();
+  return Agent::runClient(options, Agent::systemSurroundings());
 }
 
 /// Fills the place of a standard stream that came closed with one that fails, so that no file that is opened gets it.

@@ -101,6 +101,8 @@ Options parseOptions(std::vector<std::string> arguments, std::string const& vers
       ->required()
       ->check(isFile);
 
+  ClientCommands const clientCommands(app);
+
   try {
     // The parser takes its arguments from the back.
     std::reverse(arguments.begin(), arguments.end());
@@ -108,7 +110,8 @@ Options parseOptions(std::vector<std::string> arguments, std::string const& vers
     if (serveCommand->parsed()) return serve;
     if (ringCommand->parsed()) return ring;
     if (typesCommand->parsed()) return types;
-    if (!replayCommand->parsed()) throw CLI::RequiredError("A command, serve, replay, types or ring,");
+    if (auto chosen = clientCommands.chosen()) return *std::move(chosen);
+    if (!replayCommand->parsed()) throw CLI::RequiredError("A command, serve or watch for instance,");
     if (trace->count() > 0) replay.trace = parseLevels(levels);
     if (std::count(replay.scenarios.begin(), replay.scenarios.end(), "-") > 1) {
       throw CLI::ValidationError("SCENARIO", "standard input can be read only once");

@@ -7,6 +7,7 @@
 #include <variant>
 #include <vector>
 
+#include "agent/client_options.h"
 #include "agent/serve_options.h"
 
 namespace Agent {
@@ -52,7 +53,7 @@ struct Answer {
   int exitStatus = 0;
 };
 
-using Options = std::variant<ServeOptions, ReplayOptions, TypesOptions, RingOptions, Answer>;
+using Options = std::variant<ServeOptions, ReplayOptions, TypesOptions, RingOptions, ClientOptions, Answer>;
 
 /// What the command line asks for. `arguments` are those behind the program's name, `version` is what `--version`
 /// prints.

@@ -85,7 +85,7 @@ TEST(Options, AWrongCommandLineIsToldWhatIsWrong) {
     Arguments arguments;
     std::string text;
   } const cases[] = {
-      {{}, "A command, replay, types or ring, is required"},
+      {{}, "A command, serve or watch for instance, is required"},
       {{"nonsense"}, "nonsense"},
       {{"replay"}, "SCENARIO"},
       {{"replay", "--nonsense", "f"}, "--nonsense"},
