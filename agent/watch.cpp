@@ -18,7 +18,6 @@ std::size_t bytesOf(CommittedTurn const& turn) {
 }
 
 std::string revisionData(Revision revision) { return "data: {\"revision\":" + std::to_string(revision) + "}\n\n"; }
-std::string idLine(Revision revision) { return "id: " + std::to_string(revision) + "\n"; }
 
 }  // namespace
 
@@ -26,7 +25,7 @@ std::string idLine(Revision revision) { return "id: " + std::to_string(revision)
 class Watch final : public BodySource {
  public:
   Watch(std::shared_ptr<WatchHub> hub, std::string prefix, Revision after)
-      : hub_(std::move(hub)), prefix_(std::move(prefix)), told_(after), era_(hub_->era_) {
+      : hub_(std::move(hub)), prefix_(std::move(prefix)), told_(after), idTold_(after), era_(hub_->era_) {
     ++hub_->watches_;
   }
   ~Watch() override {
@@ -46,17 +45,22 @@ class Watch final : public BodySource {
   void tellPrefix(std::string& to);
   void beginPrefix(std::string& to);
   void tellChange(std::string& to, std::string_view path, DocumentText const& text, Revision revision, bool isLast);
+  /// Makes `told_` the place to resume from.
+  std::string idLine();
 
   std::shared_ptr<WatchHub> hub_;
   std::string prefix_;
   /// All turns up to this one have been told.
   Revision told_;
+  /// The revision that was the last one's to resume from.
+  Revision idTold_;
   std::size_t era_;
   /// The turn that is being told, and how many of its changes have been.
   std::shared_ptr<CommittedTurn const> turn_;
   std::size_t changesTold_ = 0;
   /// The path behind which the whole prefix goes on, while that is being told.
   std::optional<std::string> toldPath_;
+  bool isCaughtUp_ = false;
   bool isSignWanted_ = false;
   bool isFarewellSaid_ = false;
 };
@@ -77,10 +81,13 @@ std::optional<std::string> Watch::next() {
     } else if (turn_ == nullptr && !hub_->reachesBackTo(told_)) {
       beginPrefix(piece);
     } else if (!tellTurn(piece)) {
+      // Who comes to the end of the past is told so, also when the last of it was none of his business.
+      bool const isSignDue = piece.empty() && std::exchange(isSignWanted_, false);
+      bool const isEndDue = !std::exchange(isCaughtUp_, true) && idTold_ != told_;
+      if (isSignDue || isEndDue) piece += idLine() + "\n";
       break;
     }
   }
-  if (piece.empty() && std::exchange(isSignWanted_, false)) piece = idLine(told_) + "\n";
   if (piece.empty()) hub_->waiting_.insert(this);
   return piece;
 }
@@ -127,7 +134,12 @@ void Watch::tellPrefix(std::string& to) {
   }
   if (at != documents.end() && at->first.starts_with(prefix_)) return;
   toldPath_ = std::nullopt;
-  to += "event: synced\n" + idLine(told_) + revisionData(told_);
+  to += "event: synced\n" + idLine() + revisionData(told_);
+}
+
+std::string Watch::idLine() {
+  idTold_ = told_;
+  return "id: " + std::to_string(told_) + "\n";
 }
 
 // Only the last event of a turn carries its revision as the place to resume from: whoever loses the connection in the
@@ -135,7 +147,10 @@ void Watch::tellPrefix(std::string& to) {
 void Watch::tellChange(std::string& to, std::string_view path, DocumentText const& text, Revision revision,
                        bool isLast) {
   to += "event: change\n";
-  if (isLast) to += idLine(revision);
+  if (isLast) {
+    told_ = revision;
+    to += idLine();
+  }
   to += "data: {\"revision\":" + std::to_string(revision) + ",\"path\":" + Json(path).dump() + ",\"value\":";
   to += text ? *text : "null";
   to += "}\n\n";

@@ -143,6 +143,18 @@ TEST(Watch, ARevisionThatHasNotBeenIsAnsweredWithAResync) {
   EXPECT_EQ(reader.told(), world.service->revision());
 }
 
+TEST(Watch, SaysWhenThePastHasBeenTold) {
+  ServiceWorld world;
+  world.put("mount/ready/x", "true");
+  world.put("controller/config", R"({"enabled": true})");
+  auto const source = world.service->watches().watch("mount/", 1);
+  std::string const told = *source->next();
+  EXPECT_THAT(told, HasSubstr("id: 2\ndata: "));
+  EXPECT_THAT(told, ::testing::EndsWith("}\n\nid: 3\n\n"));
+  EXPECT_EQ(source->next(), "");
+  EXPECT_EQ(*world.service->watches().watch("mount/", 2)->next(), "id: 3\n\n");
+}
+
 TEST(Watch, GivesASignOfLifeThatMovesThePlaceToResumeFrom) {
   ServiceWorld world;
   Reader reader(world.service->watches(), "mount/", world.service->revision());
