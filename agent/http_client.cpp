@@ -9,6 +9,7 @@
 #include <boost/beast/http/basic_parser.hpp>
 #include <boost/beast/src.hpp>
 #include <charconv>
+#include <limits>
 #include <optional>
 
 #include "agent/http_text.h"
@@ -68,7 +69,8 @@ class ResponseParser final : public boost::beast::http::basic_parser<false> {
   explicit ResponseParser(bool toHead) {
     skip(toHead);
     header_limit(kMostHeaderBytes);
-    body_limit(boost::none);
+    // No limit at all would be taken for one of nothing.
+    body_limit(std::numeric_limits<std::uint64_t>::max());
   }
 
   HttpResponse& response() { return response_; }

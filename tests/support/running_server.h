@@ -11,8 +11,9 @@ namespace Test {
 
 class RunningServer {
  public:
-  explicit RunningServer(Agent::HttpHandler handler, Agent::HttpLimits const& limits = {})
-      : server_("127.0.0.1", 0, limits) {
+  explicit RunningServer(Agent::HttpHandler handler, Agent::HttpLimits const& limits = {},
+                         std::string const& address = "127.0.0.1")
+      : server_(address, 0, limits) {
     server_.handlerIs(std::move(handler), [](int status, std::string const& reason) {
       Agent::HttpResponse response;
       response.status = status;
