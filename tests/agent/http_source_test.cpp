@@ -18,7 +18,6 @@ using std::chrono::milliseconds;
 using Test::RawConnection;
 using Test::RunningServer;
 using testing::HasSubstr;
-using testing::Not;
 
 std::string get(std::string const& target, std::string const& version = "1.1") {
   return "GET " + target + " HTTP/" + version + "\r\nHost: here\r\n\r\n";
