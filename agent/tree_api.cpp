@@ -65,7 +65,7 @@ void TreeApi::getDocument(Call& call, std::string const& path) {
   }
   HttpResponse response = jsonResponse(200, found->second.revision, *found->second.text + "\n");
   response.fields.emplace_back("ETag", '"' + std::to_string(found->second.revision) + '"');
-  replyWhenKept(call.answer, std::move(response));
+  readWhenKept(call, std::move(response));
 }
 
 void TreeApi::putDocument(Call& call, Path const& path) {
@@ -95,11 +95,21 @@ void TreeApi::health(Call& call, bool isReadiness) {
   call.answer(jsonResponse(isReadiness && problem ? 503 : 200, service_.revision(), body.dump() + "\n"));
 }
 
-// What could not be kept is gone, and so is what was read of it.
 void TreeApi::replyWhenKept(HttpAnswer answer, HttpResponse response) {
   auto const waiting = std::make_shared<HttpResponse>(std::move(response));
   service_.whenKept([answer = std::move(answer), waiting](StoreError const* problem) {
     answer(problem != nullptr ? problemResponse(storeProblem(*problem)) : std::move(*waiting));
+  });
+}
+
+// What could not be kept is gone, and is read again as it is now.
+void TreeApi::readWhenKept(Call& call, HttpResponse response) {
+  auto const waiting = std::make_shared<HttpResponse>(std::move(response));
+  service_.whenKept([this, call, waiting](StoreError const* problem) {
+    if (problem != nullptr)
+      handle(call.request, call.answer);
+    else
+      call.answer(std::move(*waiting));
   });
 }
 

@@ -49,9 +49,12 @@ class TreeApi {
   void listDocuments(Call& call);
   void postBatch(Call& call);
   void goOn(std::shared_ptr<Batch> const& batch);
+  void keep(std::shared_ptr<Batch> const& batch);
+  void finish(std::shared_ptr<Batch> const& batch);
   void watch(Call& call);
   void health(Call& call, bool isReadiness);
   void replyWhenKept(HttpAnswer answer, HttpResponse response);
+  void readWhenKept(Call& call, HttpResponse response);
 
   EventLoop& loop_;
   Service& service_;

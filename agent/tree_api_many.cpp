@@ -68,7 +68,7 @@ void TreeApi::listDocuments(Call& call) {
   call.requireRevision(service_.revision(), "");
   HttpResponse response = jsonResponse(200, service_.revision(), "");
   response.source = std::make_unique<TreeBody>(service_.documents(), call.parameter("prefix"));
-  replyWhenKept(call.answer, std::move(response));
+  readWhenKept(call, std::move(response));
 }
 
 /// A batch on its way: what has been read of it, and how far it has come.
@@ -79,6 +79,9 @@ struct TreeApi::Batch {
   std::vector<std::size_t> lines;
   std::optional<Service::TimeToLive> timeToLive;
   std::size_t applied = 0;
+  /// So many of those are kept. If the others could not be, they are undone.
+  std::size_t kept = 0;
+  bool isUndone = false;
   /// What ends it early, and the line.
   std::optional<HttpProblem> problem;
   std::size_t problemLine = 0;
@@ -94,7 +97,7 @@ struct TreeApi::Batch {
       body["error"] = problemJson(*problem);
       if (problemLine != 0) body["error"]["line"] = problemLine;
     }
-    body["applied"] = applied;
+    body["applied"] = kept;
     body["revision"] = revision;
     HttpResponse result = problem ? problemResponse(*problem) : jsonResponse(200, revision, "");
     result.body = body.dump() + "\n";
@@ -135,10 +138,29 @@ void TreeApi::postBatch(Call& call) {
       batch->fail(refusal(error), batch->lines[refused]);
     }
   }
-  replyWhenKept(batch->answer, batch->response(service_.revision()));
+  keep(batch);
+  finish(batch);
+}
+
+/// Notes what becomes of what has been applied so far.
+void TreeApi::keep(std::shared_ptr<Batch> const& batch) {
+  service_.whenKept([batch, applied = batch->applied](StoreError const* problem) {
+    if (problem == nullptr) {
+      if (!batch->isUndone) batch->kept = applied;
+      return;
+    }
+    batch->isUndone = true;
+    batch->fail(storeProblem(*problem), 0);
+  });
+}
+
+void TreeApi::finish(std::shared_ptr<Batch> const& batch) {
+  service_.whenKept(
+      [this, batch](StoreError const* /*problem*/) { batch->answer(batch->response(service_.revision())); });
 }
 
 void TreeApi::goOn(std::shared_ptr<Batch> const& batch) {
+  if (batch->isUndone) return finish(batch);
   std::size_t const end = std::min(batch->applied + kSlice, batch->operations.size());
   while (batch->applied < end) {
     std::size_t const line = batch->lines[batch->applied];
@@ -154,8 +176,9 @@ void TreeApi::goOn(std::shared_ptr<Batch> const& batch) {
     batch->operations.resize(batch->applied);
     break;
   }
-  if (batch->applied < batch->operations.size()) return loop_.post([this, batch] { goOn(batch); });
-  replyWhenKept(batch->answer, batch->response(service_.revision()));
+  keep(batch);
+  if (batch->applied == batch->operations.size()) return finish(batch);
+  loop_.post([this, batch] { goOn(batch); });
 }
 
 void TreeApi::watch(Call& call) {

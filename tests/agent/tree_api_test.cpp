@@ -285,6 +285,42 @@ TEST_F(TreeApiTest, AFullDiskRefusesWritesAndIsNoHealthProblem) {
   EXPECT_EQ(put("mount/ready/x", "true").status, 200);
 }
 
+TEST_F(TreeApiTest, ABatchThatCannotBeKeptSaysHowMuchOfItStands) {
+  std::vector<std::string> lines;
+  for (int i = 0; i < 10; ++i)
+    lines.push_back(R"({"put": "mount/ready/x)" + std::to_string(i) + R"(", "value": true})");
+  post("", lines);
+  std::string const before = world.text();
+  world.memory->isFullIs(true);
+  for (char const* query : {"", "?atomic=1"}) {
+    Reply const reply = post(query, {R"({"delete": "mount/ready/x1"})", R"({"delete": "mount/ready/x2"})"});
+    EXPECT_EQ(reply.status, 507) << query;
+    EXPECT_EQ(reply.json()["applied"], 0) << query;
+    EXPECT_EQ(world.text(), before) << query;
+    // The first one hits the disk, the next one would be refused for being late.
+    world.memory->isFullIs(false);
+    world.loop.pass(2s);
+    world.memory->isFullIs(true);
+  }
+}
+
+TEST_F(TreeApiTest, AReaderWhoWaitsForWhatCannotBeKeptReadsWhatIsThere) {
+  put("mount/ready/x", "true");
+  world.memory->isFullIs(true);
+  std::vector<int> statuses;
+  std::string body;
+  api.handle({"PUT", "/v1/tree/mount/ready/x", {}, "false"},
+             [&](HttpResponse const& r) { statuses.push_back(r.status); });
+  api.handle({"GET", "/v1/tree/mount/ready/x", {}, ""}, [&](HttpResponse const& r) {
+    statuses.push_back(r.status);
+    body = r.body;
+  });
+  EXPECT_TRUE(statuses.empty());
+  world.loop.run();
+  EXPECT_EQ(statuses, (std::vector<int>{507, 200}));
+  EXPECT_EQ(body, "true\n");
+}
+
 TEST_F(TreeApiTest, AStoppingAgentSaysSo) {
   api.stop();
   EXPECT_EQ(put("mount/ready/x", "true").status, 503);
