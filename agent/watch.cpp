@@ -122,7 +122,10 @@ void Watch::beginPrefix(std::string& to) {
   told_ = hub_->last_;
   turn_ = nullptr;
   toldPath_ = "";
-  to += "event: resync\n" + revisionData(told_);
+  // What was known before is forgotten, and the whole prefix is not there yet: whoever loses the connection now begins
+  // at the beginning.
+  idTold_ = 0;
+  to += "event: resync\nid: 0\n" + revisionData(told_);
 }
 
 void Watch::tellPrefix(std::string& to) {

@@ -1,8 +1,7 @@
 // Watches: every change to every reader, or an explicit word that some are gone.
 #include <gmock/gmock.h>
 
-#include <sstream>
-
+#include "support/mirror.h"
 #include "support/random_history.h"
 #include "support/service_world.h"
 
@@ -12,24 +11,19 @@ namespace {
 using namespace std::chrono_literals;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using ::testing::StartsWith;
 
 /// A reader that keeps the tree as the events tell it.
 class Reader {
  public:
-  Reader(WatchHub& hub, std::string prefix, Revision after) : hub_(hub), prefix_(std::move(prefix)), told_(after) {
-    connect();
+  Reader(WatchHub& hub, std::string prefix, Revision after) : hub_(hub), mirror_(std::move(prefix), after) {
+    reconnect();
   }
 
   /// Takes one piece; false if there was none.
   bool read() {
     auto const piece = source_->next();
     if (!piece || piece->empty()) return false;
-    text_ += *piece;
-    for (std::size_t end = text_.find("\n\n"); end != std::string::npos; end = text_.find("\n\n")) {
-      take(text_.substr(0, end + 1));
-      text_.erase(0, end + 2);
-    }
+    mirror_.take(*piece);
     return true;
   }
   void readAll() {
@@ -38,50 +32,20 @@ class Reader {
   }
   /// Loses the connection, and comes back with what it was told last.
   void reconnect() {
-    text_.clear();
-    connect();
+    mirror_.lose();
+    source_ = hub_.watch(mirror_.prefix(), mirror_.told());
   }
 
-  std::map<std::string, std::string> const& documents() const { return documents_; }
-  std::vector<std::string> const& events() const { return events_; }
-  std::string const& prefix() const { return prefix_; }
-  Revision told() const { return told_; }
-  int resyncs() const { return resyncs_; }
+  std::map<std::string, std::string> const& documents() const { return mirror_.documents(); }
+  std::vector<std::string> const& events() const { return mirror_.events(); }
+  std::string const& prefix() const { return mirror_.prefix(); }
+  Revision told() const { return mirror_.told(); }
+  int resyncs() const { return mirror_.resyncs(); }
 
  private:
-  void connect() { source_ = hub_.watch(prefix_, told_); }
-
-  void take(std::string const& block) {
-    std::string event;
-    Json data;
-    std::istringstream lines(block);
-    for (std::string line; std::getline(lines, line);) {
-      if (line.starts_with("event: ")) event = line.substr(7);
-      if (line.starts_with("data: ")) data = Json::parse(line.substr(6));
-      if (line.starts_with("id: ")) told_ = std::stoull(line.substr(4));
-    }
-    if (!event.empty()) events_.push_back(event);
-    if (event == "resync") {
-      documents_.clear();
-      ++resyncs_;
-    }
-    if (event != "change") return;
-    std::string const path = data["path"];
-    EXPECT_THAT(path, StartsWith(prefix_));
-    if (data["value"].is_null())
-      documents_.erase(path);
-    else
-      documents_[path] = data["value"].dump();
-  }
-
   WatchHub& hub_;
-  std::string prefix_;
-  Revision told_;
   std::unique_ptr<BodySource> source_;
-  std::string text_;
-  std::map<std::string, std::string> documents_;
-  std::vector<std::string> events_;
-  int resyncs_ = 0;
+  Test::Mirror mirror_;
 };
 
 std::map<std::string, std::string> documentsOf(ServiceWorld const& world, std::string const& prefix) {
@@ -166,6 +130,26 @@ TEST(Watch, GivesASignOfLifeThatMovesThePlaceToResumeFrom) {
   EXPECT_TRUE(reader.read());
   EXPECT_EQ(reader.told(), 2u);
   EXPECT_THAT(reader.events(), ElementsAre());
+}
+
+// What it knew was forgotten at the first word, and is not there again before the last.
+TEST(Watch, AReaderThatIsLostInAResyncGetsAllOfTheNextOne) {
+  ServiceWorld world;
+  for (int i = 0; i < 20; ++i) world.put("registration/a/" + std::to_string(i), '"' + std::string(10'000, 'x') + '"');
+  Reader reader(world.service->watches(), "registration/", 0);
+  reader.readAll();
+  // All begins anew at the revision that it has been told.
+  world.memory->isFullIs(true);
+  Operation const operation = parseOperation(R"({"put": "mount/ready/x", "value": true})");
+  world.service->apply({&operation, 1});
+  world.loop.run();
+  ASSERT_TRUE(reader.read());
+  ASSERT_EQ(reader.resyncs(), 1);
+  ASSERT_LT(reader.documents().size(), 20u);
+  reader.reconnect();
+  reader.readAll();
+  EXPECT_EQ(reader.documents(), documentsOf(world, "registration/"));
+  EXPECT_EQ(reader.told(), world.service->revision());
 }
 
 TEST(Watch, IsToldWhenTheAgentStops) {
