@@ -1,6 +1,7 @@
 // Writes events: a reader's place is a revision in the history, or a path in the tree while it gets the whole prefix.
 #include "agent/watch.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace Agent {
@@ -45,6 +46,7 @@ class Watch final : public BodySource {
   void tellPrefix(std::string& to);
   void beginPrefix(std::string& to);
   void tellChange(std::string& to, std::string_view path, DocumentText const& text, Revision revision, bool isLast);
+  void tellText(std::string& to);
   /// Makes `told_` the place to resume from.
   std::string idLine();
 
@@ -60,6 +62,10 @@ class Watch final : public BodySource {
   std::size_t changesTold_ = 0;
   /// The path behind which the whole prefix goes on, while that is being told.
   std::optional<std::string> toldPath_;
+  /// A document that is being told, and how much of it has been: a long one is shared by its readers, however slow they
+  /// are, and not copied for each.
+  DocumentText text_;
+  std::size_t textTold_ = 0;
   bool isCaughtUp_ = false;
   bool isSignWanted_ = false;
   bool isFarewellSaid_ = false;
@@ -69,6 +75,10 @@ std::optional<std::string> Watch::next() {
   if (isFarewellSaid_) return std::nullopt;
   std::string piece;
   while (piece.size() < kPieceBytes) {
+    if (text_) {
+      tellText(piece);
+      continue;
+    }
     if (hub_->isClosed_) {
       piece += "event: shutdown\ndata: {}\n\n";
       isFarewellSaid_ = true;
@@ -135,7 +145,7 @@ void Watch::tellPrefix(std::string& to) {
     toldPath_ = at->first;
     if (at->second.revision <= told_) tellChange(to, at->first, at->second.text, at->second.revision, false);
   }
-  if (at != documents.end() && at->first.starts_with(prefix_)) return;
+  if (text_ || (at != documents.end() && at->first.starts_with(prefix_))) return;
   toldPath_ = std::nullopt;
   to += "event: synced\n" + idLine() + revisionData(told_);
 }
@@ -155,7 +165,22 @@ void Watch::tellChange(std::string& to, std::string_view path, DocumentText cons
     to += idLine();
   }
   to += "data: {\"revision\":" + std::to_string(revision) + ",\"path\":" + Json(path).dump() + ",\"value\":";
-  to += text ? *text : "null";
+  text_ = text;
+  textTold_ = 0;
+  if (text_)
+    tellText(to);
+  else
+    to += "null}\n\n";
+}
+
+// What there is no room for follows in the next pieces.
+void Watch::tellText(std::string& to) {
+  std::size_t const room = kPieceBytes - std::min(kPieceBytes, to.size());
+  std::size_t const size = std::min(room, text_->size() - textTold_);
+  to.append(*text_, textTold_, size);
+  textTold_ += size;
+  if (textTold_ < text_->size()) return;
+  text_ = nullptr;
   to += "}\n\n";
 }
 

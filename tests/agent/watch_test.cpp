@@ -23,6 +23,7 @@ class Reader {
   bool read() {
     auto const piece = source_->next();
     if (!piece || piece->empty()) return false;
+    pieceBytes_ = piece->size();
     mirror_.take(*piece);
     return true;
   }
@@ -41,11 +42,14 @@ class Reader {
   std::string const& prefix() const { return mirror_.prefix(); }
   Revision told() const { return mirror_.told(); }
   int resyncs() const { return mirror_.resyncs(); }
+  /// Of the piece that was read last.
+  std::size_t pieceBytes() const { return pieceBytes_; }
 
  private:
   WatchHub& hub_;
   std::unique_ptr<BodySource> source_;
   Test::Mirror mirror_;
+  std::size_t pieceBytes_ = 0;
 };
 
 std::map<std::string, std::string> documentsOf(ServiceWorld const& world, std::string const& prefix) {
@@ -150,6 +154,25 @@ TEST(Watch, AReaderThatIsLostInAResyncGetsAllOfTheNextOne) {
   reader.readAll();
   EXPECT_EQ(reader.documents(), documentsOf(world, "registration/"));
   EXPECT_EQ(reader.told(), world.service->revision());
+}
+
+// A reader that does not read holds up one piece, whatever there is to tell.
+TEST(Watch, ALongDocumentIsToldInShortPieces) {
+  ServiceWorld world;
+  for (std::size_t const size : {1, 65'000, 65'400, 65'536, 65'600, 131'072, 1'000'000})
+    world.put("registration/a/" + std::to_string(size), '"' + std::string(size, 'x') + '"');
+  Reader reader(world.service->watches(), "registration/", 0);
+  std::size_t longest = 0;
+  while (reader.read()) longest = std::max(longest, reader.pieceBytes());
+  EXPECT_LT(longest, 66'000u);
+  EXPECT_EQ(reader.documents(), documentsOf(world, "registration/"));
+  // An event that has begun comes to its end, whatever happens.
+  world.put("registration/a/1000000", "\"" + std::string(1'000'000, 'y') + "\"");
+  reader.read();
+  world.service->stop();
+  reader.readAll();
+  EXPECT_EQ(reader.documents(), documentsOf(world, "registration/"));
+  EXPECT_EQ(reader.events().back(), "shutdown");
 }
 
 TEST(Watch, IsToldWhenTheAgentStops) {
