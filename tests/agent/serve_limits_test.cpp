@@ -1,0 +1,138 @@
+// Limits of the running program: each has an option, and who goes beyond is told so.
+#include <gmock/gmock.h>
+
+#include <deque>
+
+#include "support/event_reader.h"
+#include "support/served.h"
+
+namespace Agent {
+namespace {
+
+using Test::Api;
+using Test::await;
+using Test::EventReader;
+using Test::RawConnection;
+using Test::revisionOf;
+using Test::Served;
+using testing::HasSubstr;
+
+/// The status in a problem's body, which says the same as that of its response.
+int statusIn(std::string const& body) { return Json::parse(body)["error"]["status"]; }
+
+TEST(ServeLimits, OfABody) {
+  Served const served({"--memory", "--max-body", "1000"});
+  Api api(served);
+  auto const documentOf = [](std::size_t size) { return '"' + std::string(size - 2, 'x') + '"'; };
+  EXPECT_EQ(api.put("registration/a/note", documentOf(1000)).status, 200);
+  auto const refused = api.put("registration/a/note", documentOf(1001));
+  EXPECT_EQ(refused.status, 413);
+  EXPECT_EQ(statusIn(refused.body), 413);
+  EXPECT_EQ(api.text("registration/a/note").size(), 1000u);
+}
+
+TEST(ServeLimits, OfAHeader) {
+  Served const served({"--memory", "--max-header", "1000"});
+  Api api(served);
+  EXPECT_EQ(api.send("GET", "/healthz", "", {{"X-Long", std::string(500, 'x')}}).status, 200);
+  auto const refused = api.send("GET", "/healthz", "", {{"X-Long", std::string(1000, 'x')}});
+  EXPECT_EQ(refused.status, 431);
+  EXPECT_EQ(statusIn(refused.body), 431);
+}
+
+TEST(ServeLimits, OfConnections) {
+  Served const served({"--memory", "--max-connections", "3"});
+  auto const ask = [](RawConnection& connection) {
+    connection.send("GET /healthz HTTP/1.1\r\nHost: a\r\n\r\n");
+    return connection.response();
+  };
+  std::deque<RawConnection> connections;
+  for (int n = 0; n < 3; ++n) EXPECT_EQ(ask(connections.emplace_back(served.port())).status, 200);
+  for (int n = 0; n < 3; ++n) {
+    RawConnection fourth(served.port());
+    auto const refused = fourth.response();
+    EXPECT_EQ(refused.status, 503);
+    EXPECT_EQ(statusIn(refused.body), 503);
+    EXPECT_FALSE(RawConnection::field(refused.head, "Retry-After").empty());
+    EXPECT_TRUE(fourth.ends());
+  }
+  // Those who were there are served as before, and so is who comes when one has gone.
+  for (RawConnection& connection : connections) EXPECT_EQ(ask(connection).status, 200);
+  connections.pop_front();
+  await([&] {
+    RawConnection next(served.port());
+    return ask(next).status == 200;
+  });
+}
+
+TEST(ServeLimits, OfWatches) {
+  Served const served({"--memory", "--max-watches", "2"});
+  Api api(served);
+  std::deque<EventReader> readers;
+  for (int n = 0; n < 2; ++n) EXPECT_THAT(readers.emplace_back("", 0).connect(served.port()), HasSubstr(" 200 "));
+  auto const refused = api.send("GET", "/v1/watch");
+  EXPECT_EQ(refused.status, 429);
+  EXPECT_EQ(statusIn(refused.body), 429);
+  EXPECT_TRUE(findField(refused.fields, "Retry-After"));
+  readers.pop_front();
+  await([&] { return api.health()["watches"] == 1; });
+  EXPECT_THAT(readers.emplace_back("", 0).connect(served.port()), HasSubstr(" 200 "));
+}
+
+TEST(ServeLimits, OfABatch) {
+  Served const served({"--memory", "--max-batch", "3"});
+  Api api(served);
+  std::string lines;
+  for (int n = 0; n < 3; ++n)
+    lines += R"({"put": "mount/ready/x)" + std::to_string(n) +
+             R"(", "value": true})"
+             "\n";
+  EXPECT_EQ(api.post(lines).status, 200);
+  for (char const* query : {"", "?atomic=1"}) {
+    auto const refused = api.post(lines + R"({"put": "mount/ready/y", "value": true})", query);
+    EXPECT_EQ(refused.status, 413);
+    EXPECT_EQ(statusIn(refused.body), 413);
+  }
+  EXPECT_EQ(api.documents("mount/").size(), 3u);
+}
+
+TEST(ServeLimits, OfPatience) {
+  Served const served({"--memory", "--idle-timeout", "0.2"});
+  RawConnection silent(served.port());
+  EXPECT_TRUE(silent.ends());
+  RawConnection slow(served.port());
+  slow.send("PUT /v1/tree/mount/ready/x HTTP/1.1\r\nHost: a\r\nContent-Length: 4\r\n\r\ntr");
+  auto const refused = slow.response();
+  EXPECT_EQ(refused.status, 408);
+  EXPECT_EQ(statusIn(refused.body), 408);
+  EXPECT_TRUE(slow.ends());
+  // A watch to which nothing happens is not idle.
+  EventReader reader("mount/", 0);
+  reader.connect(served.port());
+  RawConnection other(served.port());
+  EXPECT_TRUE(other.ends());
+  Revision const last = revisionOf(Api(served).put("mount/ready/x", "true"));
+  EXPECT_TRUE(reader.readTo(last));
+}
+
+// A reader that is behind the history is told so, by the number of changes or by their size.
+TEST(ServeLimits, OfTheHistory) {
+  for (Served::Options const& limit :
+       {Served::Options{"--history", "2"}, Served::Options{"--history-bytes", "200"}, Served::Options{}}) {
+    Served::Options options = limit;
+    options.push_back("--memory");
+    Served const served(options);
+    Api api(served);
+    Revision const begin = api.health()["revision"];
+    Revision last = 0;
+    for (int n = 0; n < 20; ++n) last = revisionOf(api.put("mount/ready/x" + std::to_string(n), "true"));
+    EventReader reader("mount/", begin);
+    reader.connect(served.port());
+    EXPECT_TRUE(reader.readTo(last));
+    EXPECT_EQ(reader.mirror().resyncs(), limit.empty() ? 0 : 1);
+    EXPECT_EQ(reader.mirror().documents().size(), 20u);
+  }
+}
+
+}  // namespace
+}  // namespace Agent
