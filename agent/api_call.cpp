@@ -15,6 +15,13 @@ constexpr double kLongestSeconds = 10.0 * 366 * 24 * 3600;
   throw HttpProblem(400, InputError("", what + ": expected " + expected + ", found " + inQuotes(found)));
 }
 
+[[noreturn]] void refuseRevision(std::string const& expected, Revision found, std::string const& path) {
+  InputError error("",
+                   "expected " + expected + ", found " + (found != 0 ? "revision " + std::to_string(found) : "none"));
+  error.pathIs(path);
+  throw HttpProblem(412, error);
+}
+
 }  // namespace
 
 void TreeApi::Call::requireMethod(std::initializer_list<std::string_view> methods) const {
@@ -36,15 +43,18 @@ void TreeApi::Call::requireParameters(std::initializer_list<std::string_view> na
 }
 
 void TreeApi::Call::requireRevision(Revision revision, std::string const& path) const {
+  bool const isRead = isMethod("GET") || isMethod("HEAD");
+  if (auto const none = findField(request.fields, "If-None-Match"); none && !isRead) {
+    if (*none != "*") refuseParameter("If-None-Match", "*", *none);
+    if (revision != 0) refuseRevision("none", revision, path);
+  }
   auto const field = findField(request.fields, "If-Match");
   if (!field) return;
   std::string_view wanted = *field;
   if (wanted.size() > 1 && wanted.front() == '"' && wanted.back() == '"') wanted = wanted.substr(1, wanted.size() - 2);
   bool const isMet = wanted == "*" ? revision != 0 : parseRevision(wanted, "If-Match") == revision;
   if (isMet) return;
-  InputError error("", "expected revision " + std::string(wanted) + ", found " + std::to_string(revision));
-  error.pathIs(path);
-  throw HttpProblem(412, error);
+  refuseRevision("revision " + std::string(wanted), revision, path);
 }
 
 std::optional<Service::TimeToLive> TreeApi::Call::timeToLive() const {

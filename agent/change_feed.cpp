@@ -86,7 +86,7 @@ class Feed {
       // From now on is behind this revision, whatever happens to the connection.
       if (!request_.after) lastId_ = revision;
       // Behind 0 there is what stood at the start, also where there was no turn yet.
-      if (!request_.after || (*request_.after > 0 && *request_.after >= revision)) reach(revision);
+      if (!request_.after || (*request_.after > 0 && *request_.after == revision)) reach(revision);
     }
     return !isEnough();
   }

@@ -1,17 +1,53 @@
 // Composes the lines; the logging library adds time and level.
 #include "agent/event_log.h"
 
+#include <poll.h>
 #include <spdlog/logger.h>
+#include <spdlog/sinks/base_sink.h>
 #include <spdlog/sinks/null_sink.h>
-#include <spdlog/sinks/stdout_sinks.h>
+#include <unistd.h>
 
+#include "agent/input_error.h"
 #include "agent/json_reader.h"
 
 namespace Agent {
+namespace {
+
+/// Standard error, as long as somebody takes what is written there: lines for which there is no room are lost, and the
+/// next one says how many. Who does not read the log must not hold up the switches.
+class StandardError final : public spdlog::sinks::base_sink<spdlog::details::null_mutex> {
+ protected:
+  void sink_it_(spdlog::details::log_msg const& message) override {
+    spdlog::memory_buf_t line;
+    formatter_->format(message, line);
+    // Where there is room at all there is room for so much.
+    if (line.size() > kRoom) line[kRoom - 1] = '\n';
+    pollfd room{STDERR_FILENO, POLLOUT, 0};
+    if (::poll(&room, 1, 0) <= 0 || (room.revents & POLLOUT) == 0) {
+      ++lost_;
+      return;
+    }
+    std::string text(line.data(), std::min<std::size_t>(line.size(), kRoom));
+    if (lost_ > 0 && text.size() + 30 < kRoom) {
+      // The line ends with a break, and in JSON with a brace.
+      bool const isJson = text.ends_with("}\n");
+      text.insert(text.size() - (isJson ? 2 : 1), (isJson ? ",\"lost\":" : " lost=") + std::to_string(lost_));
+      lost_ = 0;
+    }
+    [[maybe_unused]] auto const written = ::write(STDERR_FILENO, text.data(), text.size());
+  }
+  void flush_() override {}
+
+ private:
+  static constexpr std::size_t kRoom = 4096;
+
+  std::size_t lost_ = 0;
+};
+
+}  // namespace
 
 EventLog::EventLog(LogFormat format)
-    : format_(format),
-      logger_(std::make_unique<spdlog::logger>("enrolix", std::make_shared<spdlog::sinks::stderr_sink_st>())) {
+    : format_(format), logger_(std::make_unique<spdlog::logger>("enrolix", std::make_shared<StandardError>())) {
   logger_->set_pattern(format == LogFormat::kJson ? R"({"time":"%Y-%m-%dT%H:%M:%S.%e%z","level":"%l",%v})"
                                                   : "%Y-%m-%dT%H:%M:%S.%e%z %l %v");
 }
@@ -26,8 +62,9 @@ std::string EventLog::line(std::string_view event, Fields fields) const {
   std::string text = isJson ? "\"event\":" + Json(event).dump() : std::string(event);
   for (auto const& [name, value] : fields) {
     text += isJson ? "," + Json(name).dump() + ":" : " " + std::string(name) + "=";
+    std::string const printed = printable(value, 1000);
     bool const isPlain = !value.empty() && value.find_first_of(" \"=\\") == std::string::npos;
-    text += isJson || !isPlain ? Json(value).dump() : value;
+    text += isJson || !isPlain ? Json(printed).dump() : printed;
   }
   return text;
 }

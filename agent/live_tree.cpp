@@ -77,24 +77,27 @@ TurnResult LiveTree::apply(std::span<Operation const> operations, std::optional<
   } catch (std::exception const& exception) {
     result.failure = printable(exception.what(), 1000);
   }
-  for (Operation const& operation : operations) {
-    if (!operation.value || !std::holds_alternative<At::Heartbeat>(operation.path)) continue;
-    std::string path = toText(operation.path);
-    Document& document = documents_[path];
-    if (document.text && document.timeToLive != timeToLive)
-      result.turn.changes.push_back({path, document.text, document.revision, timeToLive});
-    document.timeToLive = timeToLive;
-  }
-  CommittedTurn turn = collect(changed);
-  // A heartbeat that changed in both ways needs to be told of once.
-  std::erase_if(result.turn.changes, [&](DocumentChange const& touched) {
-    return std::any_of(turn.changes.begin(), turn.changes.end(), [&](DocumentChange const& change) {
-      return change.path == touched.path;
-    });
-  });
-  result.turn.revision = revision_;
-  std::move(turn.changes.begin(), turn.changes.end(), std::back_inserter(result.turn.changes));
+  result.turn = collect(changed);
+  std::size_t const changes = result.turn.changes.size();
+  for (Operation const& operation : operations)
+    if (operation.value && std::holds_alternative<At::Heartbeat>(operation.path))
+      renew(toText(operation.path), timeToLive, result.turn, changes);
   return result;
+}
+
+// In the heartbeat's own change if it is among the first `changes`, which are in order; otherwise as a renewal.
+void LiveTree::renew(std::string const& path, std::optional<std::chrono::milliseconds> timeToLive, CommittedTurn& turn,
+                     std::size_t changes) {
+  auto const known = documents_.find(path);
+  if (known == documents_.end() || known->second.timeToLive == timeToLive) return;
+  known->second.timeToLive = timeToLive;
+  auto const end = turn.changes.begin() + static_cast<std::ptrdiff_t>(changes);
+  auto const change = std::lower_bound(
+      turn.changes.begin(), end, path, [](DocumentChange const& c, std::string const& p) { return c.path < p; });
+  if (change != end && change->path == path)
+    change->timeToLive = timeToLive;
+  else
+    turn.changes.push_back({path, known->second.text, known->second.revision, timeToLive, true});
 }
 
 void LiveTree::check(std::span<Operation const> operations, std::size_t& at) const {
@@ -124,7 +127,7 @@ CommittedTurn LiveTree::collect(ChangedPaths& changed) {
     std::optional<Json> const document = tree_->read(place);
     compare(path, document ? &*document : nullptr, turn);
   }
-  if (!turn.changes.empty()) ++revision_;
+  turn.revision = turn.changes.empty() ? revision_ : ++revision_;
   return turn;
 }
 
@@ -133,7 +136,7 @@ void LiveTree::compare(std::string const& path, Json const* document, CommittedT
   if (document == nullptr) {
     if (known == documents_.end()) return;
     documents_.erase(known);
-    turn.changes.push_back({path, nullptr, turn.revision, std::nullopt});
+    turn.changes.push_back({path, nullptr, turn.revision, std::nullopt, false});
     return;
   }
   std::string text = document->dump();
@@ -141,7 +144,7 @@ void LiveTree::compare(std::string const& path, Json const* document, CommittedT
   Document& kept = known != documents_.end() ? known->second : documents_[path];
   kept.text = std::make_shared<std::string const>(std::move(text));
   kept.revision = turn.revision;
-  turn.changes.push_back({path, kept.text, kept.revision, kept.timeToLive});
+  turn.changes.push_back({path, kept.text, kept.revision, kept.timeToLive, false});
 }
 
 std::pair<Documents::const_iterator, Documents::const_iterator> withPrefix(Documents const& documents,

@@ -27,7 +27,8 @@ struct Document {
 /// In byte order of the paths.
 using Documents = std::map<std::string, Document, std::less<>>;
 
-/// What one turn did: what it changed, under the new revision; nothing, under the old one, if it changed nothing.
+/// What one turn did: what it changed, under the new revision; under the old one nothing, or no more than times to
+/// live.
 struct TurnResult {
   CommittedTurn turn;
   /// Why a handler failed, in one line: all is written and delivered, but perhaps not answered as it should be.
@@ -63,6 +64,8 @@ class LiveTree {
   void check(std::span<Operation const> operations, std::size_t& at) const;
   void note(Operation const& operation, ChangedPaths& changed) const;
   CommittedTurn collect(ChangedPaths& changed);
+  void renew(std::string const& path, std::optional<std::chrono::milliseconds> timeToLive, CommittedTurn& turn,
+             std::size_t changes);
   void compare(std::string const& path, Json const* document, CommittedTurn& turn);
 
   Documents documents_;

@@ -38,6 +38,16 @@ std::string urlOf(ServeOptions const& options, std::uint16_t port) {
   return "http://" + (isSixth ? '[' + options.address + ']' : options.address) + ":" + std::to_string(port);
 }
 
+/// What a status says about a limit.
+std::optional<std::string> limitReason(HttpLimits const& limits, int status) {
+  auto const longer = [](char const* what, std::size_t bytes) {
+    return std::string("the ") + what + " is longer than " + std::to_string(bytes) + " bytes";
+  };
+  if (status == 413) return longer("body", limits.bodyBytes);
+  if (status == 431) return longer("header", limits.headerBytes);
+  return std::nullopt;
+}
+
 class Agent {
  public:
   Agent(ServeOptions const& options, std::string const& state)
@@ -55,7 +65,9 @@ class Agent {
                {"documents", std::to_string(service_.documents().size())}});
     server_.handlerIs(
         [this](HttpRequest request, HttpAnswer answer) { api_.handle(std::move(request), std::move(answer)); },
-        [](int status, std::string const& reason) { return TreeApi::problem(status, reason); });
+        [http = options.http](int status, std::string const& reason) {
+          return TreeApi::problem(status, limitReason(http, status).value_or(reason));
+        });
     server_.onStopSignal([this](int signal) { stop(signal); });
   }
 

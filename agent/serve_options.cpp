@@ -10,7 +10,7 @@
 namespace Agent {
 namespace {
 
-constexpr double kLongestSeconds = 1e9;
+constexpr double kLongestSeconds = 10.0 * 366 * 24 * 3600;
 
 /// An option of a time in seconds, which are at least `least`; what it takes goes to `take`.
 template <class Take>
@@ -18,7 +18,11 @@ CLI::Option* addSeconds(CLI::App& command, std::string const& name, double least
   return command
       .add_option_function<double>(
           name,
-          [take](double seconds) { take(std::chrono::milliseconds(std::llround(std::ceil(seconds * 1000)))); },
+          [take, name](double seconds) {
+            // A range does not keep out what is no number.
+            if (std::isnan(seconds)) throw CLI::ValidationError(name, "expected seconds, found nan");
+            take(std::chrono::milliseconds(std::llround(std::ceil(seconds * 1000))));
+          },
           what)
       ->type_name("SECONDS")
       ->check(CLI::Range(least, kLongestSeconds));

@@ -38,7 +38,7 @@ Service::Service(EventLoop& loop, Nox::Library const& library, Store& store, Ser
 
 Service::~Service() {
   store_.foreignTurnsIs(nullptr);
-  if (watches_) watches_->close();
+  if (watches_) watches_->detach();
 }
 
 void Service::load() {
@@ -47,13 +47,19 @@ void Service::load() {
   CommittedTurn const& first = tree_->firstTurn();
   Revision const kept = first.changes.empty() ? tree_->revision() : tree_->revision() - 1;
   if (watches_)
-    watches_->restart(documents(), kept);
+    watches_->restart(*tree_, kept);
   else
-    watches_ = std::make_shared<WatchHub>(options_.history, documents(), kept);
+    watches_ = std::make_shared<WatchHub>(options_.history, *tree_, kept);
   // Whoever was alive gets one full time to live: what ended was the agent, not the switches.
-  Lifetimes const before = std::exchange(lifetimes_, Lifetimes());
-  for (auto const& [path, document] : documents()) lifetimes_.renew(path, document.timeToLive);
+  lifetimes_ = Lifetimes();
+  renewAll();
   if (!first.changes.empty()) keepTurn(first);
+}
+
+void Service::renewAll() {
+  constexpr std::string_view kPrefix = "heartbeat/";
+  auto const [begin, end] = withPrefix(documents(), kPrefix);
+  for (auto at = begin; at != end; ++at) lifetimes_.renew(at->first, at->second.timeToLive);
 }
 
 std::size_t Service::switches() {
@@ -148,7 +154,7 @@ void Service::takeForeignTurns() {
 
 // A time to live is kept, and nobody's business.
 void Service::tell(CommittedTurn turn) {
-  std::erase_if(turn.changes, [&](DocumentChange const& change) { return change.revision != turn.revision; });
+  std::erase_if(turn.changes, [&](DocumentChange const& change) { return change.isRenewal; });
   if (turn.changes.empty()) return;
   for (DocumentChange const& change : turn.changes) log_.changed(change);
   watches_->add(std::move(turn));
@@ -156,12 +162,16 @@ void Service::tell(CommittedTurn turn) {
 
 void Service::tick() {
   auto const now = loop_.now();
-  auto const passed = std::min<EventLoop::Clock::duration>(now - lastTick_, kLongestTick);
+  EventLoop::Clock::duration const late = now - lastTick_;
+  EventLoop::Clock::duration const passed = late > kLongestTick ? kTick : late;
   lifetimes_.pass(inMilliseconds(passed));
   // What is less than a millisecond is not lost.
   lastTick_ = now - (passed - inMilliseconds(passed));
   tryStore(now);
-  expire();
+  // Behind what has come in already: a renewal may be among it.
+  loop_.post([self = std::weak_ptr(self_)] {
+    if (auto const service = self.lock()) (*service)->expire();
+  });
   if (now >= nextSign_) {
     nextSign_ = now + kSignsOfLife;
     watches_->keepAlive();
@@ -192,6 +202,8 @@ void Service::tryStore(EventLoop::Clock::time_point now) {
   }
   problem_ = std::nullopt;
   log_.info("store_recovered", {});
+  // Who said something new meanwhile was turned away: that is not held against anybody.
+  renewAll();
   commit();
 }
 

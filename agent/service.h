@@ -63,6 +63,7 @@ class Service {
 
  private:
   void load();
+  void renewAll();
   void keepTurn(CommittedTurn const& turn);
   void commit();
   void fail(StoreError const& problem);

@@ -122,6 +122,10 @@ void check(SqliteDatabase& database, bool hadLog) {
   if (tables.firstNumber() != 3) database.fail("is damaged: it lacks a table of format " + std::to_string(kFormat));
   if (number("SELECT (SELECT count(*) FROM state) + (SELECT count(*) FROM room)") != 2)
     database.fail("is damaged: it lacks the row of the state");
+  SqliteStatement impossible(database,
+                             "SELECT count(*) FROM document, state WHERE document.revision NOT BETWEEN 0 AND "
+                             "state.revision OR ttl <= 0");
+  if (impossible.firstNumber() != 0) database.fail("is damaged: it holds a document from behind the last turn");
   std::string fault = database.answer("PRAGMA quick_check(1)");
   if (fault == "ok") return;
   // The fault stands on a line of its own behind the name of the database.

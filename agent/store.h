@@ -29,6 +29,8 @@ struct DocumentChange {
   /// How long a heartbeat lives without being put again; absent for one that never expires, and for all other
   /// documents.
   std::optional<std::chrono::milliseconds> timeToLive;
+  /// Nothing but the time to live has changed.
+  bool isRenewal = false;
 };
 
 /// All that one turn changed, its input and what the registry wrote because of it.

@@ -1,11 +1,7 @@
 // Routes: the document at a path, and what the program says of itself.
 #include "agent/tree_api.h"
 
-#include <charconv>
-#include <cmath>
-
 #include "agent/api_call.h"
-#include "agent/json_reader.h"
 
 namespace Agent {
 
@@ -24,12 +20,25 @@ void TreeApi::handle(HttpRequest request, HttpAnswer answer) {
     call.target = parseTarget(call.request.target);
     route(call);
   } catch (HttpProblem const& problem) {
-    call.answer(problemResponse(problem));
+    refuse(call, problem);
   } catch (InputError const& error) {
-    call.answer(problemResponse(HttpProblem(400, error)));
+    refuse(call, HttpProblem(400, error));
   } catch (StoreError const& error) {
-    call.answer(problemResponse(storeProblem(error)));
+    refuse(call, storeProblem(error));
   }
+}
+
+// What is there, or is not, is told like any other answer: not before it is kept.
+void TreeApi::refuse(Call& call, HttpProblem const& problem) {
+  HttpResponse response = problemResponse(problem);
+  response.fields.emplace_back("Enrolix-Revision", std::to_string(service_.watches().revision()));
+  bool const isOfState = problem.status() == 404 || problem.status() == 412;
+  if (isOfState)
+    readWhenKept(call, std::move(response));
+  else if (problem.status() == 500)
+    replyWhenKept(call.answer, std::move(response));
+  else
+    call.answer(std::move(response));
 }
 
 void TreeApi::route(Call& call) {
@@ -87,12 +96,12 @@ void TreeApi::health(Call& call, bool isReadiness) {
   call.requireParameters({});
   auto const& problem = service_.storeProblem();
   Json body{{"status", problem ? "no writes" : "ok"},
-            {"revision", service_.revision()},
+            {"revision", service_.watches().revision()},
             {"documents", service_.documents().size()},
             {"switches", service_.switches()},
             {"watches", service_.watches().watches()}};
   if (problem) body["reason"] = *problem;
-  call.answer(jsonResponse(isReadiness && problem ? 503 : 200, service_.revision(), body.dump() + "\n"));
+  call.answer(jsonResponse(isReadiness && problem ? 503 : 200, service_.watches().revision(), body.dump() + "\n"));
 }
 
 void TreeApi::replyWhenKept(HttpAnswer answer, HttpResponse response) {

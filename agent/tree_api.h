@@ -20,6 +20,8 @@ struct ApiLimits {
   std::size_t batch = 100'000;
 };
 
+class HttpProblem;
+
 /// Answers requests from a service. All on the service's thread; the service and the loop outlive it.
 class TreeApi {
  public:
@@ -41,6 +43,7 @@ class TreeApi {
   struct Batch;
 
   void route(Call& call);
+  void refuse(Call& call, HttpProblem const& problem);
   void tree(Call& call);
   void document(Call& call, std::string const& pathText);
   void getDocument(Call& call, std::string const& path);

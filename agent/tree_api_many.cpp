@@ -100,6 +100,7 @@ struct TreeApi::Batch {
     body["applied"] = kept;
     body["revision"] = revision;
     HttpResponse result = problem ? problemResponse(*problem) : jsonResponse(200, revision, "");
+    if (problem) result.fields.emplace_back("Enrolix-Revision", std::to_string(revision));
     result.body = body.dump() + "\n";
     return result;
   }

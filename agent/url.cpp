@@ -1,4 +1,4 @@
-// Percent-encoding, both ways.
+// Percent-decoding.
 #include "agent/url.h"
 
 #include <charconv>
@@ -21,6 +21,7 @@ std::string decoded(std::string_view text, bool isQuery) {
       auto const [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), byte, 16);
       if (error != std::errc() || digits.size() != 2 || end != digits.data() + 2)
         throw InputError("", "expected two hexadecimal digits behind % in the URL, found " + inQuotes(digits));
+      if (byte == '/' && !isQuery) throw InputError("", "no name holds a slash, and %2F stands in none");
       result += static_cast<char>(byte);
       at += 2;
     }
@@ -44,21 +45,6 @@ Target parseTarget(std::string_view target) {
     std::string const value = sign == std::string_view::npos ? std::string() : decoded(part.substr(sign + 1), true);
     if (!result.query.emplace(name, value).second)
       throw InputError("", "the parameter " + inQuotes(name) + " comes twice in the URL");
-  }
-  return result;
-}
-
-std::string percentEncoded(std::string_view text, bool isSegment) {
-  constexpr std::string_view kDigits = "0123456789ABCDEF";
-  std::string result;
-  for (char const c : text) {
-    bool const isPlain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
-                         c == '.' || c == '_' || c == '~' || c == ':' || (c == '/' && !isSegment);
-    auto const byte = static_cast<unsigned char>(c);
-    if (isPlain)
-      result += c;
-    else
-      result.append({'%', kDigits[byte >> 4], kDigits[byte & 15]});
   }
   return result;
 }

@@ -1,4 +1,4 @@
-// The parts of a request's target, and back.
+// The parts of a request's target.
 #pragma once
 
 #include <map>
@@ -7,15 +7,12 @@
 
 namespace Agent {
 
-/// Where a request goes: both parts decoded. A name that comes twice in a query is refused, as is what cannot be
-/// decoded: with an InputError.
+/// Where a request goes: both parts decoded. A name that comes twice in a query is refused, as are what cannot be
+/// decoded and a slash that is escaped in the path, since none stands in a name: with an InputError.
 struct Target {
   std::string path;
   std::map<std::string, std::string, std::less<>> query;
 };
 Target parseTarget(std::string_view target);
-
-/// `text` with everything escaped that means something in a URL; slashes only if `isSegment`.
-std::string percentEncoded(std::string_view text, bool isSegment);
 
 }  // namespace Agent

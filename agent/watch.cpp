@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "framework/assertion.h"
+
 namespace Agent {
 namespace {
 
@@ -45,6 +47,7 @@ class Watch final : public BodySource {
   bool tellTurn(std::string& to);
   void tellPrefix(std::string& to);
   void beginPrefix(std::string& to);
+  void tellSynced(std::string& to);
   void tellChange(std::string& to, std::string_view path, DocumentText const& text, Revision revision, bool isLast);
   void tellText(std::string& to);
   /// Makes `told_` the place to resume from.
@@ -62,6 +65,9 @@ class Watch final : public BodySource {
   std::size_t changesTold_ = 0;
   /// The path behind which the whole prefix goes on, while that is being told.
   std::optional<std::string> toldPath_;
+  /// The revision with which the whole prefix has been told: turns up to this one had gone into the tree meanwhile, and
+  /// follow when they are kept. Before that, what has been told is no state that ever was, and no place to resume from.
+  std::optional<Revision> syncedAt_;
   /// A document that is being told, and how much of it has been: a long one is shared by its readers, however slow they
   /// are, and not copied for each.
   DocumentText text_;
@@ -79,21 +85,25 @@ std::optional<std::string> Watch::next() {
       tellText(piece);
       continue;
     }
-    if (hub_->isClosed_) {
-      piece += "event: shutdown\ndata: {}\n\n";
-      isFarewellSaid_ = true;
-      return piece;
-    }
+    if (hub_->tree_ == nullptr) return std::nullopt;
     if (era_ != hub_->era_) {
       beginPrefix(piece);
     } else if (toldPath_) {
       tellPrefix(piece);
+    } else if (syncedAt_ && told_ >= *syncedAt_) {
+      tellSynced(piece);
     } else if (turn_ == nullptr && !hub_->reachesBackTo(told_)) {
       beginPrefix(piece);
     } else if (!tellTurn(piece)) {
+      if (hub_->isClosed_) {
+        piece += "event: shutdown\ndata: {}\n\n";
+        isFarewellSaid_ = true;
+        return piece;
+      }
       // Who comes to the end of the past is told so, also when the last of it was none of his business.
       bool const isSignDue = piece.empty() && std::exchange(isSignWanted_, false);
       bool const isEndDue = !std::exchange(isCaughtUp_, true) && idTold_ != told_;
+      if (syncedAt_) break;
       if (isSignDue || isEndDue) piece += idLine() + "\n";
       break;
     }
@@ -132,6 +142,7 @@ void Watch::beginPrefix(std::string& to) {
   told_ = hub_->last_;
   turn_ = nullptr;
   toldPath_ = "";
+  syncedAt_ = std::nullopt;
   // What was known before is forgotten, and the whole prefix is not there yet: whoever loses the connection now begins
   // at the beginning.
   idTold_ = 0;
@@ -139,7 +150,7 @@ void Watch::beginPrefix(std::string& to) {
 }
 
 void Watch::tellPrefix(std::string& to) {
-  Documents const& documents = *hub_->documents_;
+  Documents const& documents = hub_->tree_->documents();
   auto at = toldPath_->empty() ? documents.lower_bound(prefix_) : documents.upper_bound(*toldPath_);
   for (; at != documents.end() && at->first.starts_with(prefix_) && to.size() < kPieceBytes; ++at) {
     toldPath_ = at->first;
@@ -147,6 +158,11 @@ void Watch::tellPrefix(std::string& to) {
   }
   if (text_ || (at != documents.end() && at->first.starts_with(prefix_))) return;
   toldPath_ = std::nullopt;
+  syncedAt_ = hub_->tree_->revision();
+}
+
+void Watch::tellSynced(std::string& to) {
+  syncedAt_ = std::nullopt;
   to += "event: synced\n" + idLine() + revisionData(told_);
 }
 
@@ -160,10 +176,9 @@ std::string Watch::idLine() {
 void Watch::tellChange(std::string& to, std::string_view path, DocumentText const& text, Revision revision,
                        bool isLast) {
   to += "event: change\n";
-  if (isLast) {
-    told_ = revision;
-    to += idLine();
-  }
+  if (isLast) told_ = revision;
+  if (isLast && !syncedAt_) to += idLine();
+
   to += "data: {\"revision\":" + std::to_string(revision) + ",\"path\":" + Json(path).dump() + ",\"value\":";
   text_ = text;
   textTold_ = 0;
@@ -185,6 +200,7 @@ void Watch::tellText(std::string& to) {
 }
 
 void WatchHub::add(CommittedTurn turn) {
+  NOX_ASSERT(turn.revision == last_ + 1, "turns are told one after the other");
   last_ = turn.revision;
   changes_ += turn.changes.size();
   bytes_ += bytesOf(turn);
@@ -197,8 +213,8 @@ void WatchHub::add(CommittedTurn turn) {
   wakeAll();
 }
 
-void WatchHub::restart(Documents const& documents, Revision revision) {
-  documents_ = &documents;
+void WatchHub::restart(LiveTree const& tree, Revision revision) {
+  tree_ = &tree;
   last_ = revision;
   turns_.clear();
   changes_ = 0;
@@ -209,6 +225,11 @@ void WatchHub::restart(Documents const& documents, Revision revision) {
 
 void WatchHub::close() {
   isClosed_ = true;
+  wakeAll();
+}
+
+void WatchHub::detach() {
+  tree_ = nullptr;
   wakeAll();
 }
 

@@ -22,21 +22,24 @@ struct HistoryLimits {
 };
 
 /// The turns that were committed last, and who waits for the next one. A reader is no more than a place in this
-/// history: one that is slow costs nothing, and one that is so slow that its place is gone is told so.
+/// history: one that is slow costs no more than that, and one that is so slow that its place is gone is told so.
 class WatchHub : public std::enable_shared_from_this<WatchHub> {
  public:
-  /// The history begins behind `documents`, at `revision`. The documents outlive the hub or its being closed.
-  WatchHub(HistoryLimits const& limits, Documents const& documents, Revision revision)
-      : limits_(limits), documents_(&documents), last_(revision) {}
+  /// The history begins at `revision`; the tree may be ahead of it, by turns that are not yet kept. It outlives the hub
+  /// or its being detached.
+  WatchHub(HistoryLimits const& limits, LiveTree const& tree, Revision revision)
+      : limits_(limits), tree_(&tree), last_(revision) {}
 
   /// A turn was committed: the next one after those before.
   void add(CommittedTurn turn);
-  /// All begins anew with these documents; all readers are told.
-  void restart(Documents const& documents, Revision revision);
+  /// All begins anew with this tree; all readers are told.
+  void restart(LiveTree const& tree, Revision revision);
   /// Every reader that waits gets a sign of life.
   void keepAlive();
-  /// Every reader is told, and comes to its end.
+  /// Every reader is told when it has been told the rest, and comes to its end.
   void close();
+  /// The tree goes: no reader gets anything more.
+  void detach();
 
   /// The body of a response that tells of all changes of documents whose paths begin with `prefix`, from behind the
   /// revision `after` on: those of the last turn, if there have been others since and all of them are kept; the whole
@@ -54,7 +57,7 @@ class WatchHub : public std::enable_shared_from_this<WatchHub> {
   void wakeAll(bool isForSign = false);
 
   HistoryLimits limits_;
-  Documents const* documents_;
+  LiveTree const* tree_;
   /// The last turn's revision; those of the turns that are kept end with it.
   Revision last_;
   std::deque<std::shared_ptr<CommittedTurn const>> turns_;

@@ -114,6 +114,33 @@ TEST(Service, AFullStoreTurnsWritesAwayAndTheTreeIsThatOfTheStore) {
   EXPECT_EQ(world.read("mount/ready/x"), "true");
 }
 
+TEST(Service, WhoIsTurnedAwayWhileTheStoreIsFullIsNotHeldDead) {
+  ServiceWorld world;
+  world.put("heartbeat/02:00:00:aa:00:01", "1");
+  world.memory->isFullIs(true);
+  Operation const operation = parseOperation(R"({"put": "mount/ready/x", "value": true})");
+  world.service->apply({&operation, 1});
+  world.loop.run();
+  for (int i = 2; i < 20; ++i) {
+    world.loop.pass(10s);
+    EXPECT_THROW(world.put("heartbeat/02:00:00:aa:00:01", std::to_string(i)), StoreFull);
+  }
+  world.memory->isFullIs(false);
+  world.loop.pass(20s);
+  EXPECT_EQ(world.read("heartbeat/02:00:00:aa:00:01"), "1");
+  world.loop.pass(20s);
+  EXPECT_EQ(world.read("heartbeat/02:00:00:aa:00:01"), "nothing");
+}
+
+TEST(Service, AHeartbeatThatGoesInItsOwnBatchHasNeverBeen) {
+  ServiceWorld world;
+  std::vector<Operation> const batch{parseOperation(R"({"put": "heartbeat/02:00:00:aa:00:01", "value": 1})"),
+                                     parseOperation(R"({"delete": "heartbeat/02:00:00:aa:00:01"})")};
+  Revision const before = world.service->revision();
+  EXPECT_TRUE(world.service->apply(batch).turn.changes.empty());
+  EXPECT_EQ(world.service->revision(), before);
+}
+
 TEST(Service, AHeartbeatExpiresUnlessItIsPutAgain) {
   ServiceWorld world;
   world.put("controller/config", R"({"enabled": true})");

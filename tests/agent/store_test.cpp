@@ -129,7 +129,7 @@ TEST_P(StoreTest, GivesDocumentsInByteOrderOfTheirPaths) {
 }
 
 TEST_P(StoreTest, KeepsTheGreatestRevisionAndBigTexts) {
-  constexpr Revision kGreatest = ~Revision(0);
+  constexpr Revision kGreatest = ~Revision(0) >> 1;  // files count with a sign
   std::string big(5'000'000, 'x');
   for (std::size_t n = 0; n < big.size(); n += 997) big[n] = static_cast<char>(n);
   commitOne(*place_->open(), turnOf(kGreatest, {"a"}, big));

@@ -76,6 +76,7 @@ TEST_F(TreeApiTest, PathsMayBeEncoded) {
   EXPECT_EQ(world.read("service/config/a b?%").substr(0, 1), "{");
   EXPECT_EQ(get("/v1/tree/service/config/a%20b%3f%25").status, 200);
   EXPECT_EQ(get("/v1/tree/service/config/a%2").status, 400);
+  EXPECT_EQ(get("/v1/tree/service/config%2fa").status, 400);
   EXPECT_EQ(get("/v1/tree/heartbeat/02:00:00:AA:00:01").json()["error"]["path"], "heartbeat/02:00:00:aa:00:01");
 }
 
@@ -175,6 +176,29 @@ TEST_F(TreeApiTest, IfMatchIsTheRevisionThatIsMeant) {
     EXPECT_EQ(ask(c.method, c.target, body, {{"If-Match", c.match}}).status, c.status)
         << c.method << c.target << c.match;
   }
+}
+
+TEST_F(TreeApiTest, IfNoneMatchLetsAWriteMakeSomethingNew) {
+  auto const put = [&](char const* none) {
+    return ask("PUT", "/v1/tree/mount/ready/x", "true", {{"If-None-Match", none}}).status;
+  };
+  EXPECT_EQ(put("*"), 200);
+  EXPECT_EQ(put("*"), 412);
+  EXPECT_EQ(put("\"2\""), 400);
+}
+
+TEST_F(TreeApiTest, WhatIsNotThereIsToldWhenItIsKept) {
+  put("mount/ready/x", "true");
+  world.memory->isFullIs(true);
+  std::vector<int> statuses;
+  auto const answer = [&](HttpResponse const& response) { statuses.push_back(response.status); };
+  api.handle({"DELETE", "/v1/tree/mount/ready/x", {}, ""}, answer);
+  api.handle({"GET", "/v1/tree/mount/ready/x", {}, ""}, answer);
+  api.handle({"GET", "/v1/tree/mount/ready/x", {{"If-Match", "1"}}, ""}, answer);
+  api.handle({"GET", "/v1/tree/mount/ready/x", {{"If-Match", "2"}}, ""}, answer);
+  EXPECT_TRUE(statuses.empty());
+  world.loop.run();
+  EXPECT_EQ(statuses, (std::vector<int>{507, 200, 412, 200}));
 }
 
 TEST_F(TreeApiTest, ThePrefixOfTheTreeIsOneObject) {

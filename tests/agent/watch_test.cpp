@@ -184,6 +184,62 @@ TEST(Watch, IsToldWhenTheAgentStops) {
   EXPECT_EQ(source->next(), std::nullopt);
 }
 
+TEST(Watch, IsToldTheRestBeforeTheAgentStops) {
+  ServiceWorld world;
+  auto const source = world.service->watches().watch("mount/", world.service->revision());
+  EXPECT_EQ(source->next(), "");
+  Operation const operation = parseOperation(R"({"put": "mount/ready/x", "value": true})");
+  world.service->apply({&operation, 1});
+  world.service->stop();
+  EXPECT_THAT(*source->next(),
+              ::testing::AllOf(HasSubstr("mount/ready/x"), ::testing::EndsWith("shutdown\ndata: {}\n\n")));
+}
+
+TEST(Watch, AWholePrefixIsNoPlaceToResumeFromBeforeAllOfItIsKept) {
+  ServiceWorld world;
+  world.put("mount/ready/x", "true");
+  world.put("mount/ready/y", "true");
+  world.restart();
+  for (char const* line : {R"({"put": "mount/ready/x", "value": false})", R"({"delete": "mount/ready/y"})"}) {
+    Operation const operation = parseOperation(line);
+    world.service->apply({&operation, 1});
+  }
+  Reader reader(world.service->watches(), "mount/", 0);
+  reader.readAll();
+  EXPECT_THAT(reader.events(), ElementsAre("resync"));
+  EXPECT_EQ(reader.told(), 0u);
+  world.loop.run();
+  reader.readAll();
+  EXPECT_THAT(reader.events(), ElementsAre("resync", "change", "change", "synced"));
+  EXPECT_EQ(reader.documents(), documentsOf(world, "mount/"));
+  EXPECT_EQ(reader.told(), world.service->revision());
+}
+
+TEST(Watch, ATimeToLiveIsNobodysBusiness) {
+  ServiceWorld world;
+  world.put("controller/config", R"({"enabled": true})");
+  for (int i = 1; i < 9; ++i)
+    world.put("heartbeat/02:00:00:aa:00:01", "{}", Service::TimeToLive{std::chrono::hours(i)});
+  Reader reader(world.service->watches(), "", 0);
+  reader.readAll();
+  EXPECT_EQ(reader.documents(), documentsOf(world, ""));
+  EXPECT_EQ(reader.resyncs(), 0);
+}
+
+TEST(Watch, ALongDocumentComesInPiecesAndIsSharedByItsReaders) {
+  ServiceWorld world;
+  Revision const before = world.service->revision();
+  world.put("registration/a/blob", '"' + std::string(1'000'000, 'x') + '"');
+  auto const source = world.service->watches().watch("", before);
+  std::size_t pieces = 0;
+  for (auto piece = source->next(); piece && !piece->empty(); piece = source->next(), ++pieces)
+    EXPECT_LE(piece->size(), 80'000u);
+  EXPECT_GT(pieces, 10u);
+  Reader reader(world.service->watches(), "", before);
+  reader.readAll();
+  EXPECT_EQ(reader.documents().at("registration/a/blob").size(), 1'000'002u);
+}
+
 TEST(Watch, ASlowReaderKeepsNothingAlive) {
   ServiceOptions options;
   options.history.changes = 4;
@@ -211,7 +267,7 @@ TEST(Watch, EveryReaderEndsWithTheTree) {
         readers.emplace_back(
             world.service->watches(), prefixes[random() % prefixes.size()], random() % 2 == 0 ? 0 : 1000);
       Operation const operation = parseOperation(history.next());
-      world.service->apply({&operation, 1});
+      world.service->apply({&operation, 1}, Service::TimeToLive{std::chrono::hours(1 + random() % 2)});
       if (random() % 3 == 0) world.loop.run();
       if (random() % 40 == 0) {
         // A commit fails: all that waited is as if it had not been.

@@ -43,7 +43,7 @@ class RecordingWriter {
       values = {actual};
     }
     // What was written in one turn is there as one.
-    EXPECT_EQ(possible_[left()], possible_[right()]);
+    EXPECT_EQ(possibleAt(left()), possibleAt(right()));
   }
 
   std::size_t answers() const { return answers_; }
