@@ -62,7 +62,7 @@ void Service::renewAll() {
   for (auto at = begin; at != end; ++at) lifetimes_.renew(at->first, at->second.timeToLive);
 }
 
-std::size_t Service::switches() {
+std::size_t Service::switches() const {
   constexpr std::string_view kPrefix = "controller/switch/";
   auto const [begin, end] = withPrefix(documents(), kPrefix);
   return static_cast<std::size_t>(std::distance(begin, end));

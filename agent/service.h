@@ -37,7 +37,7 @@ class Service {
 
   Documents const& documents() const noexcept { return tree_->documents(); }
   Revision revision() const noexcept { return tree_->revision(); }
-  std::size_t switches();
+  std::size_t switches() const;
 
   /// Applies the operations in one turn; heartbeats get this time to live, or the default. Throws an InputError, with
   /// its path, for what the tree does not take, and a StoreError while the store takes no writes; then nothing has

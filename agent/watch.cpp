@@ -44,6 +44,8 @@ class Watch final : public BodySource {
   }
 
  private:
+  /// Whether its place is gone, so that nothing can go on from there.
+  bool isLost() const { return era_ != hub_->era_ || (!toldPath_ && turn_ == nullptr && !hub_->reachesBackTo(told_)); }
   bool tellTurn(std::string& to);
   void tellPrefix(std::string& to);
   void beginPrefix(std::string& to);
@@ -86,14 +88,12 @@ std::optional<std::string> Watch::next() {
       continue;
     }
     if (hub_->tree_ == nullptr) return std::nullopt;
-    if (era_ != hub_->era_) {
+    if (isLost()) {
       beginPrefix(piece);
     } else if (toldPath_) {
       tellPrefix(piece);
     } else if (syncedAt_ && told_ >= *syncedAt_) {
       tellSynced(piece);
-    } else if (turn_ == nullptr && !hub_->reachesBackTo(told_)) {
-      beginPrefix(piece);
     } else if (!tellTurn(piece)) {
       if (hub_->isClosed_) {
         piece += "event: shutdown\ndata: {}\n\n";

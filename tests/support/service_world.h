@@ -53,7 +53,7 @@ class FakeLoop final : public EventLoop {
 /// ServiceWorld world; world.put("controller/config", R"({"enabled": true})"); EXPECT_EQ(world.read(…), …);
 class ServiceWorld {
  public:
-  explicit ServiceWorld(ServiceOptions options = {}) : options_(std::move(options)) { start(); }
+  explicit ServiceWorld(ServiceOptions const& options = {}) : options_(options) { start(); }
 
   /// Begins anew on what has been kept, as after any end.
   void restart() {
