@@ -18,7 +18,6 @@ using Test::await;
 using Test::EventReader;
 using Test::revisionOf;
 using Test::Served;
-using testing::AnyOf;
 
 constexpr int kNoVolume = 77;
 

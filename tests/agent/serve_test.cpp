@@ -15,7 +15,6 @@ namespace {
 using Test::Api;
 using Test::await;
 using Test::EventReader;
-using Test::RawConnection;
 using Test::revisionOf;
 using Test::Served;
 using testing::AllOf;
