@@ -140,7 +140,7 @@ void LiveTree::compare(std::string const& path, Json const* document, CommittedT
     return;
   }
   std::string text = document->dump();
-  if (known != documents_.end() && known->second.text && *known->second.text == text) return;
+  if (known != documents_.end() && *known->second.text == text) return;
   Document& kept = known != documents_.end() ? known->second : documents_[path];
   kept.text = std::make_shared<std::string const>(std::move(text));
   kept.revision = turn.revision;

@@ -16,6 +16,13 @@ std::chrono::milliseconds inMilliseconds(EventLoop::Clock::duration duration) {
   return std::chrono::duration_cast<std::chrono::milliseconds>(duration);
 }
 
+/// A task that does nothing once its service has gone.
+std::function<void()> later(std::weak_ptr<Service*> self, void (Service::*work)()) {
+  return [self = std::move(self), work] {
+    if (auto const service = self.lock()) ((**service).*work)();
+  };
+}
+
 }  // namespace
 
 Service::Service(EventLoop& loop, Nox::Library const& library, Store& store, ServiceOptions const& options,
@@ -28,11 +35,7 @@ Service::Service(EventLoop& loop, Nox::Library const& library, Store& store, Ser
       lastTick_(loop.now()),
       nextSign_(loop.now() + kSignsOfLife) {
   load();
-  store_.foreignTurnsIs([this] {
-    loop_.post([self = std::weak_ptr(self_)] {
-      if (auto const service = self.lock()) (*service)->takeForeignTurns();
-    });
-  });
+  store_.foreignTurnsIs([this] { loop_.post(later(self_, &Service::takeForeignTurns)); });
   tick();
 }
 
@@ -104,13 +107,7 @@ void Service::keepTurn(CommittedTurn const& turn) {
   turns_.push_back(turn);
   if (turns_.size() > 1) return;
   // Behind whatever is ready to be read now, and once more behind what that makes ready: all of it shares one commit.
-  loop_.post([self = std::weak_ptr(self_)] {
-    auto const service = self.lock();
-    if (!service) return;
-    (*service)->loop_.post([self] {
-      if (auto const late = self.lock()) (*late)->commit();
-    });
-  });
+  loop_.post([&loop = loop_, commit = later(self_, &Service::commit)] { loop.post(commit); });
 }
 
 void Service::whenKept(std::function<void(StoreError const* problem)> done) {
@@ -169,17 +166,12 @@ void Service::tick() {
   lastTick_ = now - (passed - inMilliseconds(passed));
   tryStore(now);
   // Behind what has come in already: a renewal may be among it.
-  loop_.post([self = std::weak_ptr(self_)] {
-    if (auto const service = self.lock()) (*service)->expire();
-  });
+  loop_.post(later(self_, &Service::expire));
   if (now >= nextSign_) {
     nextSign_ = now + kSignsOfLife;
     watches_->keepAlive();
   }
-  loop_.at(now + kTick, [self = std::weak_ptr(self_)] {
-    auto const service = self.lock();
-    if (service) (*service)->tick();
-  });
+  loop_.at(now + kTick, later(self_, &Service::tick));
 }
 
 // While the store takes nothing, the dead wait for it.
