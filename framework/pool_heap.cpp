@@ -10,10 +10,6 @@
 namespace Nox::pool {
 namespace {
 
-constexpr std::size_t kRegionChunks = 32;
-/// Empty chunks that a heap keeps with their memory, 2 MiB, so that a program that breathes does not fault its pages in
-/// again: faults were a fifth of the time of switches that come and go.
-constexpr unsigned kWarmChunks = 32;
 /// How much memory of slots that were never used is touched at a time.
 constexpr std::size_t kFreshBytes = 1024;
 
@@ -22,21 +18,27 @@ std::byte* slotOf(Chunk const& chunk, std::size_t word, std::uint64_t bits) {
   return chunk.base + (word * 64 + static_cast<std::size_t>(std::countr_zero(bits))) * kGranule;
 }
 
-static_assert(kRegionChunks * sizeof(Chunk) <= kChunkBytes, "the descriptors of a region fit into one chunk");
+template <std::size_t... I>
+std::array<Chunk, kRegionChunks> chunksOf(Region& region, std::byte* base, std::index_sequence<I...> /*all*/) {
+  return {Chunk(base + I * kChunkBytes, region)...};
+}
 
 }  // namespace
 
-std::byte* mapChunks(std::size_t bytes) {
+std::byte* mapChunks(std::size_t bytes, std::size_t alignment) {
   auto* p = static_cast<std::byte*>(mapPages(bytes));
-  if (addressOf(p) % kChunkBytes == 0) return p;
-  // One chunk more, and both ends cut off. The system maps downwards, so the next mapping is likely to be aligned.
+  if (addressOf(p) % alignment == 0) return p;
+  // More than is wanted, and both ends cut off. The system maps downwards, so the next mapping is likely to be aligned.
   munmap(p, bytes);
-  p = static_cast<std::byte*>(mapPages(bytes + kChunkBytes));
-  std::size_t const before = (kChunkBytes - addressOf(p) % kChunkBytes) % kChunkBytes;
+  p = static_cast<std::byte*>(mapPages(bytes + alignment));
+  std::size_t const before = (alignment - addressOf(p) % alignment) % alignment;
   if (before != 0) munmap(p, before);
-  munmap(p + before + bytes, kChunkBytes - before);
+  munmap(p + before + bytes, alignment - before);
   return p + before;
 }
+
+Region::Region(std::byte* memory, Heap& heap)
+    : base(memory), owner(heap), chunks(chunksOf(*this, memory, std::make_index_sequence<kRegionChunks>())) {}
 
 constinit std::atomic<Heap*> Heap::all{nullptr};
 
@@ -77,11 +79,10 @@ void Heap::giveFromOutside(Chunk& chunk, void const* p) {
 Chunk& Heap::openChunk(Shape shape) {
   collect();
   if (open_[shape] != nullptr) return *open_[shape];
-  if (warm_ == nullptr && cold_ == nullptr) mapRegion();
-  Chunk*& from = warm_ != nullptr ? warm_ : cold_;
-  if (warm_ != nullptr) --warmCount_;
-  Chunk& chunk = *from;
-  from = chunk.next;
+  Region& region = regionWithEmptyChunk();
+  Chunk& chunk = region.chunks[static_cast<std::size_t>(std::countr_zero(region.empty))];
+  region.empty &= region.empty - 1;
+  if (region.empty == 0) unlink(region);
 
   chunk.shape.store(shape, std::memory_order_release);
   chunk.freeSlots = nullptr;
@@ -110,15 +111,25 @@ void* Heap::tookLast(Chunk& chunk, void* last) {
   return last;
 }
 
-void Heap::mapRegion() {
-  std::byte* const region = mapChunks((kRegionChunks + 1) * kChunkBytes);
-  auto* place = region + kRegionChunks * kChunkBytes;
-  for (std::size_t i = kRegionChunks; i-- > 0; place += sizeof(Chunk)) {
-    std::byte* const base = region + i * kChunkBytes;
-    Chunk* chunk = new (place) Chunk(base, *this);
-    pageMap.word(base).store(addressOf(chunk), std::memory_order_release);
-    chunk->next = std::exchange(cold_, chunk);
-  }
+/// The region from which the next chunk comes; it is one of those that are partly empty.
+Region& Heap::regionWithEmptyChunk() {
+  if (partlyEmpty_ != nullptr) return *partlyEmpty_;
+  Region*& from = warm_ != nullptr ? warm_ : cold_;
+  Region& region = from != nullptr ? *from : mapRegion();
+  if (from != nullptr) from = region.next;
+  link(region);
+  return region;
+}
+
+Region& Heap::mapRegion() {
+  std::byte* const base = mapChunks(kRegionBytes, kRegionBytes);
+  // A whole region is one page where the system has such: without, a network of ten thousand switches took a quarter
+  // more time, most of it in faults. What needs one region only may need little of it.
+  if (hasRegion_) madvise(base, kRegionBytes, MADV_HUGEPAGE);
+  hasRegion_ = true;
+  Region& region = *new (mapPages(sizeof(Region))) Region(base, *this);
+  for (Chunk const& chunk : region.chunks) pageMap.word(chunk.base).store(addressOf(&chunk), std::memory_order_release);
+  return region;
 }
 
 void Heap::collect() {
@@ -153,13 +164,14 @@ void Heap::emptied(Chunk& chunk) {
   takenBefore_[chunk.shape.load(std::memory_order_relaxed)] += chunk.takes;
   chunk.takes = chunk.gives = 0;
   chunk.shape.store(0, std::memory_order_release);
-  if (warmCount_ < kWarmChunks) {
-    ++warmCount_;
-    chunk.next = std::exchange(warm_, &chunk);
-  } else {
-    madvise(chunk.base, kChunkBytes, MADV_DONTNEED);
-    chunk.next = std::exchange(cold_, &chunk);
-  }
+  Region& region = chunk.region;
+  if (region.empty == 0) link(region);
+  region.empty |= std::uint32_t{1} << (&chunk - region.chunks.data());
+  if (region.empty != ~std::uint32_t{0}) return;
+  unlink(region);
+  if (warm_ != nullptr) madvise(region.base, kRegionBytes, MADV_DONTNEED);
+  Region*& to = warm_ == nullptr ? warm_ : cold_;
+  region.next = std::exchange(to, &region);
 }
 
 void Heap::link(Chunk& chunk) {
@@ -172,6 +184,17 @@ void Heap::link(Chunk& chunk) {
 void Heap::unlink(Chunk& chunk) {
   (chunk.previous != nullptr ? chunk.previous->next : open_[chunk.shape.load(std::memory_order_relaxed)]) = chunk.next;
   if (chunk.next != nullptr) chunk.next->previous = chunk.previous;
+}
+
+void Heap::link(Region& region) {
+  region.previous = nullptr;
+  region.next = std::exchange(partlyEmpty_, &region);
+  if (region.next != nullptr) region.next->previous = &region;
+}
+
+void Heap::unlink(Region& region) {
+  (region.previous != nullptr ? region.previous->next : partlyEmpty_) = region.next;
+  if (region.next != nullptr) region.next->previous = region.previous;
 }
 
 /// Calls `visit` for every chunk that has slots, and their shape.

@@ -1,15 +1,15 @@
 // The pool's heaps: chunks of equal slots, each heap the property of one thread. For the pool's own sources.
 //
-// Memory comes from the system in regions, which are cut into chunks of 64 KiB. A chunk holds slots of one size and one
-// kind, and belongs for ever to one heap. A heap belongs to one thread, which alone takes slots from it; so taking a
-// slot, and giving one back to the thread's own heap, needs neither a lock nor an atomic read-modify-write. What
-// another thread frees is marked in the chunk as returned, and the chunk is announced to its heap, which collects it
-// when it next runs out of free slots.
+// Memory comes from the system in regions of 2 MiB, which are cut into chunks of 64 KiB. A chunk holds slots of one
+// size and one kind, and belongs for ever to one heap. A heap belongs to one thread, which alone takes slots from it;
+// so taking a slot, and giving one back to the thread's own heap, needs neither a lock nor an atomic read-modify-write.
+// What another thread frees is marked in the chunk as returned, and the chunk is announced to its heap, which collects
+// it when it next runs out of free slots.
 //
 // A chunk's free slots hold the list that they are taken from. Which slots are taken is also a bitmap in the chunk's
 // descriptor, a bit for every 16 bytes. Descriptors stand apart from the memory that they describe, and neither they
 // nor a chunk's addresses are ever given up. So whether an address is a live object is read from the map and a
-// descriptor alone, at any time and from any thread, and an empty chunk's memory can go back to the system at once.
+// descriptor alone, at any time and from any thread, and an empty region's memory can go back to the system at once.
 #pragma once
 
 #include <array>
@@ -53,6 +53,7 @@ struct SlotBit {
 };
 
 class Heap;
+struct Region;
 
 /// What stands in a free slot.
 struct FreeSlot {
@@ -61,9 +62,10 @@ struct FreeSlot {
 
 /// The descriptor of a chunk.
 struct alignas(64) Chunk {
-  Chunk(std::byte* memory, Heap& heap) : base(memory), owner(heap) {}
+  Chunk(std::byte* memory, Region& partOf);
 
   std::byte* const base;
+  Region& region;
   Heap& owner;
   std::atomic<Shape> shape{0};
 
@@ -91,14 +93,35 @@ struct alignas(64) Chunk {
   Chunk* nextAnnounced = nullptr;
 };
 
+constexpr std::size_t kRegionChunks = 32;
+constexpr std::size_t kRegionBytes = kRegionChunks * kChunkBytes;
+
+/// The descriptor of a region: its chunks' descriptors, and which of them are empty.
+struct Region {
+  Region(std::byte* memory, Heap& heap);
+
+  std::byte* const base;
+  Heap& owner;
+  /// A bit for every chunk without a shape.
+  std::uint32_t empty = ~std::uint32_t{0};
+  static_assert(kRegionChunks == 32);
+  /// Neighbours in the heap's list.
+  Region* previous = nullptr;
+  Region* next = nullptr;
+  std::array<Chunk, kRegionChunks> chunks;
+};
+
+inline Chunk::Chunk(std::byte* memory, Region& partOf) : base(memory), region(partOf), owner(partOf.owner) {}
+
 /// What is wrong with deleting what is not taken.
 inline char const* notTaken(Chunk const& chunk, void const* p) {
   bool const begins = addressOf(p) % kChunkBytes % slotBytes(chunk.shape.load(std::memory_order_relaxed)) == 0;
   return begins ? "memory deleted twice" : "deleted memory is not a whole object";
 }
 
-/// Zeroed memory of whole chunks, aligned to them. Throws std::bad_alloc.
-std::byte* mapChunks(std::size_t bytes);
+/// Zeroed memory of whole chunks, aligned to `alignment`, which is theirs or a power of two above it. Throws
+/// std::bad_alloc.
+std::byte* mapChunks(std::size_t bytes, std::size_t alignment = kChunkBytes);
 
 /// A thread's chunks. Heaps are never destroyed: when a thread ends, its heap waits for the next thread to adopt it.
 class Heap {
@@ -125,7 +148,8 @@ class Heap {
   void* tookLast(Chunk& chunk, void* last);
   Chunk& openChunk(Shape shape);
   static void listFresh(Chunk& chunk);
-  void mapRegion();
+  Region& mapRegion();
+  Region& regionWithEmptyChunk();
   void collect();
   static bool freed(Chunk& chunk, void* p);
   void settle(Chunk& chunk, bool wasFull);
@@ -134,6 +158,8 @@ class Heap {
   void emptied(Chunk& chunk);
   void link(Chunk& chunk);
   void unlink(Chunk& chunk);
+  void link(Region& region);
+  void unlink(Region& region);
 
   static constinit std::atomic<Heap*> all;
 
@@ -143,10 +169,12 @@ class Heap {
   std::atomic<Chunk*> announced_{nullptr};
   /// The chunks of each shape that have a free slot.
   std::array<Chunk*, kShapes> open_{};
-  /// Empty chunks, without a shape: those that kept their memory, and those that gave it back or never had any.
-  Chunk* warm_ = nullptr;
-  unsigned warmCount_ = 0;
-  Chunk* cold_ = nullptr;
+  /// Regions with empty chunks: those with others as well; one without, which keeps its memory, so that a program that
+  /// breathes does not fault its pages in again; and those that gave theirs back.
+  Region* partlyEmpty_ = nullptr;
+  Region* warm_ = nullptr;
+  Region* cold_ = nullptr;
+  bool hasRegion_ = false;
   /// Slots of each shape that were taken from chunks that have emptied since.
   std::array<std::uint64_t, kShapes> takenBefore_{};
 };
