@@ -6,6 +6,7 @@
 
 #include "agent/key_order.h"
 #include "agent/path.h"
+#include "framework/shared_text.h"
 #include "records/agent.h"
 #include "records/attributes.h"
 #include "records/registration.h"
@@ -51,7 +52,7 @@ Json const* find(Json::object_t const& members, std::string_view key) {
 
 void parse(Json const& json, bool& to) { to = requireBool(json, ""); }
 void parse(Json const& json, unsigned& to) { to = requireUnsigned(json, ""); }
-void parse(Json const& json, Nox::String8& to) { to = Nox::String8(requireString(json, "")); }
+void parse(Json const& json, Nox::String8& to) { to = Nox::sharedText<Nox::String8>(requireString(json, "")); }
 template <class T>
 void parsePart(std::string const& name, Json::object_t const& members, T& to) {
   inMember(name, [&] {
@@ -67,7 +68,7 @@ void parse(Json const& json, ServiceVersionV1& to) {
   parsePart("desc", requireObject(json, ""), desc);
   to = ServiceVersionV1(number, desc);
 }
-void parse(Json const& json, Nox::Name& to) { to = Nox::Name(requireString(json, "")); }
+void parse(Json const& json, Nox::Name& to) { to = Nox::sharedText<Nox::Name>(requireString(json, "")); }
 void parse(Json const& json, Controller::SystemId& to) {
   auto const address = Lumo::EthAddr::parse(requireString(json, ""));
   if (!address) throw InputError("", "expected a system id like 02:00:00:aa:00:01, found " + describe(json));
@@ -86,9 +87,9 @@ Json print(ServiceVersionV1 const& version) {
 
 void parseKey(std::string const& text, Nox::Name& to) {
   requireName(text, "a service name", "");
-  to = Nox::Name(text);
+  to = Nox::sharedText<Nox::Name>(text);
 }
-void parseKey(std::string const& text, Nox::String8& to) { to = Nox::String8(text); }
+void parseKey(std::string const& text, Nox::String8& to) { to = Nox::sharedText<Nox::String8>(text); }
 void parseKey(std::string const& text, unsigned& to) {
   auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), to);
   // Printed again it must be the same text: no leading zeros, nothing behind the number.
@@ -210,7 +211,7 @@ void writeRow(ChildRow<Read, Change, Make> const& /*row*/, Json const* json, R& 
   if constexpr (!std::is_null_pointer_v<decltype(Make)>) {
     if (json == nullptr || json->is_null()) return;
     Json const* const name = find(json->get_ref<Json::object_t const&>(), "name");
-    (record.*Make)(name != nullptr ? Nox::Name(requireString(*name, "name")) : Nox::Name());
+    (record.*Make)(name != nullptr ? Nox::sharedText<Nox::Name>(requireString(*name, "name")) : Nox::Name());
   }
   writeDocument<ChildOf<R, Change>, By>(json != nullptr ? *json : nothing, *(record.*Change)());
 }

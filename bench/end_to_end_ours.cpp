@@ -1,6 +1,8 @@
 // The registry's inputs as writes to its records, and its records as documents.
 #include "bench/end_to_end_ours.h"
 
+#include "framework/shared_text.h"
+
 namespace EndToEnd {
 
 using Controller::MountDesc;
@@ -12,6 +14,7 @@ using ControllerRegistration::SwitchConfig;
 using ControllerRegistration::SwitchStatus;
 using Nox::Name;
 using Nox::Ptr;
+using Nox::sharedText;
 using Nox::String8;
 using Nox::ValidPtr;
 
@@ -38,7 +41,7 @@ static void write(ServiceInput const& input, ServiceConfigV1& record) {
     if (!isListed) versions.versionDel(number);
   }
   for (VersionInput const& version : input.versions)
-    versions.versionIs(ServiceVersionV1(version.number, version.description));
+    versions.versionIs(ServiceVersionV1(version.number, sharedText<String8>(version.description)));
 }
 
 static ValidPtr<ServiceConfigV1> newService(ServiceInput const& input, Name const& name) {
@@ -49,7 +52,7 @@ static ValidPtr<ServiceConfigV1> newService(ServiceInput const& input, Name cons
 
 void OurRegistry::put(Controller::ServiceConfigDir& dir, ServiceInput const& service) {
   Nox::Turn turn;
-  Name const name(service.name);
+  Name const name = sharedText<Name>(service.name);
   if (Ptr<ServiceConfigV1> const present = dir.service(name))
     write(service, *present);
   else
@@ -58,7 +61,7 @@ void OurRegistry::put(Controller::ServiceConfigDir& dir, ServiceInput const& ser
 
 void OurRegistry::putOverride(ServiceInput const& service) {
   Nox::Turn turn;
-  Name const name(service.name);
+  Name const name = sharedText<Name>(service.name);
   if (Ptr<ServiceConfigV1> const present = overrideServiceConfigDir_->overrideService(name))
     write(service, *present);
   else
@@ -75,11 +78,11 @@ void OurRegistry::putOffer(std::uint64_t systemId, std::vector<MountInput> const
     if (!isListed) offer->publishedMountDel(path);
   }
   for (MountInput const& mount : mounts) {
-    offer->publishedMountIs({.path = mount.path,
-                             .remotePath = mount.remotePath,
-                             .type = mount.type,
-                             .mode = mount.mode,
-                             .service = mount.service});
+    offer->publishedMountIs({.path = sharedText<String8>(mount.path),
+                             .remotePath = sharedText<String8>(mount.remotePath),
+                             .type = sharedText<String8>(mount.type),
+                             .mode = sharedText<String8>(mount.mode),
+                             .service = sharedText<String8>(mount.service)});
   }
 }
 
@@ -106,7 +109,7 @@ void OurRegistry::putConfig(SwitchInput const& input) {
     if (!isListed) record->serviceConfigDel(service);
   }
   for (ServiceInput const& service : *input.services) {
-    Name const serviceName(service.name);
+    Name const serviceName = sharedText<Name>(service.name);
     if (Ptr<ServiceConfigV1> const there = record->serviceConfig(serviceName))
       write(service, *there);
     else

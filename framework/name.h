@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 
 #include "framework/string_data.h"
 
@@ -15,7 +16,7 @@ class NOX_EXPORT Name : public StringN<unsigned char> {
   Name(std::string const& text) : StringN(std::string_view(text)) {}
   explicit Name(std::string_view text) : StringN(text) {}
   /// Shares the buffer of a string.
-  explicit Name(StringN const& text) : StringN(text) {}
+  explicit Name(StringN text) noexcept : StringN(std::move(text)) {}
 };
 
 }  // namespace Nox

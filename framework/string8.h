@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 
 #include "framework/string_data.h"
 
@@ -16,7 +17,7 @@ class NOX_EXPORT String8 : public StringN<unsigned char> {
   String8(std::string const& text) : StringN(std::string_view(text)) {}
   explicit String8(std::string_view text) : StringN(text) {}
   /// Shares the buffer of any other text, a name's for instance.
-  explicit String8(StringN const& text) : StringN(text) {}
+  explicit String8(StringN text) noexcept : StringN(std::move(text)) {}
 
   /// Becomes the `count` bytes of `text` that start at `from`.
   void init(char const* text, unsigned from, unsigned count);

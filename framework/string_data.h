@@ -47,6 +47,7 @@ class NOX_EXPORT StringN<unsigned char> {
     bool operator<(Data const& other) const noexcept { return this != &other && view() < other.view(); }
 
     CountedWord& references() noexcept { return references_; }
+    CountedWord const& references() const noexcept { return references_; }
     void release() noexcept {
       if (references_.release()) destroy();
     }
@@ -81,6 +82,8 @@ class NOX_EXPORT StringN<unsigned char> {
   explicit operator bool() const noexcept { return !empty(); }
   std::uint32_t hash() const noexcept { return data_->hash(); }
   Data const* data() const noexcept { return data_; }
+  /// Whether others hold the buffer, too.
+  bool isShared() const noexcept { return std::as_const(*data_).references().value() != 1; }
 
   friend bool operator==(StringN const& a, StringN const& b) noexcept { return *a.data_ == *b.data_; }
   friend bool operator<(StringN const& a, StringN const& b) noexcept { return *a.data_ < *b.data_; }
