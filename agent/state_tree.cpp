@@ -3,6 +3,7 @@
 
 #include "agent/codec.h"
 #include "agent/kept_entry.h"
+#include "framework/shared_text.h"
 
 namespace Agent {
 
@@ -12,6 +13,7 @@ using ControllerRegistration::SwitchStatus;
 using Nox::Dir;
 using Nox::Name;
 using Nox::Ptr;
+using Nox::sharedText;
 
 namespace {
 
@@ -70,7 +72,7 @@ struct StateTree::Put {
   template <Writer By = Writer::kOutside, class R, class Enter>
   void overOrNew(Ptr<R> const& present, std::string const& name, Enter const& enter) const {
     if (present) return writeDocument<R, By>(document, *present);
-    Nox::ValidPtr<R> const made = Nox::make<R>(Name(name));
+    Nox::ValidPtr<R> const made = Nox::make<R>(sharedText<Name>(name));
     writeDocument<R, By>(document, *made);
     enter(made);
   }
@@ -90,7 +92,7 @@ struct StateTree::Put {
     if (auto const present = Nox::ptrCast<KeptEntry>(tree.entry(at.switchName, at.entry)))
       present->contentIs(document);
     else
-      tree.enter(at.switchName, at.entry, Nox::make<KeptEntry>(Name(at.entry), document));
+      tree.enter(at.switchName, at.entry, Nox::make<KeptEntry>(sharedText<Name>(at.entry), document));
   }
   void operator()(At::Heartbeat const& at) const {
     tree.heartbeats_.insert_or_assign(at.systemId.address().bits(), document);
@@ -98,21 +100,22 @@ struct StateTree::Put {
   }
   void operator()(At::ServiceConfig const& at) const {
     Controller::ServiceConfigDir& dir = *tree.tables_.serviceConfigDir;
-    overOrNew(dir.service(Name(at.service)), at.service, [&](Nox::ValidPtr<ServiceConfigV1> const& made) {
+    overOrNew(dir.service(sharedText<Name>(at.service)), at.service, [&](Nox::ValidPtr<ServiceConfigV1> const& made) {
       dir.serviceIs(made);
     });
   }
   void operator()(At::ServiceOverride const& at) const {
     Controller::OverrideServiceConfigDir& dir = *tree.tables_.overrideServiceConfigDir;
-    overOrNew(dir.overrideService(Name(at.service)), at.service, [&](Nox::ValidPtr<ServiceConfigV1> const& made) {
-      dir.overrideServiceIs(made);
-    });
+    overOrNew(dir.overrideService(sharedText<Name>(at.service)),
+              at.service,
+              [&](Nox::ValidPtr<ServiceConfigV1> const& made) { dir.overrideServiceIs(made); });
   }
   void operator()(At::MountOffer const& at) const {
     writeDocument(document, *tree.tables_.publishedMountsTable->systemIs(at.systemId));
   }
   void operator()(At::MountReady const& at) const {
-    tree.tables_.publishedMountsTable->servicePublishReadyIs(Nox::String8(at.service), document.get<bool>());
+    tree.tables_.publishedMountsTable->servicePublishReadyIs(sharedText<Nox::String8>(at.service),
+                                                             document.get<bool>());
   }
   // Nothing is put elsewhere.
   template <class Place>
@@ -134,13 +137,14 @@ struct StateTree::Restore : Put {
   void operator()(At::ServiceStatus const& at) const {
     checkDocument<Controller::ServiceStatusV1, Writer::kRegistry>(document);
     Dir& all = *tree.tables_.allClientsServiceStatusDir;
-    Name const switchName(at.switchName);
+    Name const switchName = sharedText<Name>(at.switchName);
     auto dir = all.entity<Controller::ServiceStatusDir>(switchName);
     if (!dir) {
       dir = Nox::make<Controller::ServiceStatusDir>(switchName);
       all.entityIs(switchName, dir);
     }
-    writeDocument<Controller::ServiceStatusV1, Writer::kRegistry>(document, *dir->serviceIs(Name(at.service)));
+    writeDocument<Controller::ServiceStatusV1, Writer::kRegistry>(document,
+                                                                  *dir->serviceIs(sharedText<Name>(at.service)));
   }
   void operator()(At::ControllerSwitch const& at) const {
     auto& table = *tree.tables_.controllerStatus;
@@ -161,7 +165,7 @@ struct StateTree::Restore : Put {
   template <class R>
   Ptr<R> named(std::string const& switchName, char const* entry) const {
     Ptr<R> const present = Nox::ptrCast<R>(tree.entry(switchName, entry));
-    return present ? present : Ptr<R>(Nox::make<R>(Name(switchName)));
+    return present ? present : Ptr<R>(Nox::make<R>(sharedText<Name>(switchName)));
   }
 };
 
@@ -169,7 +173,7 @@ struct StateTree::Remove {
   StateTree& tree;
 
   void operator()(At::Registration const& at) const {
-    tree.tables_.registrationRootDir->entityDel(Name(at.switchName));
+    tree.tables_.registrationRootDir->entityDel(sharedText<Name>(at.switchName));
   }
   void operator()(At::SwitchConfig const& at) const { tree.removeEntry(at.switchName, "config"); }
   void operator()(At::SwitchStatus const& at) const { tree.removeEntry(at.switchName, "status"); }
@@ -178,13 +182,15 @@ struct StateTree::Remove {
     tree.heartbeats_.erase(at.systemId.address().bits());
     tree.tables_.peerTable->peerDel(at.systemId);
   }
-  void operator()(At::ServiceConfig const& at) const { tree.tables_.serviceConfigDir->serviceDel(Name(at.service)); }
+  void operator()(At::ServiceConfig const& at) const {
+    tree.tables_.serviceConfigDir->serviceDel(sharedText<Name>(at.service));
+  }
   void operator()(At::ServiceOverride const& at) const {
-    tree.tables_.overrideServiceConfigDir->overrideServiceDel(Name(at.service));
+    tree.tables_.overrideServiceConfigDir->overrideServiceDel(sharedText<Name>(at.service));
   }
   void operator()(At::MountOffer const& at) const { tree.tables_.publishedMountsTable->systemDel(at.systemId); }
   void operator()(At::MountReady const& at) const {
-    tree.tables_.publishedMountsTable->servicePublishReadyDel(Nox::String8(at.service));
+    tree.tables_.publishedMountsTable->servicePublishReadyDel(sharedText<Nox::String8>(at.service));
   }
   // Nothing is deleted elsewhere.
   template <class Place>
@@ -216,26 +222,26 @@ void StateTree::remove(Path const& path) {
 // A registration exists from its first entry on.
 void StateTree::enter(std::string const& switchName, std::string const& entry,
                       Nox::ValidPtr<Nox::Entity> const& entity) {
-  Name const name(switchName);
+  Name const name = sharedText<Name>(switchName);
   Ptr<Dir> dir = tables_.registrationRootDir->entity<Dir>(name);
   if (!dir) {
     dir = Nox::make<Dir>(name);
     tables_.registrationRootDir->entityIs(name, dir);
   }
-  dir->entityIs(Name(entry), entity);
+  dir->entityIs(sharedText<Name>(entry), entity);
 }
 
 void StateTree::removeEntry(std::string const& switchName, std::string const& entry) {
-  Name const name(switchName);
+  Name const name = sharedText<Name>(switchName);
   Ptr<Dir> const dir = tables_.registrationRootDir->entity<Dir>(name);
   if (!dir) return;
-  dir->entityDel(Name(entry));
+  dir->entityDel(sharedText<Name>(entry));
   if (dir->entries().empty()) tables_.registrationRootDir->entityDel(name);
 }
 
 Ptr<Nox::Entity> StateTree::entry(std::string const& switchName, std::string const& entry) const {
-  Ptr<Dir> const dir = tables_.registrationRootDir->entity<Dir>(Name(switchName));
-  return dir ? dir->entityRef(Name(entry)) : nullptr;
+  Ptr<Dir> const dir = tables_.registrationRootDir->entity<Dir>(sharedText<Name>(switchName));
+  return dir ? dir->entityRef(sharedText<Name>(entry)) : nullptr;
 }
 
 }  // namespace Agent

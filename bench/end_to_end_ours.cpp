@@ -18,6 +18,9 @@ using Nox::sharedText;
 using Nox::String8;
 using Nox::ValidPtr;
 
+static Name const kConfig("config");
+static Name const kStatus("status");
+
 OurRegistry::OurRegistry() {
   root_->registryRootSmIs(config_,
                           status_,
@@ -86,7 +89,7 @@ void OurRegistry::putOffer(std::uint64_t systemId, std::vector<MountInput> const
   }
 }
 
-void OurRegistry::enter(Name const& switchName, char const* entry, ValidPtr<Nox::Entity> const& entity) {
+void OurRegistry::enter(Name const& switchName, Name const& entry, ValidPtr<Nox::Entity> const& entity) {
   Ptr<Nox::Dir> dir = registrations_->entity<Nox::Dir>(switchName);
   if (!dir) {
     dir = Nox::make<Nox::Dir>(switchName);
@@ -97,9 +100,9 @@ void OurRegistry::enter(Name const& switchName, char const* entry, ValidPtr<Nox:
 
 void OurRegistry::putConfig(SwitchInput const& input) {
   Nox::Turn turn;
-  Name const name(input.name);
+  Name const name = sharedText<Name>(input.name);
   Ptr<Nox::Dir> const dir = registrations_->entity<Nox::Dir>(name);
-  Ptr<SwitchConfig> const present = dir ? dir->entity<SwitchConfig>("config") : nullptr;
+  Ptr<SwitchConfig> const present = dir ? dir->entity<SwitchConfig>(kConfig) : nullptr;
   Ptr<SwitchConfig> const record = present ? present : Ptr<SwitchConfig>(Nox::make<SwitchConfig>(name));
   record->systemIdIs(SystemId(input.systemId));
   for (auto at = record->serviceConfigIteratorConst(); at; ++at) {
@@ -117,26 +120,26 @@ void OurRegistry::putConfig(SwitchInput const& input) {
   }
   record->enabledIs(input.enabled);
   record->registrationGenIdIs(input.generation);
-  if (!present) enter(name, "config", record);
+  if (!present) enter(name, kConfig, record);
 }
 
 void OurRegistry::putGeneration(std::string const& switchName, unsigned generation) {
   Nox::Turn turn;
-  Ptr<Nox::Dir> const dir = registrations_->entity<Nox::Dir>(switchName);
-  dir->entity<SwitchConfig>("config")->registrationGenIdIs(generation);
+  Ptr<Nox::Dir> const dir = registrations_->entity<Nox::Dir>(sharedText<Name>(switchName));
+  dir->entity<SwitchConfig>(kConfig)->registrationGenIdIs(generation);
 }
 
 void OurRegistry::putStatus(std::string const& switchName) {
   Nox::Turn turn;
-  Name const name(switchName);
+  Name const name = sharedText<Name>(switchName);
   Ptr<Nox::Dir> const dir = registrations_->entity<Nox::Dir>(name);
-  if (dir && dir->entityRef("status")) return;
-  enter(name, "status", Nox::make<SwitchStatus>(name));
+  if (dir && dir->entityRef(kStatus)) return;
+  enter(name, kStatus, Nox::make<SwitchStatus>(name));
 }
 
-void OurRegistry::removeEntry(std::string const& switchName, char const* entry) {
+void OurRegistry::removeEntry(std::string const& switchName, Name const& entry) {
   Nox::Turn turn;
-  Name const name(switchName);
+  Name const name = sharedText<Name>(switchName);
   Ptr<Nox::Dir> const dir = registrations_->entity<Nox::Dir>(name);
   if (!dir) return;
   dir->entityDel(entry);
@@ -188,7 +191,7 @@ Documents OurRegistry::documents() const {
     all["controller/switch/" + textOf(row.fwkKey().stringValue())]["registeredSwitch"] = textOf(row.value());
   for (auto const& entry : registrations_->entries()) {
     Ptr<Nox::Dir> const dir = Nox::ptrCast<Nox::Dir>(entry.entityRef());
-    if (Ptr<SwitchStatus> const status = dir->entity<SwitchStatus>("status"))
+    if (Ptr<SwitchStatus> const status = dir->entity<SwitchStatus>(kStatus))
       all["registration/" + textOf(entry.name()) + "/status"] = fieldsOf(*status);
   }
   for (auto const& entry : serviceStatusDirs_->entries()) {

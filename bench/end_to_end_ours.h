@@ -26,14 +26,14 @@ class OurRegistry {
   void putConfig(SwitchInput const& input);
   void putGeneration(std::string const& switchName, unsigned generation);
   void putStatus(std::string const& switchName);
-  void removeEntry(std::string const& switchName, char const* entry);
+  void removeEntry(std::string const& switchName, Nox::Name const& entry);
   void removeRegistration(std::string const& switchName) { registrations_->entityDel(switchName); }
 
   Documents documents() const;
 
  private:
   void put(Controller::ServiceConfigDir& dir, ServiceInput const& service);
-  void enter(Nox::Name const& switchName, char const* entry, Nox::ValidPtr<Nox::Entity> const& entity);
+  void enter(Nox::Name const& switchName, Nox::Name const& entry, Nox::ValidPtr<Nox::Entity> const& entity);
 
   Nox::ValidPtr<Controllerdb::Config> config_ = Nox::make<Controllerdb::Config>("config");
   Nox::ValidPtr<Controllerdb::Status> status_ = Nox::make<Controllerdb::Status>("status");

@@ -124,16 +124,16 @@ class Input {
 // What a slot holds, one object at a time, each kept alive while `f` runs; `f` may remove any of them.
 template <class R, class F>
 void forEach(Input<R> const& slot, F f) {
-  if (Ptr<R> const keep(slot.reactor().get()); keep) f(*keep);
+  if (Held<R> const keep(slot.reactor().get()); keep) f(*keep);
 }
 template <class T, class F>
 void forEach(Ptr<T> const& slot, F f) {
-  if (Ptr<T> const keep(slot.get()); keep) f(*keep);
+  if (Held<T> const keep(slot.get()); keep) f(*keep);
 }
 template <class V, class K, class F>
 void forEach(HashMap<V, K> const& slot, F f) {
   for (typename HashMap<V, K>::IteratorConst at(slot); at; ++at) {
-    Ptr<V> const keep = at.member();
+    Held<V> const keep(&*at);
     f(*keep);
   }
 }

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "framework/assertion.h"
+#include "framework/shared_text.h"
 #include "registry/switch_config_sm.h"
 #include "registry/trace.h"
 
@@ -97,7 +98,8 @@ template <class Make>
 static Ptr<ServiceStatusV1> statusOf(ServiceStatusV1* present, Name const& service, Name& versionStatus, Make make) {
   if (present != nullptr) return Ptr<ServiceStatusV1>(present);
   Ptr<ServiceStatusV1> made = make();
-  if (versionStatus.empty()) versionStatus = Name(String8("VersionStatus") + String8(service));
+  if (versionStatus.empty())
+    versionStatus = Nox::sharedText<Name>((String8("VersionStatus") + String8(service)).view());
   made->versionStatusIs(versionStatus);
   return made;
 }
