@@ -54,6 +54,9 @@ class NOX_EXPORT Entity : public PtrInterface {
   virtual void noxNboAttrLogSaIs(void* /*stream*/) {}
   virtual void noxNboAttrLogSaDel() {}
 
+  /// The name it was made with, for who need not copy it.
+  Name const& rawName() const noexcept { return name_; }
+
   /// The reactors that watch this entity.
   NotifieeList& noxNotifiees() const noexcept { return notifiees_; }
 

@@ -7,6 +7,7 @@
 
 #include "framework/hash_map_generic.h"
 #include "framework/ptr.h"
+#include "framework/reverse_bits.h"
 
 namespace Nox {
 
@@ -111,7 +112,12 @@ class HashMap : public HashMapGeneric {
   static HashMapVTable<Value, Key> const& ops() { return HashMapVTable<Value, Key>::table(); }
   static Value* value(HashMapLink* m) noexcept { return static_cast<Value*>(m); }
   static decltype(auto) keyOf(HashMapLink const* m) noexcept { return static_cast<Value const*>(m)->fwkKey(); }
-  static std::uint32_t reversedHash(Key const& key) noexcept { return reverse(hashOfKey(key)); }
+  static std::uint32_t reversedHash(Key const& key) noexcept {
+    if constexpr (requires { key.reversedHash(); })
+      return key.reversedHash();
+    else
+      return reverseBits(hashOfKey(key));
+  }
   static void setNextG(HashMapLink* m, HashMapLink* next) { setNext(m, next); }
 };
 

@@ -75,6 +75,17 @@ void HashMapGeneric::newMemberG(HashMapVTableGeneric const& ops, HashMapLink* m,
 }
 
 void HashMapGeneric::deleteMemberG(HashMapVTableGeneric const& ops, HashMapLink* m, void const* key) {
+  if (iterators_ != nullptr) moveIterators(ops, m, key);
+  HashMapLink** at = bucket(m->hash_);
+  while (*at != m) at = &(*at)->next_;
+  *at = m->next_;
+  ops.setNext(m, nullptr);
+  --members_;
+  ++modifications_;
+}
+
+/// Positions on a member that goes keep its key, and go on with the next one of that key.
+void HashMapGeneric::moveIterators(HashMapVTableGeneric const& ops, HashMapLink* m, void const* key) {
   HashMapLink* const next = findNextG(m);
   HashMapLink* const twin = next != nullptr && next->hash_ == m->hash_ && ops.keyEquals(key, next) ? next : nullptr;
   for (HashMapIteratorGeneric* i = iterators_; i != nullptr; i = i->next_) {
@@ -86,12 +97,6 @@ void HashMapGeneric::deleteMemberG(HashMapVTableGeneric const& ops, HashMapLink*
       i->pending_ = twin;
     }
   }
-  HashMapLink** at = bucket(m->hash_);
-  while (*at != m) at = &(*at)->next_;
-  *at = m->next_;
-  ops.setNext(m, nullptr);
-  --members_;
-  ++modifications_;
 }
 
 void HashMapGeneric::maybeGrowG() noexcept {

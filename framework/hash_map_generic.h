@@ -91,12 +91,6 @@ class NOX_EXPORT HashMapGeneric {
   explicit HashMapGeneric(unsigned buckets);
   ~HashMapGeneric();
 
-  static std::uint32_t reverse(std::uint32_t hash) noexcept {
-    hash = ((hash >> 1) & 0x55555555U) | ((hash & 0x55555555U) << 1);
-    hash = ((hash >> 2) & 0x33333333U) | ((hash & 0x33333333U) << 2);
-    hash = ((hash >> 4) & 0x0F0F0F0FU) | ((hash & 0x0F0F0F0FU) << 4);
-    return __builtin_bswap32(hash);
-  }
   static std::uint32_t hashOf(HashMapLink const* m) noexcept { return m->hash_; }
   static HashMapLink* nextOf(HashMapLink const* m) noexcept { return m->next_; }
   static bool isEnd(HashMapLink const* m) noexcept { return m == &end_; }
@@ -131,6 +125,7 @@ class NOX_EXPORT HashMapGeneric {
   static HashMapLink end_;
 
   HashMapLink* emptyAllBucketsG() noexcept;
+  void moveIterators(HashMapVTableGeneric const& ops, HashMapLink* m, void const* key);
 
   std::uint32_t index(std::uint32_t hash) const noexcept { return log2Buckets_ == 0 ? 0 : hash >> (32 - log2Buckets_); }
   HashMapLink** bucket(std::uint32_t hash) const noexcept {

@@ -30,13 +30,13 @@ void Data::destroy() noexcept {
 
 /// FNV-1a over the bytes, then a mixing step: the collections order by the low bits, which FNV alone leaves uneven for
 /// short names.
-std::uint32_t Data::computeHash() const noexcept {
+std::uint32_t Data::computeReversedHash() const noexcept {
   std::uint32_t h = 2166136261U;
   for (char const c : view()) h = (h ^ static_cast<unsigned char>(c)) * 16777619U;
   h = (h ^ (h >> 16)) * 0x7FEB352DU;
   h = (h ^ (h >> 15)) * 0x846CA68BU;
-  h ^= h >> 16;
-  hash_.store(h, std::memory_order_relaxed);
+  h = reverseBits(h ^ (h >> 16));
+  reversedHash_.store(h, std::memory_order_relaxed);
   return h;
 }
 

@@ -8,6 +8,7 @@
 
 #include "framework/counted_word.h"
 #include "framework/fwd.h"
+#include "framework/reverse_bits.h"
 
 namespace Nox {
 
@@ -38,9 +39,11 @@ class NOX_EXPORT StringN<unsigned char> {
     char* bytes() noexcept { return reinterpret_cast<char*>(this + 1); }
 
     /// 32-bit hash of the bytes: computed when first asked for, once per buffer.
-    std::uint32_t hash() const noexcept {
-      std::uint32_t const known = hash_.load(std::memory_order_relaxed);
-      return known != 0 ? known : computeHash();
+    std::uint32_t hash() const noexcept { return reverseBits(reversedHash()); }
+    /// The same with its bits turned round, which is how collections are ordered.
+    std::uint32_t reversedHash() const noexcept {
+      std::uint32_t const known = reversedHash_.load(std::memory_order_relaxed);
+      return known != 0 ? known : computeReversedHash();
     }
     bool operator==(Data const& other) const noexcept { return this == &other || view() == other.view(); }
     /// Byte-wise order.
@@ -56,12 +59,12 @@ class NOX_EXPORT StringN<unsigned char> {
     friend struct detail::EmptyStringData;
     constexpr explicit Data(unsigned length, std::uint32_t word) noexcept : references_(word), length_(length) {}
     ~Data() = default;
-    std::uint32_t computeHash() const noexcept;
+    std::uint32_t computeReversedHash() const noexcept;
     void destroy() noexcept;
 
     CountedWord references_;
     std::uint32_t length_;
-    mutable std::atomic<std::uint32_t> hash_{0};
+    mutable std::atomic<std::uint32_t> reversedHash_{0};
   };
 
   StringN() noexcept : data_(Data::empty()) {}
@@ -81,6 +84,7 @@ class NOX_EXPORT StringN<unsigned char> {
   /// True for a text that is not empty.
   explicit operator bool() const noexcept { return !empty(); }
   std::uint32_t hash() const noexcept { return data_->hash(); }
+  std::uint32_t reversedHash() const noexcept { return data_->reversedHash(); }
   Data const* data() const noexcept { return data_; }
   /// Whether others hold the buffer, too.
   bool isShared() const noexcept { return std::as_const(*data_).references().value() != 1; }
