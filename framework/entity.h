@@ -141,6 +141,10 @@ class NOX_EXPORT Entity::NotifieeConst : public PtrInterface::NotifieeConst {
   virtual void onIsNondestructing() {}
 };
 
+inline Entity const* PtrInterface::NotifieeConst::list() const noexcept {
+  return stateHas(kWatchesEntity) ? static_cast<Entity const*>(notifier_.get()) : nullptr;
+}
+
 /// Prints the full name; a null entity prints as "null".
 NOX_EXPORT std::ostream& operator<<(std::ostream& out, Entity const* entity);
 template <std::derived_from<Entity> T>

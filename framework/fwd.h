@@ -18,6 +18,7 @@ class Dir;
 class Entity;
 class GenericIf;
 class Name;
+class NotifieeList;
 class NoxAttr;
 class NoxType;
 class PtrInterface;

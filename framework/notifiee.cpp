@@ -15,53 +15,50 @@ constinit NoxType PtrInterface::NotifieeConst::noxType{
 
 ActivityConfig::~ActivityConfig() = default;
 
-PtrInterface::NotifieeConst::NotifieeConst(bool flag) noexcept : PtrInterface(Active()), flag_(flag ? 1 : 0) {}
+PtrInterface::NotifieeConst::NotifieeConst(bool flag) noexcept
+    : PtrInterface(Active()), state_(flag ? kRegistered | kFlag : kRegistered) {}
 
 PtrInterface::NotifieeConst::~NotifieeConst() {
-  if (NotifieeList::isLinked(*this)) list_->noxNotifiees().remove(*this);
-  if (detail::changesByKeyWait != 0) detail::forgetStays(*this);
+  if (NotifieeList::isLinked(*this)) list()->noxNotifiees().remove(*this);
+  if (detail::turnState.changesByKeyWait != 0) detail::forgetStays(*this);
 }
 
 void PtrInterface::NotifieeConst::statesKey() noexcept {
   bool const linked = NotifieeList::isLinked(*this);
-  if (linked) list_->noxNotifiees().remove(*this);
-  statesKey_ = 1;
-  if (linked) list_->noxNotifiees().append(*this);
+  if (linked) list()->noxNotifiees().remove(*this);
+  stateBitIs(kStatesKey, true);
+  if (linked) list()->noxNotifiees().append(*this);
 }
 
 void PtrInterface::NotifieeConst::hasNotificationActiveIs(bool on) {
   if (on == hasNotificationActive()) return;
   PtrInterface::hasNotificationActiveIs(on);
   if (on) {
-    if ((flags_ & kWasRegistered) != 0) isRegisteredNotifieeIs(true);
+    if (stateHas(kWasRegistered)) isRegisteredNotifieeIs(true);
   } else {
-    flags_ = isRegistered_ ? flags_ | kWasRegistered : flags_ & ~kWasRegistered;
+    stateBitIs(kWasRegistered, stateHas(kRegistered));
     isRegisteredNotifieeIs(false);
   }
 }
 
 void PtrInterface::NotifieeConst::zeroReferencesIs(bool zero) {
-  if (zero && NotifieeList::isLinked(*this)) list_->noxNotifiees().remove(*this);
+  if (zero && NotifieeList::isLinked(*this)) list()->noxNotifiees().remove(*this);
   PtrInterface::zeroReferencesIs(zero);
 }
 
 void PtrInterface::NotifieeConst::isRegisteredNotifieeIs(bool registered) const {
-  isRegistered_ = registered ? 1 : 0;
+  stateBitIs(kRegistered, registered);
   bool const linked = NotifieeList::isLinked(*this);
-  if (registered && !linked && list_ != nullptr) list_->noxNotifiees().append(*this);
-  if (!registered && linked) list_->noxNotifiees().remove(*this);
+  if (registered && !linked && stateHas(kWatchesEntity)) list()->noxNotifiees().append(*this);
+  if (!registered && linked) list()->noxNotifiees().remove(*this);
 }
 
 void PtrInterface::NotifieeConst::notifierIs(Ptr<PtrInterface const> const& notifier) {
-  if (NotifieeList::isLinked(*this)) list_->noxNotifiees().remove(*this);
+  if (NotifieeList::isLinked(*this)) list()->noxNotifiees().remove(*this);
   Ptr<PtrInterface const> const old =
       std::exchange(notifier_, notifier);  // released last: it may take its own reactors along
-  list_ = notifier && notifier->fwkType().isA(Entity::noxType) ? static_cast<Entity const*>(notifier.get()) : nullptr;
-  if (isRegistered_ && list_ != nullptr) list_->noxNotifiees().append(*this);
-}
-
-bool PtrInterface::NotifieeConst::hears(Entity const* entity) const noexcept {
-  return list_ == entity && isRegistered_ != 0 && hasNotificationActive() && !noxMarkedForDeletion();
+  stateBitIs(kWatchesEntity, notifier && notifier->fwkType().isA(Entity::noxType));
+  if (stateHas(kRegistered) && stateHas(kWatchesEntity)) list()->noxNotifiees().append(*this);
 }
 
 static constinit std::uint64_t registrationClock = 0;
@@ -69,10 +66,12 @@ static constinit std::uint64_t registrationClock = 0;
 std::uint64_t NotifieeList::clock() noexcept { return registrationClock; }
 
 void NotifieeList::append(PtrInterface::NotifieeConst const& n) noexcept {
+  if (detail::turnState.isOffList) detail::queueTheRest(this);
   auto* const reactor = const_cast<PtrInterface::NotifieeConst*>(&n);
-  reactor->order_ = ++registrationClock;
+  reactor->orderIs(++registrationClock);
   auto* const keyed = firstKeyed();
-  if (reactor->statesKey_ != 0)
+  bool const isKeyed = statesKey(n);
+  if (isKeyed)
     reactor->next_ = keyed != nullptr ? keyed : reactor;
   else
     reactor->next_ = keyed;
@@ -80,7 +79,7 @@ void NotifieeList::append(PtrInterface::NotifieeConst const& n) noexcept {
     first_ = reactor->previous_ = reactor;
     return;
   }
-  bool const isBeforeKeyed = keyed != nullptr && reactor->statesKey_ == 0;
+  bool const isBeforeKeyed = keyed != nullptr && !isKeyed;
   auto& before = isBeforeKeyed ? keyed->previous_ : first_->previous_;
   reactor->previous_ = std::exchange(before, reactor);
   if (isBeforeKeyed && keyed == first_)
@@ -90,18 +89,19 @@ void NotifieeList::append(PtrInterface::NotifieeConst const& n) noexcept {
 }
 
 void NotifieeList::remove(PtrInterface::NotifieeConst const& n) noexcept {
+  if (detail::turnState.isOffList) detail::queueTheRest(this);
   ++registrationClock;
-  if (detail::changesByKeyWait != 0) detail::noteStay(n, n.order_);
+  if (detail::turnState.changesByKeyWait != 0) detail::noteStay(n, n.order());
   auto* const last = first_->previous_;
   auto* const after = next(n);
-  if (n.statesKey_ != 0 && last->next_ == &n) last->next_ = n.next_;  // the first that states a key goes
+  if (statesKey(n) && last->next_ == &n) last->next_ = n.next_;  // the first that states a key goes
   if (after != nullptr)
     after->previous_ = n.previous_;
   else
     first_->previous_ = n.previous_;  // the last one goes: the first remembers the one before it
   if (first_ == &n)
     first_ = after;
-  else if (n.previous_->statesKey_ == n.statesKey_)
+  else if (statesKey(*n.previous_) == statesKey(n))
     n.previous_->next_ = n.next_;
   else
     n.previous_->next_ = after;

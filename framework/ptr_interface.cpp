@@ -24,15 +24,22 @@ void PtrInterface::zeroReferencesIs(bool zero) {
 
 void PtrInterface::handleZeroRef() const noexcept {
   if (held_ != 0) return;
-  auto* const self = const_cast<PtrInterface*>(this);
-  if (detail::openTurns != 0) return self->zeroReferencesIs(true);
+  if (!Turn::isOpen() || detail::turnState.isOffList) return handleZeroRefUnqueued();
+  const_cast<PtrInterface*>(this)->zeroReferencesIs(true);
+}
+
+void PtrInterface::handleZeroRefUnqueued() const noexcept {
+  if (detail::turnState.isOffList) {
+    detail::queueTheRest(nullptr);
+    return handleZeroRef();
+  }
   Turn turn(Turn::Reports::kLater);
-  self->zeroReferencesIs(true);
+  const_cast<PtrInterface*>(this)->zeroReferencesIs(true);
 }
 
 PtrInterface::~PtrInterface() {
   [[maybe_unused]] std::uint32_t const left = word_.value() & kCountMask;
-  NOX_ASSERT(word_.isStatic() || left == 1 || left == kDying, "destroyed while still referenced");
+  NOX_ASSERT(left == kDying || left == 1 || word_.isStatic(), "destroyed while still referenced");
   NOX_ASSERT(held_ == 0, "destroyed while still held");
 }
 

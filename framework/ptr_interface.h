@@ -81,6 +81,9 @@ class NOX_EXPORT PtrInterface : public VFPtrInterface {
   /// time.
   static constexpr std::uint32_t kDying = 0x08000000;
 
+  /// The same where a turn is yet to be opened, or a change to be queued: kept apart, as most objects go without.
+  [[gnu::noinline]] void handleZeroRefUnqueued() const noexcept;
+
   mutable CountedWord word_;
   mutable std::uint32_t held_ : 31 = 0;
   std::uint32_t isNondestructing_ : 1 = 0;

@@ -11,7 +11,13 @@
 
 namespace Nox {
 
-constinit thread_local unsigned detail::changesByKeyWait = 0;
+constinit thread_local detail::TurnState detail::turnState;
+using detail::turnState;
+
+inline bool PtrInterface::NotifieeConst::hears(Entity const* entity) const noexcept {
+  std::uint64_t const both = kWatchesEntity | kRegistered;
+  return notifier_.get() == entity && (state_ & both) == both && isListening();
+}
 
 /// The changes that wait on one thread. Each names the reactors that were registered when it was written, except those
 /// that state a key if it has one: they are looked up when it is delivered, as they may state another one by then.
@@ -24,24 +30,50 @@ class TurnQueue {
     NotifieeList const& list = notifier.noxNotifiees();
     Reactor* const firstKeyed = list.firstKeyed();
     bool const byKey = firstKeyed != nullptr && what.keyWord != nullptr;
-    Reactor* ordinary = list.first();
-    Reactor* keyed = byKey ? nullptr : firstKeyed;
-    while (ordinary != firstKeyed || keyed != nullptr) {
-      bool const isOrdinary = keyed == nullptr || (ordinary != firstKeyed && ordinary->order_ < keyed->order_);
-      Reactor*& next = isOrdinary ? ordinary : keyed;
-      if (understands(*next, what)) {
-        next->hold();
-        reactors_.push_back(next);
-      }
-      next = NotifieeList::next(*next);
+    if (byKey || firstKeyed == nullptr) {
+      for (Reactor* r = list.first(); r != firstKeyed; r = r->next_) name(*r, what);
+    } else {
+      nameBothParts(list.first(), firstKeyed, what);
     }
-    if (reactors_.size() == from && !byKey) {
-      if (what.dropKey != nullptr) what.dropKey(&key);
-      return;
-    }
-    if (byKey) ++detail::changesByKeyWait;
+    if (reactors_.size() == from && !byKey) return drop(what, key);
+    if (byKey) ++turnState.changesByKeyWait;
     notifier.hold();
-    changes_.push_back({&notifier, &what, key, reactors_.size(), byKey ? NotifieeList::clock() : kForNamed});
+    changes_.emplace_back(notifier, what, key, reactors_.size(), byKey ? NotifieeList::clock() : kForNamed);
+  }
+
+  /// Delivers a change as it is written, while nothing waits and no reactor of its notifier states a key: reads the
+  /// reactors off the list, which names those that the queue would as long as it stays as it is and nobody dies. Takes
+  /// 9 instead of 35 ns for one reactor, 3.3 instead of 8.1 us for 1,000.
+  void deliverOffList(Entity const& notifier, Notification const& what, KeySlot key) noexcept {
+    Reactor* r = notifier.noxNotifiees().first();
+    while (r != nullptr && !understands(*r, what)) r = r->next_;
+    if (r == nullptr) return drop(what, key);
+    notifier.hold();
+    offList_ = {&notifier, &what, &key, r};
+    turnState.isOffList = true;
+    for (; r != nullptr; r = r->next_) {
+      if (!understands(*r, what) || !r->isListening()) continue;
+      offList_.called = r;
+      call(*r, what, key);
+      if (!turnState.isOffList) return r->unhold();  // the queue has what is left, with the key and the notifier
+    }
+    turnState.isOffList = false;
+    drop(what, key);
+    notifier.unhold();
+  }
+
+  /// Queues the rest of the change that is being delivered off that list, or off any list, in front of what waits.
+  void queueTheRest(NotifieeList const* list) {
+    if (list != nullptr && list != &offList_.notifier->noxNotifiees()) return;
+    turnState.isOffList = false;
+    turnState.queueInUse = true;
+    offList_.called->hold();
+    auto const waiting = static_cast<std::ptrdiff_t>(reactors_.size());
+    for (Reactor* r = offList_.called->next_; r != nullptr; r = r->next_) name(*r, *offList_.what);
+    std::size_t const named = reactors_.size() - static_cast<std::size_t>(waiting);
+    std::rotate(reactors_.begin(), reactors_.begin() + waiting, reactors_.end());
+    for (Change& c : changes_) c.reactorsEnd += named;
+    changes_.emplace(changes_.begin(), *offList_.notifier, *offList_.what, *offList_.key, named, kForNamed);
   }
 
   /// Delivers until nothing waits. A handler may write, which appends here.
@@ -53,23 +85,29 @@ class TurnQueue {
       } else {
         deliverByKey(change);
         // A reactor that goes takes its stays along only while such changes wait.
-        if (--detail::changesByKeyWait == 0 && !stays_.empty()) stays_.clear();
+        if (--turnState.changesByKeyWait == 0 && !stays_.empty()) stays_.clear();
       }
-      if (change.what->dropKey != nullptr) change.what->dropKey(&change.key);
+      drop(*change.what, change.key);
       change.notifier->unhold();
       compact();
     }
   }
 
-  std::exception_ptr takeException() noexcept { return std::exchange(firstException_, nullptr); }
+  /// Throws the first exception that a handler has thrown, if there was one. Nothing waits any more.
+  void report() {
+    turnState.queueInUse = false;
+    if (firstException_) std::rethrow_exception(std::exchange(firstException_, nullptr));
+  }
 
   void noteStay(Reactor const& reactor, std::uint64_t from) {
-    stays_[&reactor].push_back({reactor.list_, from, NotifieeList::clock()});
+    stays_[&reactor].push_back({reactor.list(), from, NotifieeList::clock()});
   }
   void forgetStays(Reactor const& reactor) noexcept { stays_.erase(&reactor); }
 
  private:
   struct Change {
+    Change(Entity const& n, Notification const& w, KeySlot k, std::size_t end, std::uint64_t at) noexcept
+        : notifier(&n), what(&w), key(k), reactorsEnd(end), writtenAt(at) {}
     Entity const* notifier;  // held
     Notification const* what;
     KeySlot key;
@@ -77,6 +115,13 @@ class TurnQueue {
     std::uint64_t writtenAt;  // for a change by key: the registration clock at that time
   };
   static constexpr std::uint64_t kForNamed = ~std::uint64_t{0};
+  /// What is being delivered off its list.
+  struct OffList {
+    Entity const* notifier;  // held
+    Notification const* what;
+    KeySlot const* key;
+    Reactor const* called;
+  };
   /// A registration that has ended: from its place in the order to the time of its end.
   struct Stay {
     Entity const* notifier;
@@ -90,9 +135,27 @@ class TurnQueue {
     friend bool operator<(Due const& a, Due const& b) noexcept { return a.place < b.place; }
   };
 
-  /// Whether the reactor's interface has the operation.
+  static void drop(Notification const& what, KeySlot& key) noexcept {
+    if (what.dropKey != nullptr) what.dropKey(&key);
+  }
+  /// Names the reactor as one that the change is for, if it is.
+  void name(Reactor& reactor, Notification const& what) {
+    if (!understands(reactor, what)) return;
+    reactor.hold();
+    reactors_.push_back(&reactor);
+  }
   static bool understands(Reactor const& r, Notification const& what) noexcept {
     return r.noxNotifierType() != nullptr && r.noxNotifierType()->isA(*what.notifier);
+  }
+
+  /// Names those of a list's two parts, in the order of their registrations.
+  void nameBothParts(Reactor* ordinary, Reactor* const firstKeyed, Notification const& what) {
+    for (Reactor* keyed = firstKeyed; keyed != nullptr; keyed = NotifieeList::next(*keyed)) {
+      for (; ordinary != firstKeyed && ordinary->order() < keyed->order(); ordinary = ordinary->next_)
+        name(*ordinary, what);
+      name(*keyed, what);
+    }
+    for (; ordinary != firstKeyed; ordinary = ordinary->next_) name(*ordinary, what);
   }
 
   /// Calls the named reactors and those that state the key, in the order of their registrations.
@@ -126,7 +189,7 @@ class TurnQueue {
     if (goesToAll_) {
       for (Reactor* r = change.notifier->noxNotifiees().firstKeyed(); r != nullptr; r = NotifieeList::next(*r)) add(*r);
       for (auto const& [r, stays] : stays_)  // they may register again before their turn comes
-        if (r->statesKey_ != 0 && !(r->list_ == change.notifier && NotifieeList::isLinked(*r)))
+        if (r->stateHas(Reactor::kStatesKey) && !(r->list() == change.notifier && NotifieeList::isLinked(*r)))
           add(const_cast<Reactor&>(*r));
     } else {
       KeyInterest::forEach(change.what->keyWord(&change.key), add);
@@ -136,7 +199,7 @@ class TurnQueue {
   /// The reactor's place among those that were registered when the change was written; 0 if it was not, or has left for
   /// good.
   std::uint64_t placeOf(Reactor const& r, Change const& change) const noexcept {
-    if (r.list_ == change.notifier && NotifieeList::isLinked(r) && r.order_ <= change.writtenAt) return r.order_;
+    if (r.list() == change.notifier && NotifieeList::isLinked(r) && r.order() <= change.writtenAt) return r.order();
     if (stays_.empty()) return 0;
     auto const at = stays_.find(&r);
     if (at != stays_.end())
@@ -147,17 +210,20 @@ class TurnQueue {
   }
 
   void deliver(Change const& change, Reactor& reactor) noexcept {
-    if (reactor.hears(change.notifier)) {
-      try {
-        change.what->call(reactor, &change.key);
-      } catch (...) {
-        if (!firstException_) firstException_ = std::current_exception();
-        tell(reactor);
-      }
-    }
+    if (reactor.hears(change.notifier)) call(reactor, *change.what, change.key);
     reactor.unhold();
   }
-  void tell(Reactor& reactor) noexcept {
+  void call(Reactor& reactor, Notification const& what, KeySlot const& key) noexcept {
+    try {
+      what.call(reactor, &key);
+    } catch (...) {
+      keepException(reactor);
+    }
+  }
+  /// Takes note of the exception that is being handled, and tells the reactor that has thrown it.
+  void keepException(Reactor& reactor) noexcept {
+    turnState.queueInUse = true;
+    if (!firstException_) firstException_ = std::current_exception();
     try {
       reactor.onNotificationException();
     } catch (...) {  // the first exception is the one that is reported
@@ -188,37 +254,23 @@ class TurnQueue {
   bool goesToAll_ = false;                                       // what was answered then
   std::unordered_map<Reactor const*, std::vector<Stay>> stays_;  // while changes by key wait
   std::exception_ptr firstException_;
+  OffList offList_{};
 };
-
-constinit thread_local unsigned detail::openTurns = 0;
-using detail::openTurns;
 
 static TurnQueue& queue() {
   static thread_local TurnQueue q;
   return q;
 }
-/// Set while this thread's queue has anything to deliver or to report, so that an empty turn never touches it.
-static constinit thread_local bool queueInUse = false;
 
-Turn::Turn(Reports reports) noexcept
-    : reports_(reports), uncaught_(openTurns == 0 && reports == Reports::kNow ? std::uncaught_exceptions() : 0) {
-  ++openTurns;
-}
-
-Turn::~Turn() noexcept(false) {
-  if (openTurns > 1 || !queueInUse) {
-    --openTurns;
-    return;
-  }
+void Turn::close() {
   TurnQueue& waiting = queue();
   waiting.drain();
-  --openTurns;
+  --turnState.open;
   if (reports_ == Reports::kLater || std::uncaught_exceptions() > uncaught_) return;
-  queueInUse = false;
-  if (std::exception_ptr const first = waiting.takeException()) std::rethrow_exception(first);
+  waiting.report();
 }
 
-bool Turn::isOpen() noexcept { return openTurns != 0; }
+void detail::queueTheRest(NotifieeList const* list) noexcept { queue().queueTheRest(list); }
 
 void detail::noteStay(PtrInterface::NotifieeConst const& reactor, std::uint64_t registeredAt) noexcept {
   queue().noteStay(reactor, registeredAt);
@@ -226,9 +278,25 @@ void detail::noteStay(PtrInterface::NotifieeConst const& reactor, std::uint64_t 
 
 void detail::forgetStays(PtrInterface::NotifieeConst const& reactor) noexcept { queue().forgetStays(reactor); }
 
+/// What is written while no turn is open. Kept apart, as most is written in one.
+[[gnu::noinline]] static void deliverAtOnce(Entity const& notifier, Notification const& what, KeySlot key) {
+  TurnQueue& waiting = queue();
+  if (notifier.noxNotifiees().firstKeyed() != nullptr) {
+    Turn turn;
+    turnState.queueInUse = true;
+    waiting.push(notifier, what, key);
+    return;
+  }
+  turnState.open = 1;
+  waiting.deliverOffList(notifier, what, key);
+  if (turnState.queueInUse) waiting.drain();
+  turnState.open = 0;
+  if (turnState.queueInUse) waiting.report();
+}
+
 void queueNotification(Entity const& notifier, Notification const& what, KeySlot key) {
-  Turn turn;
-  queueInUse = true;
+  if (turnState.open == 0) return deliverAtOnce(notifier, what, key);
+  turnState.queueInUse = true;
   queue().push(notifier, what, key);
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <exception>
 #include <string_view>
 
 #include "framework/fwd.h"
@@ -23,6 +24,23 @@ struct Notification {
   std::string_view name;                      ///< The operation's name, "onEnabled".
 };
 
+namespace detail {
+
+/// What a thread's turns and its queue keep at hand.
+struct TurnState {
+  unsigned open = 0;        ///< How many turns are open.
+  bool queueInUse = false;  ///< Whether the queue has anything to deliver or to report: an empty turn never touches it.
+  /// How many changes wait for those that state their key. While there are any, a registration that ends is noted: its
+  /// reactor may register again before they are delivered.
+  unsigned changesByKeyWait = 0;
+  bool isOffList = false;  ///< Whether a change is being delivered to reactors that are read off their list.
+};
+/// Named to the compiler as memory that is reached without a call, here and in the libraries above: a nested turn takes
+/// 13 instructions instead of about 30.
+[[gnu::tls_model("initial-exec")]] extern NOX_EXPORT constinit thread_local TurnState turnState;
+
+}  // namespace detail
+
 /// A stretch of work. Every outside call opens one; turns nest, and when the outermost closes, also by an exception,
 /// the waiting notifications are delivered, oldest first, until none is left. A handler that throws ends its own
 /// delivery alone; the first exception is thrown on when the turn closes. One queue per thread; all entity work belongs
@@ -33,15 +51,24 @@ class NOX_EXPORT Turn {
   /// inside a destructor must not.
   enum class Reports { kNow, kLater };
 
-  explicit Turn(Reports reports = Reports::kNow) noexcept;
-  ~Turn() noexcept(false);
+  explicit Turn(Reports reports = Reports::kNow) noexcept
+      : reports_(reports),
+        uncaught_(detail::turnState.open++ == 0 && reports == Reports::kNow ? std::uncaught_exceptions() : 0) {}
+  ~Turn() noexcept(false) {
+    if (detail::turnState.open == 1 && detail::turnState.queueInUse)
+      close();
+    else
+      --detail::turnState.open;
+  }
   Turn(Turn const&) = delete;
   Turn& operator=(Turn const&) = delete;
 
   /// Whether a turn is open on this thread.
-  static bool isOpen() noexcept;
+  static bool isOpen() noexcept { return detail::turnState.open != 0; }
 
  private:
+  void close();
+
   Reports reports_;
   int uncaught_;
 };
@@ -53,14 +80,11 @@ NOX_EXPORT void queueNotification(Entity const& notifier, Notification const& wh
 
 namespace detail {
 
-/// How many turns are open on this thread.
-extern NOX_EXPORT constinit thread_local unsigned openTurns;
-
-/// How many changes wait on this thread for those that state their key. While there are any, a registration that ends
-/// is noted: its reactor may register again before they are delivered.
-extern NOX_EXPORT constinit thread_local unsigned changesByKeyWait;
-NOX_EXPORT void noteStay(PtrInterface::NotifieeConst const& reactor, std::uint64_t registeredAt) noexcept;
-NOX_EXPORT void forgetStays(PtrInterface::NotifieeConst const& reactor) noexcept;
+/// To be called while a change is being delivered off its list, before that list changes or, with null, before an
+/// object dies: from then on it matters for whom the change was written, and what is left of it goes into the queue.
+void queueTheRest(NotifieeList const* list) noexcept;
+void noteStay(PtrInterface::NotifieeConst const& reactor, std::uint64_t registeredAt) noexcept;
+void forgetStays(PtrInterface::NotifieeConst const& reactor) noexcept;
 
 }  // namespace detail
 
