@@ -2,45 +2,15 @@
 #pragma once
 
 #include <array>
-#include <bit>
-#include <cstring>
+#include <tuple>
+#include <utility>
+#include <vector>
 
 #include "framework/collections.h"
 #include "framework/generic_if.h"
 #include "framework/type.h"
 
 namespace Nox {
-
-/// An argument of an attribute's operations.
-struct ArgRow {
-  std::string_view name;
-  std::string_view type;
-};
-
-inline constexpr std::size_t kMaxArgs = 10;
-
-/// One row: what the description says of an attribute, and the functions that operate on it.
-struct AttrRow {
-  using Op = GenericIf::Op;
-  using Value = GenericIf::Value;
-  using Args = std::span<Value const>;
-
-  std::string_view name;
-  std::string_view type;
-  std::array<ArgRow, kMaxArgs> args{};
-  std::size_t argCount = 0;
-  unsigned flags = 0;
-  unsigned ops = 0;  ///< One bit for each operation.
-  AttributeId id = 0;
-  bool isListed = true;  ///< False for an attribute that is reached by name and not described.
-  /// Performs one of `ops`.
-  Value (*perform)(AttrRow const& row, PtrInterface& self, Op op, Args args) = nullptr;
-  std::unique_ptr<GenericIf::AttributeIterator> (*iterate)(PtrInterface const& self) = nullptr;
-
-  constexpr bool does(Op op) const { return (ops >> static_cast<unsigned>(op) & 1) != 0; }
-  /// Whether it is described with its arguments: an instantiating attribute or a handler.
-  constexpr bool isInstantiating() const { return does(Op::kInstantiate) || does(Op::kCall); }
-};
 
 namespace detail {
 
@@ -97,27 +67,22 @@ GenericIf::Value callWith(PtrInterface& self, [[maybe_unused]] AttrRow::Args arg
     return toValue((object.*M)(std::get<I>(converted)...));
   }
 }
-template <auto M>
-GenericIf::Value call(AttrRow const& row, PtrInterface& self, AttrRow::Args args) {
-  if (args.size() != MethodOf<M>::arity) GenericIf::throwUnknownArgException(row.name, MethodOf<M>::arity, args.size());
-  return callWith<M>(self, args, std::make_index_sequence<MethodOf<M>::arity>());
-}
 
 /// Stands in a row for a member that the class does not have.
 inline constexpr std::nullptr_t kNone = nullptr;
+template <auto M>
+inline constexpr bool kIsNone = std::is_null_pointer_v<decltype(M)>;
 
-/// Calls the member of one operation; an operation without a member does not come this far.
 template <auto M>
-GenericIf::Value callIf([[maybe_unused]] AttrRow const& row, [[maybe_unused]] PtrInterface& self,
-                        [[maybe_unused]] AttrRow::Args args) {
-  if constexpr (std::is_null_pointer_v<decltype(M)>)
+GenericIf::Value call([[maybe_unused]] PtrInterface& self, [[maybe_unused]] AttrRow const& row,
+                      [[maybe_unused]] AttrRow::Args args) {
+  if constexpr (kIsNone<M>) {
     return {};
-  else
-    return call<M>(row, self, args);
-}
-template <auto M>
-constexpr unsigned bitIf(GenericIf::Op op) {
-  return std::is_null_pointer_v<decltype(M)> ? 0 : 1U << static_cast<unsigned>(op);
+  } else {
+    constexpr std::size_t kArity = MethodOf<M>::arity;
+    if (args.size() != kArity) GenericIf::throwUnknownArgException(row.name, kArity, args.size());
+    return callWith<M>(self, args, std::make_index_sequence<kArity>());
+  }
 }
 
 inline void checkNoKey(AttrRow const& row, AttrRow::Args args) {
@@ -126,6 +91,29 @@ inline void checkNoKey(AttrRow const& row, AttrRow::Args args) {
 template <class Key>
 void checkKey(AttrRow const& row, AttrRow::Args args) {
   if (!args.empty() && !args[0].is<Key>()) GenericIf::throwBadIndexAttrException(row.name, TypeName<Key>::value);
+}
+
+template <auto M>
+GenericIf::Value callWithoutKey(PtrInterface& self, AttrRow const& row, AttrRow::Args args) {
+  checkNoKey(row, args);
+  return call<M>(self, row, args);
+}
+template <class Key, auto M>
+GenericIf::Value callWithKey(PtrInterface& self, AttrRow const& row, AttrRow::Args args) {
+  checkKey<Key>(row, args);
+  return call<M>(self, row, args);
+}
+/// Calls `One` for the member of a key, and `All` without a key.
+template <class Key, auto All, auto One>
+GenericIf::Value callForKeyOrAll(PtrInterface& self, AttrRow const& row, AttrRow::Args args) {
+  checkKey<Key>(row, args);
+  return args.empty() ? call<All>(self, row, args) : call<One>(self, row, args);
+}
+
+/// What performs the operation of `M`; null if the class has no such member.
+template <auto M>
+constexpr AttrRow::Perform ifAny(AttrRow::Perform perform) {
+  return kIsNone<M> ? nullptr : perform;
 }
 
 /// Names the arguments of `M`, but for the first `skip`.
@@ -162,14 +150,10 @@ constexpr AttrRow keyedRow(std::string_view name) {
   using Key = typename MethodOf<Member>::template Arg<0>;
   AttrRow row{.name = name, .type = TypeName<Map>::value};
   row.flags = NoxAttr::kKeyed;
-  row.ops = bitIf<Whole>(Op::kRead) | bitIf<Enter>(EnterOp) | bitIf<New>(Op::kNew) | bitIf<Del>(Op::kDelete);
-  row.perform = [](AttrRow const& self, PtrInterface& object, Op op, AttrRow::Args args) -> GenericIf::Value {
-    if (op != Op::kSet) checkKey<Key>(self, args);
-    if (op == Op::kRead) return args.empty() ? call<Whole>(self, object, args) : call<Member>(self, object, args);
-    if (op == EnterOp) return call<Enter>(self, object, args);
-    if (op == Op::kNew) return callIf<New>(self, object, args);
-    return args.empty() ? call<DelAll>(self, object, args) : call<Del>(self, object, args);
-  };
+  row.on(Op::kRead) = &callForKeyOrAll<Key, Whole, Member>;
+  row.on(EnterOp) = EnterOp == Op::kSet ? ifAny<Enter>(&call<Enter>) : ifAny<Enter>(&callWithKey<Key, Enter>);
+  row.on(Op::kNew) = ifAny<New>(&callWithKey<Key, New>);
+  row.on(Op::kDelete) = &callForKeyOrAll<Key, DelAll, Del>;
   row.iterate = [](PtrInterface const& object) -> std::unique_ptr<GenericIf::AttributeIterator> {
     return std::make_unique<MapWalk<Map>>((static_cast<typename MethodOf<Whole>::Class const&>(object).*Whole)());
   };
@@ -183,12 +167,9 @@ template <auto Read, auto Set = detail::kNone, auto Del = detail::kNone>
 constexpr AttrRow plain(std::string_view name) {
   using Op = GenericIf::Op;
   AttrRow row{.name = name, .type = TypeName<typename detail::MethodOf<Read>::Result>::value};
-  row.ops = detail::bitIf<Read>(Op::kRead) | detail::bitIf<Set>(Op::kSet) | detail::bitIf<Del>(Op::kDelete);
-  row.perform = [](AttrRow const& self, PtrInterface& object, Op op, AttrRow::Args args) -> GenericIf::Value {
-    if (op == Op::kSet) return detail::callIf<Set>(self, object, args);
-    detail::checkNoKey(self, args);
-    return op == Op::kRead ? detail::call<Read>(self, object, args) : detail::callIf<Del>(self, object, args);
-  };
+  row.on(Op::kRead) = detail::ifAny<Read>(&detail::callWithoutKey<Read>);
+  row.on(Op::kSet) = detail::ifAny<Set>(&detail::call<Set>);
+  row.on(Op::kDelete) = detail::ifAny<Del>(&detail::callWithoutKey<Del>);
   return row;
 }
 
@@ -200,14 +181,10 @@ constexpr AttrRow child(std::string_view name, N... argNames) {
   using Op = GenericIf::Op;
   AttrRow row{.name = name, .type = TypeName<typename detail::MethodOf<Read>::Result>::value};
   detail::nameArgs<Is>(row, 0, argNames...);
-  row.ops = detail::bitIf<Read>(Op::kRead) | detail::bitIf<Is>(Op::kInstantiate) | detail::bitIf<New>(Op::kNew) |
-            detail::bitIf<Del>(Op::kDelete);
-  row.perform = [](AttrRow const& self, PtrInterface& object, Op op, AttrRow::Args args) -> GenericIf::Value {
-    if (op == Op::kInstantiate) return detail::call<Is>(self, object, args);
-    if (op == Op::kNew) return detail::call<New>(self, object, args);
-    detail::checkNoKey(self, args);
-    return op == Op::kRead ? detail::call<Read>(self, object, args) : detail::call<Del>(self, object, args);
-  };
+  row.on(Op::kRead) = detail::ifAny<Read>(&detail::callWithoutKey<Read>);
+  row.on(Op::kInstantiate) = detail::ifAny<Is>(&detail::call<Is>);
+  row.on(Op::kNew) = detail::ifAny<New>(&detail::call<New>);
+  row.on(Op::kDelete) = detail::ifAny<Del>(&detail::callWithoutKey<Del>);
   return row;
 }
 
@@ -236,11 +213,10 @@ constexpr AttrRow handler(std::string_view name, N... argNames) {
   AttrRow row{.name = name, .type = TypeName<typename detail::MethodOf<Handler>::Result>::value};
   detail::nameArgs<Handler>(row, 0, argNames...);
   row.flags = NoxAttr::kHandler;
-  row.ops = detail::bitIf<Handler>(Op::kCall);
-  row.perform = [](AttrRow const& self, PtrInterface& object, Op /*op*/, AttrRow::Args args) -> GenericIf::Value {
-    if constexpr (!std::is_null_pointer_v<decltype(Whole)>)
-      if (args.empty()) return detail::call<Whole>(self, object, args);
-    return detail::call<Handler>(self, object, args);
+  row.on(Op::kCall) = [](PtrInterface& self, AttrRow const& called, AttrRow::Args args) -> GenericIf::Value {
+    if constexpr (!detail::kIsNone<Whole>)
+      if (args.empty()) return detail::call<Whole>(self, called, args);
+    return detail::call<Handler>(self, called, args);
   };
   return row;
 }
@@ -265,60 +241,41 @@ consteval auto memberOf(Ptr<V> (C::*read)(K const&) const) {
   return read;
 }
 
-/// The hash by which a row is found: of a name's length, its beginning and its end.
-constexpr std::uint64_t attrHash(std::string_view name, std::uint64_t seed) noexcept {
-  auto const word = [&](std::size_t from, std::size_t bytes) {
-    std::uint64_t read = 0;
-    if (std::is_constant_evaluated()) {
-      for (std::size_t i = 0; i < bytes; ++i)
-        read |= std::uint64_t{static_cast<unsigned char>(name[from + i])} << (8 * i);
-    } else {
-      std::memcpy(&read, name.data() + from, bytes);
-    }
-    return read;
-  };
-  static_assert(std::endian::native == std::endian::little, "the table is made by the compiler, and read as it stands");
-  std::size_t const n = name.size();
-  std::uint64_t mixed = n;
-  if (n >= 8)
-    mixed += word(0, 8) ^ std::rotl(word(n - 8, 8), 23);
-  else if (n >= 4)
-    mixed += word(0, 4) ^ std::rotl(word(n - 4, 4), 23);
-  else
-    for (char const c : name) mixed = mixed << 8 | static_cast<unsigned char>(c);
-  return mixed * seed;
-}
-
 /// The rows of one class.
 template <std::size_t N>
 struct AttrTable {
-  static constexpr std::size_t kSlots = std::bit_ceil(4 * N);
-  static constexpr unsigned kShift = 64 - std::bit_width(kSlots - 1);
-  static_assert(N < 256);
+  static_assert(N > 0 && N <= AttrRows::kSlots / 5, "a seed is found among a few dozen");
 
   std::array<AttrRow, N> rows{};
-  std::array<std::uint8_t, kSlots> slots{};
+  std::array<std::uint8_t, AttrRows::kSlots> slots{};
   std::uint64_t seed = 0x9E3779B97F4A7C15;
 
-  constexpr AttrRows view() const { return {rows.data(), slots.data(), seed, N, kShift}; }
+  constexpr AttrRows view() const { return {rows.data(), slots.data(), seed, N}; }
 };
 
 /// The rows of one class, numbered consecutively from `first`.
 template <class... Rows>
 consteval AttrTable<sizeof...(Rows)> attrTable(AttributeId first, Rows... rows) {
   AttrTable<sizeof...(Rows)> table{.rows = {rows...}};
-  for (AttrRow& row : table.rows) row.id = first++;
+  for (AttrRow& row : table.rows) {
+    row.id = first++;
+    row.key = AttrKey(row.name);
+    for (std::size_t op = 0; op < row.perform.size(); ++op) row.ops |= unsigned{row.perform[op] != nullptr} << op;
+  }
   auto const hasPlacedAll = [&table] {
-    table.slots = {};
+    std::array<bool, AttrRows::kSlots> isTaken{};
     for (std::size_t i = 0; i < table.rows.size(); ++i) {
-      std::uint8_t& slot = table.slots[attrHash(table.rows[i].name, table.seed) >> table.kShift];
-      if (slot != 0) return false;
-      slot = static_cast<std::uint8_t>(i + 1);
+      std::size_t const slot = AttrRows::slotOf(table.rows[i].key, table.seed);
+      if (std::exchange(isTaken[slot], true)) return false;
+      table.slots[slot] = static_cast<std::uint8_t>(i);
     }
     return true;
   };
-  // Seeds are tried until every name has a slot of its own: a few dozen, as there are four slots for a name.
-  while (!hasPlacedAll()) table.seed += 0x9E3779B97F4A7C16;
+  // Seeds are tried until every name has a slot of its own.
+  while (!hasPlacedAll()) {
+    table.slots = {};
+    table.seed += 0x9E3779B97F4A7C16;
+  }
   return table;
 }
 

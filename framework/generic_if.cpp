@@ -15,16 +15,6 @@ constexpr std::array<std::string_view, 6> kOpNames{"read", "set", "instantiate",
 /// The error id of a text with more in it than its value.
 constexpr Exception::Id kJunkBehindValue = 12;
 
-GenericIf::Value perform(GenericIf const& on, AttrRow const* row, std::string_view name, GenericIf::Op op,
-                         std::span<GenericIf::Value const> args) {
-  if (row == nullptr || !row->does(op)) GenericIf::throwOpNotSupportedException(name, op);
-  auto& object = const_cast<PtrInterface&>(*on.object());
-  if (op == GenericIf::Op::kRead) return row->perform(*row, object, op, args);
-  if (on.isConst()) GenericIf::throwConstException();
-  Turn turn;
-  return row->perform(*row, object, op, args);
-}
-
 std::unique_ptr<GenericIf::AttributeIterator> iterate(GenericIf const& on, AttrRow const* row, std::string_view name) {
   if (row == nullptr) GenericIf::throwOpNotSupportedException(name, GenericIf::Op::kRead);
   if (row->iterate == nullptr) GenericIf::throwBadIndexAttrException(name, {});
@@ -38,42 +28,50 @@ Ptr<T> notNull(Ptr<T> const& object) {
 
 }  // namespace
 
-GenericIf::GenericIf(Ptr<PtrInterface> const& object) : object_(notNull(object)), isConst_(false) {}
-GenericIf::GenericIf(Ptr<PtrInterface const> const& object) : object_(notNull(object)), isConst_(true) {}
+GenericIf::GenericIf(Ptr<PtrInterface> const& object)
+    : object_(notNull(object)), type_(&object_->fwkType()), isConst_(false) {}
+GenericIf::GenericIf(Ptr<PtrInterface const> const& object)
+    : object_(notNull(object)), type_(&object_->fwkType()), isConst_(true) {}
 GenericIfEntity::GenericIfEntity(Ptr<Entity> const& entity) : GenericIf(Ptr<PtrInterface>(entity)) {}
 GenericIfEntity::GenericIfEntity(Ptr<Entity const> const& entity) : GenericIf(Ptr<PtrInterface const>(entity)) {}
 
 AttributeId GenericIf::attributeId(std::string_view name) const {
-  AttrRow const* const row = object_->fwkType().row(name);
+  AttrRow const* const row = type_->row(name);
   return row != nullptr ? row->id : 0;
 }
 
 String8 GenericIf::attributeString(AttributeId id) const {
-  AttrRow const* const row = object_->fwkType().row(id);
+  AttrRow const* const row = type_->row(id);
   return row != nullptr ? String8(row->name) : String8();
 }
 String8 GenericIfEntity::attributeString(AttributeId id) const {
   return static_cast<Entity const&>(*object()).attributeString(id);
 }
 
-GenericIf::Value GenericIf::attributeOp(AttributeId id, Op op, std::span<Value const> args) const {
-  return perform(*this, object_->fwkType().row(id), std::to_string(id), op, args);
+GenericIf::Value GenericIf::change(AttrRow const& row, Op op, Value const* args, std::size_t count) const {
+  if (isConst_) throwConstException();
+  Turn turn;
+  return row.on(op)(const_cast<PtrInterface&>(*object_), row, {args, count});
 }
-GenericIf::Value GenericIf::attributeOp(std::string_view name, Op op, std::span<Value const> args) const {
-  return perform(*this, object_->fwkType().row(name), name, op, args);
+GenericIf::Value GenericIf::performByName(std::string_view name, Op op, std::span<Value const> args) const {
+  AttrRow const* const row = type_->row(name);
+  if (row == nullptr || !row->does(op)) throwOpNotSupportedException(name, op);
+  return perform(*row, op, args);
+}
+GenericIf::Value GenericIf::attributeOp(AttributeId id, Op op, std::span<Value const> args) const {
+  AttrRow const* const row = type_->row(id);
+  if (row == nullptr || !row->does(op)) throwOpNotSupportedException(std::to_string(id), op);
+  return perform(*row, op, args);
 }
 GenericIf::Value GenericIf::attributeOp(AttributeId id, Op op, std::initializer_list<Value> args) const {
   return attributeOp(id, op, std::span(args.begin(), args.size()));
 }
-GenericIf::Value GenericIf::attributeOp(std::string_view name, Op op, std::initializer_list<Value> args) const {
-  return attributeOp(name, op, std::span(args.begin(), args.size()));
-}
 
 std::unique_ptr<GenericIf::AttributeIterator> GenericIf::attributeIteratorConst(AttributeId id) const {
-  return iterate(*this, object_->fwkType().row(id), std::to_string(id));
+  return iterate(*this, type_->row(id), std::to_string(id));
 }
 std::unique_ptr<GenericIf::AttributeIterator> GenericIf::attributeIteratorConst(std::string_view name) const {
-  return iterate(*this, object_->fwkType().row(name), name);
+  return iterate(*this, type_->row(name), name);
 }
 
 void GenericIf::throwConstException() { throw ConstException("attempting to modify a const instance"); }
@@ -124,7 +122,7 @@ std::vector<Name> GenericIf::List_::names(Value const& list) {
   std::vector<Name> found;
   for (Value const& element : held->elements()) {
     auto const object = element.object();
-    AttrRow const* const row = object ? object->fwkType().row("name") : nullptr;
+    AttrRow const* const row = object ? object->fwkType().row(std::string_view("name")) : nullptr;
     Value const name = row != nullptr ? GenericIf(object).attributeOp("name", Op::kRead) : Value();
     if (!name.is<Name>()) throwTypeException("name");
     found.push_back(name.as<Name>());

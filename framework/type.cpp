@@ -5,13 +5,9 @@
 
 namespace Nox {
 
-AttrRow const* NoxType::row(std::string_view attribute) const noexcept {
-  for (NoxType const* t = this; t != nullptr; t = t->base) {
-    AttrRows const& table = t->rows;
-    if (table.count == 0) continue;
-    unsigned const number = table.slots[attrHash(attribute, table.seed) >> table.shift];
-    if (number != 0 && table.rows[number - 1].name == attribute) return &table.rows[number - 1];
-  }
+AttrRow const* NoxType::row(AttrKey const& attribute) const noexcept {
+  for (NoxType const* t = this; t != nullptr; t = t->base)
+    if (AttrRow const* const row = t->ownRow(attribute); row != nullptr) return row;
   return nullptr;
 }
 

@@ -3,6 +3,7 @@
 
 #include <string_view>
 
+#include "framework/attr_key.h"
 #include "framework/introspection.h"
 
 namespace Nox {
@@ -13,10 +14,14 @@ struct AttrRow;
 /// counting from the first. Made by `AttrTable`.
 struct AttrRows {
   AttrRow const* rows = nullptr;
-  std::uint8_t const* slots = nullptr;  ///< The number of a row, counting from 1, by the hash of its name; 0 for none.
+  std::uint8_t const* slots = nullptr;  ///< The place of a row by the hash of its name; of any row where none has it.
   std::uint64_t seed = 0;
   unsigned count = 0;
-  unsigned shift = 0;
+
+  static constexpr std::size_t kSlots = 256;
+  static constexpr std::size_t slotOf(AttrKey const& name, std::uint64_t seed) noexcept {
+    return name.hash(seed) >> 56;
+  }
 };
 
 /// What is known of a class at run time. One object per class; its address is the class's identity across libraries.
@@ -44,8 +49,10 @@ class NOX_EXPORT NoxType : public LinkQueueLink<> {
   }
 
   /// The row of an attribute of the class or of those it derives from; null if there is none.
-  AttrRow const* row(std::string_view attribute) const noexcept;
+  AttrRow const* row(AttrKey const& attribute) const noexcept;
   AttrRow const* row(AttributeId id) const noexcept;
+  /// The same of the class's own attributes alone.
+  AttrRow const* ownRow(AttrKey const& attribute) const noexcept;
 
   // The description, as it was registered.
 

@@ -68,6 +68,10 @@ class Chassis final : public Nox::Typed<Chassis, Nox::Entity> {
     for (Name const& name : names) handleOne(name);
   }
   void fail() { throw Nox::NameInUseException("taken"); }
+  void failHalfway() {
+    isNondestructingIs(true);
+    fail();
+  }
   bool isHidden() const { return true; }
 
   /// Everything that an operation could change.
@@ -105,7 +109,8 @@ constexpr auto kChassis = [] {
       Nox::handler<&T::handleOne, &T::handleAll>("handle", "name"),
       Nox::handler<&T::handleNames>("handleNames", "names"),
       Nox::handler<&T::fail>("fail"),
-      Nox::unlisted(Nox::plain<&T::isHidden>("isHidden")));
+      Nox::unlisted(Nox::plain<&T::isHidden>("isHidden")),
+      Nox::unlisted(Nox::handler<&T::failHalfway>("failHalfway")));
 }();
 constinit Nox::NoxType Chassis::noxType{"Sample::Chassis", &Nox::Entity::noxType, nullptr, kChassis.view()};
 
@@ -205,8 +210,8 @@ TEST_F(GenericIfTest, NamesAndIdsLeadToEachOther) {
   EXPECT_EQ(byName.attributeId("isHidden"), 267U);
   EXPECT_EQ(byName.attributeId("nonsense"), 0U);
   EXPECT_EQ(byName.attributeId(""), 0U);
-  for (Nox::AttributeId id = 256; id <= 267; ++id) EXPECT_EQ(byName.attributeId(byName.attributeString(id)), id);
-  EXPECT_EQ(byName.attributeString(268), "");
+  for (Nox::AttributeId id = 256; id <= 268; ++id) EXPECT_EQ(byName.attributeId(byName.attributeString(id)), id);
+  EXPECT_EQ(byName.attributeString(269), "");
   EXPECT_EQ(byName.attributeOp(257, Op::kRead), Value(4U));
   EXPECT_EQ(byName.attributeOp("fullName", Op::kRead).as<Nox::String8>(), "spine") << "the base class answers";
 }
@@ -304,6 +309,28 @@ TEST_F(GenericIfTest, AnOperationIsATurn) {
   watcher->isRegisteredNotifieeIs(true);
   byName.attributeOp("isNondestructing", Op::kSet, {true});
   EXPECT_THAT(chassis->calls, ElementsAre("in a turn"));
+}
+
+TEST_F(GenericIfTest, AnOperationThatFailsDeliversWhatItWroteAndLeavesAHandlersExceptionToTheNext) {
+  struct Watcher final : Nox::Entity::NotifieeConst {
+    explicit Watcher(Ptr<Chassis> const& watched) { notifierIs(Ptr<Nox::PtrInterface const>(watched)); }
+    void onIsNondestructing() override {
+      ++heard;
+      throw Nox::RangeException("heard");
+    }
+    int heard = 0;
+  };
+  auto const watcher = Nox::make<Watcher>(chassis);
+  watcher->isRegisteredNotifieeIs(true);
+  EXPECT_THROW(byName.attributeOp("failHalfway", Op::kCall), Nox::NameInUseException);
+  EXPECT_EQ(watcher->heard, 1);
+  EXPECT_FALSE(Nox::Turn::isOpen());
+  EXPECT_EQ(byName.attributeOp("slots", Op::kRead), Value(4U));
+  EXPECT_THROW(byName.attributeOp("slots", Op::kSet, {5U}), Nox::RangeException);
+  EXPECT_EQ(chassis->slots(), 5U);
+  EXPECT_NO_THROW(byName.attributeOp("isNondestructing", Op::kSet, {true}));
+  EXPECT_THROW(byName.attributeOp("isNondestructing", Op::kSet, {false}), Nox::RangeException);
+  EXPECT_FALSE(Nox::Turn::isOpen());
 }
 
 }  // namespace
