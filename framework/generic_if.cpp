@@ -50,8 +50,7 @@ String8 GenericIfEntity::attributeString(AttributeId id) const {
 
 GenericIf::Value GenericIf::change(AttrRow const& row, Op op, Value const* args, std::size_t count) const {
   if (isConst_) throwConstException();
-  Turn turn;
-  return row.on(op)(const_cast<PtrInterface&>(*object_), row, {args, count});
+  return inTurn([&] { return row.on(op)(const_cast<PtrInterface&>(*object_), row, {args, count}); });
 }
 GenericIf::Value GenericIf::performByName(std::string_view name, Op op, std::span<Value const> args) const {
   AttrRow const* const row = type_->row(name);

@@ -262,12 +262,11 @@ static TurnQueue& queue() {
   return q;
 }
 
-void Turn::close() {
+void detail::closeOutermostTurn(bool reportsNow) {
   TurnQueue& waiting = queue();
   waiting.drain();
   --turnState.open;
-  if (reports_ == Reports::kLater || std::uncaught_exceptions() > uncaught_) return;
-  waiting.report();
+  if (reportsNow) waiting.report();
 }
 
 void detail::queueTheRest(NotifieeList const* list) noexcept { queue().queueTheRest(list); }

@@ -38,6 +38,8 @@ struct TurnState {
 /// Named to the compiler as memory that is reached without a call, here and in the libraries above: a nested turn takes
 /// 13 instructions instead of about 30.
 [[gnu::tls_model("initial-exec")]] extern NOX_EXPORT constinit thread_local TurnState turnState;
+/// Closes the outermost turn, whose queue is in use.
+NOX_EXPORT void closeOutermostTurn(bool reportsNow);
 
 }  // namespace detail
 
@@ -56,7 +58,7 @@ class NOX_EXPORT Turn {
         uncaught_(detail::turnState.open++ == 0 && reports == Reports::kNow ? std::uncaught_exceptions() : 0) {}
   ~Turn() noexcept(false) {
     if (detail::turnState.open == 1 && detail::turnState.queueInUse)
-      close();
+      detail::closeOutermostTurn(reports_ == Reports::kNow && std::uncaught_exceptions() <= uncaught_);
     else
       --detail::turnState.open;
   }
@@ -67,11 +69,34 @@ class NOX_EXPORT Turn {
   static bool isOpen() noexcept { return detail::turnState.open != 0; }
 
  private:
-  void close();
-
   Reports reports_;
   int uncaught_;
 };
+
+/// Does `work` as a turn, as with an object around it, and returns what it returns. To ask for the exceptions in flight
+/// is spared: a value set by name takes 7 ns instead of 13.
+template <class Work>
+decltype(auto) inTurn(Work const& work) {
+  struct Open {
+    unsigned const around = detail::turnState.open++;
+    bool isAbandoned = false;
+    Open() = default;
+    Open(Open const&) = delete;
+    Open& operator=(Open const&) = delete;
+    ~Open() noexcept(false) {
+      if (around == 0 && detail::turnState.queueInUse)
+        detail::closeOutermostTurn(!isAbandoned);
+      else
+        detail::turnState.open = around;
+    }
+  } open;
+  try {
+    return work();
+  } catch (...) {
+    open.isAbandoned = true;
+    throw;
+  }
+}
 
 /// Queues a change of `notifier` for the reactors that are registered with it now, in their order, and takes the key
 /// over. Delivers at once, in a turn of its own, if none is open. A change whose key reactors may choose by is for
