@@ -124,16 +124,16 @@ class Input {
 // What a slot holds, one object at a time, each kept alive while `f` runs; `f` may remove any of them.
 template <class R, class F>
 void forEach(Input<R> const& slot, F f) {
-  if (Held<R> const keep(slot.reactor().get()); keep) f(*keep);
+  if (Ptr<R> const keep(slot.reactor().get()); keep) f(*keep);
 }
 template <class T, class F>
 void forEach(Ptr<T> const& slot, F f) {
-  if (Held<T> const keep(slot.get()); keep) f(*keep);
+  if (Ptr<T> const keep(slot.get()); keep) f(*keep);
 }
 template <class V, class K, class F>
 void forEach(HashMap<V, K> const& slot, F f) {
   for (typename HashMap<V, K>::IteratorConst at(slot); at; ++at) {
-    Held<V> const keep(&*at);
+    Ptr<V> const keep = at.member();
     f(*keep);
   }
 }
