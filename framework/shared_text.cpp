@@ -1,4 +1,5 @@
-// The table of shared texts: open addressing, swept of the texts that nobody else holds whenever it is half full.
+// The table of shared texts: open addressing, swept of the texts that nobody else holds when it is half full, and now
+// and then.
 #include "framework/shared_text.h"
 
 #include <algorithm>
@@ -16,12 +17,15 @@ namespace {
 /// Longer texts are rarely equal.
 constexpr std::size_t kLongest = 128;
 constexpr std::size_t kFewest = 64;
+constexpr std::size_t kAsksPerSlot = 8;
 
 class SharedTexts {
  public:
   using Text = StringN<unsigned char>;
 
   Text of(std::string_view characters) {
+    // Also where nothing new is asked, so that what has gone does not stay.
+    if (++asked_ > kAsksPerSlot * slots_.size()) sweep();
     std::uint64_t const hash = hashOf(characters);
     std::size_t at = find(characters, hash);
     if (at != kNowhere && !slots_[at].text.empty()) return slots_[at].text;
@@ -72,6 +76,7 @@ class SharedTexts {
       last = load<std::uint8_t>(first) << 16 | load<std::uint8_t>(first + size / 2) << 8 | load<std::uint8_t>(end - 1);
     }
     hash = (hash ^ last) * kOdd;
+    hash = (hash ^ (hash >> 32)) * kOdd;  // once more, as numbers at the end of names come in at the top
     return hash ^ (hash >> 32);
   }
 
@@ -87,12 +92,13 @@ class SharedTexts {
 
   /// Leaves room for as many again as are still held by others, so a sweep costs each text that is made a few steps.
   void sweep() {
-    std::erase_if(slots_, [](Slot const& slot) { return slot.text.empty() || !slot.text.isShared(); });
-    std::vector<Slot> held = std::exchange(slots_, {});
-    slots_.resize(std::max(kFewest, std::bit_ceil(4 * held.size())));
-    used_ = 0;
-    for (Slot& slot : held) {
-      std::size_t const at = find(slot.text.view(), slot.hash);
+    auto const isHeld = [](Slot const& slot) { return !slot.text.empty() && slot.text.isShared(); };
+    auto const held = static_cast<std::size_t>(std::count_if(slots_.begin(), slots_.end(), isHeld));
+    std::vector<Slot> before(std::max(kFewest, std::bit_ceil(4 * held)));
+    slots_.swap(before);
+    used_ = asked_ = 0;
+    for (Slot& slot : before) {
+      std::size_t const at = isHeld(slot) ? find(slot.text.view(), slot.hash) : kNowhere;
       if (at == kNowhere) continue;
       slots_[at] = std::move(slot);
       ++used_;
@@ -101,6 +107,7 @@ class SharedTexts {
 
   std::vector<Slot> slots_ = std::vector<Slot>(kFewest);
   std::size_t used_ = 0;
+  std::size_t asked_ = 0;  // since the last sweep
 };
 
 }  // namespace

@@ -49,8 +49,12 @@ TEST(MemoryTable, TellsWhereTheMemoryIs) {
   // So many services of one switch that what there is once is less than a hundredth.
   std::string services;
   for (int n = 0; n < 24; ++n) services += (n == 0 ? "\"" : ", \"") + std::to_string(n) + "\": {}";
-  folder.write("t", R"({"put": "registration/b/config", "value": {"serviceConfig": {)" + services + R"(}}}
-{"put": "registration/c/config", "value": {}}
+  // Texts that are shared stay for a while when they have gone, long ones do not.
+  std::string const version = R"({"versionConfig": {"version": {"1": ")" + std::string(200, 'x') + R"("}}})";
+  folder.write("t",
+               R"({"put": "registration/b/config", "value": {"serviceConfig": {)" + services + R"(}}}
+{"put": "registration/c/config", "value": {"serviceConfig": {"s": )" +
+                   version + R"(}}}
 {"delete": "registration/c"}
 )");
   Outcome const run = runProgram(folder, "replay --stats s t");

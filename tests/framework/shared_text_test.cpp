@@ -44,6 +44,29 @@ TEST(SharedText, IsTheTextThatWasAskedForWhateverComesAndGoes) {
   }
 }
 
+TEST(SharedText, GivesEachOfTenThousandNumberedNamesOneBuffer) {
+  for (std::string const before : {"switch-", "leaf-", "/ports/of/rack-7/switch-", ""}) {
+    for (std::string const behind : {"", "/status", "-a"}) {
+      std::vector<Name> held;
+      for (unsigned i = 0; i < 10'000; ++i)
+        held.push_back(sharedText<Name>(before + std::to_string(1'000'000 + i) + behind));
+      for (unsigned i = 0; i < 10'000; ++i)
+        ASSERT_EQ(sharedText<Name>(held[i].view()).data(), held[i].data()) << held[i];
+    }
+  }
+}
+
+TEST(SharedText, ForgetsWhatHasGoneThoughNothingNewIsAsked) {
+  Name const held = sharedText<Name>("held");
+  std::uint64_t const before = poolCounts().internal.live;
+  {
+    std::vector<Name> passing;
+    for (unsigned i = 0; i < 10'000; ++i) passing.push_back(sharedText<Name>("passing " + std::to_string(i)));
+  }
+  for (unsigned i = 0; i < 1'000'000; ++i) sharedText<Name>("held");
+  EXPECT_LT(poolCounts().internal.live, before + 100);
+}
+
 TEST(SharedText, LetsTextsGoThatNobodyElseHolds) {
   Name const held = sharedText<Name>("held");
   std::uint64_t const before = poolCounts().internal.live;
