@@ -18,6 +18,22 @@ std::byte* slotOf(Chunk const& chunk, std::size_t word, std::uint64_t bits) {
   return chunk.base + (word * 64 + static_cast<std::size_t>(std::countr_zero(bits))) * kGranule;
 }
 
+/// Empty chunks keep their memory until they are a part of those in use: a program that breathes faults nothing in
+/// again, and where few objects remain of many, their chunks are what remains.
+constexpr std::size_t kUsedPerWarm = 8;
+
+std::size_t warmOf(Region const& region) {
+  return static_cast<std::size_t>(std::popcount(region.empty & ~region.cold));
+}
+
+/// Gives the memory of empty chunks back: of one, or of all.
+void giveBack(Region& region, std::uint32_t chunks) {
+  bool const isAll = chunks == ~std::uint32_t{0};
+  auto const first = isAll ? 0 : static_cast<std::size_t>(std::countr_zero(chunks));
+  madvise(region.base + first * kChunkBytes, isAll ? kRegionBytes : kChunkBytes, MADV_DONTNEED);
+  region.cold |= chunks;
+}
+
 template <std::size_t... I>
 std::array<Chunk, kRegionChunks> chunksOf(Region& region, std::byte* base, std::index_sequence<I...> /*all*/) {
   return {Chunk(base + I * kChunkBytes, region)...};
@@ -80,8 +96,13 @@ Chunk& Heap::openChunk(Shape shape) {
   collect();
   if (open_[shape] != nullptr) return *open_[shape];
   Region& region = regionWithEmptyChunk();
-  Chunk& chunk = region.chunks[static_cast<std::size_t>(std::countr_zero(region.empty))];
-  region.empty &= region.empty - 1;
+  std::uint32_t const warm = region.empty & ~region.cold;
+  std::uint32_t const bit = warm != 0 ? warm & -warm : region.empty & -region.empty;
+  Chunk& chunk = region.chunks[static_cast<std::size_t>(std::countr_zero(bit))];
+  ++usedChunks_;
+  if (warm != 0) --warmChunks_;
+  region.empty &= ~bit;
+  region.cold &= ~bit;
   if (region.empty == 0) unlink(region);
 
   chunk.shape.store(shape, std::memory_order_release);
@@ -118,16 +139,18 @@ Region& Heap::regionWithEmptyChunk() {
   Region& region = from != nullptr ? *from : mapRegion();
   if (from != nullptr) from = region.next;
   link(region);
+  warmChunks_ += warmOf(region);
   return region;
 }
 
 Region& Heap::mapRegion() {
+  void* const descriptor = mapPages(sizeof(Region));  // first: without it the region's addresses would be lost
   std::byte* const base = mapChunks(kRegionBytes, kRegionBytes);
   // A whole region is one page where the system has such: without, a network of ten thousand switches took a quarter
   // more time, most of it in faults. What needs one region only may need little of it.
   if (hasRegion_) madvise(base, kRegionBytes, MADV_HUGEPAGE);
   hasRegion_ = true;
-  Region& region = *new (mapPages(sizeof(Region))) Region(base, *this);
+  Region& region = *new (descriptor) Region(base, *this);
   for (Chunk const& chunk : region.chunks) pageMap.word(chunk.base).store(addressOf(&chunk), std::memory_order_release);
   return region;
 }
@@ -165,13 +188,21 @@ void Heap::emptied(Chunk& chunk) {
   chunk.takes = chunk.gives = 0;
   chunk.shape.store(0, std::memory_order_release);
   Region& region = chunk.region;
+  std::uint32_t const bit = std::uint32_t{1} << (&chunk - region.chunks.data());
   if (region.empty == 0) link(region);
-  region.empty |= std::uint32_t{1} << (&chunk - region.chunks.data());
-  if (region.empty != ~std::uint32_t{0}) return;
-  unlink(region);
-  if (warm_ != nullptr) madvise(region.base, kRegionBytes, MADV_DONTNEED);
-  Region*& to = warm_ == nullptr ? warm_ : cold_;
-  region.next = std::exchange(to, &region);
+  region.empty |= bit;
+  --usedChunks_;
+  ++warmChunks_;
+  if (region.empty == ~std::uint32_t{0}) {
+    unlink(region);
+    warmChunks_ -= warmOf(region);
+    if (warm_ != nullptr) giveBack(region, region.empty);
+    Region*& to = warm_ == nullptr ? warm_ : cold_;
+    region.next = std::exchange(to, &region);
+  } else if (warmChunks_ > std::max(kRegionChunks, usedChunks_ / kUsedPerWarm)) {
+    giveBack(region, bit);
+    --warmChunks_;
+  }
 }
 
 void Heap::link(Chunk& chunk) {

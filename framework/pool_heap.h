@@ -9,7 +9,7 @@
 // A chunk's free slots hold the list that they are taken from. Which slots are taken is also a bitmap in the chunk's
 // descriptor, a bit for every 16 bytes. Descriptors stand apart from the memory that they describe, and neither they
 // nor a chunk's addresses are ever given up. So whether an address is a live object is read from the map and a
-// descriptor alone, at any time and from any thread, and an empty region's memory can go back to the system at once.
+// descriptor alone, at any time and from any thread, and what is empty can give its memory back to the system at once.
 #pragma once
 
 #include <array>
@@ -102,8 +102,9 @@ struct Region {
 
   std::byte* const base;
   Heap& owner;
-  /// A bit for every chunk without a shape.
+  /// A bit for every chunk without a shape, and for those of them that have no memory, or none that was touched.
   std::uint32_t empty = ~std::uint32_t{0};
+  std::uint32_t cold = ~std::uint32_t{0};
   static_assert(kRegionChunks == 32);
   /// Neighbours in the heap's list.
   Region* previous = nullptr;
@@ -175,6 +176,9 @@ class Heap {
   Region* warm_ = nullptr;
   Region* cold_ = nullptr;
   bool hasRegion_ = false;
+  /// Chunks that have a shape, and empty ones with memory in regions that are partly empty.
+  std::size_t usedChunks_ = 0;
+  std::size_t warmChunks_ = 0;
   /// Slots of each shape that were taken from chunks that have emptied since.
   std::array<std::uint64_t, kShapes> takenBefore_{};
 };
