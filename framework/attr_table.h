@@ -244,7 +244,7 @@ consteval auto memberOf(Ptr<V> (C::*read)(K const&) const) {
 /// The rows of one class.
 template <std::size_t N>
 struct AttrTable {
-  static_assert(N > 0 && N <= AttrRows::kSlots / 5, "a seed is found among a few dozen");
+  static_assert(N > 0 && N <= AttrRows::kSlots / 5, "a seed is found among a few hundred");
 
   std::array<AttrRow, N> rows{};
   std::array<std::uint8_t, AttrRows::kSlots> slots{};

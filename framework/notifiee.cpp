@@ -15,8 +15,7 @@ constinit NoxType PtrInterface::NotifieeConst::noxType{
 
 ActivityConfig::~ActivityConfig() = default;
 
-PtrInterface::NotifieeConst::NotifieeConst(bool flag) noexcept
-    : PtrInterface(Active()), state_(flag ? kRegistered | kFlag : kRegistered) {}
+PtrInterface::NotifieeConst::NotifieeConst(bool /*flag*/) noexcept : PtrInterface(Active()), state_(kRegistered) {}
 
 PtrInterface::NotifieeConst::~NotifieeConst() {
   if (NotifieeList::isLinked(*this)) list()->noxNotifiees().remove(*this);

@@ -94,8 +94,7 @@ class NOX_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
   static constexpr std::uint64_t kStatesKey = 2;
   static constexpr std::uint64_t kWatchesEntity = 4;
   static constexpr std::uint64_t kWasRegistered = 8;  // when notification was switched off
-  static constexpr std::uint64_t kFlag = 16;
-  static constexpr unsigned kOrderShift = 5;
+  static constexpr unsigned kOrderShift = 4;
 
   bool stateHas(std::uint64_t bit) const noexcept { return (state_ & bit) != 0; }
   void stateBitIs(std::uint64_t bit, bool on) const noexcept { state_ = on ? state_ | bit : state_ & ~bit; }

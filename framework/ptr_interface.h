@@ -81,7 +81,8 @@ class NOX_EXPORT PtrInterface : public VFPtrInterface {
   /// time.
   static constexpr std::uint32_t kDying = 0x08000000;
 
-  /// The same where a turn is yet to be opened, or a change to be queued: kept apart, as most objects go without.
+  /// What handleZeroRef does where a turn must be opened first, or a change queued: kept apart, as most objects go in
+  /// an open turn.
   [[gnu::noinline]] void handleZeroRefUnqueued() const noexcept;
 
   mutable CountedWord word_;

@@ -35,8 +35,8 @@ struct TurnState {
   unsigned changesByKeyWait = 0;
   bool isOffList = false;  ///< Whether a change is being delivered to reactors that are read off their list.
 };
-/// Named to the compiler as memory that is reached without a call, here and in the libraries above: a nested turn takes
-/// 13 instructions instead of about 30.
+/// Named to the compiler as memory that is reached without a call, here and in the libraries above. So a host that
+/// loads the libraries late needs room for it in what the loader keeps for such data, a few hundred bytes.
 [[gnu::tls_model("initial-exec")]] extern NOX_EXPORT constinit thread_local TurnState turnState;
 /// Closes the outermost turn, whose queue is in use.
 NOX_EXPORT void closeOutermostTurn(bool reportsNow);
@@ -72,31 +72,6 @@ class NOX_EXPORT Turn {
   Reports reports_;
   int uncaught_;
 };
-
-/// Does `work` as a turn, as with an object around it, and returns what it returns. To ask for the exceptions in flight
-/// is spared: a value set by name takes 7 ns instead of 13.
-template <class Work>
-decltype(auto) inTurn(Work const& work) {
-  struct Open {
-    unsigned const around = detail::turnState.open++;
-    bool isAbandoned = false;
-    Open() = default;
-    Open(Open const&) = delete;
-    Open& operator=(Open const&) = delete;
-    ~Open() noexcept(false) {
-      if (around == 0 && detail::turnState.queueInUse)
-        detail::closeOutermostTurn(!isAbandoned);
-      else
-        detail::turnState.open = around;
-    }
-  } open;
-  try {
-    return work();
-  } catch (...) {
-    open.isAbandoned = true;
-    throw;
-  }
-}
 
 /// Queues a change of `notifier` for the reactors that are registered with it now, in their order, and takes the key
 /// over. Delivers at once, in a turn of its own, if none is open. A change whose key reactors may choose by is for

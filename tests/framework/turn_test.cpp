@@ -300,6 +300,26 @@ TEST_F(TurnTest, AHandlerMayReleaseTheNotifierAndEveryReactor) {
   EXPECT_EQ(Counted::alive, 0);
 }
 
+TEST_F(TurnTest, AHandlerMayReleaseTheNotifierOfAChangeThatIsWrittenOnItsOwn) {
+  a->then = [&](std::string const&) {
+    device = nullptr;
+    a = b = nullptr;
+  };
+  Device& d = *device;
+  d.speedIs(1);
+  EXPECT_THAT(log, ElementsAre("a speed", "b speed"));
+  EXPECT_EQ(Counted::alive, 0);
+}
+
+TEST_F(TurnTest, TheKeyOfAChangeThatIsQueuedHalfwayIsLetGoOnce) {
+  Nox::Name const key("eth0");
+  a->then = [&](std::string const&) { b = nullptr; };
+  device->portIs(key, 1);
+  device->portDel(key);
+  EXPECT_THAT(log, ElementsAre("a port[eth0]", "b port[eth0]", "a port[eth0]"));
+  EXPECT_FALSE(key.isShared());
+}
+
 TEST_F(TurnTest, AQueuedChangeKeepsItsReactorsAndItsNotifierAlive) {
   {
     Turn turn;
