@@ -110,10 +110,12 @@ GenericIf::Value callForKeyOrAll(PtrInterface& self, AttrRow const& row, AttrRow
   return args.empty() ? call<All>(self, row, args) : call<One>(self, row, args);
 }
 
-/// What performs the operation of `M`; null if the class has no such member.
+/// Enters what performs the operation of `M`, unless the class has no such member.
 template <auto M>
-constexpr AttrRow::Perform ifAny(AttrRow::Perform perform) {
-  return kIsNone<M> ? nullptr : perform;
+constexpr void enter(AttrRow& row, GenericIf::Op op, AttrRow::Perform perform) {
+  if (kIsNone<M>) return;
+  row.on(op) = perform;
+  row.ops |= 1U << static_cast<unsigned>(op);
 }
 
 /// Names the arguments of `M`, but for the first `skip`.
@@ -150,10 +152,10 @@ constexpr AttrRow keyedRow(std::string_view name) {
   using Key = typename MethodOf<Member>::template Arg<0>;
   AttrRow row{.name = name, .type = TypeName<Map>::value};
   row.flags = NoxAttr::kKeyed;
-  row.on(Op::kRead) = &callForKeyOrAll<Key, Whole, Member>;
-  row.on(EnterOp) = EnterOp == Op::kSet ? ifAny<Enter>(&call<Enter>) : ifAny<Enter>(&callWithKey<Key, Enter>);
-  row.on(Op::kNew) = ifAny<New>(&callWithKey<Key, New>);
-  row.on(Op::kDelete) = &callForKeyOrAll<Key, DelAll, Del>;
+  enter<Whole>(row, Op::kRead, &callForKeyOrAll<Key, Whole, Member>);
+  enter<Enter>(row, EnterOp, EnterOp == Op::kSet ? &call<Enter> : &callWithKey<Key, Enter>);
+  enter<New>(row, Op::kNew, &callWithKey<Key, New>);
+  enter<Del>(row, Op::kDelete, &callForKeyOrAll<Key, DelAll, Del>);
   row.iterate = [](PtrInterface const& object) -> std::unique_ptr<GenericIf::AttributeIterator> {
     return std::make_unique<MapWalk<Map>>((static_cast<typename MethodOf<Whole>::Class const&>(object).*Whole)());
   };
@@ -167,9 +169,9 @@ template <auto Read, auto Set = detail::kNone, auto Del = detail::kNone>
 constexpr AttrRow plain(std::string_view name) {
   using Op = GenericIf::Op;
   AttrRow row{.name = name, .type = TypeName<typename detail::MethodOf<Read>::Result>::value};
-  row.on(Op::kRead) = detail::ifAny<Read>(&detail::callWithoutKey<Read>);
-  row.on(Op::kSet) = detail::ifAny<Set>(&detail::call<Set>);
-  row.on(Op::kDelete) = detail::ifAny<Del>(&detail::callWithoutKey<Del>);
+  detail::enter<Read>(row, Op::kRead, &detail::callWithoutKey<Read>);
+  detail::enter<Set>(row, Op::kSet, &detail::call<Set>);
+  detail::enter<Del>(row, Op::kDelete, &detail::callWithoutKey<Del>);
   return row;
 }
 
@@ -181,10 +183,10 @@ constexpr AttrRow child(std::string_view name, N... argNames) {
   using Op = GenericIf::Op;
   AttrRow row{.name = name, .type = TypeName<typename detail::MethodOf<Read>::Result>::value};
   detail::nameArgs<Is>(row, 0, argNames...);
-  row.on(Op::kRead) = detail::ifAny<Read>(&detail::callWithoutKey<Read>);
-  row.on(Op::kInstantiate) = detail::ifAny<Is>(&detail::call<Is>);
-  row.on(Op::kNew) = detail::ifAny<New>(&detail::call<New>);
-  row.on(Op::kDelete) = detail::ifAny<Del>(&detail::callWithoutKey<Del>);
+  detail::enter<Read>(row, Op::kRead, &detail::callWithoutKey<Read>);
+  detail::enter<Is>(row, Op::kInstantiate, &detail::call<Is>);
+  detail::enter<New>(row, Op::kNew, &detail::call<New>);
+  detail::enter<Del>(row, Op::kDelete, &detail::callWithoutKey<Del>);
   return row;
 }
 
@@ -213,11 +215,12 @@ constexpr AttrRow handler(std::string_view name, N... argNames) {
   AttrRow row{.name = name, .type = TypeName<typename detail::MethodOf<Handler>::Result>::value};
   detail::nameArgs<Handler>(row, 0, argNames...);
   row.flags = NoxAttr::kHandler;
-  row.on(Op::kCall) = [](PtrInterface& self, AttrRow const& called, AttrRow::Args args) -> GenericIf::Value {
-    if constexpr (!detail::kIsNone<Whole>)
-      if (args.empty()) return detail::call<Whole>(self, called, args);
-    return detail::call<Handler>(self, called, args);
-  };
+  detail::enter<Handler>(
+      row, Op::kCall, [](PtrInterface& self, AttrRow const& called, AttrRow::Args args) -> GenericIf::Value {
+        if constexpr (!detail::kIsNone<Whole>)
+          if (args.empty()) return detail::call<Whole>(self, called, args);
+        return detail::call<Handler>(self, called, args);
+      });
   return row;
 }
 
@@ -260,7 +263,6 @@ consteval AttrTable<sizeof...(Rows)> attrTable(AttributeId first, Rows... rows) 
   for (AttrRow& row : table.rows) {
     row.id = first++;
     row.key = AttrKey(row.name);
-    for (std::size_t op = 0; op < row.perform.size(); ++op) row.ops |= unsigned{row.perform[op] != nullptr} << op;
   }
   auto const hasPlacedAll = [&table] {
     std::array<bool, AttrRows::kSlots> isTaken{};

@@ -214,7 +214,7 @@ struct AttrRow {
 
   constexpr Perform& on(Op op) { return perform[static_cast<std::size_t>(op)]; }
   constexpr Perform on(Op op) const { return perform[static_cast<std::size_t>(op)]; }
-  constexpr bool does(Op op) const { return on(op) != nullptr; }
+  constexpr bool does(Op op) const { return (ops >> static_cast<unsigned>(op) & 1U) != 0; }
   /// Whether it is described with its arguments: an instantiating attribute or a handler.
   constexpr bool isInstantiating() const { return does(Op::kInstantiate) || does(Op::kCall); }
 };
