@@ -17,11 +17,11 @@ class AttrKey {
   constexpr AttrKey(std::string_view name) noexcept : name_(name) {
     std::size_t const n = name.size();
     if (n >= 8) {
-      head_ = word<8>(0);
-      tail_ = word<8>(n - 8);
+      head_ = word(0, 8);
+      tail_ = word(n - 8, 8);
     } else if (n >= 4) {
-      head_ = word<4>(0);
-      tail_ = word<4>(n - 4);
+      head_ = word(0, 4);
+      tail_ = word(n - 4, 4);
     } else {
       for (char const c : name) head_ = head_ << 8 | static_cast<unsigned char>(c);
     }
@@ -34,19 +34,18 @@ class AttrKey {
   friend bool operator==(AttrKey const& a, AttrKey const& b) noexcept {
     if (a.head_ != b.head_ || a.tail_ != b.tail_ || a.name_.size() != b.name_.size()) return false;
     for (std::size_t i = 8; i + 8 < a.name_.size(); i += 8)
-      if (a.word<8>(i) != b.word<8>(i)) return false;
+      if (a.word(i, 8) != b.word(i, 8)) return false;
     return true;
   }
 
  private:
-  template <std::size_t Bytes>
-  constexpr std::uint64_t word(std::size_t from) const noexcept {
+  constexpr std::uint64_t word(std::size_t from, std::size_t bytes) const noexcept {
     std::uint64_t read = 0;
     if (std::is_constant_evaluated()) {
-      for (std::size_t i = 0; i < Bytes; ++i)
+      for (std::size_t i = 0; i < bytes; ++i)
         read |= std::uint64_t{static_cast<unsigned char>(name_[from + i])} << (8 * i);
     } else {
-      std::memcpy(&read, name_.data() + from, Bytes);
+      std::memcpy(&read, name_.data() + from, bytes);
     }
     return read;
   }
