@@ -193,7 +193,7 @@ struct ArgRow {
 inline constexpr std::size_t kMaxArgs = 10;
 
 /// One row of a class's attribute table: what the description says of an attribute, and the functions that operate on
-/// it. `AttrTable` fills in the key, the operations' bits and the id.
+/// it. `attrTable` fills in the key and the id.
 struct AttrRow {
   using Op = GenericIf::Op;
   using Value = GenericIf::Value;

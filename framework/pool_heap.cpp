@@ -148,8 +148,7 @@ Region& Heap::mapRegion() {
   std::byte* const base = mapChunks(kRegionBytes, kRegionBytes);
   // A whole region is one page where the system has such: without, a network of ten thousand switches took a quarter
   // more time, most of it in faults. What needs one region only may need little of it.
-  if (hasRegion_) madvise(base, kRegionBytes, MADV_HUGEPAGE);
-  hasRegion_ = true;
+  if (usedChunks_ != 0) madvise(base, kRegionBytes, MADV_HUGEPAGE);
   Region& region = *new (descriptor) Region(base, *this);
   for (Chunk const& chunk : region.chunks) pageMap.word(chunk.base).store(addressOf(&chunk), std::memory_order_release);
   return region;

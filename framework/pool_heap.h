@@ -175,7 +175,6 @@ class Heap {
   Region* partlyEmpty_ = nullptr;
   Region* warm_ = nullptr;
   Region* cold_ = nullptr;
-  bool hasRegion_ = false;
   /// Chunks that have a shape, and empty ones with memory in regions that are partly empty.
   std::size_t usedChunks_ = 0;
   std::size_t warmChunks_ = 0;

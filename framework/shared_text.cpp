@@ -9,8 +9,6 @@
 #include <utility>
 #include <vector>
 
-#include "framework/name.h"
-
 namespace Nox {
 namespace {
 

@@ -288,9 +288,8 @@ void detail::forgetStays(PtrInterface::NotifieeConst const& reactor) noexcept { 
   }
   turnState.open = 1;
   waiting.deliverOffList(notifier, what, key);
-  if (turnState.queueInUse) waiting.drain();
+  if (turnState.queueInUse) return detail::closeOutermostTurn(true);
   turnState.open = 0;
-  if (turnState.queueInUse) waiting.report();
 }
 
 void queueNotification(Entity const& notifier, Notification const& what, KeySlot key) {

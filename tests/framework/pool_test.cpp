@@ -231,12 +231,22 @@ TEST(Pool, NeverCallsInternalMemoryLive) {
   for (auto const& [p, size] : all) NoxMemPool::operator delete(p, size);
 }
 
+/// Many objects, and the memory of the process before and after they were made.
+template <class T>
+struct Crowd {
+  explicit Crowd(std::size_t count) : objects(count), before(residentBytes()) {
+    for (std::size_t i = 0; i < count; ++i) objects[i] = std::make_unique<T>(i);
+    full = residentBytes();
+  }
+  std::vector<std::unique_ptr<T>> objects;
+  std::size_t before;
+  std::size_t full = 0;
+};
+
 TEST(Pool, GivesTheMemoryOfAMillionObjectsBack) {
   if (!kPlainBuild) GTEST_SKIP() << "sanitizers keep memory of their own";
-  std::vector<std::unique_ptr<Object>> objects(1'000'000);
-  std::size_t const before = residentBytes();
-  for (std::size_t i = 0; i < objects.size(); ++i) objects[i] = std::make_unique<Object>(i);
-  std::size_t const full = residentBytes();
+  Crowd<Object> crowd(1'000'000);
+  auto& [objects, before, full] = crowd;
   for (auto& object : objects) object.reset();
   std::size_t const after = residentBytes();
   constexpr std::size_t kKept = std::size_t{2} * 2 * 1024 * 1024;  // a warm region, and one with the last open chunk
@@ -246,10 +256,8 @@ TEST(Pool, GivesTheMemoryOfAMillionObjectsBack) {
 
 TEST(Pool, GivesMemoryBackThoughOneObjectInAThousandStays) {
   if (!kPlainBuild) GTEST_SKIP() << "sanitizers keep memory of their own";
-  std::vector<std::unique_ptr<WideObject>> objects(60'000);
-  std::size_t const before = residentBytes();
-  for (std::size_t i = 0; i < objects.size(); ++i) objects[i] = std::make_unique<WideObject>(i);
-  std::size_t const full = residentBytes();
+  Crowd<WideObject> crowd(60'000);
+  auto& [objects, before, full] = crowd;
   for (std::size_t i = 0; i < objects.size(); ++i)
     if (i % 1'000 != 0) objects[i].reset();
   EXPECT_LT(residentBytes(), before + (full - before) / 3);
