@@ -43,6 +43,24 @@ TEST(FaultyDiskCalls, LoseWhatAFailedSyncDidNotWriteInSpiteOfALaterOne) {
   }
 }
 
+TEST(FaultyDiskCalls, StopHalfWayOrDoNothingWhenTheyAreToldTo) {
+  OneFile one;
+  one.disk.plan({.effect = Effect::shorten, .error = EDQUOT});
+  EXPECT_EQ(one.file->write("12345678"), SQLITE_IOERR_WRITE);
+  EXPECT_EQ(one.disk.bytes("/f").substr(0, 6), "1234oo");
+  for (CallKind const kind : {CallKind::write, CallKind::truncate, CallKind::remove})
+    one.disk.plan({.effect = Effect::lie, .call = kind});
+  EXPECT_EQ(one.file->write("abcd"), SQLITE_OK);
+  EXPECT_EQ(one.file->truncate(0), SQLITE_OK);
+  sqlite3_vfs& vfs = vfsOf(one.disk);
+  EXPECT_EQ(vfs.xDelete(&vfs, "/f", 1), SQLITE_OK);
+  EXPECT_EQ(one.disk.bytes("/f").substr(0, 6), "1234oo");
+  EXPECT_EQ(one.disk.bytes("/f").size(), 1536U);
+  EXPECT_EQ(one.disk.fired(), 4U);
+  EXPECT_EQ(one.file->truncate(0), SQLITE_OK);
+  EXPECT_EQ(one.disk.bytes("/f"), "");
+}
+
 // Whatever the file held beside it is left alone, and each sector has a fate of its own.
 TEST(FaultyDiskCalls, KeepLoseTearOrSpoilEachUnsynchronisedSector) {
   std::set<std::string> fates;
@@ -96,7 +114,8 @@ TEST(FaultyDiskCalls, KeepOrLoseUnsynchronisedLengths) {
 
 TEST(FaultyDiskCalls, KeepOrLoseNamesUntilTheirFolderIsSynchronised) {
   std::set<std::vector<std::string>> outcomes;
-  std::set<std::vector<std::string>> afterDeletion;
+  std::set<std::vector<std::string>> afterOwnSync;
+  std::set<std::vector<std::string>> afterLaterSync;
   for (std::uint32_t seed = 0; seed < 40; ++seed) {
     FaultyDisk disk;
     sqlite3_vfs& vfs = vfsOf(disk);
@@ -123,18 +142,30 @@ TEST(FaultyDiskCalls, KeepOrLoseNamesUntilTheirFolderIsSynchronised) {
     EXPECT_EQ(again.sync(), SQLITE_OK);
     disk.powerCut(seed);
     disk.restart();
-    afterDeletion.insert(disk.names());
+    afterOwnSync.insert(disk.names());
 
     disk.restoreTo(before);
     OpenFile logAgain(vfs, "/d/log-wal", kCreate | SQLITE_OPEN_WAL);
     EXPECT_EQ(logAgain.sync(), SQLITE_OK);
+    FaultyDisk::Snapshot const synchronised = disk.snapshot();
     disk.powerCut(seed);
     disk.restart();
     EXPECT_THAT(disk.names(), ElementsAre("/d/log-wal", "/d/made", "/d/old"));
+
+    // That is done once.
+    disk.restoreTo(synchronised);
+    OpenFile logOnceMore(vfs, "/d/log-wal", kCreate | SQLITE_OPEN_WAL);
+    EXPECT_EQ(logOnceMore.sync(), SQLITE_OK);
+    EXPECT_EQ(vfs.xDelete(&vfs, "/d/old", 0), SQLITE_OK);
+    EXPECT_EQ(logOnceMore.sync(), SQLITE_OK);
+    disk.powerCut(seed);
+    disk.restart();
+    afterLaterSync.insert(disk.names());
   }
   EXPECT_EQ(outcomes.size(), 8U);
-  EXPECT_EQ(afterDeletion.size(), 4U);
-  for (auto const& names : afterDeletion) EXPECT_THAT(names, testing::Contains("/d/made"));
+  EXPECT_EQ(afterOwnSync.size(), 4U);
+  EXPECT_EQ(afterLaterSync.size(), 2U);
+  for (auto const& names : afterOwnSync) EXPECT_THAT(names, testing::Contains("/d/made"));
 }
 
 TEST(FaultyDiskCalls, AreUndoneByASnapshot) {

@@ -36,6 +36,7 @@ class Connection {
     if (code != SQLITE_OK && sqlite3_get_autocommit(handle_) == 0) sqlite3_exec(handle_, "ROLLBACK", {}, {}, {});
     return code;
   }
+  int systemError() const { return sqlite3_system_errno(handle_); }
   /// The first value of the answer; "?" if there is none.
   std::string answer(std::string const& sql) {
     sqlite3_stmt* statement = nullptr;
@@ -228,16 +229,17 @@ TEST(FaultyDisk, FailsAsPlanned) {
 
 TEST(FaultyDisk, FailsWhileItIsOpened) {
   for (FaultCase const& row : std::vector<FaultCase>{
-           {{.error = EIO, .call = CallKind::open, .role = FileRole::main}, "", SQLITE_CANTOPEN, EIO},
-           {{.error = ENOSPC, .call = CallKind::create, .role = FileRole::log}, "", SQLITE_CANTOPEN, ENOENT},
-           {{.error = EIO, .call = CallKind::size, .role = FileRole::main}, "", SQLITE_IOERR_FSTAT, EIO},
+           {{.error = EIO, .call = CallKind::open, .role = FileRole::main}, entry(3), SQLITE_CANTOPEN, EIO},
+           {{.error = ENOSPC, .call = CallKind::create, .role = FileRole::log}, entry(3), SQLITE_CANTOPEN, ENOENT},
+           {{.error = EIO, .call = CallKind::size, .role = FileRole::main}, entry(3), SQLITE_IOERR_FSTAT, EIO},
        }) {
     FaultyDisk disk;
     ASSERT_EQ(write(disk, kLog, 2), 2);
     EXPECT_THAT(disk.names(), ElementsAre(kDatabase));
     disk.plan(row.fault);
     Connection connection(disk);
-    EXPECT_EQ(connection.run(kLog + entry(3)), row.code);
+    EXPECT_EQ(connection.run(kLog + row.sql), row.code);
+    EXPECT_EQ(connection.systemError(), row.error);
     EXPECT_EQ(disk.fired(), 1U);
   }
 }
