@@ -90,6 +90,18 @@ Revision parseRevision(std::string_view text, std::string const& what) {
   return revision;
 }
 
+std::optional<Revision> parseEventId(std::string_view text, HistoryId const& present, std::string const& what) {
+  std::size_t const at = text.find('@');
+  Revision revision = 0;
+  auto const [end, error] = std::from_chars(text.data(), text.data() + std::min(at, text.size()), revision);
+  std::string_view const history = at == std::string_view::npos ? std::string_view(present) : text.substr(at + 1);
+  bool const isHistory =
+      history.size() == present.size() && history.find_first_not_of("0123456789abcdef") == std::string_view::npos;
+  if (error != std::errc() || end != text.data() + std::min(at, text.size()) || !isHistory)
+    refuseParameter(what, "a revision, as digits, or an event's id, REVISION@HISTORY", text);
+  return history == present ? std::optional(revision) : std::nullopt;
+}
+
 Path pathOf(std::string const& text) {
   try {
     return parsePath(text);
@@ -135,7 +147,9 @@ HttpProblem refusal(InputError const& error) {
 
 HttpProblem storeProblem(StoreError const& error) {
   bool const isFull = dynamic_cast<StoreFull const*>(&error) != nullptr;
-  return {isFull ? 507 : 503, InputError("", error.what())};
+  HttpProblem problem(isFull ? 507 : 503, InputError("", error.what()));
+  problem.isOutcomeUnknown = dynamic_cast<OutcomeUnknown const*>(&error) != nullptr;
+  return problem;
 }
 
 HttpProblem handlerProblem(std::string const& reason, std::string const& path) {
@@ -161,6 +175,7 @@ Json problemJson(HttpProblem const& problem) {
   if (!problem.error().path().empty()) json["path"] = problem.error().path();
   if (!problem.error().field().empty()) json["field"] = problem.error().field();
   json["reason"] = problem.error().reason();
+  if (problem.isOutcomeUnknown) json["outcome"] = "unknown";
   return json;
 }
 

@@ -18,6 +18,8 @@ class HttpProblem : public std::exception {
   InputError const& error() const noexcept { return error_; }
   /// What a 405 says is allowed; empty otherwise.
   std::string allow;
+  /// Nobody knows whether what was asked for has been done; otherwise nothing has.
+  bool isOutcomeUnknown = false;
 
  private:
   int status_;
@@ -45,6 +47,10 @@ struct TreeApi::Call {
 
 /// A number of digits alone; throws an InputError that calls it `what`.
 Revision parseRevision(std::string_view text, std::string const& what);
+
+/// The id of an event, "REVISION@HISTORY", or a revision alone, which is one of the present history; throws an
+/// InputError that calls it `what`. Nothing if it is of another history.
+std::optional<Revision> parseEventId(std::string_view text, HistoryId const& present, std::string const& what);
 
 /// As `parsePath()`, with the text as the error's path.
 Path pathOf(std::string const& text);

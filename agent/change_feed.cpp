@@ -69,10 +69,10 @@ class Feed {
 
   HttpRequest makeWatch() const {
     std::string target = "/v1/watch?prefix=" + queryValue(request_.prefix);
-    if (request_.after) target += "&after=" + std::to_string(*request_.after);
+    if (request_.after) target += "&after=" + queryValue(*request_.after);
     HttpRequest watch = makeRequest("GET", target);
     watch.fields.emplace_back("Accept", "text/event-stream");
-    if (lastId_) watch.fields.emplace_back("Last-Event-ID", std::to_string(*lastId_));
+    if (lastId_) watch.fields.emplace_back("Last-Event-ID", *lastId_);
     return watch;
   }
 
@@ -83,10 +83,14 @@ class Feed {
     if (!wasConnected_) {
       wasConnected_ = true;
       goal_ = revision;
-      // From now on is behind this revision, whatever happens to the connection.
-      if (!request_.after) lastId_ = revision;
+      std::string const now = std::to_string(revision);
+      auto const history = findField(head.fields, "Enrolix-History");
+      std::string const id = history ? now + "@" + std::string(*history) : now;
+      // From now on is behind this revision, whatever happens to the connection and to the server's state.
+      if (!request_.after) lastId_ = id;
       // Behind 0 there is what stood at the start, also where there was no turn yet.
-      if (!request_.after || (*request_.after > 0 && *request_.after == revision)) reach(revision);
+      bool const isLast = request_.after == id || (request_.after == now && revision > 0);
+      if (!request_.after || isLast) reach(revision);
     }
     return !isEnough();
   }
@@ -103,10 +107,12 @@ class Feed {
 
   void readId() {
     if (stream_.lastId().empty() || isDone_) return;
-    auto const id = readNumber(stream_.lastId());
-    if (!id) throw ClientFailure(ExitCode::kNoAnswer, "the server's answer cannot be understood: an id is no revision");
-    lastId_ = id;
-    reach(*id);
+    std::string const& text = stream_.lastId();
+    auto const revision = readNumber(std::string_view(text).substr(0, text.find('@')));
+    if (!revision)
+      throw ClientFailure(ExitCode::kNoAnswer, "the server's answer cannot be understood: an id is no revision");
+    lastId_ = text;
+    reach(*revision);
   }
 
   void tell(ServerEvent const& event) {
@@ -153,7 +159,7 @@ class Feed {
   std::function<bool(FeedEvent const&)> const& take_;
   EventStream stream_;
   int status_ = 200;
-  std::optional<std::uint64_t> lastId_;
+  std::optional<std::string> lastId_;
   /// The revision that the server had when the watch began, until it is reached.
   std::optional<std::uint64_t> goal_;
   bool wasConnected_ = false;

@@ -28,8 +28,8 @@ struct FeedEvent {
 /// What is to be followed, and how.
 struct FeedRequest {
   std::string prefix;
-  /// What came behind this revision; from now on if absent.
-  std::optional<std::uint64_t> after;
+  /// What came behind this event, its id or a revision of the present history; from now on if absent.
+  std::optional<std::string> after;
   /// Waits before the next attempt; false gives up.
   std::function<bool(std::chrono::milliseconds time)> sleep;
   /// Told in one line why the connection is made anew.

@@ -16,6 +16,7 @@ ExitCode runCommand(DeleteOptions const& options, ClientSurroundings const& surr
 ExitCode runCommand(WatchOptions const& options, ClientSurroundings const& surroundings);
 ExitCode runCommand(ApplyOptions const& options, ClientSurroundings const& surroundings);
 ExitCode runCommand(DumpOptions const& options, ClientSurroundings const& surroundings);
+ExitCode runCommand(BackupOptions const& options, ClientSurroundings const& surroundings);
 ExitCode runCommand(SwitchesOptions const& options, ClientSurroundings const& surroundings);
 ExitCode runCommand(FleetOptions const& options, ClientSurroundings const& surroundings);
 

@@ -49,6 +49,20 @@ CLI::Validator isNumber() {
           ""};
 }
 
+CLI::Validator isEventId() {
+  return {[](std::string& text) {
+            std::size_t const at = std::min(text.find('@'), text.size());
+            auto const isOf = [](std::string const& part, char const* letters) {
+              return !part.empty() && part.find_first_not_of(letters) == std::string::npos;
+            };
+            bool const isId = isOf(text.substr(0, at), "0123456789") &&
+                              (at == text.size() || isOf(text.substr(at + 1), "0123456789abcdef"));
+            return isId ? std::string()
+                        : "expected a revision, or an event's id like 812@1f0e5c77a9b3d246, found " + inQuotes(text);
+          },
+          ""};
+}
+
 /// An option for a time, which takes `store` milliseconds.
 template <class Store>
 void addSeconds(CLI::App& command, std::string const& name, std::string const& description, Store store) {
@@ -137,9 +151,11 @@ void ClientCommands::describeDocuments(CLI::App& app) {
 void ClientCommands::describeTree(CLI::App& app) {
   CLI::App& watch = add(app, "watch", "Print changes as they happen", watch_);
   addPrefix(watch, watch_.prefix);
-  watch.add_option("--after", watch_.after, "Begin behind this revision, 0 for all that is there; now by default")
-      ->type_name("REVISION")
-      ->check(isNumber());
+  watch
+      .add_option(
+          "--after", watch_.after, "Begin behind this revision or event id, 0 for all that is there; now by default")
+      ->type_name("ID")
+      ->check(isEventId());
   watch.add_flag("--once", watch_.isOnce, "Print what is there and end");
 
   CLI::App& apply = add(app, "apply", "Send scenario files", apply_);
@@ -153,6 +169,12 @@ void ClientCommands::describeTree(CLI::App& app) {
 
   CLI::App& dump = add(app, "dump", "Print the tree as replay does", dump_);
   addPrefix(dump, dump_.prefix);
+
+  CLI::App& backup = add(app, "backup", "Copy the whole state to a file, from which restore makes a state", backup_);
+  backup.add_option("FILE", backup_.file, "The file, which appears when the copy is whole")
+      ->type_name("")
+      ->required()
+      ->check(notEmpty("file name"));
 
   CLI::App& switches = add(app, "switches", "Print the table of switches", switches_);
   switches.add_flag("--watch", switches_.isWatched, "Print it anew when something has changed");
@@ -184,7 +206,7 @@ std::optional<ClientOptions> ClientCommands::chosen() const {
   ClientOptions options = found->second();
   if (auto* const put = std::get_if<PutOptions>(&options); put && putFile_) put->file = *putFile_;
   if (auto* const watch = std::get_if<WatchOptions>(&options); watch && watch->isOnce && !watch->after)
-    watch->after = 0;
+    watch->after = "0";
   if (auto const* const apply = std::get_if<ApplyOptions>(&options))
     if (std::count(apply->files.begin(), apply->files.end(), "-") > 1)
       throw CLI::ValidationError("FILE", "standard input can be read only once");

@@ -63,8 +63,8 @@ struct DeleteOptions {
 struct WatchOptions {
   ClientCommonOptions common;
   std::string prefix;
-  /// What came behind this revision; from now on if absent.
-  std::optional<std::uint64_t> after;
+  /// What came behind this revision, or the event of this id; from now on if absent.
+  std::optional<std::string> after;
   /// Whether it ends when it knows all that stands now.
   bool isOnce = false;
 };
@@ -84,6 +84,12 @@ struct ApplyOptions {
 struct DumpOptions {
   ClientCommonOptions common;
   std::string prefix;
+};
+
+/// `enrolix backup`: copies the whole state to a file.
+struct BackupOptions {
+  ClientCommonOptions common;
+  std::string file;
 };
 
 /// `enrolix switches`: prints the table of switches.
@@ -111,7 +117,7 @@ struct FleetOptions {
 };
 
 using ClientOptions = std::variant<GetOptions, PutOptions, DeleteOptions, WatchOptions, ApplyOptions, DumpOptions,
-                                   SwitchesOptions, FleetOptions>;
+                                   BackupOptions, SwitchesOptions, FleetOptions>;
 
 /// The commands' part of the command line.
 class ClientCommands {
@@ -140,6 +146,7 @@ class ClientCommands {
   WatchOptions watch_;
   ApplyOptions apply_;
   DumpOptions dump_;
+  BackupOptions backup_;
   SwitchesOptions switches_;
   FleetOptions fleet_;
   /// Every command with what it leaves.

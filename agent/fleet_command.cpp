@@ -37,7 +37,7 @@ class Readiness {
     try {
       FeedRequest request;
       request.prefix = std::string(kPrefix);
-      request.after = 0;
+      request.after = "0";
       request.sleep = [this](milliseconds time) { return sleep(time); };
       request.note = [this](std::string_view line) { note(line); };
       request.isEnough = [this] { return isOver(); };

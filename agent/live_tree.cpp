@@ -9,12 +9,6 @@
 namespace Agent {
 namespace {
 
-Revision load(Store& store, Documents& to) {
-  return store.load([&](DocumentChange const& document) {
-    to.emplace_hint(to.end(), document.path, Document{document.text, document.revision, document.timeToLive});
-  });
-}
-
 /// Does `work`, about the document at `path`: what it throws says so.
 template <class Work>
 void about(std::string const& path, Work const& work) {
@@ -28,35 +22,40 @@ void about(std::string const& path, Work const& work) {
 
 }  // namespace
 
-LiveTree::LiveTree(Nox::Library const& library, Store& store)
-    : revision_(load(store, documents_)), host_(library, [this](Tables& tables) { restore(tables); }) {
-  firstTurn_.revision = revision_ + 1;
-  auto known = documents_.begin();
+TreeDocuments readDocuments(Store& store, std::map<std::string, std::chrono::milliseconds>* left) {
+  TreeDocuments read;
+  read.revision = store.load([&](DocumentChange const& document) {
+    read.documents.emplace_hint(
+        read.documents.end(), document.path, Document{document.text, document.revision, document.timeToLive, false});
+    if (left != nullptr && document.left != document.timeToLive) left->emplace(document.path, *document.left);
+  });
+  return read;
+}
+
+LiveTree::LiveTree(Nox::Library const& library, TreeDocuments& documents)
+    : kept_(documents), host_(library, [this](Tables& tables) { restore(tables); }) {
+  firstTurn_.turn.revision = kept_.revision + 1;
+  auto known = kept_.documents.begin();
   // Both are in the same order, so that a document that the registry no longer has is one that was passed over.
   std::vector<std::string> gone;
   tree_->forEach([&](std::string const& path, Json const& document) {
-    for (; known != documents_.end() && known->first < path; ++known) gone.push_back(known->first);
-    if (known != documents_.end() && known->first == path) ++known;
+    for (; known != kept_.documents.end() && known->first < path; ++known) gone.push_back(known->first);
+    if (known != kept_.documents.end() && known->first == path) ++known;
     compare(path, &document, firstTurn_);
   });
-  for (; known != documents_.end(); ++known) gone.push_back(known->first);
+  for (; known != kept_.documents.end(); ++known) gone.push_back(known->first);
   for (std::string const& path : gone) compare(path, nullptr, firstTurn_);
-  if (!firstTurn_.changes.empty()) ++revision_;
+  if (!firstTurn_.turn.changes.empty()) ++kept_.revision;
 }
 
 void LiveTree::restore(Tables& tables) {
   tree_.emplace(tables);
-  auto const restoreIf = [&](bool isRow) {
-    for (auto const& [path, document] : documents_) {
-      about(path, [&, &path = path, &document = document] {
-        Path const place = parsePath(path);
-        if (std::holds_alternative<At::ControllerSwitch>(place) != isRow) return;
-        tree_->restore(place, readJson(*document.text));
-      });
-    }
-  };
-  restoreIf(false);
-  restoreIf(true);
+  for (auto const& [path, document] : kept_.documents) {
+    about(path, [&, &path = path, &document = document] {
+      Path const place = parsePath(path);
+      if (!std::holds_alternative<At::ControllerSwitch>(place)) tree_->restore(place, readJson(*document.text));
+    });
+  }
 }
 
 TurnResult LiveTree::apply(std::span<Operation const> operations, std::optional<std::chrono::milliseconds> timeToLive,
@@ -77,31 +76,40 @@ TurnResult LiveTree::apply(std::span<Operation const> operations, std::optional<
   } catch (std::exception const& exception) {
     result.failure = printable(exception.what(), 1000);
   }
-  result.turn = collect(changed);
+  collect(changed, result);
   std::size_t const changes = result.turn.changes.size();
   for (Operation const& operation : operations)
     if (operation.value && std::holds_alternative<At::Heartbeat>(operation.path))
-      renew(toText(operation.path), timeToLive, result.turn, changes);
+      renew(toText(operation.path), timeToLive, result, changes);
   return result;
 }
 
-// In the heartbeat's own change if it is among the first `changes`, which are in order; otherwise as a renewal.
-void LiveTree::renew(std::string const& path, std::optional<std::chrono::milliseconds> timeToLive, CommittedTurn& turn,
+// In the heartbeat's own change if it is among the first `changes`, which are in order; otherwise as a renewal. The
+// first one since the start is one, too: what a start leaves to a heartbeat depends on it.
+void LiveTree::renew(std::string const& path, std::optional<std::chrono::milliseconds> timeToLive, TurnResult& result,
                      std::size_t changes) {
-  auto const known = documents_.find(path);
-  if (known == documents_.end() || known->second.timeToLive == timeToLive) return;
-  known->second.timeToLive = timeToLive;
-  auto const end = turn.changes.begin() + static_cast<std::ptrdiff_t>(changes);
+  auto const known = kept_.documents.find(path);
+  if (known == kept_.documents.end()) return;
+  Document& document = known->second;
+  bool const isSame = document.timeToLive == timeToLive && (document.isRenewed || !timeToLive);
+  if (isSame) return;
+  Document const before = document;
+  document.timeToLive = timeToLive;
+  document.isRenewed = true;
+  auto& all = result.turn.changes;
+  auto const end = all.begin() + static_cast<std::ptrdiff_t>(changes);
   auto const change = std::lower_bound(
-      turn.changes.begin(), end, path, [](DocumentChange const& c, std::string const& p) { return c.path < p; });
-  if (change != end && change->path == path)
+      all.begin(), end, path, [](DocumentChange const& c, std::string const& p) { return c.path < p; });
+  if (change != end && change->path == path) {
     change->timeToLive = timeToLive;
-  else
-    turn.changes.push_back({path, known->second.text, known->second.revision, timeToLive, true});
+  } else {
+    all.push_back({path, document.text, document.revision, timeToLive, true, std::nullopt});
+    result.before.push_back({path, before});
+  }
 }
 
 void LiveTree::check(std::span<Operation const> operations, std::size_t& at) const {
-  BatchCheck batch(documents_);
+  BatchCheck batch(kept_.documents);
   for (at = 0; at < operations.size(); ++at) {
     about(toText(operations[at].path), [&] {
       StateTree::check(operations[at].path, operations[at].value ? &*operations[at].value : nullptr);
@@ -113,38 +121,40 @@ void LiveTree::check(std::span<Operation const> operations, std::size_t& at) con
 // What an operation changes by itself, and the writes of records do not tell.
 void LiveTree::note(Operation const& operation, ChangedPaths& changed) const {
   if (!std::holds_alternative<At::Registration>(operation.path)) return changed.add(operation.path);
-  auto const [begin, end] = withPrefix(documents_, toText(operation.path) + "/");
+  auto const [begin, end] = withPrefix(kept_.documents, toText(operation.path) + "/");
   for (auto at = begin; at != end; ++at) changed.add(parsePath(at->first));
 }
 
-CommittedTurn LiveTree::collect(ChangedPaths& changed) {
+void LiveTree::collect(ChangedPaths& changed, TurnResult& result) {
   for (std::string const& prefix : changed.prefixes()) {
-    auto const [begin, end] = withPrefix(documents_, prefix);
+    auto const [begin, end] = withPrefix(kept_.documents, prefix);
     for (auto at = begin; at != end; ++at) changed.add(parsePath(at->first));
   }
-  CommittedTurn turn{revision_ + 1, {}};
+  result.turn.revision = kept_.revision + 1;
   for (auto const& [path, place] : changed.paths()) {
     std::optional<Json> const document = tree_->read(place);
-    compare(path, document ? &*document : nullptr, turn);
+    compare(path, document ? &*document : nullptr, result);
   }
-  turn.revision = turn.changes.empty() ? revision_ : ++revision_;
-  return turn;
+  result.turn.revision = result.turn.changes.empty() ? kept_.revision : ++kept_.revision;
 }
 
-void LiveTree::compare(std::string const& path, Json const* document, CommittedTurn& turn) {
-  auto const known = documents_.find(path);
+void LiveTree::compare(std::string const& path, Json const* document, TurnResult& result) {
+  Revision const revision = result.turn.revision;
+  auto const known = kept_.documents.find(path);
   if (document == nullptr) {
-    if (known == documents_.end()) return;
-    documents_.erase(known);
-    turn.changes.push_back({path, nullptr, turn.revision, std::nullopt, false});
+    if (known == kept_.documents.end()) return;
+    result.before.push_back({path, std::move(known->second)});
+    kept_.documents.erase(known);
+    result.turn.changes.push_back({path, nullptr, revision, std::nullopt});
     return;
   }
   std::string text = document->dump();
-  if (known != documents_.end() && *known->second.text == text) return;
-  Document& kept = known != documents_.end() ? known->second : documents_[path];
+  if (known != kept_.documents.end() && *known->second.text == text) return;
+  result.before.push_back({path, known != kept_.documents.end() ? std::optional(known->second) : std::nullopt});
+  Document& kept = known != kept_.documents.end() ? known->second : kept_.documents[path];
   kept.text = std::make_shared<std::string const>(std::move(text));
-  kept.revision = turn.revision;
-  turn.changes.push_back({path, kept.text, kept.revision, kept.timeToLive, false});
+  kept.revision = revision;
+  result.turn.changes.push_back({path, kept.text, kept.revision, kept.timeToLive});
 }
 
 std::pair<Documents::const_iterator, Documents::const_iterator> withPrefix(Documents const& documents,

@@ -22,35 +22,50 @@ struct Document {
   Revision revision = 0;
   /// How long a heartbeat lives; absent if for ever, and for all other documents.
   std::optional<std::chrono::milliseconds> timeToLive;
+  /// A heartbeat was put since the agent started.
+  bool isRenewed = false;
 };
 
 /// In byte order of the paths.
 using Documents = std::map<std::string, Document, std::less<>>;
 
+/// All documents at one revision.
+struct TreeDocuments {
+  Documents documents;
+  Revision revision = 0;
+};
+
+/// What stood at a path before a turn changed it; nothing if there was no document.
+struct DocumentBefore {
+  std::string path;
+  std::optional<Document> document;
+};
+
 /// What one turn did: what it changed, under the new revision; under the old one nothing, or no more than times to
 /// live.
 struct TurnResult {
   CommittedTurn turn;
+  /// What stood before at each path that the turn changed, in the order of the changes.
+  std::vector<DocumentBefore> before;
   /// Why a handler failed, in one line: all is written and delivered, but perhaps not answered as it should be.
   std::optional<std::string> failure;
 };
 
-/// A registry on the documents of a store, and all documents that it comes to. It writes nothing to the store: what
-/// changes is for the caller to commit. The library outlives it.
+/// A registry on documents that were stored, and all documents that it comes to. It keeps the documents up to date, and
+/// writes nothing to a store: what changes is for the caller to commit. The library and the documents outlive it.
 class LiveTree {
  public:
-  /// Takes over what the store holds and lets a fresh registry find it: the registry's own documents first, then the
-  /// rest, and then its first passes, in one turn. Throws a StoreError, and an InputError with its path for a document
-  /// that no tree can have had.
-  LiveTree(Nox::Library const& library, Store& store);
+  /// Takes over the documents and lets a fresh registry find them: the registry's own first, but for the rows of its
+  /// table, then the rest, and then its first passes, in one turn. Rows are not taken over, because a registry removes
+  /// only those that it knows of: after this the table holds the rows of the switches that are ready in this registry,
+  /// and no other. Throws an InputError with its path for a document that no tree can have had.
+  LiveTree(Nox::Library const& library, TreeDocuments& documents);
   LiveTree(LiveTree const&) = delete;
   LiveTree& operator=(LiveTree const&) = delete;
 
   /// What the first passes changed in what was stored. In a new store that is the whole tree.
-  CommittedTurn const& firstTurn() const noexcept { return firstTurn_; }
+  TurnResult const& firstTurn() const noexcept { return firstTurn_; }
 
-  Documents const& documents() const noexcept { return documents_; }
-  Revision revision() const noexcept { return revision_; }
   Tables const& tables() noexcept { return host_.tables(); }
 
   /// Applies the operations in one turn, or none of them. Heartbeats that are put get this time to live. Throws an
@@ -63,17 +78,20 @@ class LiveTree {
   void restore(Tables& tables);
   void check(std::span<Operation const> operations, std::size_t& at) const;
   void note(Operation const& operation, ChangedPaths& changed) const;
-  CommittedTurn collect(ChangedPaths& changed);
-  void renew(std::string const& path, std::optional<std::chrono::milliseconds> timeToLive, CommittedTurn& turn,
+  void collect(ChangedPaths& changed, TurnResult& result);
+  void renew(std::string const& path, std::optional<std::chrono::milliseconds> timeToLive, TurnResult& result,
              std::size_t changes);
-  void compare(std::string const& path, Json const* document, CommittedTurn& turn);
+  void compare(std::string const& path, Json const* document, TurnResult& result);
 
-  Documents documents_;
-  Revision revision_;
+  TreeDocuments& kept_;
   std::optional<StateTree> tree_;
   Host host_;
-  CommittedTurn firstTurn_;
+  TurnResult firstTurn_;
 };
+
+/// What the store holds. `left`, if given, receives how much of its time to live each heartbeat has that has not all of
+/// it. Throws a StoreError.
+TreeDocuments readDocuments(Store& store, std::map<std::string, std::chrono::milliseconds>* left = nullptr);
 
 /// The documents whose paths begin with the prefix.
 std::pair<Documents::const_iterator, Documents::const_iterator> withPrefix(Documents const& documents,

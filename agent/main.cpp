@@ -52,6 +52,10 @@ int run(Agent::RingOptions const& options) {
   return 0;
 }
 
+int run(Agent::CheckOptions const& options) { return Agent::checkStateFile(options, std::cout); }
+
+int run(Agent::RestoreOptions const& options) { return Agent::restoreState(options, std::cout); }
+
 int run(Agent::ClientOptions const& options) {
   if (std::holds_alternative<Agent::FleetOptions>(options)) Agent::keepInterruptsForSleep();
   return Agent::runClient(options, Agent::systemSurroundings());

@@ -24,6 +24,9 @@ class Memory {
 
   /// As long as it is full, all commits to it throw a StoreFull.
   void isFullIs(bool isFull) noexcept { isFull_ = isFull; }
+  /// The next commit ends with an OutcomeUnknown, and is kept or not.
+  enum class Doubt { kNone, kKept, kLost };
+  void doubtIs(Doubt doubt) noexcept { doubt_ = doubt; }
 
  private:
   friend MemoryStore;
@@ -36,7 +39,9 @@ class Memory {
 
   std::map<std::string, Document> documents_;
   Revision revision_;
+  HistoryId history_ = newHistoryId();
   bool isFull_ = false;
+  Doubt doubt_ = Doubt::kNone;
   std::vector<MemoryStore*> users_;
 };
 
@@ -46,9 +51,12 @@ class MemoryStore final : public Store {
   explicit MemoryStore(std::shared_ptr<Memory> memory);
   ~MemoryStore() override;
 
+  HistoryId history() const override { return memory_->history_; }
+  void prepare() override;
   Revision load(std::function<void(DocumentChange const& document)> const& visit) override;
   void commit(std::span<CommittedTurn const> turns) override;
-  void checkRoom() override;
+  /// Heartbeats have a full time to live at every start: what is in memory ends with the program.
+  void awakeIs(std::chrono::milliseconds /*time*/) override {}
   void foreignTurnsIs(std::function<void()> heard) override { heard_ = std::move(heard); }
 
  private:

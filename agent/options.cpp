@@ -101,6 +101,19 @@ Options parseOptions(std::vector<std::string> arguments, std::string const& vers
       ->required()
       ->check(isFile);
 
+  CheckOptions check;
+  CLI::App* const checkCommand =
+      app.add_subcommand("check", "Examine a state file that no agent has in use, and change nothing");
+  checkCommand->add_option("FILE", check.file, "The state file")->type_name("")->required()->check(isFile);
+
+  RestoreOptions restore;
+  CLI::App* const restoreCommand = app.add_subcommand("restore", "Make a state file of a backup");
+  restoreCommand->add_option("FILE", restore.backup, "The backup")->type_name("")->required()->check(isFile);
+  restoreCommand->add_option("--state", restore.state, "The state file to make; none may be there")
+      ->type_name("FILE")
+      ->required()
+      ->check(isFile);
+
   ClientCommands const clientCommands(app);
 
   try {
@@ -109,6 +122,8 @@ Options parseOptions(std::vector<std::string> arguments, std::string const& vers
     app.parse(std::move(arguments));
     if (serveCommand->parsed()) return serve;
     if (ringCommand->parsed()) return ring;
+    if (checkCommand->parsed()) return check;
+    if (restoreCommand->parsed()) return restore;
     if (typesCommand->parsed()) return types;
     if (auto chosen = clientCommands.chosen()) return *std::move(chosen);
     if (!replayCommand->parsed()) throw CLI::RequiredError("A command, serve or watch for instance,");

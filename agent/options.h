@@ -9,6 +9,7 @@
 
 #include "agent/client_options.h"
 #include "agent/serve_options.h"
+#include "agent/state_commands.h"
 
 namespace Agent {
 
@@ -53,7 +54,8 @@ struct Answer {
   int exitStatus = 0;
 };
 
-using Options = std::variant<ServeOptions, ReplayOptions, TypesOptions, RingOptions, ClientOptions, Answer>;
+using Options = std::variant<ServeOptions, ReplayOptions, TypesOptions, RingOptions, CheckOptions, RestoreOptions,
+                             ClientOptions, Answer>;
 
 /// What the command line asks for. `arguments` are those behind the program's name, `version` is what `--version`
 /// prints.

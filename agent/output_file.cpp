@@ -13,8 +13,15 @@
 
 namespace Agent {
 
-OutputFile::OutputFile(std::optional<std::string> const& file)
-    : name_(file ? *file : "standard output"), descriptor_(STDOUT_FILENO) {
+void synchroniseFolder(std::filesystem::path const& folder) {
+  int const descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (descriptor < 0) return;
+  ::fsync(descriptor);
+  ::close(descriptor);
+}
+
+OutputFile::OutputFile(std::optional<std::string> const& file, Care care)
+    : name_(file ? *file : "standard output"), care_(care), descriptor_(STDOUT_FILENO) {
   if (!file) return;
   // The file that links lead to is replaced, not the link.
   std::error_code error;
@@ -29,7 +36,7 @@ OutputFile::OutputFile(std::optional<std::string> const& file)
     descriptor_ = ::open(target_.c_str(), O_WRONLY | O_CLOEXEC);
   }
   if (descriptor_ < 0) fail();
-  if (temporary_.empty()) return;
+  if (temporary_.empty() || care_ == Care::kKept) return;
   // Made for the owner alone; it gets what any new file gets.
   mode_t const mask = ::umask(0);
   ::umask(mask);
@@ -50,8 +57,10 @@ void OutputFile::write(std::string_view text) {
 void OutputFile::finish() {
   flush();
   if (temporary_.empty()) return;
+  if (care_ == Care::kKept && ::fsync(descriptor_) != 0) fail();
   if (std::rename(temporary_.c_str(), target_.c_str()) != 0) fail();
   temporary_.clear();
+  if (care_ == Care::kKept) synchroniseFolder(std::filesystem::absolute(target_).parent_path());
 }
 
 void OutputFile::flush() {

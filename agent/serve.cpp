@@ -54,7 +54,7 @@ class Agent {
       : log_(options.logFormat),
         server_(options.address, options.port, options.http),
         library_(libraryPath(options.library)),
-        store_(openStore(state)),
+        store_(openStore(state, options.acceptedLoss, log_)),
         service_(server_, library_, *store_, options.service, log_),
         api_(server_, service_, options.api),
         url_(urlOf(options, server_.port())) {
@@ -62,6 +62,7 @@ class Agent {
               {{"url", url_},
                {"state", state.empty() ? "memory" : state},
                {"revision", std::to_string(service_.revision())},
+               {"history", service_.watches().history()},
                {"documents", std::to_string(service_.documents().size())}});
     server_.handlerIs(
         [this](HttpRequest request, HttpAnswer answer) { api_.handle(std::move(request), std::move(answer)); },
@@ -78,12 +79,16 @@ class Agent {
   }
 
  private:
-  static std::unique_ptr<Store> openStore(std::string const& state) {
+  static std::unique_ptr<Store> openStore(std::string const& state, std::optional<Revision> acceptedLoss,
+                                          EventLog& log) {
     // Clients remember revisions longer than memory does: those of this run are behind all of an earlier one.
     auto const now = std::chrono::system_clock::now().time_since_epoch();
     auto const revision = std::chrono::duration_cast<std::chrono::microseconds>(now).count();
     if (state.empty()) return std::make_unique<MemoryStore>(std::make_shared<Memory>(static_cast<Revision>(revision)));
-    return std::make_unique<SqliteStore>(state);
+    auto store = std::make_unique<SqliteStore>(state, StateFileOptions{.acceptedLoss = acceptedLoss});
+    for (std::string const& path : store->dropped()) log.warning("document_dropped", {{"path", path}});
+    if (store->isLossAccepted()) log.warning("loss_accepted", {{"history", store->history()}});
+    return store;
   }
 
   void stop(int signal) {

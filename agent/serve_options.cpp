@@ -66,6 +66,12 @@ void addServeOptions(CLI::App& command, ServeOptions& options) {
           ->type_name("FILE")
           ->check(isFile);
   command.add_flag("--memory", options.isMemory, "Keep nothing")->excludes(state);
+  command
+      .add_option("--accept-loss",
+                  options.acceptedLoss,
+                  "Go on with a state that lacks what was answered, if it holds this revision")
+      ->type_name("REVISION")
+      ->check(CLI::NonNegativeNumber.description(""));
   command.add_option("--library", options.library, "Load the registry from this file")
       ->type_name("FILE")
       ->check(isFile);

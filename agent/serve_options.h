@@ -26,6 +26,8 @@ struct ServeOptions {
   /// The file of state; that of the user if absent. Nothing is kept if `isMemory`.
   std::optional<std::string> state;
   bool isMemory = false;
+  /// A state that lacks what was answered is gone on with if it holds this revision.
+  std::optional<Revision> acceptedLoss;
   LogFormat logFormat = LogFormat::kText;
   ServiceOptions service;
   HttpLimits http;

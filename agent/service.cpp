@@ -1,4 +1,4 @@
-// Turn after turn: applied, kept in groups, told.
+// Applies turns, gives them to the store in groups, and tells them to watches when they are kept.
 #include "agent/service.h"
 
 #include <algorithm>
@@ -23,6 +23,34 @@ std::function<void()> later(std::weak_ptr<Service*> self, void (Service::*work)(
   };
 }
 
+/// Whether they are the same documents, whatever their times to live.
+bool isSame(TreeDocuments const& left, TreeDocuments const& right) {
+  return left.revision == right.revision && std::equal(left.documents.begin(),
+                                                       left.documents.end(),
+                                                       right.documents.begin(),
+                                                       right.documents.end(),
+                                                       [](auto const& one, auto const& other) {
+                                                         return one.first == other.first &&
+                                                                one.second.revision == other.second.revision &&
+                                                                *one.second.text == *other.second.text;
+                                                       });
+}
+
+/// Applies what a turn changed; returns what stood before.
+std::vector<DocumentBefore> applyTo(TreeDocuments& to, CommittedTurn const& turn) {
+  std::vector<DocumentBefore> before;
+  for (DocumentChange const& change : turn.changes) {
+    auto const known = to.documents.find(change.path);
+    before.push_back({change.path, known != to.documents.end() ? std::optional(known->second) : std::nullopt});
+    if (change.text)
+      to.documents[change.path] = {change.text, change.revision, change.timeToLive, false};
+    else if (known != to.documents.end())
+      to.documents.erase(known);
+  }
+  to.revision = turn.revision;
+  return before;
+}
+
 }  // namespace
 
 Service::Service(EventLoop& loop, Nox::Library const& library, Store& store, ServiceOptions const& options,
@@ -32,37 +60,50 @@ Service::Service(EventLoop& loop, Nox::Library const& library, Store& store, Ser
       store_(store),
       options_(options),
       log_(log),
+      backups_(std::make_shared<BackupHub>(kept_)),
       lastTick_(loop.now()),
       nextSign_(loop.now() + kSignsOfLife) {
-  load();
+  std::map<std::string, std::chrono::milliseconds> left;
+  std::unique_ptr<StoreError> problem;
+  try {
+    store_.prepare();
+  } catch (StoreFull const& full) {
+    problem = std::make_unique<StoreFull>(full);
+  } catch (StoreError const& error) {
+    problem = std::make_unique<StoreError>(error);
+  }
+  kept_ = readDocuments(store_, &left);
+  watches_ = std::make_shared<WatchHub>(options_.history, kept_, store_.history());
+  if (problem)
+    suspend(*problem);
+  else
+    start(left);
   store_.foreignTurnsIs([this] { loop_.post(later(self_, &Service::takeForeignTurns)); });
   tick();
 }
 
 Service::~Service() {
   store_.foreignTurnsIs(nullptr);
-  if (watches_) watches_->detach();
+  watches_->detach();
+  backups_->detach();
 }
 
-void Service::load() {
-  tree_.reset();
-  tree_ = std::make_unique<LiveTree>(library_, store_);
-  CommittedTurn const& first = tree_->firstTurn();
-  Revision const kept = first.changes.empty() ? tree_->revision() : tree_->revision() - 1;
-  if (watches_)
-    watches_->restart(*tree_, kept);
-  else
-    watches_ = std::make_shared<WatchHub>(options_.history, *tree_, kept);
-  // Whoever was alive gets one full time to live: what ended was the agent, not the switches.
+// A heartbeat has `left` to live, or all of its time if that is absent: what ended was the agent, not the switch.
+void Service::start(std::optional<std::map<std::string, std::chrono::milliseconds>> const& left) {
+  Revision const revision = kept_.revision;
+  tree_ = std::make_unique<LiveTree>(library_, kept_);
   lifetimes_ = Lifetimes();
-  renewAll();
-  if (!first.changes.empty()) keepTurn(first);
-}
-
-void Service::renewAll() {
-  constexpr std::string_view kPrefix = "heartbeat/";
-  auto const [begin, end] = withPrefix(documents(), kPrefix);
-  for (auto at = begin; at != end; ++at) lifetimes_.renew(at->first, at->second.timeToLive);
+  auto const [begin, end] = withPrefix(documents(), "heartbeat/");
+  for (auto at = begin; at != end; ++at) {
+    std::optional<std::chrono::milliseconds> time = at->second.timeToLive;
+    if (left)
+      if (auto const found = left->find(at->first); found != left->end()) time = found->second;
+    lifetimes_.renew(at->first, time);
+    if (time) awakeMatters_ = std::max(awakeMatters_, awake_ + *time);
+  }
+  TurnResult first = tree_->firstTurn();
+  revisionBefore_ = revision;
+  keepTurn(first);
 }
 
 std::size_t Service::switches() const {
@@ -78,18 +119,28 @@ TurnResult Service::apply(std::span<Operation const> operations, std::optional<T
     if (isFull_) throw StoreFull(*problem_);
     throw StoreError(*problem_);
   }
+  if (!tree_) {
+    renew(operations, ttl);
+    return {{revision(), {}}, {}, std::nullopt};
+  }
+  Revision const before = revision();
   TurnResult result = tree_->apply(operations, ttl, refused);
   if (result.failure) log_.error("handler_failed", {{"reason", *result.failure}});
+  renew(operations, ttl);
+  if (turns_.empty()) revisionBefore_ = before;
+  keepTurn(result);
+  return result;
+}
+
+void Service::renew(std::span<Operation const> operations, std::optional<std::chrono::milliseconds> timeToLive) {
   for (Operation const& operation : operations) {
     if (!std::holds_alternative<At::Heartbeat>(operation.path)) continue;
     std::string const path = toText(operation.path);
     if (operation.isPut())
-      lifetimes_.renew(path, ttl);
+      lifetimes_.renew(path, timeToLive);
     else
       lifetimes_.forget(path);
   }
-  if (!result.turn.changes.empty()) keepTurn(result.turn);
-  return result;
 }
 
 // Without a store, a heartbeat may still say what it said before: it keeps its switch alive, and changes nothing.
@@ -103,50 +154,83 @@ bool Service::isRefresh(std::span<Operation const> operations,
   });
 }
 
-void Service::keepTurn(CommittedTurn const& turn) {
-  turns_.push_back(turn);
+void Service::keepTurn(TurnResult& result) {
+  if (result.turn.changes.empty()) return;
+  backups_->changed(result.before);
+  before_.insert(before_.end(), result.before.begin(), result.before.end());
+  turns_.push_back(result.turn);
   if (turns_.size() > 1) return;
   // Behind whatever is ready to be read now, and once more behind what that makes ready: all of it shares one commit.
   loop_.post([&loop = loop_, commit = later(self_, &Service::commit)] { loop.post(commit); });
 }
 
 void Service::whenKept(std::function<void(StoreError const* problem)> done) {
-  if (turns_.empty() || problem_)
+  if (turns_.empty())
     done(nullptr);
   else
     waiting_.push_back(std::move(done));
 }
 
 void Service::commit() {
-  if (turns_.empty() || problem_) return;
+  if (turns_.empty()) return;
   try {
     store_.commit(turns_);
   } catch (StoreError const& problem) {
     return fail(problem);
   }
+  before_.clear();
   for (CommittedTurn& turn : std::exchange(turns_, {})) tell(std::move(turn));
   for (auto const& done : std::exchange(waiting_, {})) done(nullptr);
 }
 
-// What the registry did cannot be taken back one by one: it starts anew from what is kept, as after any other end.
+// What the registry did cannot be taken back one by one: it ends here, and another one starts when the store works
+// again. Until then everybody sees what is known to be kept.
 void Service::fail(StoreError const& problem) {
+  if (dynamic_cast<OutcomeUnknown const*>(&problem) != nullptr) doubtful_ = turns_;
+  undo();
+  suspend(problem);
+  for (auto const& done : std::exchange(waiting_, {})) done(&problem);
+}
+
+void Service::undo() {
+  for (auto at = before_.rbegin(); at != before_.rend(); ++at) {
+    if (at->document)
+      kept_.documents[at->path] = std::move(*at->document);
+    else
+      kept_.documents.erase(at->path);
+  }
+  if (!turns_.empty()) kept_.revision = revisionBefore_;
+  before_.clear();
+  turns_.clear();
+  watches_->undone();
+}
+
+void Service::suspend(StoreError const& problem) {
   isFull_ = dynamic_cast<StoreFull const*>(&problem) != nullptr;
   problem_ = problem.what();
   log_.error(isFull_ ? "disk_full" : "store_failed", {{"reason", *problem_}});
-  turns_.clear();
-  auto const waiting = std::exchange(waiting_, {});
-  load();
-  for (auto const& done : waiting) done(&problem);
+  tree_.reset();
+  nextTry_ = loop_.now() + kTries;
 }
 
 // What others wrote is like what was there before: the registry finds it at its first passes.
 void Service::takeForeignTurns() {
   log_.info("state_changed_by_others", {});
-  turns_.clear();
   auto const waiting = std::exchange(waiting_, {});
-  load();
+  undo();
+  tree_.reset();
+  restartFrom(readDocuments(store_));
+  if (!problem_) start(std::nullopt);
   StoreError const problem("the state was changed by others at the same time; nothing was done");
   for (auto const& done : waiting) done(&problem);
+}
+
+// Another state than the one that was told of: all readers are told so.
+void Service::restartFrom(TreeDocuments documents) {
+  kept_ = std::move(documents);
+  watches_->restart(store_.history());
+  backups_->detach();
+  backups_ = std::make_shared<BackupHub>(kept_);
 }
 
 // A time to live is kept, and nobody's business.
@@ -162,6 +246,9 @@ void Service::tick() {
   EventLoop::Clock::duration const late = now - lastTick_;
   EventLoop::Clock::duration const passed = late > kLongestTick ? kTick : late;
   lifetimes_.pass(inMilliseconds(passed));
+  awake_ += inMilliseconds(passed);
+  // Once all heartbeats that were found at the start have been put again or have gone, nothing depends on it.
+  if (awake_ <= awakeMatters_) store_.awakeIs(awake_);
   // What is less than a millisecond is not lost.
   lastTick_ = now - (passed - inMilliseconds(passed));
   tryStore(now);
@@ -187,17 +274,41 @@ void Service::expire() {
 void Service::tryStore(EventLoop::Clock::time_point now) {
   if (!problem_ || now < nextTry_) return;
   nextTry_ = now + kTries;
+  TreeDocuments found;
   try {
-    store_.checkRoom();
-  } catch (StoreError const&) {
+    store_.prepare();
+    found = readDocuments(store_);
+  } catch (StoreError const& problem) {
+    isFull_ = dynamic_cast<StoreFull const*>(&problem) != nullptr;
+    problem_ = problem.what();
     return;
   }
+  auto const doubtful = std::exchange(doubtful_, {});
+  bool const wasKept = !doubtful.empty() && found.revision == doubtful.back().revision;
+  // Told only when the store has said that it is there for good.
+  if (wasKept)
+    for (CommittedTurn const& turn : doubtful) backups_->changed(applyTo(kept_, turn));
+  if (!isSame(found, kept_) || store_.history() != watches_->history()) {
+    log_.warning("state_replaced", {{"revision", std::to_string(found.revision)}});
+    restartFrom(std::move(found));
+  } else {
+    kept_ = std::move(found);
+    if (wasKept)
+      for (CommittedTurn const& turn : doubtful) tell(turn);
+  }
   problem_ = std::nullopt;
-  log_.info("store_recovered", {});
-  // Who said something new meanwhile was turned away: that is not held against anybody.
-  renewAll();
+  log_.info("store_recovered",
+            {{"revision", std::to_string(kept_.revision)},
+             {"unknown",
+              doubtful.empty() ? "none"
+              : wasKept        ? "kept"
+                               : "not kept"}});
+  // Whoever wanted to put something new meanwhile was turned away, which is held against no heartbeat.
+  start(std::nullopt);
   commit();
 }
+
+std::unique_ptr<BodySource> Service::backup() { return backups_->copy(store_.history()); }
 
 void Service::stop() {
   commit();

@@ -3,12 +3,14 @@
 
 #include <chrono>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <span>
 #include <string>
 #include <vector>
 
+#include "agent/backup.h"
 #include "agent/event_log.h"
 #include "agent/event_loop.h"
 #include "agent/lifetimes.h"
@@ -29,14 +31,15 @@ struct ServiceOptions {
 /// the loop and the store outlive it.
 class Service {
  public:
-  /// Loads what is stored. Throws what the tree throws then.
+  /// Loads what is stored. Throws what the tree throws then, and a StoreError if it cannot be read. A service whose
+  /// store takes no turns from the start, because the disk is full for instance, shows what is stored.
   Service(EventLoop& loop, Nox::Library const& library, Store& store, ServiceOptions const& options, EventLog& log);
   ~Service();
   Service(Service const&) = delete;
   Service& operator=(Service const&) = delete;
 
-  Documents const& documents() const noexcept { return tree_->documents(); }
-  Revision revision() const noexcept { return tree_->revision(); }
+  Documents const& documents() const noexcept { return kept_.documents; }
+  Revision revision() const noexcept { return kept_.revision; }
   std::size_t switches() const;
 
   /// Applies the operations in one turn; heartbeats get this time to live, or the default. Throws an InputError, with
@@ -49,8 +52,8 @@ class Service {
   TurnResult apply(std::span<Operation const> operations, std::optional<TimeToLive> timeToLive = std::nullopt,
                    std::size_t* refused = nullptr);
 
-  /// Calls `done` when all that is visible now is kept: at once if it is already. If it could not be kept, `problem` is
-  /// why; then the tree is that of the store again.
+  /// Calls `done` when all that is visible now is kept: at once if it is already. If it could not be kept, or nobody
+  /// knows whether it is, `problem` is why; then the documents are those that were kept before.
   void whenKept(std::function<void(StoreError const* problem)> done);
 
   /// Why the store takes no writes; nothing if it does.
@@ -58,36 +61,53 @@ class Service {
 
   WatchHub& watches() noexcept { return *watches_; }
 
+  /// All documents as they are now, which must be when `whenKept()` says that they are kept, as the body of a response.
+  std::unique_ptr<BodySource> backup();
+
   /// Keeps what waits, and ends the watches.
   void stop();
 
  private:
-  void load();
-  void renewAll();
-  void keepTurn(CommittedTurn const& turn);
+  void start(std::optional<std::map<std::string, std::chrono::milliseconds>> const& left);
+  void keepTurn(TurnResult& result);
   void commit();
   void fail(StoreError const& problem);
+  void undo();
+  void suspend(StoreError const& problem);
   void takeForeignTurns();
+  void restartFrom(TreeDocuments documents);
   void tell(CommittedTurn turn);
   void tick();
   void expire();
   void tryStore(EventLoop::Clock::time_point now);
   bool isRefresh(std::span<Operation const> operations, std::optional<std::chrono::milliseconds> timeToLive) const;
+  void renew(std::span<Operation const> operations, std::optional<std::chrono::milliseconds> timeToLive);
 
   EventLoop& loop_;
   Nox::Library const& library_;
   Store& store_;
   ServiceOptions options_;
   EventLog& log_;
+  /// What everybody sees: ahead of the store by the turns that are not yet kept.
+  TreeDocuments kept_;
+  /// The registry on these documents; none while the store takes no writes.
   std::unique_ptr<LiveTree> tree_;
   std::shared_ptr<WatchHub> watches_;
+  std::shared_ptr<BackupHub> backups_;
   Lifetimes lifetimes_;
   EventLoop::Clock::time_point lastTick_;
   EventLoop::Clock::time_point nextSign_;
   EventLoop::Clock::time_point nextTry_;
-  /// Turns that are not yet kept, and who waits for them.
+  /// For how long the agent has been awake, and for how long that matters to the heartbeats that it found.
+  std::chrono::milliseconds awake_{0};
+  std::chrono::milliseconds awakeMatters_{0};
+  /// Turns that are not yet kept, what stood before them, and what waits for them.
   std::vector<CommittedTurn> turns_;
+  std::vector<DocumentBefore> before_;
+  Revision revisionBefore_ = 0;
   std::vector<std::function<void(StoreError const*)>> waiting_;
+  /// Turns of which nobody knows whether they are kept.
+  std::vector<CommittedTurn> doubtful_;
   std::optional<std::string> problem_;
   bool isFull_ = false;
   /// Tasks on the loop hold it weakly, and do nothing when the service has gone.

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <filesystem>
 #include <system_error>
 
 #include "agent/input_error.h"
@@ -19,37 +18,66 @@ bool isMissingRoom(int error) { return error == ENOSPC || error == EDQUOT || err
 
 }  // namespace
 
-SqliteDatabase::SqliteDatabase(std::string const& name, std::string const& file) : name_(printable(name, name.size())) {
+SqliteDatabase::SqliteDatabase(std::string const& name, std::string const& file, char const* vfs)
+    : name_(printable(name, name.size())) {
   sqlite3* handle = nullptr;
+  int const create = vfs != nullptr ? SQLITE_OPEN_CREATE : 0;
   int const code = sqlite3_open_v2(
-      file.c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE, nullptr);
+      file.c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE | create, vfs);
   handle_.reset(handle);
   if (!handle) fail("there is no memory");
   if (code != SQLITE_OK) failAsSaid();
   if (sqlite3_db_readonly(handle, "main") != 0) fail("cannot be written");
 }
 
-std::uintmax_t SqliteDatabase::fileSize() const {
-  std::error_code error;
-  std::uintmax_t const size = std::filesystem::file_size(sqlite3_db_filename(handle_.get(), "main"), error);
-  if (error) fail("cannot be read: " + error.message());
-  return size;
+sqlite3_vfs& SqliteDatabase::vfs() const {
+  sqlite3_vfs* vfs = nullptr;
+  sqlite3_file_control(handle_.get(), "main", SQLITE_FCNTL_VFS_POINTER, &vfs);
+  if (vfs == nullptr) fail("has no file system");
+  return *vfs;
 }
 
-std::string SqliteDatabase::readHeader() const {
-  std::string header(std::min<std::uintmax_t>(fileSize(), kHeaderSize), '\0');
-  if (header.empty()) return header;
-  // It is read through SQLite's own descriptor: closing another one would give up the locks that this process has.
+char const* SqliteDatabase::path() const { return sqlite3_db_filename(handle_.get(), "main"); }
+char const* SqliteDatabase::logPath() const { return sqlite3_filename_wal(path()); }
+
+sqlite3_file& SqliteDatabase::file() const {
   sqlite3_file* file = nullptr;
-  int code = sqlite3_file_control(handle_.get(), "main", SQLITE_FCNTL_FILE_POINTER, &file);
-  if (code == SQLITE_OK) code = file->pMethods->xRead(file, header.data(), static_cast<int>(header.size()), 0);
-  if (code != SQLITE_OK) fail(std::string("cannot be read: ") + sqlite3_errstr(code));
-  return header;
+  int const code = sqlite3_file_control(handle_.get(), "main", SQLITE_FCNTL_FILE_POINTER, &file);
+  if (code != SQLITE_OK || file == nullptr || file->pMethods == nullptr) fail("cannot be read");
+  return *file;
 }
+
+std::uintmax_t SqliteDatabase::fileSize() const {
+  sqlite3_file& main = file();
+  sqlite3_int64 size = 0;
+  int const code = main.pMethods->xFileSize(&main, &size);
+  if (code != SQLITE_OK) fail(std::string("cannot be read: ") + sqlite3_errstr(code));
+  return static_cast<std::uintmax_t>(size);
+}
+
+// It is read through SQLite's own descriptor: closing another one would give up the locks that this process has.
+std::string SqliteDatabase::readFile(std::uintmax_t from, std::size_t bytes) const {
+  std::uintmax_t const size = fileSize();
+  std::string text(from < size ? std::min<std::uintmax_t>(size - from, bytes) : 0, '\0');
+  if (text.empty()) return text;
+  sqlite3_file& main = file();
+  int const code =
+      main.pMethods->xRead(&main, text.data(), static_cast<int>(text.size()), static_cast<sqlite3_int64>(from));
+  if (code != SQLITE_OK) fail(std::string("cannot be read: ") + sqlite3_errstr(code));
+  return text;
+}
+
+std::string SqliteDatabase::readHeader() const { return readFile(0, kHeaderSize); }
 
 bool SqliteDatabase::hasLog() const {
-  std::error_code error;
-  return std::filesystem::exists(sqlite3_filename_wal(sqlite3_db_filename(handle_.get(), "main")), error);
+  int exists = 0;
+  int const code = vfs().xAccess(&vfs(), logPath(), SQLITE_ACCESS_EXISTS, &exists);
+  return code == SQLITE_OK && exists != 0;
+}
+
+void SqliteDatabase::moveLog() {
+  int const code = sqlite3_wal_checkpoint_v2(handle_.get(), "main", SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
+  if (code != SQLITE_OK) failAsSaid();
 }
 
 void SqliteDatabase::leavesLogIs(bool leavesLog) {
@@ -93,7 +121,10 @@ void SqliteDatabase::failAsSaid() const {
   else if (code == SQLITE_IOERR || code == SQLITE_CANTOPEN)
     error = sqlite3_system_errno(handle_.get());
   if (error != 0) reason += ": " + std::generic_category().message(error);
-  if (code == SQLITE_FULL || isMissingRoom(error)) throw StoreFull(name_ + ": there is no room: " + reason);
+  // A sync that had no room leaves open what is written, as any failed sync does.
+  bool const isSync = extended == SQLITE_IOERR_FSYNC || extended == SQLITE_IOERR_DIR_FSYNC;
+  if (code == SQLITE_FULL || (isMissingRoom(error) && !isSync))
+    throw StoreFull(name_ + ": there is no room: " + reason);
   switch (code) {
     case SQLITE_BUSY:
     case SQLITE_LOCKED:

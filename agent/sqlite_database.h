@@ -15,19 +15,35 @@ namespace Agent {
 /// file's name.
 class SqliteDatabase {
  public:
-  /// Opens a file that is there; it is neither locked nor read. `name` is what errors call it.
-  SqliteDatabase(std::string const& name, std::string const& file);
+  /// Opens a file that is there; it is neither locked nor read. `name` is what errors call it. All files are those of
+  /// the virtual file system `vfs`, the system's own if null, which outlives the database; any other makes the file
+  /// where it is missing.
+  SqliteDatabase(std::string const& name, std::string const& file, char const* vfs = nullptr);
+
+  /// What errors call it.
+  std::string const& name() const noexcept { return name_; }
+  /// Where its files are.
+  sqlite3_vfs& vfs() const;
+  /// The file's path, and that of the log beside it, valid as long as the database is. They are made for the virtual
+  /// file system, which may look beside them for more than their characters.
+  char const* path() const;
+  char const* logPath() const;
 
   /// In bytes, without the log.
   std::uintmax_t fileSize() const;
-  /// The first bytes of the file, of a whole database its header; fewer if the file is shorter. Nothing but the file is
-  /// looked at, whatever is written in a log beside it.
+  /// So many bytes of the file from an offset on, fewer where it ends. Nothing but the file is looked at, whatever is
+  /// written in a log beside it.
+  std::string readFile(std::uintmax_t from, std::size_t bytes) const;
+  /// The first bytes of the file, of a whole database its header; fewer if the file is shorter.
   std::string readHeader() const;
 
   /// There is a log beside the file.
   bool hasLog() const;
   /// Whether closing leaves the log as it is; otherwise closing moves what is in it into the file and removes it.
   void leavesLogIs(bool leavesLog);
+
+  /// Moves all that is in the log into the file, synchronised, and makes the log empty. Throws if any of it fails.
+  void moveLog();
 
   /// Runs statements and drops their answers.
   void execute(char const* sql);
@@ -53,6 +69,8 @@ class SqliteDatabase {
   struct Close {
     void operator()(sqlite3* handle) const { sqlite3_close_v2(handle); }
   };
+
+  sqlite3_file& file() const;
 
   std::string name_;
   std::unique_ptr<sqlite3, Close> handle_;

@@ -1,47 +1,26 @@
-// The format of a state file: how it is made, what is checked before it is used, and how turns are written to it.
+// How a state file is opened, how turns are written to it, and how it is closed.
 #include "agent/sqlite_store.h"
 
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <array>
+#include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <filesystem>
-#include <string_view>
 #include <system_error>
 #include <utility>
-#include <vector>
 
 #include "agent/input_error.h"
+#include "agent/output_file.h"
+#include "agent/state_takeover.h"
 
 namespace Agent {
 namespace {
-
-constexpr std::int64_t kApplication = 0x456E726C;
-constexpr std::int64_t kFormat = 1;
-
-// How the tables were made is kept in the file as it is written here, and compared: another text is another format.
-constexpr char kDocumentTable[] =
-    "CREATE TABLE document(path TEXT NOT NULL PRIMARY KEY, text TEXT NOT NULL, revision INTEGER NOT NULL, "
-    "ttl INTEGER) STRICT, WITHOUT ROWID";
-// This one and the next have one row; that of the last is there to be written when it is asked whether there is room.
-constexpr char kStateTable[] =
-    "CREATE TABLE state(id INTEGER PRIMARY KEY CHECK (id = 1), revision INTEGER NOT NULL) STRICT";
-constexpr char kRoomTable[] = "CREATE TABLE room(id INTEGER PRIMARY KEY CHECK (id = 1), content BLOB NOT NULL) STRICT";
 
 [[noreturn]] void fail(std::string const& name, std::string const& reason, int error) {
   std::string const text = printable(name, name.size()) + ": " + reason + ": " + std::generic_category().message(error);
   if (error == ENOSPC || error == EDQUOT) throw StoreFull(text);
   throw StoreError(text);
-}
-
-// A new entry of a folder is lost with the machine's power unless the folder is synchronised too.
-void synchroniseFolder(std::filesystem::path const& folder) {
-  int const descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (descriptor < 0) return;
-  ::fsync(descriptor);
-  ::close(descriptor);
 }
 
 void makeFolder(std::string const& name, std::filesystem::path const& folder) {
@@ -54,177 +33,327 @@ void makeFolder(std::string const& name, std::filesystem::path const& folder) {
   for (std::filesystem::path const& made : missing) synchroniseFolder(made.parent_path());
 }
 
+void requireRegular(std::string const& name, std::filesystem::path const& file) {
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(file, error))
+    throw StoreError(printable(name, name.size()) + ": is no regular file, a state file was expected");
+}
+
 // The absolute path of `name`, which is there from now on. SQLite takes some relative paths for something else.
 std::string makeFile(std::string const& name) {
   std::filesystem::path const file = std::filesystem::absolute(name);
   makeFolder(name, file.parent_path());
   std::error_code error;
-  if (!std::filesystem::exists(file, error)) {
-    int const descriptor = ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    if (descriptor < 0) fail(name, "cannot be made", errno);
-    ::close(descriptor);
-    synchroniseFolder(file.parent_path());
-  } else if (!std::filesystem::is_regular_file(file, error)) {
-    throw StoreError(printable(name, name.size()) + ": is no regular file, a state file was expected");
+  if (std::filesystem::exists(file, error)) {
+    requireRegular(name, file);
+    // SQLite takes a file of one byte for an empty one.
+    if (std::filesystem::file_size(file, error) == 1)
+      throw StoreError(printable(name, name.size()) + ": is no state file: it has one byte");
+    return file.string();
   }
+  int const descriptor = ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  if (descriptor < 0) fail(name, "cannot be made", errno);
+  ::close(descriptor);
+  synchroniseFolder(file.parent_path());
   return file.string();
 }
 
-void checkKind(SqliteDatabase const& database, std::int64_t application, std::int64_t format) {
-  auto const hexadecimal = [](std::int64_t number) {
-    std::string text(16, '\0');
-    text.resize(std::snprintf(text.data(), text.size(), "0x%08x", static_cast<unsigned>(number)));
-    return text;
-  };
-  if (application != kApplication)
-    database.fail("is no state file: its application id is " + hexadecimal(application) + ", " +
-                  hexadecimal(kApplication) + " was expected");
-  if (format > kFormat)
-    database.fail("was written by a newer version: its format is " + std::to_string(format) + ", " +
-                  std::to_string(kFormat) + " was expected");
-  if (format != kFormat)
-    database.fail("is damaged: its format is " + std::to_string(format) + ", " + std::to_string(kFormat) +
-                  " was expected");
-}
+/// The witness of a database, and what it tells.
+struct KnownWitness {
+  explicit KnownWitness(SqliteDatabase const& database)
+      : witness(std::make_unique<Witness>(database)), record(witness->read()) {}
 
-// What the file itself says, before anything else of it or beside it is touched.
-void checkHeader(SqliteDatabase const& database) {
-  using namespace std::string_view_literals;
-  std::string const header = database.readHeader();
-  if (header.empty()) return;
-  constexpr std::size_t kWholeHeader = 100;
-  if (!std::string_view(header).starts_with("SQLite format 3\0"sv) || header.size() < kWholeHeader)
-    database.fail("is no state file: it does not begin like an SQLite database, which was expected");
-  auto const number = [&header](std::size_t at) {
-    std::uint32_t value = 0;
-    for (std::size_t n = 0; n < 4; ++n) value = value << 8 | static_cast<unsigned char>(header[at + n]);
-    return static_cast<std::int32_t>(value);
-  };
-  checkKind(database, number(68), number(60));
-}
+  std::unique_ptr<Witness> witness;
+  std::optional<Witness::Record> record;
+};
 
-void make(SqliteDatabase& database) {
-  for (char const* table : {kDocumentTable, kStateTable, kRoomTable}) database.execute(table);
-  database.execute("INSERT INTO state VALUES (1, 0); INSERT INTO room VALUES (1, x'')");
-  database.execute(("PRAGMA application_id = " + std::to_string(kApplication)).c_str());
-  database.execute(("PRAGMA user_version = " + std::to_string(kFormat)).c_str());
-}
-
-void check(SqliteDatabase& database, bool hadLog) {
-  auto const number = [&database](char const* sql) { return SqliteStatement(database, sql).firstNumber(); };
-  checkKind(database, number("PRAGMA application_id"), number("PRAGMA user_version"));
-  // While there is a log, what the file lacks may stand in it.
-  if (!hadLog && database.fileSize() % number("PRAGMA page_size") != 0)
-    database.fail("is damaged: it ends inside a page");
-  SqliteStatement tables(database, "SELECT count(*) FROM sqlite_schema WHERE type = 'table' AND sql IN (?, ?, ?)");
-  std::array<std::string, 3> const expected{kDocumentTable, kStateTable, kRoomTable};
-  for (int n = 0; n < 3; ++n) tables.bind(n + 1, expected[n]);
-  if (tables.firstNumber() != 3) database.fail("is damaged: it lacks a table of format " + std::to_string(kFormat));
-  if (number("SELECT (SELECT count(*) FROM state) + (SELECT count(*) FROM room)") != 2)
-    database.fail("is damaged: it lacks the row of the state");
-  SqliteStatement impossible(database,
-                             "SELECT count(*) FROM document, state WHERE document.revision NOT BETWEEN 0 AND "
-                             "state.revision OR ttl <= 0");
-  if (impossible.firstNumber() != 0) database.fail("is damaged: it holds a document from behind the last turn");
-  std::string fault = database.answer("PRAGMA quick_check(1)");
-  if (fault == "ok") return;
-  // The fault stands on a line of its own behind the name of the database.
-  database.fail("is damaged: " + printable(fault.substr(fault.find('\n') + 1), 200) +
-                "; a whole database was expected");
-}
-
-// The database of `name`, locked for this process and found or made whole.
-SqliteDatabase open(std::string const& name) {
-  SqliteDatabase database(name, makeFile(name));
-  checkHeader(database);
+// With the file for itself, SQLite keeps the index of the log in memory and not in a third file.
+void lock(SqliteDatabase& database, bool hadLog) {
   // Opening makes an empty log where there is none, which closing should remove; a log that is there is not ours yet.
-  bool const hadLog = database.hasLog();
   database.leavesLogIs(hadLog);
-  // With the file for itself, SQLite keeps the index of the log in memory and not in a third file.
   database.execute("PRAGMA locking_mode = EXCLUSIVE; PRAGMA cell_size_check = ON; PRAGMA temp_store = MEMORY");
   database.execute("BEGIN EXCLUSIVE");
-  // Asked again behind the lock: what another process began to make and did not finish has been undone now.
-  if (database.fileSize() == 0)
-    make(database);
-  else
-    check(database, hadLog);
-  database.execute("COMMIT");
+}
+
+void useLog(SqliteDatabase& database) {
   if (database.answer("PRAGMA journal_mode = WAL") != "wal") database.fail("cannot have a log beside it");
   // Each commit is synchronised. The log goes into the file at 4 MiB, and is cut down to that if one commit made it
   // longer.
   database.execute("PRAGMA synchronous = FULL; PRAGMA wal_autocheckpoint = 1024; PRAGMA journal_size_limit = 4194304");
   database.leavesLogIs(false);
-  return database;
 }
 
 }  // namespace
 
-/// Undone at its end, unless it was committed.
-class SqliteStore::Transaction {
+/// A file that is open, and the statements on it.
+class SqliteStore::Session {
  public:
-  explicit Transaction(SqliteStore& store) : store_(store) { store_.begin_.run(); }
-  ~Transaction() { store_.database_.rollBack(); }
-  Transaction(Transaction const&) = delete;
-  Transaction& operator=(Transaction const&) = delete;
+  Session(SqliteDatabase opened, std::unique_ptr<Witness> witness)
+      : database_(std::move(opened)),
+        witness_(std::move(witness)),
+        begin_(database_, "BEGIN IMMEDIATE"),
+        commit_(database_, "COMMIT"),
+        put_(database_, kWriteDocument),
+        checksum_(database_, "SELECT checksum_low, checksum_high FROM document WHERE path = ?"),
+        remove_(database_, "DELETE FROM document WHERE path = ?"),
+        writeHead_(database_, kWriteHead),
+        fill_(database_, "UPDATE room SET content = randomblob(16384)") {}
 
-  void commit() { store_.commit_.run(); }
+  SqliteDatabase& database() noexcept { return database_; }
+  Witness& witness() noexcept { return *witness_; }
+
+  /// Does `work` in a transaction, which is undone if it throws.
+  template <class Work>
+  void change(Work const& work) {
+    begin_.run();
+    try {
+      work();
+      commit_.run();
+    } catch (...) {
+      database_.rollBack();
+      throw;
+    }
+  }
+  /// The same, and tells an outcome that is unknown: that of any failure of the commit itself but the want of room.
+  template <class Work>
+  void commit(Work const& work) {
+    bool isCommitting = false;
+    begin_.run();
+    try {
+      work();
+      isCommitting = true;
+      commit_.run();
+    } catch (StoreFull const&) {
+      database_.rollBack();
+      throw;
+    } catch (StoreError const& error) {
+      database_.rollBack();
+      if (!isCommitting) throw;
+      throw OutcomeUnknown(std::string(error.what()) + "; whether it is kept is unknown");
+    }
+  }
+
+  void put(DocumentRow const& row, Checksum const& checksum) { writeDocument(put_, row, checksum); }
+  void remove(std::string const& path) {
+    remove_.bind(1, path);
+    remove_.run();
+  }
+  std::optional<Checksum> checksum(std::string const& path) {
+    checksum_.bind(1, path);
+    std::optional<Checksum> found;
+    while (checksum_.step())
+      found = Checksum{static_cast<std::uint64_t>(checksum_.number(0).value_or(0)),
+                       static_cast<std::uint64_t>(checksum_.number(1).value_or(0))};
+    checksum_.run();
+    return found;
+  }
+  void headIs(StateHead const& head) { writeHead(writeHead_, head); }
+  void fill() { fill_.run(); }
 
  private:
-  SqliteStore& store_;
+  SqliteDatabase database_;
+  std::unique_ptr<Witness> witness_;
+  SqliteStatement begin_;
+  SqliteStatement commit_;
+  SqliteStatement put_;
+  SqliteStatement checksum_;
+  SqliteStatement remove_;
+  SqliteStatement writeHead_;
+  SqliteStatement fill_;
 };
 
-SqliteStore::SqliteStore(std::string const& file)
-    : database_(open(file)),
-      begin_(database_, "BEGIN IMMEDIATE"),
-      commit_(database_, "COMMIT"),
-      put_(database_, "REPLACE INTO document VALUES (?, ?, ?, ?)"),
-      remove_(database_, "DELETE FROM document WHERE path = ?"),
-      revisionIs_(database_, "UPDATE state SET revision = ?"),
-      fill_(database_, "UPDATE room SET content = randomblob(16384)") {}
+SqliteStore::SqliteStore(std::string const& file, StateFileOptions const& options)
+    : name_(file), file_(options.vfs != nullptr ? file : makeFile(file)), vfs_(options.vfs) {
+  open(options.acceptedLoss);
+  lastRun_ = head_.run;
+  awakeBefore_ = head_.awake;
+}
+
+SqliteStore::~SqliteStore() { close(); }
+
+void SqliteStore::open(std::optional<Revision> acceptedLoss) {
+  SqliteDatabase database(name_, file_, vfs_);
+  checkHeader(database);
+  bool const hadLog = database.hasLog();
+  lock(database, hadLog);
+  // Asked again behind the lock: what another process began to make and did not finish has been undone now.
+  bool const isNew = database.fileSize() == 0;
+  if (isNew) {
+    makeTables(database);
+  } else if (checkTables(database, hadLog) != kStateFormat) {
+    copyFirstFormat(database, hadLog);
+    convertTables(database);
+  }
+  KnownWitness known(database);
+  StateFinding finding = examineState(database, known.record, hadLog);
+  requireNoLoss(database, finding, acceptedLoss);
+  if (!finding.loss.empty()) {
+    acceptLoss(database, finding, known.record);
+    isLossAccepted_ = true;
+    dropped_ = finding.damaged;
+  }
+  database.execute("COMMIT");
+  useLog(database);
+  head_ = finding.head;
+  session_ = std::make_unique<Session>(std::move(database), std::move(known.witness));
+}
+
+void SqliteStore::prepare() {
+  if (!session_) {
+    HistoryId const history = head_.history;
+    std::uint64_t const commits = head_.commits;
+    // The lock is given up for a moment, and another agent may have gone on with the state.
+    open(std::nullopt);
+    if (head_.history == history && head_.commits < commits)
+      throw StoreError(name_ + ": holds fewer commits than were answered");
+  }
+  if (!isInUse_) beginUse();
+  session_->change([&] { session_->fill(); });
+}
+
+// From here on the log may hold what the file lacks. The file says so itself, for good, and the witness is there
+// before.
+void SqliteStore::beginUse() {
+  StateHead head = head_;
+  head.isInUse = true;
+  if (!isStarted_) ++head.run;
+  session_->witness().begin({head.history, head.commits, head.revision, head.digest, head.awake});
+  session_->change([&] {
+    session_->headIs(head);
+    if (!isStarted_) noteStart(session_->database(), head);
+  });
+  head_ = head;
+  isStarted_ = true;
+  session_->database().moveLog();
+  isInUse_ = true;
+}
 
 Revision SqliteStore::load(std::function<void(DocumentChange const& document)> const& visit) {
-  auto const revision = SqliteStatement(database_, "SELECT revision FROM state").firstNumber();
-  SqliteStatement documents(database_, "SELECT path, text, revision, ttl FROM document ORDER BY path");
+  if (!session_) throw StoreError(name_ + ": cannot be read before the outcome of the last commit is known");
+  SqliteStatement documents(session_->database(), kReadDocuments);
   while (documents.step()) {
-    DocumentChange document{std::string(documents.text(0)),
-                            std::make_shared<std::string const>(documents.text(1)),
-                            static_cast<Revision>(documents.number(2).value_or(0)),
-                            std::nullopt};
-    if (std::optional<std::int64_t> const ttl = documents.number(3)) document.timeToLive.emplace(*ttl);
+    DocumentRow row = documentRow(documents);
+    DocumentChange document{
+        row.path, std::make_shared<std::string const>(std::move(row.text)), row.revision, std::nullopt};
+    if (row.timeToLive) document.timeToLive.emplace(*row.timeToLive);
+    document.left = leftOf(row);
     visit(document);
   }
-  return static_cast<Revision>(revision);
+  return head_.revision;
+}
+
+// A heartbeat that was put between the start before and this one has all of its time; one that was not has had a full
+// time at the start behind the run in which it was put, and has what is left of that.
+std::optional<std::chrono::milliseconds> SqliteStore::leftOf(DocumentRow const& row) const {
+  if (!row.timeToLive) return std::nullopt;
+  std::chrono::milliseconds const all(*row.timeToLive);
+  if (row.run >= lastRun_) return all;
+  auto const began = awakeAtStart(session_->database(), row.run + 1);
+  if (!began) return all;
+  return std::clamp(all - (awakeBefore_ - *began), std::chrono::milliseconds(0), all);
 }
 
 void SqliteStore::commit(std::span<CommittedTurn const> turns) {
   if (turns.empty()) return;
-  Transaction transaction(*this);
-  for (CommittedTurn const& turn : turns) {
-    for (DocumentChange const& change : turn.changes) {
-      if (!change.text) {
-        remove_.bind(1, change.path);
-        remove_.run();
-        continue;
-      }
-      std::optional<std::int64_t> ttl;
-      if (change.timeToLive) ttl = change.timeToLive->count();
-      put_.bind(1, change.path);
-      put_.bind(2, *change.text);
-      put_.bind(3, static_cast<std::int64_t>(change.revision));
-      put_.bind(4, ttl);
-      put_.run();
-    }
+  if (!isInUse_) throw StoreError(name_ + ": is not prepared for commits");
+  StateHead head = head_;
+  head.revision = turns.back().revision;
+  ++head.commits;
+  try {
+    session_->commit([&] {
+      for (CommittedTurn const& turn : turns)
+        for (DocumentChange const& one : turn.changes) change(one, head);
+      session_->headIs(head);
+    });
+    head_ = head;
+    tellWitness();
+  } catch (OutcomeUnknown const&) {
+    // What the log holds is found out by reading it anew, and is moved into the file before it is relied on.
+    session_->database().leavesLogIs(true);
+    session_.reset();
+    isInUse_ = false;
+    throw;
   }
-  revisionIs_.bind(1, static_cast<std::int64_t>(turns.back().revision));
-  revisionIs_.run();
-  transaction.commit();
 }
 
-void SqliteStore::checkRoom() {
-  // Only what a transaction really changes reaches the disk, and only when it is committed.
-  Transaction transaction(*this);
-  fill_.run();
-  transaction.commit();
+// A commit that the witness does not know of is not relied on.
+void SqliteStore::tellWitness() {
+  try {
+    session_->witness().write({head_.history, head_.commits, head_.revision, head_.digest, head_.awake});
+  } catch (StoreError const& error) {
+    throw OutcomeUnknown(error.what());
+  }
+}
+
+void SqliteStore::change(DocumentChange const& change, StateHead& head) {
+  if (auto const before = session_->checksum(change.path)) head.digest.remove(*before);
+  if (!change.text) return session_->remove(change.path);
+  DocumentRow row{change.path, *change.text, change.revision, std::nullopt, 0};
+  if (change.timeToLive) {
+    row.timeToLive = change.timeToLive->count();
+    row.run = head.run;
+  }
+  Checksum const checksum = row.checksum();
+  session_->put(row, checksum);
+  head.digest.add(checksum);
+}
+
+void SqliteStore::awakeIs(std::chrono::milliseconds time) {
+  head_.awake = awakeBefore_ + time;
+  if (!isInUse_) return;
+  try {
+    tellWitness();
+  } catch (StoreError const&) {
+    // The next commit tells of the same trouble; until then a start counts less of the time.
+  }
+}
+
+// A state that is closed is whole in its file. Where that fails it stays in use, as after any other end.
+void SqliteStore::close() noexcept {
+  if (!session_) return;
+  try {
+    if (isInUse_) {
+      StateHead head = head_;
+      head.isInUse = false;
+      session_->change([&] { session_->headIs(head); });
+      session_->database().moveLog();
+      session_->witness().remove();
+    }
+  } catch (std::exception const&) {
+    session_->database().leavesLogIs(true);
+  }
+  session_.reset();
+}
+
+StateSummary checkState(std::string const& file, char const* vfs) {
+  std::string path = file;
+  if (vfs == nullptr) {
+    std::error_code error;
+    path = std::filesystem::absolute(file).string();
+    if (!std::filesystem::exists(path, error))
+      throw StoreError(printable(file, file.size()) + ": there is no such file");
+    requireRegular(file, path);
+  }
+  SqliteDatabase database(file, path, vfs);
+  if (database.fileSize() == 0) database.fail("is empty: no state has been made in it");
+  checkHeader(database);
+  StateSummary summary;
+  summary.hasLog = database.hasLog();
+  lock(database, summary.hasLog);
+  summary.format = checkTables(database, summary.hasLog);
+  if (summary.format == kStateFormat) {
+    KnownWitness const known(database);
+    StateFinding const finding = examineState(database, known.record, summary.hasLog);
+    requireNoLoss(database, finding, std::nullopt);
+    summary.head = finding.head;
+  } else {
+    summary.head.revision =
+        static_cast<Revision>(SqliteStatement(database, "SELECT revision FROM state").firstNumber());
+    summary.head.digest.count =
+        static_cast<std::uint64_t>(SqliteStatement(database, "SELECT count(*) FROM document").firstNumber());
+  }
+  database.rollBack();
+  return summary;
 }
 
 }  // namespace Agent

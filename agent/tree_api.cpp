@@ -47,9 +47,11 @@ void TreeApi::route(Call& call) {
   if (path == "/v1/tree") return tree(call);
   if (path.starts_with(kTree)) return document(call, path.substr(kTree.size()));
   if (path == "/v1/watch") return watch(call);
+  if (path == "/v1/backup") return backup(call);
   if (path == "/healthz") return health(call, false);
   if (path == "/readyz") return health(call, true);
-  throw HttpProblem(404, InputError("", "no such resource; there are /v1/tree, /v1/watch, /healthz and /readyz"));
+  throw HttpProblem(
+      404, InputError("", "no such resource; there are /v1/tree, /v1/watch, /v1/backup, /healthz and /readyz"));
 }
 
 void TreeApi::document(Call& call, std::string const& pathText) {
@@ -97,6 +99,7 @@ void TreeApi::health(Call& call, bool isReadiness) {
   auto const& problem = service_.storeProblem();
   Json body{{"status", problem ? "no writes" : "ok"},
             {"revision", service_.watches().revision()},
+            {"history", service_.watches().history()},
             {"documents", service_.documents().size()},
             {"switches", service_.switches()},
             {"watches", service_.watches().watches()}};

@@ -55,6 +55,7 @@ class TreeApi {
   void keep(std::shared_ptr<Batch> const& batch);
   void finish(std::shared_ptr<Batch> const& batch);
   void watch(Call& call);
+  void backup(Call& call);
   void health(Call& call, bool isReadiness);
   void replyWhenKept(HttpAnswer answer, HttpResponse response);
   void readWhenKept(Call& call, HttpResponse response);

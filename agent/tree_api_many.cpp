@@ -188,11 +188,11 @@ void TreeApi::watch(Call& call) {
   auto const last = findField(call.request.fields, "Last-Event-ID");
   auto const after = call.target.query.find("after");
   WatchHub& hub = service_.watches();
-  Revision from = hub.revision();
+  std::optional<Revision> from = hub.revision();
   if (last && !last->empty())
-    from = parseRevision(*last, "Last-Event-ID");
+    from = parseEventId(*last, hub.history(), "Last-Event-ID");
   else if (after != call.target.query.end())
-    from = parseRevision(after->second, "after");
+    from = parseEventId(after->second, hub.history(), "after");
   if (hub.watches() >= limits_.watches) {
     throw HttpProblem(
         429,
@@ -201,9 +201,24 @@ void TreeApi::watch(Call& call) {
   HttpResponse response;
   response.fields = {{"Content-Type", "text/event-stream"},
                      {"Cache-Control", "no-store"},
-                     {"Enrolix-Revision", std::to_string(hub.revision())}};
+                     {"Enrolix-Revision", std::to_string(hub.revision())},
+                     {"Enrolix-History", hub.history()}};
   response.source = hub.watch(call.parameter("prefix"), from);
   call.answer(std::move(response));
+}
+
+// The copy begins when all that is visible is kept.
+void TreeApi::backup(Call& call) {
+  call.requireMethod({"GET"});
+  call.requireParameters({});
+  service_.whenKept([this, call](StoreError const* problem) {
+    bool const isAllKept = service_.revision() == service_.watches().revision();
+    if (problem != nullptr || !isAllKept) return handle(call.request, call.answer);
+    HttpResponse response = jsonResponse(200, service_.revision(), "");
+    response.fields.front().second = "application/jsonl";
+    response.source = service_.backup();
+    call.answer(std::move(response));
+  });
 }
 
 }  // namespace Agent

@@ -90,10 +90,10 @@ std::string eventLine(FeedEvent const& event, ClientCommonOptions const& common,
   return line.dump() + "\n";
 }
 
-FeedRequest feedOf(std::string prefix, std::optional<std::uint64_t> after, ClientSurroundings const& surroundings) {
+FeedRequest feedOf(std::string prefix, std::optional<std::string> after, ClientSurroundings const& surroundings) {
   FeedRequest request;
   request.prefix = std::move(prefix);
-  request.after = after;
+  request.after = std::move(after);
   request.sleep = surroundings.sleep;
   request.note = surroundings.note;
   return request;
@@ -116,7 +116,7 @@ class LiveTable {
 
   void follow() {
     Connection const connection = surroundings_.connect(options_.common);
-    FeedRequest request = feedOf("", 0, surroundings_);
+    FeedRequest request = feedOf("", "0", surroundings_);
     request.isEnough = [this] {
       if (isWhole_) draw();
       return false;

@@ -27,8 +27,12 @@ std::string revisionData(Revision revision) { return "data: {\"revision\":" + st
 /// One reader.
 class Watch final : public BodySource {
  public:
-  Watch(std::shared_ptr<WatchHub> hub, std::string prefix, Revision after)
-      : hub_(std::move(hub)), prefix_(std::move(prefix)), told_(after), idTold_(after), era_(hub_->era_) {
+  Watch(std::shared_ptr<WatchHub> hub, std::string prefix, std::optional<Revision> after)
+      : hub_(std::move(hub)),
+        prefix_(std::move(prefix)),
+        told_(after.value_or(0)),
+        idTold_(after.value_or(0)),
+        era_(after ? hub_->era_ : 0) {
     ++hub_->watches_;
   }
   ~Watch() override {
@@ -45,7 +49,12 @@ class Watch final : public BodySource {
 
  private:
   /// Whether its place is gone, so that nothing can go on from there.
-  bool isLost() const { return era_ != hub_->era_ || (!toldPath_ && turn_ == nullptr && !hub_->reachesBackTo(told_)); }
+  bool isLost() const {
+    // What the whole prefix left to turns that were taken back since is not going to come.
+    bool const isInPrefix = toldPath_ || syncedAt_;
+    return era_ != hub_->era_ || (isInPrefix && undone_ != hub_->undone_) ||
+           (!toldPath_ && turn_ == nullptr && !hub_->reachesBackTo(told_));
+  }
   bool tellTurn(std::string& to);
   void tellPrefix(std::string& to);
   void beginPrefix(std::string& to);
@@ -62,6 +71,7 @@ class Watch final : public BodySource {
   /// The revision that was the last one's to resume from.
   Revision idTold_;
   std::size_t era_;
+  std::size_t undone_ = 0;
   /// The turn that is being told, and how many of its changes have been.
   std::shared_ptr<CommittedTurn const> turn_;
   std::size_t changesTold_ = 0;
@@ -139,6 +149,7 @@ bool Watch::tellTurn(std::string& to) {
 // Documents that changed later than the prefix was begun are left to the history, which then has them.
 void Watch::beginPrefix(std::string& to) {
   era_ = hub_->era_;
+  undone_ = hub_->undone_;
   told_ = hub_->last_;
   turn_ = nullptr;
   toldPath_ = "";
@@ -150,7 +161,7 @@ void Watch::beginPrefix(std::string& to) {
 }
 
 void Watch::tellPrefix(std::string& to) {
-  Documents const& documents = hub_->tree_->documents();
+  Documents const& documents = hub_->tree_->documents;
   auto at = toldPath_->empty() ? documents.lower_bound(prefix_) : documents.upper_bound(*toldPath_);
   for (; at != documents.end() && at->first.starts_with(prefix_) && to.size() < kPieceBytes; ++at) {
     toldPath_ = at->first;
@@ -158,7 +169,7 @@ void Watch::tellPrefix(std::string& to) {
   }
   if (text_ || (at != documents.end() && at->first.starts_with(prefix_))) return;
   toldPath_ = std::nullopt;
-  syncedAt_ = hub_->tree_->revision();
+  syncedAt_ = hub_->tree_->revision;
 }
 
 void Watch::tellSynced(std::string& to) {
@@ -168,7 +179,7 @@ void Watch::tellSynced(std::string& to) {
 
 std::string Watch::idLine() {
   idTold_ = told_;
-  return "id: " + std::to_string(told_) + "\n";
+  return "id: " + std::to_string(told_) + "@" + hub_->history_ + "\n";
 }
 
 // Only the last event of a turn carries its revision as the place to resume from: whoever loses the connection in the
@@ -213,9 +224,9 @@ void WatchHub::add(CommittedTurn turn) {
   wakeAll();
 }
 
-void WatchHub::restart(LiveTree const& tree, Revision revision) {
-  tree_ = &tree;
-  last_ = revision;
+void WatchHub::restart(HistoryId history) {
+  last_ = tree_->revision;
+  history_ = std::move(history);
   turns_.clear();
   changes_ = 0;
   bytes_ = 0;
@@ -242,7 +253,7 @@ void WatchHub::wakeAll(bool isForSign) {
 
 void WatchHub::keepAlive() { wakeAll(true); }
 
-std::unique_ptr<BodySource> WatchHub::watch(std::string prefix, Revision after) {
+std::unique_ptr<BodySource> WatchHub::watch(std::string prefix, std::optional<Revision> after) {
   return std::make_unique<Watch>(shared_from_this(), std::move(prefix), after);
 }
 

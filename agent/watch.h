@@ -25,15 +25,17 @@ struct HistoryLimits {
 /// history: one that is slow costs no more than that, and one that is so slow that its place is gone is told so.
 class WatchHub : public std::enable_shared_from_this<WatchHub> {
  public:
-  /// The history begins at `revision`; the tree may be ahead of it, by turns that are not yet kept. It outlives the hub
-  /// or its being detached.
-  WatchHub(HistoryLimits const& limits, LiveTree const& tree, Revision revision)
-      : limits_(limits), tree_(&tree), last_(revision) {}
+  /// Of these documents, which are those of the store now; later they may be ahead of it, by turns that are not yet
+  /// kept. They outlive the hub or its being detached.
+  WatchHub(HistoryLimits const& limits, TreeDocuments const& documents, HistoryId history)
+      : limits_(limits), tree_(&documents), last_(documents.revision), history_(std::move(history)) {}
 
   /// A turn was committed: the next one after those before.
   void add(CommittedTurn turn);
-  /// All begins anew with this tree; all readers are told.
-  void restart(LiveTree const& tree, Revision revision);
+  /// The documents are those of another state, and the store's again; all readers are told.
+  void restart(HistoryId history);
+  /// Turns that were not yet kept, and that no reader was told of, have been taken back.
+  void undone() { ++undone_; }
   /// Every reader that waits gets a sign of life.
   void keepAlive();
   /// Every reader is told when it has been told the rest, and comes to its end.
@@ -43,12 +45,13 @@ class WatchHub : public std::enable_shared_from_this<WatchHub> {
 
   /// The body of a response that tells of all changes of documents whose paths begin with `prefix`, from behind the
   /// revision `after` on: those of the last turn, if there have been others since and all of them are kept; the whole
-  /// prefix otherwise.
-  std::unique_ptr<BodySource> watch(std::string prefix, Revision after);
+  /// prefix otherwise, and also if `after` is absent: the reader knows a state of another history.
+  std::unique_ptr<BodySource> watch(std::string prefix, std::optional<Revision> after);
 
   /// Readers.
   std::size_t watches() const noexcept { return watches_; }
   Revision revision() const noexcept { return last_; }
+  HistoryId const& history() const noexcept { return history_; }
 
  private:
   friend class Watch;
@@ -57,14 +60,17 @@ class WatchHub : public std::enable_shared_from_this<WatchHub> {
   void wakeAll(bool isForSign = false);
 
   HistoryLimits limits_;
-  LiveTree const* tree_;
+  TreeDocuments const* tree_;
   /// The last turn's revision; those of the turns that are kept end with it.
   Revision last_;
+  /// Event ids carry it: a revision means something within one history alone.
+  HistoryId history_;
   std::deque<std::shared_ptr<CommittedTurn const>> turns_;
   std::size_t changes_ = 0;
   std::size_t bytes_ = 0;
-  /// Counts the restarts.
-  std::size_t era_ = 0;
+  /// Counts the restarts, and how often turns were taken back.
+  std::size_t era_ = 1;
+  std::size_t undone_ = 0;
   bool isClosed_ = false;
   std::size_t watches_ = 0;
   std::set<Watch*> waiting_;

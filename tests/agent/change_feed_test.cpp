@@ -20,7 +20,7 @@ std::string change(int revision, std::string const& path, std::string const& val
          path + "\",\"value\":" + value + "}\n\n";
 }
 
-WatchOptions watch(std::optional<std::uint64_t> after, bool isOnce = false) {
+WatchOptions watch(std::optional<std::string> after, bool isOnce = false) {
   WatchOptions options;
   options.after = after;
   options.isOnce = isOnce;
@@ -34,12 +34,12 @@ TEST(ChangeFeed, PrintsALineAChange) {
                     "event: synced\nid: 9\ndata: {\"revision\":9}\n\n",
                 "event: later\ndata: {}\n\n",
                 "event: shutdown\ndata: {}\n\n"});
-  world.run(watch(7));
+  world.run(watch("7"));
   EXPECT_EQ(world.printed, "8  a/b  {\"x\":1}\n8  c  deleted\n9  resync\n9  d  true\n9  synced\n-  shutdown\n");
   world.printed.clear();
   world.stream(
       {change(8, "a/b", "{\"x\": 1}") + "event: resync\ndata: {\"revision\":9}\n\n", "event: shutdown\ndata: {}\n\n"});
-  WatchOptions options = watch(7);
+  WatchOptions options = watch("7");
   options.common.format = OutputFormat::kJson;
   world.sleeps.clear();
   world.run(options);
@@ -52,7 +52,7 @@ TEST(ChangeFeed, PathsAreColoured) {
   ClientWorld world;
   world.isTerminal = true;
   world.stream({change(8, "a", "1")});
-  world.run(watch(7));
+  world.run(watch("7"));
   EXPECT_EQ(world.printed, "8  \x1B[36ma\x1B[0m  1\n");
 }
 
@@ -62,7 +62,7 @@ TEST(ChangeFeed, GoesOnBehindTheLastIdAfterABreak) {
   world.stream({change(8, "a", "1"), change(9, "b", "2", false)}, "7", true);
   world.stream({change(9, "b", "2", false), change(9, "c", "3"), "id: 15\n\n"});
   world.stream({"event: shutdown\ndata: {}\n\n"}, "15");
-  EXPECT_EQ(world.run(watch(3)), 0);
+  EXPECT_EQ(world.run(watch("3")), 0);
   EXPECT_EQ(world.asked(0), "GET /v1/watch?prefix=&after=3");
   EXPECT_EQ(world.asked(1), "GET /v1/watch?prefix=&after=3 Last-Event-ID: 8");
   EXPECT_EQ(world.asked(2), "GET /v1/watch?prefix=&after=3 Last-Event-ID: 15");
@@ -89,22 +89,22 @@ TEST(ChangeFeed, FromNowOnStaysThatNowAfterABreak) {
 TEST(ChangeFeed, OnceEndsWithWhatStoodAtTheBeginning) {
   struct {
     std::vector<std::string> pieces;
-    std::uint64_t after;
+    std::string after;
     std::string printed;
   } const cases[] = {
       {{change(5, "a", "1"), change(7, "b", "2", false), change(7, "c", "3"), change(8, "d", "4")},
-       0,
+       "0",
        "5  a  1\n7  b  2\n7  c  3\n"},
       // The last turns may have nothing under the prefix.
-      {{change(5, "a", "1"), "id: 7\n\n", change(8, "d", "4")}, 0, "5  a  1\n"},
+      {{change(5, "a", "1"), "id: 7\n\n", change(8, "d", "4")}, "0", "5  a  1\n"},
       {{"event: resync\ndata: {\"revision\":9}\n\n" + change(9, "a", "1", false) +
             "event: synced\nid: 9\ndata: {\"revision\":9}\n\n",
         change(10, "b", "2")},
-       0,
+       "0",
        "9  resync\n9  a  1\n9  synced\n"},
-      {{change(8, "a", "1")}, 7, ""},
+      {{change(8, "a", "1")}, "7", ""},
       {{"event: resync\nid: 0\ndata: {\"revision\":7}\n\nevent: synced\nid: 7\ndata: {\"revision\":7}\n\n"},
-       9,
+       "9",
        "7  resync\n7  synced\n"},
   };
   for (auto const& [pieces, after, printed] : cases) {
@@ -120,16 +120,16 @@ TEST(ChangeFeed, OnceEndsWithWhatStoodAtTheBeginning) {
 TEST(ChangeFeed, ARefusalEndsItUnlessItPasses) {
   ClientWorld world;
   world.refuse(400, R"({"reason": "no such prefix"})");
-  EXPECT_EQ(world.run(watch(0)), 1);
+  EXPECT_EQ(world.run(watch("0")), 1);
   EXPECT_THAT(world.notes, ElementsAre("no such prefix"));
   world.refuse(429, R"({"reason": "too many watchers"})");
-  EXPECT_EQ(world.run(watch(0)), 1);
+  EXPECT_EQ(world.run(watch("0")), 1);
   world.notes.clear();
   world.stream({});
   world.refuse(503, R"({"reason": "stopping"})");
   world.stream({});
   world.refuse(400, R"({"reason": "no such prefix"})");
-  EXPECT_EQ(world.run(watch(0)), 1);
+  EXPECT_EQ(world.run(watch("0")), 1);
   EXPECT_THAT(
       world.notes,
       ElementsAre(
@@ -144,12 +144,12 @@ TEST(ChangeFeed, WhatCannotBeUnderstoodEndsIt) {
                             "event: synced\ndata: [1]\n\n"}) {
     ClientWorld world;
     world.stream({event});
-    EXPECT_EQ(world.run(watch(0)), 3) << event;
+    EXPECT_EQ(world.run(watch("0")), 3) << event;
     EXPECT_THAT(world.notes, ElementsAre(HasSubstr("cannot be understood"))) << event;
   }
   ClientWorld world;
   world.answers.push_back({200, {}, {}, false});
-  EXPECT_EQ(world.run(watch(0)), 3);
+  EXPECT_EQ(world.run(watch("0")), 3);
 }
 
 }  // namespace

@@ -102,8 +102,8 @@ TEST(ClientOptions, EveryCommandTakesItsOwn) {
   EXPECT_EQ(parse<GetOptions>({"get", "p", "--if-match=18446744073709551615"}).ifMatch, ~0ull);
   auto const watch = parse<WatchOptions>({"watch", "registration/", "--after", "3"});
   EXPECT_EQ(watch.prefix, "registration/");
-  EXPECT_EQ(watch.after, 3u);
-  EXPECT_EQ(parse<WatchOptions>({"watch", "--once"}).after, 0u);
+  EXPECT_EQ(watch.after, "3");
+  EXPECT_EQ(parse<WatchOptions>({"watch", "--once"}).after, "0");
   auto const apply = parse<ApplyOptions>({"apply", "a", "-", "--atomic", "--ttl", "0", "--if-match", "4"});
   EXPECT_EQ(apply.files, (Arguments{"a", "-"}));
   EXPECT_TRUE(apply.isAtomic);

@@ -24,14 +24,15 @@ using Texts = std::map<std::string, std::string>;
 /// What a fresh registry makes of the documents in a state file. It works on a copy, its log included.
 Texts loaded(std::string const& state) {
   Folder const folder;
-  for (char const* part : {"", "-wal"})
+  for (char const* part : {"", "-wal", "-witness"})
     if (std::filesystem::exists(state + part))
       std::filesystem::copy_file(state + part, folder / (std::string("s") + part));
   SqliteStore store(folder / "s");
   Nox::Library const library(libraryPath(std::nullopt));
-  LiveTree const tree(library, store);
+  TreeDocuments found = readDocuments(store);
+  LiveTree const tree(library, found);
   Texts texts;
-  for (auto const& [path, document] : tree.documents()) texts[path] = *document.text;
+  for (auto const& [path, document] : found.documents) texts[path] = *document.text;
   return texts;
 }
 

@@ -27,13 +27,19 @@ class Place {
   Place& operator=(Place const&) = delete;
   virtual ~Place() = default;
 
-  virtual std::unique_ptr<Store> open() = 0;
+  virtual std::unique_ptr<Store> reopen() = 0;
+  /// A store that takes turns.
+  std::unique_ptr<Store> open() {
+    auto store = reopen();
+    store->prepare();
+    return store;
+  }
   virtual void isFullIs(bool isFull) = 0;
 };
 
 class MemoryPlace final : public Place {
  public:
-  std::unique_ptr<Store> open() override { return std::make_unique<MemoryStore>(memory_); }
+  std::unique_ptr<Store> reopen() override { return std::make_unique<MemoryStore>(memory_); }
   void isFullIs(bool isFull) override { memory_->isFullIs(isFull); }
 
  private:
@@ -48,7 +54,7 @@ class FilePlace final : public Place {
   FilePlace& operator=(FilePlace const&) = delete;
   ~FilePlace() override { isFullIs(false); }
 
-  std::unique_ptr<Store> open() override { return std::make_unique<SqliteStore>(folder_ / "state"); }
+  std::unique_ptr<Store> reopen() override { return std::make_unique<SqliteStore>(folder_ / "state"); }
 
   void isFullIs(bool isFull) override {
     std::signal(SIGXFSZ, isFull ? SIG_IGN : SIG_DFL);
@@ -148,7 +154,7 @@ TEST_P(StoreTest, AskingForRoomChangesNothing) {
   StoreModel const expected{{{"a", {"1", 1, -1}}}, 1};
   auto const store = place_->open();
   commitOne(*store, turnOf(1, {"a"}, "1"));
-  for (int n = 0; n < 3; ++n) store->checkRoom();
+  for (int n = 0; n < 3; ++n) store->prepare();
   EXPECT_EQ(contents(*store), expected);
 }
 
@@ -164,7 +170,7 @@ TEST_P(StoreTest, WithoutRoomKeepsAllOfTheTurnsOrNone) {
   commit({turnOf(1, {"a", "b", "c"}, "first")});
   for (int round = 0; round < 3; ++round) {
     place_->isFullIs(true);
-    EXPECT_THROW(store->checkRoom(), StoreFull);
+    EXPECT_THROW(store->prepare(), StoreFull);
     // So much that some is written before the end of the turns, and some before the end of the room.
     std::vector<CommittedTurn> lost;
     for (Revision n = 0; n < 20; ++n)
@@ -173,10 +179,10 @@ TEST_P(StoreTest, WithoutRoomKeepsAllOfTheTurnsOrNone) {
     EXPECT_THROW(store->commit(lost), StoreFull);
     EXPECT_THROW(store->commit(lost), StoreFull) << "it stays so";
     EXPECT_EQ(contents(*store), model);
-    EXPECT_THROW(store->checkRoom(), StoreFull);
+    EXPECT_THROW(store->prepare(), StoreFull);
 
     place_->isFullIs(false);
-    store->checkRoom();
+    store->prepare();
     if (round == 1) {
       store.reset();
       store = place_->open();
@@ -246,7 +252,7 @@ TEST(MemoryStore, TellsTheOtherUsersWhatItCommits) {
   });
   commitOne(one, turnOf(1, {"a"}, "1"));
   EXPECT_THAT(heard, ElementsAre("two")) << "nobody hears of what he did himself";
-  one.checkRoom();
+  one.prepare();
   one.commit({});
   memory->isFullIs(true);
   EXPECT_THROW(commitOne(one, turnOf(2, {"a"}, "2")), StoreFull);

@@ -1,9 +1,11 @@
 // Watches: every change to every reader, or an explicit word that some are gone.
 #include <gmock/gmock.h>
 
+#include "agent/api_call.h"
 #include "support/mirror.h"
 #include "support/random_history.h"
 #include "support/service_world.h"
+#include "support/store_model.h"
 
 namespace Agent {
 namespace {
@@ -34,7 +36,7 @@ class Reader {
   /// Loses the connection, and comes back with what it was told last.
   void reconnect() {
     mirror_.lose();
-    source_ = hub_.watch(mirror_.prefix(), mirror_.told());
+    source_ = hub_.watch(mirror_.prefix(), parseEventId(mirror_.id(), hub_.history(), "id"));
   }
 
   std::map<std::string, std::string> const& documents() const { return mirror_.documents(); }
@@ -71,9 +73,11 @@ TEST(Watch, TellsEachChangedDocumentOfATurnOnceAndItsRevisionWithTheLast) {
             "event: change\n"
             "data: {\"revision\":2,\"path\":\"controller/config\",\"value\":{\"enabled\":true}}\n\n"
             "event: change\n"
-            "id: 2\n"
-            "data: {\"revision\":2,\"path\":\"controller/status\",\"value\":"
-            "{\"controllerUUID\":\"\",\"enabled\":true}}\n\n");
+            "id: 2@" +
+                world.store->history() +
+                "\n"
+                "data: {\"revision\":2,\"path\":\"controller/status\",\"value\":"
+                "{\"controllerUUID\":\"\",\"enabled\":true}}\n\n");
   world.put("mount/ready/x", "true");
   EXPECT_EQ(source->next(), "");
 }
@@ -117,10 +121,11 @@ TEST(Watch, SaysWhenThePastHasBeenTold) {
   world.put("controller/config", R"({"enabled": true})");
   auto const source = world.service->watches().watch("mount/", 1);
   std::string const told = *source->next();
-  EXPECT_THAT(told, HasSubstr("id: 2\ndata: "));
-  EXPECT_THAT(told, ::testing::EndsWith("}\n\nid: 3\n\n"));
+  std::string const history = world.store->history();
+  EXPECT_THAT(told, HasSubstr("id: 2@" + history + "\ndata: "));
+  EXPECT_THAT(told, ::testing::EndsWith("}\n\nid: 3@" + history + "\n\n"));
   EXPECT_EQ(source->next(), "");
-  EXPECT_EQ(*world.service->watches().watch("mount/", 2)->next(), "id: 3\n\n");
+  EXPECT_EQ(*world.service->watches().watch("mount/", 2)->next(), "id: 3@" + history + "\n\n");
 }
 
 TEST(Watch, GivesASignOfLifeThatMovesThePlaceToResumeFrom) {
@@ -143,9 +148,8 @@ TEST(Watch, AReaderThatIsLostInAResyncGetsAllOfTheNextOne) {
   Reader reader(world.service->watches(), "registration/", 0);
   reader.readAll();
   // All begins anew at the revision that it has been told.
-  world.memory->isFullIs(true);
-  Operation const operation = parseOperation(R"({"put": "mount/ready/x", "value": true})");
-  world.service->apply({&operation, 1});
+  MemoryStore other(world.memory);
+  commitOne(other, {world.service->revision(), {}});
   world.loop.run();
   ASSERT_TRUE(reader.read());
   ASSERT_EQ(reader.resyncs(), 1);

@@ -19,7 +19,8 @@ namespace Test {
 class Mirror {
  public:
   /// Of documents whose paths begin with `prefix`, from behind the revision `told` on.
-  Mirror(std::string prefix, Agent::Revision told) : prefix_(std::move(prefix)), told_(told) {}
+  Mirror(std::string prefix, Agent::Revision told)
+      : prefix_(std::move(prefix)), told_(told), id_(std::to_string(told)) {}
 
   /// The next bytes of the stream, cut anywhere.
   void take(std::string_view bytes) {
@@ -38,8 +39,9 @@ class Mirror {
   std::string const& prefix() const { return prefix_; }
   /// The names of all events so far.
   std::vector<std::string> const& events() const { return events_; }
-  /// The place to resume from.
+  /// The place to resume from, as a revision and as the id of an event.
   Agent::Revision told() const { return told_; }
+  std::string const& id() const { return id_; }
   int resyncs() const { return resyncs_; }
   /// Whether all that was forgotten at the last resync has been told anew.
   bool isWhole() const { return isWhole_; }
@@ -52,7 +54,9 @@ class Mirror {
     for (std::string line; std::getline(lines, line);) {
       if (line.starts_with("event: ")) event = line.substr(7);
       if (line.starts_with("data: ")) data = line.substr(6);
-      if (line.starts_with("id: ")) told_ = std::stoull(line.substr(4));
+      if (!line.starts_with("id: ")) continue;
+      id_ = line.substr(4);
+      told_ = std::stoull(id_);
     }
     if (!event.empty()) events_.push_back(event);
     if (event == "resync") {
@@ -73,6 +77,7 @@ class Mirror {
 
   std::string prefix_;
   Agent::Revision told_;
+  std::string id_;
   std::string text_;
   std::map<std::string, std::string> documents_;
   std::vector<std::string> events_;

@@ -59,11 +59,11 @@ inline StoreModel contents(Store& store, std::vector<std::string>* order = nullp
 }
 
 inline DocumentChange put(std::string path, std::string text, Revision revision) {
-  return {std::move(path), std::make_shared<std::string const>(std::move(text)), revision, std::nullopt};
+  return {std::move(path), std::make_shared<std::string const>(std::move(text)), revision, {}, false, {}};
 }
 
 inline DocumentChange remove(std::string path, Revision revision) {
-  return {std::move(path), nullptr, revision, std::nullopt};
+  return {std::move(path), nullptr, revision, {}, false, {}};
 }
 
 /// A turn whose changes all put a document of its revision.

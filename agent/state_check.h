@@ -1,0 +1,43 @@
+// Whether a state is what was last answered: its documents, its head and its witness must agree.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "agent/sqlite_database.h"
+#include "agent/state_file.h"
+#include "agent/witness.h"
+
+namespace Agent {
+
+/// What was found in a state.
+struct StateFinding {
+  /// The state that the file and its log hold. If they do not agree with what was answered, the best that there is:
+  /// without the documents that are not as they were written.
+  StateHead head;
+  /// What does not agree, in words that follow "FILE: "; empty if all does.
+  std::string loss;
+  /// The documents that are not as they were written.
+  std::vector<std::string> damaged;
+};
+
+/// A state that does not agree with what was last answered; what() says what is missing, and how to go on.
+class StateLoss : public StoreError {
+ public:
+  using StoreError::StoreError;
+};
+
+/// Compares all. `witness` is what the witness tells, `hadLog` whether there was a log. Throws a StoreError if the
+/// database cannot be read.
+StateFinding examineState(SqliteDatabase const& database, std::optional<Witness::Record> const& witness, bool hadLog);
+
+/// Throws a StateLoss if there is a loss, unless `accepted` is the revision that the state holds.
+void requireNoLoss(SqliteDatabase const& database, StateFinding const& finding, std::optional<Revision> accepted);
+
+/// Makes the state agree with what it holds, as the beginning of another history. In one transaction; throws a
+/// StoreError.
+void acceptLoss(SqliteDatabase& database, StateFinding& finding, std::optional<Witness::Record> const& witness);
+
+}  // namespace Agent

@@ -1,0 +1,116 @@
+// Examines states, and makes them of backups.
+#include "agent/state_commands.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <utility>
+#include <vector>
+
+#include "agent/backup_reader.h"
+#include "agent/output_file.h"
+#include "agent/scenario.h"
+#include "agent/sqlite_store.h"
+
+namespace Agent {
+namespace {
+
+// So many documents in one transaction: a long backup need not be held whole.
+constexpr std::size_t kDocumentsAtOnce = 10'000;
+
+std::string summary(std::string const& file, Revision revision, std::uint64_t documents) {
+  return printable(file, file.size()) + ": revision " + std::to_string(revision) + ", " + std::to_string(documents) +
+         (documents == 1 ? " document" : " documents");
+}
+
+/// The state file, and what may stand beside it.
+std::vector<std::string> filesOf(std::string const& state) {
+  return {state, state + "-wal", state + "-witness", state + "-journal"};
+}
+
+/// Files that are removed at the end, unless they have been given away.
+class Scaffold {
+ public:
+  explicit Scaffold(std::string file) : file_(std::move(file)) { remove(); }
+  ~Scaffold() { remove(); }
+  Scaffold(Scaffold const&) = delete;
+  Scaffold& operator=(Scaffold const&) = delete;
+
+ private:
+  void remove() const {
+    for (std::string const& file : filesOf(file_)) ::unlink(file.c_str());
+  }
+
+  std::string file_;
+};
+
+/// Reads the backup, and gives `take` its documents in groups. Returns what the backup is of.
+template <class Take>
+std::pair<Revision, std::uint64_t> readBackup(std::string const& file, Take const& take) {
+  std::vector<DocumentChange> group;
+  BackupReader reader([&](DocumentChange const& document) {
+    group.push_back(document);
+    if (group.size() == kDocumentsAtOnce) take(reader.revision(), std::exchange(group, {}));
+  });
+  auto const source = openScenario(file);
+  std::array<char, 64 * 1024> chunk;
+  try {
+    while (std::size_t const size = source->read(chunk.data(), chunk.size())) reader.feed({chunk.data(), size});
+    reader.finish();
+  } catch (InputError const& error) {
+    throw StoreError(errorLine(file, reader.line(), error));
+  }
+  take(reader.revision(), std::exchange(group, {}));
+  return {reader.revision(), reader.documents()};
+}
+
+}  // namespace
+
+int checkStateFile(CheckOptions const& options, std::ostream& out) {
+  StateSummary const found = checkState(options.file);
+  out << summary(options.file, found.head.revision, found.head.digest.count);
+  if (found.format == kStateFormat)
+    out << ", history " << found.head.history;
+  else
+    out << ", of format " << found.format << ", which serve takes over";
+  if (found.head.isInUse) out << "; its agent was ended before it could close it, and nothing is missing";
+  out << '\n';
+  return 0;
+}
+
+int restoreState(RestoreOptions const& options, std::ostream& out) {
+  std::filesystem::path const state = std::filesystem::absolute(options.state);
+  for (std::string const& file : filesOf(state.string())) {
+    std::error_code error;
+    if (std::filesystem::exists(std::filesystem::symlink_status(file, error)))
+      throw FileError(file, "is there already: a state is restored where none is; move this one away first");
+  }
+  // It takes its place when it is whole.
+  std::string const temporary = state.string() + ".restoring";
+  Scaffold const scaffold(temporary);
+  std::pair<Revision, std::uint64_t> copied;
+  HistoryId history;
+  {
+    SqliteStore store(temporary);
+    store.prepare();
+    history = store.history();
+    copied = readBackup(options.backup, [&](Revision revision, std::vector<DocumentChange> documents) {
+      CommittedTurn const turn{revision, std::move(documents)};
+      store.commit({&turn, 1});
+    });
+  }
+  StateSummary const made = checkState(temporary);
+  bool const isWhole = !made.head.isInUse && !made.hasLog && made.head.revision == copied.first &&
+                       made.head.digest.count == copied.second;
+  if (!isWhole) throw StoreError(printable(options.state, options.state.size()) + ": could not be closed");
+  // Unlike a renaming, a link replaces nothing that has come meanwhile.
+  if (::link(temporary.c_str(), state.c_str()) != 0) throw FileError(options.state, errno);
+  synchroniseFolder(state.parent_path());
+  out << summary(options.state, copied.first, copied.second) << ", history " << history << '\n';
+  return 0;
+}
+
+}  // namespace Agent
