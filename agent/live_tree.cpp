@@ -84,18 +84,14 @@ TurnResult LiveTree::apply(std::span<Operation const> operations, std::optional<
   return result;
 }
 
-// In the heartbeat's own change if it is among the first `changes`, which are in order; otherwise as a renewal. The
-// first one since the start is one, too: what a start leaves to a heartbeat depends on it.
+// In the heartbeat's own change if it is among the first `changes`, which are in order; otherwise as a renewal.
 void LiveTree::renew(std::string const& path, std::optional<std::chrono::milliseconds> timeToLive, TurnResult& result,
                      std::size_t changes) {
   auto const known = kept_.documents.find(path);
-  if (known == kept_.documents.end()) return;
+  if (known == kept_.documents.end() || known->second.timeToLive == timeToLive) return;
   Document& document = known->second;
-  bool const isSame = document.timeToLive == timeToLive && (document.isRenewed || !timeToLive);
-  if (isSame) return;
   Document const before = document;
   document.timeToLive = timeToLive;
-  document.isRenewed = true;
   auto& all = result.turn.changes;
   auto const end = all.begin() + static_cast<std::ptrdiff_t>(changes);
   auto const change = std::lower_bound(

@@ -22,7 +22,7 @@ struct Document {
   Revision revision = 0;
   /// How long a heartbeat lives; absent if for ever, and for all other documents.
   std::optional<std::chrono::milliseconds> timeToLive;
-  /// A heartbeat was put since the agent started.
+  /// A heartbeat was put since the agent started, which is the service's to note.
   bool isRenewed = false;
 };
 

@@ -64,20 +64,15 @@ Service::Service(EventLoop& loop, Nox::Library const& library, Store& store, Ser
       lastTick_(loop.now()),
       nextSign_(loop.now() + kSignsOfLife) {
   std::map<std::string, std::chrono::milliseconds> left;
-  std::unique_ptr<StoreError> problem;
-  try {
-    store_.prepare();
-  } catch (StoreFull const& full) {
-    problem = std::make_unique<StoreFull>(full);
-  } catch (StoreError const& error) {
-    problem = std::make_unique<StoreError>(error);
-  }
   kept_ = readDocuments(store_, &left);
   watches_ = std::make_shared<WatchHub>(options_.history, kept_, store_.history());
-  if (problem)
-    suspend(*problem);
-  else
-    start(left);
+  // Documents that no tree can have had end it here, before anything is written.
+  start(left);
+  try {
+    store_.prepare();
+  } catch (StoreError const& problem) {
+    fail(problem);
+  }
   store_.foreignTurnsIs([this] { loop_.post(later(self_, &Service::takeForeignTurns)); });
   tick();
 }
@@ -136,11 +131,27 @@ void Service::renew(std::span<Operation const> operations, std::optional<std::ch
   for (Operation const& operation : operations) {
     if (!std::holds_alternative<At::Heartbeat>(operation.path)) continue;
     std::string const path = toText(operation.path);
-    if (operation.isPut())
-      lifetimes_.renew(path, timeToLive);
-    else
+    if (!operation.isPut()) {
       lifetimes_.forget(path);
+      continue;
+    }
+    lifetimes_.renew(path, timeToLive);
+    auto const known = kept_.documents.find(path);
+    if (known == kept_.documents.end() || !timeToLive || std::exchange(known->second.isRenewed, true)) continue;
+    renewed_.insert(path);
   }
+}
+
+// What a heartbeat has left at the next start depends on it; nothing else does, so that no request waits for it.
+CommittedTurn Service::takeRenewed() {
+  CommittedTurn turn{revision(), {}};
+  for (std::string const& path : std::exchange(renewed_, {})) {
+    auto const known = kept_.documents.find(path);
+    if (known == kept_.documents.end()) continue;
+    Document const& document = known->second;
+    turn.changes.push_back({path, document.text, document.revision, document.timeToLive, true});
+  }
+  return turn;
 }
 
 // Without a store, a heartbeat may still say what it said before: it keeps its switch alive, and changes nothing.
@@ -172,6 +183,9 @@ void Service::whenKept(std::function<void(StoreError const* problem)> done) {
 }
 
 void Service::commit() {
+  if (!tree_ || (turns_.empty() && renewed_.empty())) return;
+  CommittedTurn renewed = takeRenewed();
+  if (!renewed.changes.empty()) turns_.push_back(std::move(renewed));
   if (turns_.empty()) return;
   try {
     store_.commit(turns_);
@@ -199,7 +213,7 @@ void Service::undo() {
     else
       kept_.documents.erase(at->path);
   }
-  if (!turns_.empty()) kept_.revision = revisionBefore_;
+  if (!before_.empty()) kept_.revision = revisionBefore_;
   before_.clear();
   turns_.clear();
   watches_->undone();
@@ -210,6 +224,7 @@ void Service::suspend(StoreError const& problem) {
   problem_ = problem.what();
   log_.error(isFull_ ? "disk_full" : "store_failed", {{"reason", *problem_}});
   tree_.reset();
+  renewed_.clear();
   nextTry_ = loop_.now() + kTries;
 }
 
@@ -252,6 +267,7 @@ void Service::tick() {
   // What is less than a millisecond is not lost.
   lastTick_ = now - (passed - inMilliseconds(passed));
   tryStore(now);
+  if (turns_.empty()) commit();
   // Behind what has come in already: a renewal may be among it.
   loop_.post(later(self_, &Service::expire));
   if (now >= nextSign_) {

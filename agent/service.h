@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
 #include <vector>
@@ -82,6 +83,7 @@ class Service {
   void tryStore(EventLoop::Clock::time_point now);
   bool isRefresh(std::span<Operation const> operations, std::optional<std::chrono::milliseconds> timeToLive) const;
   void renew(std::span<Operation const> operations, std::optional<std::chrono::milliseconds> timeToLive);
+  CommittedTurn takeRenewed();
 
   EventLoop& loop_;
   Nox::Library const& library_;
@@ -101,6 +103,8 @@ class Service {
   /// For how long the agent has been awake, and for how long that matters to the heartbeats that it found.
   std::chrono::milliseconds awake_{0};
   std::chrono::milliseconds awakeMatters_{0};
+  /// Heartbeats that were put for the first time since the start, which is not yet kept.
+  std::set<std::string> renewed_;
   /// Turns that are not yet kept, what stood before them, and what waits for them.
   std::vector<CommittedTurn> turns_;
   std::vector<DocumentBefore> before_;

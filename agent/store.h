@@ -36,8 +36,8 @@ struct DocumentChange {
   /// How long a heartbeat lives without being put again; absent for one that never expires, and for all other
   /// documents.
   std::optional<std::chrono::milliseconds> timeToLive = std::nullopt;
-  /// Nothing has changed but the time to live, or that the heartbeat was put again for the first time since the agent
-  /// started.
+  /// Nothing has changed but the time to live, or nothing but that the heartbeat was put again for the first time since
+  /// the agent started.
   bool isRenewal = false;
   /// In what `load()` gives, how much of its time to live a heartbeat has at this start: all of it, unless it was not
   /// put again between the start before and this one; then what was left when the agent ended.

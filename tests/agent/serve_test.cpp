@@ -207,6 +207,7 @@ TEST(Serve, RefusesAStateFileThatItCannotUseAndLeavesItAsItIs) {
   auto const change = [&](std::string const& name, std::size_t at, std::string const& bytes) {
     {
       SqliteStore store(folder / name);
+      store.prepare();
       CommittedTurn const turn{1, {{"mount/ready/x", std::make_shared<std::string const>("true"), 1, std::nullopt}}};
       store.commit({&turn, 1});
     }
@@ -214,13 +215,14 @@ TEST(Serve, RefusesAStateFileThatItCannotUseAndLeavesItAsItIs) {
     file.seekp(static_cast<std::streamoff>(at));
     file << bytes;
   };
-  change("newer", 60, std::string("\0\0\0\2", 4));
+  change("newer", 60, std::string("\0\0\0\3", 4));
   change("foreign", 68, std::string("\0\0\0\2", 4));
   change("damaged", 4096, std::string(3000, 'x'));
   folder.write("text", "I am no state file.\n");
   {
     // A store that no agent wrote.
     SqliteStore store(folder / "nonsense");
+    store.prepare();
     CommittedTurn const turn{1, {{"no/such/path", std::make_shared<std::string const>("{}"), 1, std::nullopt}}};
     store.commit({&turn, 1});
   }

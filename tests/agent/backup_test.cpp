@@ -1,0 +1,237 @@
+// Backups: copies of a state that goes on, what is refused as one, and states that are made of them.
+#include "agent/backup.h"
+
+#include <gmock/gmock.h>
+
+#include <random>
+#include <sstream>
+
+#include "agent/api_call.h"
+#include "agent/backup_reader.h"
+#include "agent/sqlite_store.h"
+#include "agent/state_commands.h"
+#include "support/long_form.h"
+#include "support/mirror.h"
+#include "support/program.h"
+#include "support/random_history.h"
+#include "support/service_world.h"
+#include "support/store_model.h"
+
+namespace Agent {
+namespace {
+
+using namespace std::chrono_literals;
+using Test::firstSeed;
+using Test::Mirror;
+using Test::rounds;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+/// The state that a whole backup holds.
+StoreModel modelOf(std::string const& backup) {
+  StoreModel model;
+  BackupReader reader(
+      [&](DocumentChange const& document) { model.documents[document.path] = StoreModel::stored(document); });
+  reader.feed(backup);
+  reader.finish();
+  model.revision = reader.revision();
+  return model;
+}
+
+StoreModel modelOf(Service const& service) {
+  StoreModel model;
+  model.revision = service.revision();
+  for (auto const& [path, document] : service.documents())
+    model.documents[path] = StoreModel::stored({path, document.text, document.revision, document.timeToLive});
+  return model;
+}
+
+std::string readAll(BodySource& source) {
+  std::string all;
+  while (auto const piece = source.next()) all += *piece;
+  return all;
+}
+
+void fill(ServiceWorld& world, unsigned count) {
+  for (unsigned n = 0; n < count; ++n)
+    world.put("registration/a/n" + std::to_string(n), '"' + std::string(2'000, 'x') + '"');
+}
+
+TEST(Backup, HoldsTheDocumentsAsTheyWereWhenItBeganWhateverHappensMeanwhile) {
+  std::size_t changedMeanwhile = 0;
+  for (unsigned seed = firstSeed(); seed < firstSeed() + rounds(8); ++seed) {
+    SCOPED_TRACE("ENROLIX_TEST_SEED=" + std::to_string(seed));
+    std::mt19937 random(seed);
+    ServiceWorld world;
+    fill(world, 120);
+    for (std::string const& line : enrolment("b", "02:00:00:aa:00:01")) world.apply(line);
+    StoreModel const expected = modelOf(*world.service);
+    auto const source = world.service->backup();
+    std::string backup;
+    while (auto const piece = source->next()) {
+      EXPECT_LT(piece->size(), 70'000u);
+      backup += *piece;
+      for (unsigned n = 0; n < 10; ++n) {
+        std::string const path = "registration/a/n" + std::to_string(random() % 140);
+        bool const isFailing = random() % 8 == 0;
+        world.memory->isFullIs(isFailing);
+        try {
+          if (random() % 3 == 0)
+            world.remove(path);
+          else
+            world.put(path, std::to_string(random()));
+          changedMeanwhile += isFailing ? 0 : 1;
+        } catch (StoreError const&) {
+          EXPECT_TRUE(isFailing);
+        }
+        world.memory->isFullIs(false);
+        if (isFailing) world.loop.pass(2s);
+      }
+    }
+    ASSERT_EQ(modelOf(backup), expected);
+    ASSERT_NE(modelOf(*world.service), expected);
+  }
+  EXPECT_GT(changedMeanwhile, 100u);
+}
+
+TEST(Backup, IsBrokenOffWhenTheStateIsReplaced) {
+  ServiceWorld world;
+  fill(world, 120);
+  auto const source = world.service->backup();
+  EXPECT_TRUE(source->next());
+  MemoryStore other(world.memory);
+  commitOne(other, {world.service->revision(), {}});
+  world.loop.run();
+  EXPECT_THROW(readAll(*source), std::runtime_error);
+}
+
+TEST(Backup, IsRefusedIfOneByteOfItIsMissingOrAnother) {
+  ServiceWorld world;
+  for (std::string const& line : enrolment("b", "02:00:00:aa:00:01")) world.apply(line);
+  std::string const whole = readAll(*world.service->backup());
+  ASSERT_EQ(modelOf(whole), modelOf(*world.service));
+  for (std::size_t at = 0; at < whole.size(); ++at) {
+    EXPECT_THROW(modelOf(whole.substr(0, at)), InputError) << "cut at " << at;
+    for (char const mask : {'\x01', '\x20', '\x7f'}) {
+      std::string changed = whole;
+      changed[at] = static_cast<char>(changed[at] ^ mask);
+      EXPECT_THROW(modelOf(changed), std::runtime_error) << "changed at " << at;
+    }
+  }
+  EXPECT_THROW(modelOf(whole + "{}\n"), InputError);
+}
+
+TEST(Backup, BecomesAStateOfAnotherHistory) {
+  Folder folder;
+  ServiceWorld world;
+  world.put("controller/config", R"({"enabled": true})");
+  for (std::string const& line : enrolment("b", "02:00:00:aa:00:01")) world.apply(line);
+  std::string const file = folder.write("backup", readAll(*world.service->backup()));
+  std::ostringstream out;
+  EXPECT_EQ(restoreState({file, folder / "state"}, out), 0);
+  EXPECT_EQ(folder.files(), 2) << "the backup and the state";
+  EXPECT_THAT(out.str(), StartsWith((folder / "state") + ": revision " + std::to_string(world.service->revision())));
+  {
+    SqliteStore store(folder / "state");
+    EXPECT_EQ(contents(store), modelOf(*world.service));
+    EXPECT_NE(store.history(), world.store->history());
+  }
+  std::ostringstream checked;
+  EXPECT_EQ(checkStateFile({folder / "state"}, checked), 0);
+  EXPECT_THAT(checked.str(), HasSubstr("history "));
+  // What is there already is not replaced, nor is a state made where the rest of another one would be taken for its
+  // own.
+  for (std::string const taken : {"state", "other-wal", "third-witness"}) {
+    if (taken != "state") folder.write(taken, "x");
+    std::string const state = folder / taken.substr(0, taken.find('-'));
+    EXPECT_THROW(restoreState({file, state}, out), FileError) << taken;
+  }
+  std::string damaged = folder.read("backup");
+  damaged.resize(damaged.size() - 40);
+  EXPECT_THROW(restoreState({folder.write("damaged", damaged), folder / "fourth"}, out), StoreError);
+  EXPECT_FALSE(std::filesystem::exists(folder / "fourth"));
+  EXPECT_FALSE(std::filesystem::exists((folder / "fourth") + ".restoring"));
+}
+
+/// A reader that loses its connection, and resumes at whatever server there is.
+class Reader {
+ public:
+  explicit Reader(std::string prefix) : mirror_(std::move(prefix), 0) {}
+
+  void connect(ServiceWorld& world) {
+    mirror_.lose();
+    WatchHub& hub = world.service->watches();
+    source_ = hub.watch(mirror_.prefix(), parseEventId(mirror_.id(), hub.history(), "id"));
+  }
+  /// Takes so many pieces at most.
+  void read(unsigned pieces) {
+    for (; pieces > 0; --pieces) {
+      auto const piece = source_->next();
+      if (!piece || piece->empty()) return;
+      mirror_.take(*piece);
+    }
+  }
+  Mirror const& mirror() const { return mirror_; }
+
+ private:
+  Mirror mirror_;
+  std::unique_ptr<BodySource> source_;
+};
+
+// Readers of the state that was lost come to one that was made of its backup, which has gone on otherwise: each must
+// come to know what stands there, and not go on from what it knew.
+TEST(Backup, ReadersOfALostStateAreNeverMistakenAboutTheRestoredOne) {
+  unsigned resyncs = 0;
+  for (unsigned seed = firstSeed(); seed < firstSeed() + rounds(40); ++seed) {
+    SCOPED_TRACE("ENROLIX_TEST_SEED=" + std::to_string(seed));
+    std::mt19937 random(seed);
+    RandomHistory history(seed);
+    RandomHistory otherHistory(seed + 1'000'000);
+    ServiceWorld lost;
+    std::vector<Reader> readers;
+    for (char const* prefix : {"", "registration/", "mount/"}) readers.emplace_back(prefix);
+    auto const live = [&](ServiceWorld& world, RandomHistory& operations, unsigned count) {
+      for (unsigned n = 0; n < count; ++n) {
+        world.apply(operations.next());
+        for (Reader& reader : readers)
+          if (random() % 3 == 0) reader.read(random() % 3);
+      }
+    };
+    for (Reader& reader : readers) reader.connect(lost);
+    live(lost, history, random() % 30);
+    std::string const backup = readAll(*lost.service->backup());
+    live(lost, history, random() % 30);
+
+    ServiceWorld restored;
+    restored.memory = std::make_shared<Memory>();
+    CommittedTurn turn{0, {}};
+    BackupReader reader([&](DocumentChange const& document) { turn.changes.push_back(document); });
+    reader.feed(backup);
+    turn.revision = reader.revision();
+    {
+      MemoryStore store(restored.memory);
+      commitOne(store, turn);
+    }
+    restored.restart();
+    // Sometimes the restored state comes to the very revision that was lost.
+    live(restored, otherHistory, random() % 2 == 0 ? 0 : random() % 30);
+    for (Reader& one : readers) {
+      one.connect(restored);
+      one.read(1 + random() % 3);
+    }
+    live(restored, otherHistory, random() % 10);
+    for (Reader& one : readers) {
+      if (random() % 2 == 0) one.connect(restored);
+      one.read(10'000);
+      std::map<std::string, std::string> expected;
+      auto const [begin, end] = withPrefix(restored.service->documents(), one.mirror().prefix());
+      for (auto at = begin; at != end; ++at) expected[at->first] = *at->second.text;
+      ASSERT_EQ(one.mirror().documents(), expected) << "prefix " << one.mirror().prefix();
+      resyncs += static_cast<unsigned>(one.mirror().resyncs());
+    }
+  }
+  EXPECT_GE(resyncs, rounds(40) * 2) << "most readers knew another state";
+}
+
+}  // namespace
+}  // namespace Agent
