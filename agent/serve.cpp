@@ -105,6 +105,10 @@ class Agent {
 
 }  // namespace
 
+std::string damagedLine(std::string_view state, InputError const& error) {
+  return printable(state, state.size()) + ": damaged: " + placedReason(error);
+}
+
 int serve(ServeOptions const& options, std::ostream& out, std::ostream& problems) {
   std::string state;
   try {
@@ -116,10 +120,10 @@ int serve(ServeOptions const& options, std::ostream& out, std::ostream& problems
     return 0;
   } catch (InputError const& error) {
     // What the store holds was never written by an agent.
-    problems << state << ": damaged: " << error.path() << ": " << (error.field().empty() ? "" : error.field() + ": ")
-             << error.reason() << '\n';
+    problems << damagedLine(state, error) << '\n';
   } catch (std::exception const& error) {
-    problems << error.what() << '\n';
+    std::string const reason = error.what();
+    problems << printable(reason, reason.size()) << '\n';
   }
   return 1;
 }
