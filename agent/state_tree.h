@@ -36,6 +36,10 @@ class StateTree {
   /// Throws what `put()` or, without a document, `remove()` would throw about the path and the document.
   static void check(Path const& path, Json const* document);
 
+  /// What of a document that was read from a tree may be put: all but the registry's own fields; nothing where the
+  /// whole document is the registry's. What no tree can have held is given as it is.
+  static std::optional<Json> inputOf(Path const& path, Json const& document);
+
   /// Puts back a document that was read from a tree like this one, the registry's own included, before there is a
   /// registry: rows of the controller's table last, since they name registrations. Throws an InputError if the document
   /// cannot have been read there.
@@ -52,7 +56,6 @@ class StateTree {
   void forEach(std::function<void(std::string const& path, Json const& document)> const& visit) const;
 
  private:
-  struct Check;
   struct Put;
   struct Restore;
   struct Remove;

@@ -6,16 +6,16 @@
 #include "agent/colours.h"
 #include "agent/input_error.h"
 #include "agent/switch_table.h"
-#include "agent/tree_lines.h"
+#include "agent/tree_members.h"
 #include "agent/tree_text.h"
 
 namespace Agent {
 namespace {
 
 /// Reads all documents under the prefix, at one revision.
-void readTree(Connection const& connection, std::string const& prefix, TreeLines::Filter const& isWanted,
-              TreeLines::Taker const& take) {
-  TreeLines lines(isWanted, take);
+void readTree(Connection const& connection, std::string const& prefix, TreeMembers::Filter const& isWanted,
+              TreeMembers::Taker const& take) {
+  TreeMembers members(isWanted, take);
   HttpResponse refused;
   auto const begun = [&](HttpResponse const& head) {
     refused.status = head.status;
@@ -23,14 +23,14 @@ void readTree(Connection const& connection, std::string const& prefix, TreeLines
   };
   auto const piece = [&](std::string_view text) {
     if (refused.status == 200)
-      understanding([&] { lines.feed(text); });
+      understanding([&] { members.feed(text); });
     else
       refused.body += text;
     return true;
   };
   connection.stream(makeRequest("GET", "/v1/tree?prefix=" + queryValue(prefix)), begun, piece);
   requireSuccess(refused);
-  understanding([&] { lines.finish(); });
+  understanding([&] { members.finish(); });
 }
 
 /// Prints in pieces that are worth a write.
