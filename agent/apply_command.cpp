@@ -1,10 +1,12 @@
-// `enrolix apply`: sends scenarios piece by piece, and finds the refused line in its file again.
+// `enrolix apply`: sends scenarios and trees piece by piece, and finds the refused line in its file again.
 #include <algorithm>
 #include <vector>
 
 #include "agent/client_commands.h"
 #include "agent/input_error.h"
 #include "agent/scenario_pieces.h"
+#include "agent/tree_file.h"
+#include "agent/tree_text.h"
 
 namespace Agent {
 namespace {
@@ -72,10 +74,19 @@ class Sender {
 
   bool isSent() const { return isSent_; }
 
+  /// Of trees, so many documents more were not sent.
+  void leaveOut(std::size_t count) { leftOut_ += count; }
+
   std::string summary() const {
-    if (options_.common.format == OutputFormat::kJson)
-      return Json{{"applied", applied_}, {"revision", revision_}}.dump() + "\n";
-    return std::to_string(applied_) + (applied_ == 1 ? " operation" : " operations") + " applied, revision " +
+    if (options_.common.format == OutputFormat::kJson) {
+      Json line = {{"applied", applied_}, {"revision", revision_}};
+      if (options_.isTree) line["leftOut"] = leftOut_;
+      return jsonLine(line);
+    }
+    std::string const what = options_.isTree ? "document" : "operation";
+    std::string const rest =
+        options_.isTree ? ", " + std::to_string(leftOut_) + " of the registry's own left out" : std::string();
+    return std::to_string(applied_) + " " + what + (applied_ == 1 ? "" : "s") + " applied" + rest + ", revision " +
            std::to_string(revision_) + "\n";
   }
 
@@ -86,29 +97,62 @@ class Sender {
   std::string target_;
   std::uint64_t applied_ = 0;
   std::uint64_t revision_ = 0;
+  std::size_t leftOut_ = 0;
   bool isSent_ = false;
+};
+
+/// Sends the scenarios, or the trees, and what is left at the end if all is one turn.
+class Application {
+ public:
+  Application(ApplyOptions const& options, Sender& sender) : options_(options), sender_(sender) {}
+
+  void run() {
+    for (std::string const& file : options_.files) options_.isTree ? addTree(file) : addScenario(file);
+    // Empty files, too, have an answer: the revision that stands.
+    if (options_.isAtomic || !sender_.isSent()) send();
+  }
+
+ private:
+  void addScenario(std::string const& file) {
+    ScenarioPieces pieces(openScenario(file));
+    try {
+      while (auto const piece = pieces.next()) {
+        batch_.add(file, *piece);
+        if (!options_.isAtomic) send();
+      }
+    } catch (InputError const& error) {
+      throw ClientFailure(ExitCode::kRefused, errorLine(file, pieces.line(), error));
+    }
+  }
+
+  void addTree(std::string const& file) {
+    constexpr PieceLimits kLimits;
+    TreeFile const tree(file);
+    tree.forEach([&](TreeFile::Input const& input) {
+      bool const isFull =
+          batch_.parts.size() == kLimits.lines || batch_.text.size() + input.text.size() > kLimits.bytes;
+      if (isFull && !batch_.parts.empty() && !options_.isAtomic) send();
+      batch_.add(file, {input.text, input.line, 1});
+    });
+    sender_.leaveOut(tree.leftOut());
+    if (!options_.isAtomic && !batch_.parts.empty()) send();
+  }
+
+  void send() {
+    sender_.send(batch_);
+    batch_ = {};
+  }
+
+  ApplyOptions const& options_;
+  Sender& sender_;
+  Batch batch_;
 };
 
 }  // namespace
 
 ExitCode runCommand(ApplyOptions const& options, ClientSurroundings const& surroundings) {
   Sender sender(options, surroundings);
-  Batch batch;
-  for (std::string const& file : options.files) {
-    ScenarioPieces pieces(openScenario(file));
-    try {
-      while (auto const piece = pieces.next()) {
-        batch.add(file, *piece);
-        if (options.isAtomic) continue;
-        sender.send(batch);
-        batch = {};
-      }
-    } catch (InputError const& error) {
-      throw ClientFailure(ExitCode::kRefused, errorLine(file, pieces.line(), error));
-    }
-  }
-  // Empty files, too, have an answer: the revision that stands.
-  if (options.isAtomic || !sender.isSent()) sender.send(batch);
+  Application(options, sender).run();
   surroundings.print(sender.summary());
   return ExitCode::kDone;
 }

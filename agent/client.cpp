@@ -93,11 +93,9 @@ Refusal readRefusal(HttpResponse const& response) {
 }
 
 std::string refusalText(Refusal const& refusal) {
-  constexpr std::size_t kPartLimit = 600;
-  std::string text;
-  for (std::string const& part : {refusal.path, refusal.field})
-    if (!part.empty()) text += printable(part, kPartLimit) + ": ";
-  return text + printable(refusal.reason, 1000);
+  InputError error(refusal.field, printable(refusal.reason, 1000));
+  error.pathIs(refusal.path);
+  return placedReason(error);
 }
 
 ExitCode exitCode(Refusal const& refusal) {

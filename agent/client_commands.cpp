@@ -26,7 +26,7 @@ void printWritten(HttpResponse const& response, std::string const& path, ClientC
   std::uint64_t revision = 0;
   understanding([&] { revision = readJson(response.body).at("revision").get<std::uint64_t>(); });
   if (common.format == OutputFormat::kJson)
-    surroundings.print(Json{{"revision", revision}, {"path", path}}.dump() + "\n");
+    surroundings.print(jsonLine({{"revision", revision}, {"path", path}}));
   else
     surroundings.print("revision " + std::to_string(revision) + "\n");
 }
@@ -43,7 +43,7 @@ ExitCode runCommand(GetOptions const& options, ClientSurroundings const& surroun
   understanding([&] { document = readJson(response.body); });
   if (options.common.format == OutputFormat::kJson) {
     Json const line = {{"revision", revisionOf(response)}, {"path", options.path}, {"value", document}};
-    surroundings.print(line.dump() + "\n");
+    surroundings.print(jsonLine(line));
   } else {
     surroundings.print(indentedText(document, 0) + "\n");
   }

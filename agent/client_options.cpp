@@ -158,11 +158,12 @@ void ClientCommands::describeTree(CLI::App& app) {
       ->check(isEventId());
   watch.add_flag("--once", watch_.isOnce, "Print what is there and end");
 
-  CLI::App& apply = add(app, "apply", "Send scenario files", apply_);
-  apply.add_option("FILE", apply_.files, "Scenario files, - for standard input")
+  CLI::App& apply = add(app, "apply", "Send scenario files, or trees", apply_);
+  apply.add_option("FILE", apply_.files, "Scenario files, or trees; - for standard input")
       ->type_name("")
       ->required()
       ->check(notEmpty("file name"));
+  apply.add_flag("--tree", apply_.isTree, "The files are trees, as dump prints them; of these the inputs are sent");
   apply.add_flag("--atomic", apply_.isAtomic, "All operations in one turn, or none");
   addTimeToLive(apply, apply_.timeToLive);
   addIfMatch(apply, apply_.ifMatch, "the tree; nobody else may change it meanwhile");

@@ -69,11 +69,13 @@ struct WatchOptions {
   bool isOnce = false;
 };
 
-/// `enrolix apply`: sends scenario files.
+/// `enrolix apply`: sends scenario files, or the inputs of trees.
 struct ApplyOptions {
   ClientCommonOptions common;
   /// At least one; "-" is standard input and stands here at most once.
   std::vector<std::string> files;
+  /// Whether each of them is one object from path to document, as `enrolix dump` prints it.
+  bool isTree = false;
   bool isAtomic = false;
   /// How many seconds the heartbeats in them live.
   std::optional<std::string> timeToLive;

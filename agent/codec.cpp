@@ -188,6 +188,15 @@ void checkRow(AnswerRow<Row> const& row, Json const& json) {
     throw InputError("", "this field is the registry's own: no put may hold it");
 }
 
+template <class Row>
+constexpr bool isAnswer(Row const& /*row*/) {
+  return false;
+}
+template <class Row>
+constexpr bool isAnswer(AnswerRow<Row> const& /*row*/) {
+  return true;
+}
+
 template <class R>
 std::string fieldNames() {
   std::string names;
@@ -311,6 +320,18 @@ void checkDocument(Json const& document) {
   }
 }
 
+template <class R>
+Json withoutAnswers(Json const& document) {
+  if (!document.is_object()) return document;
+  Json::object_t inputs;
+  for (auto const& member : document.get_ref<Json::object_t const&>()) {
+    bool isInput = true;
+    forEachRow<R>([&](auto const& row) { isInput = isInput && !(isAnswer(row) && row.name == member.first); });
+    if (isInput) inputs.push_back(member);
+  }
+  return inputs;
+}
+
 template <class R, Writer By>
 void writeDocument(Json const& document, R& record) {
   auto const& members = document.get_ref<Json::object_t const&>();
@@ -326,26 +347,36 @@ Json readDocument(R const& record) {
 
 // What is put and read at paths of its own.
 template void checkDocument<Controllerdb::Config>(Json const&);
+template Json withoutAnswers<Controllerdb::Config>(Json const&);
 template void writeDocument(Json const&, Controllerdb::Config&);
 template Json readDocument(Controllerdb::Config const&);
 template void checkDocument<Controllerdb::Status>(Json const&);
+template Json withoutAnswers<Controllerdb::Status>(Json const&);
 template void writeDocument(Json const&, Controllerdb::Status&);
 template Json readDocument(Controllerdb::Status const&);
 template void checkDocument<ControllerRegistration::SwitchConfig>(Json const&);
+template Json withoutAnswers<ControllerRegistration::SwitchConfig>(Json const&);
 template void writeDocument(Json const&, ControllerRegistration::SwitchConfig&);
 template Json readDocument(ControllerRegistration::SwitchConfig const&);
 template void checkDocument<ControllerRegistration::SwitchStatus>(Json const&);
+template Json withoutAnswers<ControllerRegistration::SwitchStatus>(Json const&);
 template void writeDocument(Json const&, ControllerRegistration::SwitchStatus&);
 template Json readDocument(ControllerRegistration::SwitchStatus const&);
 template void checkDocument<Controller::ServiceConfigV1>(Json const&);
+template Json withoutAnswers<Controller::ServiceConfigV1>(Json const&);
 template void writeDocument(Json const&, Controller::ServiceConfigV1&);
 template Json readDocument(Controller::ServiceConfigV1 const&);
 template Json readDocument(Controller::ServiceStatusV1 const&);
 template void checkDocument<Controller::SystemPublishedMount>(Json const&);
+template Json withoutAnswers<Controller::SystemPublishedMount>(Json const&);
 template void writeDocument(Json const&, Controller::SystemPublishedMount&);
 template Json readDocument(Controller::SystemPublishedMount const&);
 
 // What comes back from where it was kept.
+template void checkDocument<Controllerdb::Config, Writer::kRegistry>(Json const&);
+template void checkDocument<ControllerRegistration::SwitchConfig, Writer::kRegistry>(Json const&);
+template void checkDocument<Controller::ServiceConfigV1, Writer::kRegistry>(Json const&);
+template void checkDocument<Controller::SystemPublishedMount, Writer::kRegistry>(Json const&);
 template void checkDocument<Controllerdb::Status, Writer::kRegistry>(Json const&);
 template void writeDocument<Controllerdb::Status, Writer::kRegistry>(Json const&, Controllerdb::Status&);
 template void checkDocument<ControllerRegistration::SwitchStatus, Writer::kRegistry>(Json const&);

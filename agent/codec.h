@@ -15,6 +15,11 @@ enum class Writer { kOutside, kRegistry };
 template <class R, Writer By = Writer::kOutside>
 void checkDocument(Json const& document);
 
+/// The document of a record of class R without the fields in which the registry answers; what is no object stays as it
+/// is.
+template <class R>
+Json withoutAnswers(Json const& document);
+
 /// Writes a document that was checked into a record, field by field in the order of the record's table; an absent field
 /// means its default. Within a keyed field removed members come first, then changed ones, then new ones, each in the
 /// collection's order; members that are still there stay the same entities. Opens no turn.

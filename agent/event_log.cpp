@@ -28,13 +28,23 @@ class StandardError final : public spdlog::sinks::base_sink<spdlog::details::nul
       return;
     }
     std::string text(line.data(), std::min<std::size_t>(line.size(), kRoom));
-    if (lost_ > 0 && text.size() + 30 < kRoom) {
+    bool const isLossTold = lost_ > 0 && text.size() + 30 < kRoom;
+    if (isLossTold) {
       // The line ends with a break, and in JSON with a brace.
       bool const isJson = text.ends_with("}\n");
       text.insert(text.size() - (isJson ? 2 : 1), (isJson ? ",\"lost\":" : " lost=") + std::to_string(lost_));
-      lost_ = 0;
     }
-    [[maybe_unused]] auto const written = ::write(STDERR_FILENO, text.data(), text.size());
+    // What was broken off ends with its own line.
+    if (isBrokenOff_) text.insert(0, 1, '\n');
+    auto const written = ::write(STDERR_FILENO, text.data(), text.size());
+    if (written == static_cast<ssize_t>(text.size())) {
+      if (isLossTold) lost_ = 0;
+      isBrokenOff_ = false;
+      return;
+    }
+    // A disk without room, say.
+    ++lost_;
+    if (written > 0) isBrokenOff_ = text[static_cast<std::size_t>(written) - 1] != '\n';
   }
   void flush_() override {}
 
@@ -42,6 +52,7 @@ class StandardError final : public spdlog::sinks::base_sink<spdlog::details::nul
   static constexpr std::size_t kRoom = 4096;
 
   std::size_t lost_ = 0;
+  bool isBrokenOff_ = false;
 };
 
 }  // namespace

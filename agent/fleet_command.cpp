@@ -14,6 +14,7 @@
 #include "agent/fleet.h"
 #include "agent/http_client.h"
 #include "agent/input_error.h"
+#include "agent/tree_text.h"
 
 namespace Agent {
 namespace {
@@ -116,7 +117,7 @@ class Readiness {
     std::string const& name = names_.at(systemId);
     if (isJson_) {
       Json const line = {{"switch", name}, {"ready", isReady}, {"count", ready_.size()}, {"of", size_}};
-      return surroundings_.print(line.dump() + "\n");
+      return surroundings_.print(jsonLine(line));
     }
     std::string const state = isReady ? "ready" : "gone";
     Colour const colour = isReady ? Colour::kGreen : Colour::kRed;

@@ -1,13 +1,20 @@
 // Accepts connections and keeps the time, all in one loop.
 #include "agent/http_server.h"
 
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
 #include <array>
 #include <boost/asio/basic_socket_acceptor.hpp>
 #include <boost/asio/basic_waitable_timer.hpp>
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/signal_set.hpp>
+#include <cerrno>
+#include <map>
 #include <stdexcept>
+#include <system_error>
 #include <unordered_set>
 
 #include "agent/http_connection.h"
@@ -23,8 +30,28 @@ using ErrorCode = boost::system::error_code;
 
 // Those beyond the limit are told so, as long as they are not too many themselves.
 constexpr std::size_t kMostTurnedAway = 64;
-// How long to wait when the system has no room for another connection.
+// How long to wait when there is no room for another connection, and for how long there must be room to say so.
 constexpr std::chrono::milliseconds kAcceptPause(100);
+constexpr std::chrono::seconds kCalm(1);
+// So many descriptors are no connection's: the program opens files while it runs.
+constexpr rlim_t kOwnDescriptors = 16;
+
+// How many descriptors the system lets this process have; the limit may change at any time.
+rlim_t mostDescriptors() {
+  rlimit files{};
+  return ::getrlimit(RLIMIT_NOFILE, &files) == 0 ? files.rlim_cur : RLIM_INFINITY;
+}
+
+// Whether a connection that took `descriptor`, the lowest that is free, would leave too few.
+bool isOwn(int descriptor) {
+  rlim_t const most = mostDescriptors();
+  return most != RLIM_INFINITY && static_cast<rlim_t>(descriptor) + kOwnDescriptors >= most;
+}
+
+std::string ownReason() {
+  return "of " + std::to_string(mostDescriptors()) + " open files at a time, the last " +
+         std::to_string(kOwnDescriptors) + " are the agent's own";
+}
 
 }  // namespace
 
@@ -67,12 +94,14 @@ class HttpServer::Impl final : public HttpConnectionHost {
     setAlarm();
   }
 
-  void onStopSignal(std::function<void(int)> stopping) {
-    stopping_ = std::move(stopping);
-    signals_.add(SIGTERM);
-    signals_.add(SIGINT);
-    awaitSignal();
+  void onSignal(int number, std::function<void()> heard) {
+    bool const isFirst = heard_.empty();
+    heard_[number] = std::move(heard);
+    signals_.add(number);
+    if (isFirst) awaitSignal();
   }
+
+  void onPause(std::function<void(std::string const*)> told) { pauseTold_ = std::move(told); }
 
   void run() { context_.run(); }
 
@@ -105,14 +134,31 @@ class HttpServer::Impl final : public HttpConnectionHost {
   void accept() {
     acceptor_.async_accept([this](ErrorCode const& error, HttpSocket socket) {
       if (!acceptor_.is_open()) return;
+      if (error && error != asio::error::connection_aborted) return pause(error.message());
+      bool const isLast = !error && isOwn(socket.native_handle() + 1);
       if (!error) welcome(std::move(socket));
-      if (!error || error == asio::error::connection_aborted)
-        accept();
+      if (isLast)
+        pause(ownReason());
       else
-        at(Clock::now() + kAcceptPause, [this] {
-          if (acceptor_.is_open()) accept();
-        });
+        accept();
     });
+  }
+
+  // Those who connect wait in the system's queue.
+  void pause(std::string const& reason) {
+    lastPause_ = Clock::now();
+    if (!std::exchange(isPaused_, true) && pauseTold_) pauseTold_(&reason);
+    at(lastPause_ + kAcceptPause, [this] { acceptAgain(); });
+  }
+
+  void acceptAgain() {
+    if (!acceptor_.is_open()) return;
+    int const next = ::fcntl(acceptor_.native_handle(), F_DUPFD_CLOEXEC, 0);
+    if (next < 0) return pause(std::generic_category().message(errno));
+    ::close(next);
+    // However few there are, one connection is taken.
+    if (!connections_.empty() && isOwn(next)) return pause(ownReason());
+    accept();
   }
 
   void welcome(HttpSocket socket) {
@@ -141,6 +187,10 @@ class HttpServer::Impl final : public HttpConnectionHost {
   void checkTimes() {
     auto const now = Clock::now();
     for (auto const& connection : all()) connection->checkTime(now);
+    if (isPaused_ && now - lastPause_ > kCalm) {
+      isPaused_ = false;
+      if (pauseTold_) pauseTold_(nullptr);
+    }
     auto const period =
         std::clamp<std::chrono::milliseconds>(limits_.idle / 4, std::chrono::milliseconds(10), std::chrono::seconds(1));
     at(now + period, [this] { checkTimes(); });
@@ -165,7 +215,7 @@ class HttpServer::Impl final : public HttpConnectionHost {
     signals_.async_wait([this](ErrorCode const& error, int signal) {
       if (error) return;
       awaitSignal();
-      stopping_(signal);
+      heard_.at(signal)();
     });
   }
 
@@ -177,7 +227,11 @@ class HttpServer::Impl final : public HttpConnectionHost {
   HttpLimits const limits_;
   HttpHandler handler_;
   std::function<HttpResponse(int, std::string const&)> problem_;
-  std::function<void(int)> stopping_;
+  std::map<int, std::function<void()>> heard_;
+  std::function<void(std::string const*)> pauseTold_;
+  // From the first pause until there has been none for a while.
+  bool isPaused_ = false;
+  Clock::time_point lastPause_;
   std::array<char, 64 * 1024> scratch_;
   TimerQueue tasks_;
   std::optional<Clock::time_point> alarmTime_;
@@ -211,7 +265,8 @@ HttpServer::Clock::time_point HttpServer::now() const { return Clock::now(); }
 void HttpServer::post(std::function<void()> task) { impl_->post(std::move(task)); }
 void HttpServer::at(Clock::time_point time, std::function<void()> task) { impl_->at(time, std::move(task)); }
 
-void HttpServer::onStopSignal(std::function<void(int signal)> stopping) { impl_->onStopSignal(std::move(stopping)); }
+void HttpServer::onSignal(int number, std::function<void()> heard) { impl_->onSignal(number, std::move(heard)); }
+void HttpServer::onPause(std::function<void(std::string const*)> told) { impl_->onPause(std::move(told)); }
 void HttpServer::run() { impl_->run(); }
 void HttpServer::stop(std::chrono::milliseconds grace) { impl_->stop(grace); }
 

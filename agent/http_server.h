@@ -48,8 +48,12 @@ class HttpServer final : public EventLoop {
   void post(std::function<void()> task) override;
   void at(Clock::time_point time, std::function<void()> task) override;
 
-  /// Calls `stopping` on every SIGTERM and SIGINT instead of ending the program.
-  void onStopSignal(std::function<void(int signal)> stopping);
+  /// Calls `heard` on every signal of that number, instead of what the system does with it otherwise.
+  void onSignal(int number, std::function<void()> heard);
+
+  /// Calls `told` when no more connections can be taken, with the reason in one line, and with null when they have been
+  /// taken again for a while. Those who connect meanwhile wait. Some descriptors stay free for the program itself.
+  void onPause(std::function<void(std::string const* reason)> told);
 
   /// Runs until it has stopped. Lets through what a task throws.
   void run();

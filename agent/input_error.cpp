@@ -80,7 +80,11 @@ FileError::FileError(std::string_view file, std::string_view reason)
 FileError::FileError(std::string_view file, int error) : FileError(file, std::generic_category().message(error)) {}
 
 std::string errorLine(std::string_view file, std::size_t line, InputError const& error) {
-  std::string result = printable(file, file.size()) + ":" + std::to_string(line) + ": ";
+  return printable(file, file.size()) + ":" + std::to_string(line) + ": " + placedReason(error);
+}
+
+std::string placedReason(InputError const& error) {
+  std::string result;
   for (std::string const& part : {error.path(), error.field()}) {
     if (!part.empty()) result += printable(part, kPartLimit) + ": ";
   }

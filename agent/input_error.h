@@ -41,6 +41,9 @@ class FileError : public std::runtime_error {
 /// from 1.
 std::string errorLine(std::string_view file, std::size_t line, InputError const& error);
 
+/// "PATH: FIELD: reason" with what the error knows; parts that do not exist are left out.
+std::string placedReason(InputError const& error);
+
 /// `text` as one line of valid UTF-8: control characters, line separators and invalid bytes are written as escapes, and
 /// what is longer than `limit` bytes loses its middle.
 std::string printable(std::string_view text, std::size_t limit);

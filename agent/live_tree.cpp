@@ -51,10 +51,7 @@ LiveTree::LiveTree(Nox::Library const& library, TreeDocuments& documents)
 void LiveTree::restore(Tables& tables) {
   tree_.emplace(tables);
   for (auto const& [path, document] : kept_.documents) {
-    about(path, [&, &path = path, &document = document] {
-      Path const place = parsePath(path);
-      if (!std::holds_alternative<At::ControllerSwitch>(place)) tree_->restore(place, readJson(*document.text));
-    });
+    about(path, [&, &path = path, &document = document] { tree_->restore(parsePath(path), readJson(*document.text)); });
   }
 }
 

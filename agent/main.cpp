@@ -71,8 +71,9 @@ void reserveStandardStreams() {
 
 int main(int argc, char** argv) {
   reserveStandardStreams();
-  // A reader that has gone is an error of a write like any other.
+  // A reader that has gone and a file that may not grow are errors of a write like any other.
   std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
   try {
     auto const options = Agent::parseOptions({argv + 1, argv + argc}, ENROLIX_VERSION);
     return std::visit([](auto const& chosen) { return run(chosen); }, options);

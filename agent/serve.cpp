@@ -3,10 +3,12 @@
 
 #include <sys/resource.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 
 #include "agent/library_path.h"
+#include "agent/log_file.h"
 #include "agent/memory_store.h"
 #include "agent/sqlite_store.h"
 
@@ -48,11 +50,33 @@ std::optional<std::string> limitReason(HttpLimits const& limits, int status) {
   return std::nullopt;
 }
 
+/// A hangup ends nothing: the log goes on in a file of its old name, whatever became of that which it was in.
+class Hangups {
+ public:
+  Hangups(HttpServer& server, EventLog& log) : log_(log) {
+    server.onSignal(SIGHUP, [this] { hear(); });
+  }
+
+ private:
+  void hear() {
+    if (!file_.isThere()) return log_.info("hangup", {});
+    std::string const problem = file_.openAnew();
+    if (problem.empty())
+      log_.info("hangup", {{"log", file_.name()}});
+    else
+      log_.warning("hangup", {{"log", file_.name()}, {"reason", problem}});
+  }
+
+  EventLog& log_;
+  LogFile file_;
+};
+
 class Agent {
  public:
   Agent(ServeOptions const& options, std::string const& state)
       : log_(options.logFormat),
         server_(options.address, options.port, options.http),
+        hangups_(server_, log_),
         library_(libraryPath(options.library)),
         store_(openStore(state, options.acceptedLoss, log_)),
         service_(server_, library_, *store_, options.service, log_),
@@ -69,7 +93,13 @@ class Agent {
         [http = options.http](int status, std::string const& reason) {
           return TreeApi::problem(status, limitReason(http, status).value_or(reason));
         });
-    server_.onStopSignal([this](int signal) { stop(signal); });
+    for (int const signal : {SIGTERM, SIGINT}) server_.onSignal(signal, [this, signal] { stop(signal); });
+    server_.onPause([this](std::string const* reason) {
+      if (reason != nullptr)
+        log_.warning("accepting_paused", {{"reason", *reason}});
+      else
+        log_.info("accepting_resumed", {});
+    });
   }
 
   std::string const& url() const noexcept { return url_; }
@@ -101,6 +131,8 @@ class Agent {
   EventLog log_;
   // Everything else runs on its loop.
   HttpServer server_;
+  // From here on: loading the state may take its time.
+  Hangups hangups_;
   Nox::Library library_;
   std::unique_ptr<Store> store_;
   Service service_;
@@ -109,6 +141,10 @@ class Agent {
 };
 
 }  // namespace
+
+std::string damagedLine(std::string_view state, InputError const& error) {
+  return printable(state, state.size()) + ": damaged: " + placedReason(error);
+}
 
 int serve(ServeOptions const& options, std::ostream& out, std::ostream& problems) {
   std::string state;
@@ -121,10 +157,10 @@ int serve(ServeOptions const& options, std::ostream& out, std::ostream& problems
     return 0;
   } catch (InputError const& error) {
     // What the store holds was never written by an agent.
-    problems << state << ": damaged: " << error.path() << ": " << (error.field().empty() ? "" : error.field() + ": ")
-             << error.reason() << '\n';
+    problems << damagedLine(state, error) << '\n';
   } catch (std::exception const& error) {
-    problems << error.what() << '\n';
+    std::string const reason = error.what();
+    problems << printable(reason, reason.size()) << '\n';
   }
   return 1;
 }

@@ -19,49 +19,88 @@ namespace {
 
 [[noreturn]] void refuse(std::string const& reason) { throw PathRefusal(reason); }
 
-}  // namespace
+// What stands at a place, and who may write it.
+template <class R>
+struct Document {};
+template <class R>
+struct LastingDocument {};
+struct AnyValue {};
+struct TrueOrFalse {};
+struct OfRegistry {};
+struct Directory {};
 
-// Refuses what no put or, without a document, no delete may do.
-struct StateTree::Check {
+constexpr LastingDocument<Controllerdb::Config> kindOf(At::ControllerConfig const& /*at*/) { return {}; }
+constexpr LastingDocument<Controllerdb::Status> kindOf(At::ControllerStatus const& /*at*/) { return {}; }
+constexpr OfRegistry kindOf(At::ControllerSwitch const& /*at*/) { return {}; }
+constexpr Directory kindOf(At::Registration const& /*at*/) { return {}; }
+constexpr Document<SwitchConfig> kindOf(At::SwitchConfig const& /*at*/) { return {}; }
+constexpr Document<SwitchStatus> kindOf(At::SwitchStatus const& /*at*/) { return {}; }
+constexpr AnyValue kindOf(At::OtherEntry const& /*at*/) { return {}; }
+constexpr AnyValue kindOf(At::Heartbeat const& /*at*/) { return {}; }
+constexpr Document<ServiceConfigV1> kindOf(At::ServiceConfig const& /*at*/) { return {}; }
+constexpr Document<ServiceConfigV1> kindOf(At::ServiceOverride const& /*at*/) { return {}; }
+constexpr OfRegistry kindOf(At::ServiceStatus const& /*at*/) { return {}; }
+constexpr Document<Controller::SystemPublishedMount> kindOf(At::MountOffer const& /*at*/) { return {}; }
+constexpr TrueOrFalse kindOf(At::MountReady const& /*at*/) { return {}; }
+
+// Refuses what no put or, without a document, no delete may do. What comes back from where it was kept may hold the
+// registry's fields; whole documents of the registry's are checked when they are written.
+template <Writer By>
+struct Check {
   Json const* document;
 
+  template <class Place>
+  void operator()(Place const& at) const {
+    allow(kindOf(at));
+  }
   template <class R>
-  void of() const {
-    if (document != nullptr) checkDocument<R>(*document);
+  void allow(Document<R> /*kind*/) const {
+    if (document != nullptr) checkDocument<R, By>(*document);
   }
-  static void isRegistrys() { refuse("this path is the registry's own: it can be read, not put or deleted"); }
-  void isAlwaysThere() const {
+  template <class R>
+  void allow(LastingDocument<R> /*kind*/) const {
     if (document == nullptr) refuse("this path is always there: it can be put, not deleted");
+    checkDocument<R, By>(*document);
   }
-  void isNotNull() const {
+  void allow(AnyValue /*kind*/) const {
     if (document != nullptr && document->is_null())
       throw InputError("", "expected any JSON value but null, found null");
   }
-
-  void operator()(At::ControllerConfig const& /*at*/) const {
-    isAlwaysThere();
-    of<Controllerdb::Config>();
-  }
-  void operator()(At::ControllerStatus const& /*at*/) const {
-    isAlwaysThere();
-    of<Controllerdb::Status>();
-  }
-  void operator()(At::ControllerSwitch const& /*at*/) const { isRegistrys(); }
-  void operator()(At::Registration const& /*at*/) const {
-    if (document != nullptr) refuse("a registration has no document; expected registration/<switch>/<entry>");
-  }
-  void operator()(At::SwitchConfig const& /*at*/) const { of<SwitchConfig>(); }
-  void operator()(At::SwitchStatus const& /*at*/) const { of<SwitchStatus>(); }
-  void operator()(At::OtherEntry const& /*at*/) const { isNotNull(); }
-  void operator()(At::Heartbeat const& /*at*/) const { isNotNull(); }
-  void operator()(At::ServiceConfig const& /*at*/) const { of<ServiceConfigV1>(); }
-  void operator()(At::ServiceOverride const& /*at*/) const { of<ServiceConfigV1>(); }
-  void operator()(At::ServiceStatus const& /*at*/) const { isRegistrys(); }
-  void operator()(At::MountOffer const& /*at*/) const { of<Controller::SystemPublishedMount>(); }
-  void operator()(At::MountReady const& /*at*/) const {
+  void allow(TrueOrFalse /*kind*/) const {
     if (document != nullptr) requireBool(*document, "");
   }
+  void allow(OfRegistry /*kind*/) const {
+    if (By == Writer::kOutside) refuse("this path is the registry's own: it can be read, not put or deleted");
+  }
+  void allow(Directory /*kind*/) const {
+    if (document != nullptr) refuse("a registration has no document; expected registration/<switch>/<entry>");
+  }
 };
+
+// Leaves out what is the registry's.
+struct InputOf {
+  Json const& document;
+
+  template <class Place>
+  std::optional<Json> operator()(Place const& at) const {
+    return of(kindOf(at));
+  }
+  template <class R>
+  std::optional<Json> of(Document<R> /*kind*/) const {
+    return withoutAnswers<R>(document);
+  }
+  template <class R>
+  std::optional<Json> of(LastingDocument<R> /*kind*/) const {
+    return withoutAnswers<R>(document);
+  }
+  static std::optional<Json> of(OfRegistry /*kind*/) { return std::nullopt; }
+  template <class Kind>
+  std::optional<Json> of(Kind /*kind*/) const {
+    return document;
+  }
+};
+
+}  // namespace
 
 // Each puts the document, which was checked, at a place.
 struct StateTree::Put {
@@ -127,11 +166,9 @@ struct StateTree::Restore : Put {
   using Put::operator();
 
   void operator()(At::ControllerStatus const& /*at*/) const {
-    checkDocument<Controllerdb::Status, Writer::kRegistry>(document);
     writeDocument<Controllerdb::Status, Writer::kRegistry>(document, *tree.tables_.status);
   }
   void operator()(At::SwitchStatus const& at) const {
-    checkDocument<SwitchStatus, Writer::kRegistry>(document);
     inRegistration<SwitchStatus, Writer::kRegistry>(at.switchName, "status");
   }
   void operator()(At::ServiceStatus const& at) const {
@@ -145,27 +182,6 @@ struct StateTree::Restore : Put {
     }
     writeDocument<Controller::ServiceStatusV1, Writer::kRegistry>(document,
                                                                   *dir->serviceIs(sharedText<Name>(at.service)));
-  }
-  void operator()(At::ControllerSwitch const& at) const {
-    auto& table = *tree.tables_.controllerStatus;
-    for (auto const& [name, value] : requireObject(document, "")) {
-      if (value.is_null()) continue;
-      if (name == "registeredSwitch")
-        table.registeredSwitchIs(at.systemId, requireBool(value, name));
-      else if (name == "switchConfig")
-        table.switchConfigIs(at.systemId, named<SwitchConfig>(requireString(value, name), "config"));
-      else if (name == "switchStatus")
-        table.switchStatusIs(at.systemId, named<SwitchStatus>(requireString(value, name), "status"));
-      else
-        throw InputError(name, "no such field here; the fields are switchConfig, switchStatus, registeredSwitch");
-    }
-  }
-
-  // A row's record: that of the registration, or a stand-in of its name if that has gone.
-  template <class R>
-  Ptr<R> named(std::string const& switchName, char const* entry) const {
-    Ptr<R> const present = Nox::ptrCast<R>(tree.entry(switchName, entry));
-    return present ? present : Ptr<R>(Nox::make<R>(sharedText<Name>(switchName)));
   }
 };
 
@@ -197,7 +213,11 @@ struct StateTree::Remove {
   void operator()(Place const& /*at*/) const {}
 };
 
-void StateTree::check(Path const& path, Json const* document) { std::visit(Check{document}, path); }
+void StateTree::check(Path const& path, Json const* document) { std::visit(Check<Writer::kOutside>{document}, path); }
+
+std::optional<Json> StateTree::inputOf(Path const& path, Json const& document) {
+  return std::visit(InputOf{document}, path);
+}
 
 void StateTree::put(Path const& path, Json const& document) {
   check(path, &document);
@@ -206,10 +226,7 @@ void StateTree::put(Path const& path, Json const& document) {
 }
 
 void StateTree::restore(Path const& path, Json const& document) {
-  bool const isInput =
-      !std::holds_alternative<At::ControllerStatus>(path) && !std::holds_alternative<At::SwitchStatus>(path) &&
-      !std::holds_alternative<At::ControllerSwitch>(path) && !std::holds_alternative<At::ServiceStatus>(path);
-  if (isInput) check(path, &document);
+  std::visit(Check<Writer::kRegistry>{&document}, path);
   std::visit(Restore{{*this, document}}, path);
 }
 

@@ -36,9 +36,13 @@ class StateTree {
   /// Throws what `put()` or, without a document, `remove()` would throw about the path and the document.
   static void check(Path const& path, Json const* document);
 
+  /// What of a document that was read from a tree may be put: all but the registry's own fields; nothing where the
+  /// whole document is the registry's. What no tree can have held is given as it is.
+  static std::optional<Json> inputOf(Path const& path, Json const& document);
+
   /// Puts back a document that was read from a tree like this one, the registry's own included, before there is a
-  /// registry: rows of the controller's table last, since they name registrations. Throws an InputError if the document
-  /// cannot have been read there.
+  /// registry. Rows of the controller's table are left out: a registry removes only those that it knows of, so that it
+  /// must find none. Throws an InputError if the document cannot have been read there.
   void restore(Path const& path, Json const& document);
 
   /// Deletes what stands at the path, in one turn. Nothing there is no error; a path where nothing may be deleted is a
@@ -52,7 +56,6 @@ class StateTree {
   void forEach(std::function<void(std::string const& path, Json const& document)> const& visit) const;
 
  private:
-  struct Check;
   struct Put;
   struct Restore;
   struct Remove;

@@ -6,6 +6,7 @@
 
 #include "agent/colours.h"
 #include "agent/input_error.h"
+#include "agent/tree_text.h"
 #include "agent/utf8.h"
 
 namespace Agent {
@@ -127,7 +128,7 @@ std::string switchLines(std::vector<SwitchRow> const& rows) {
                        {"generationAsked", orNull(row.generationAsked)},
                        {"generationAnswered", orNull(row.generationAnswered)},
                        {"services", services}};
-    text += line.dump() + "\n";
+    text += jsonLine(line);
   }
   return text;
 }

@@ -6,16 +6,16 @@
 #include "agent/colours.h"
 #include "agent/input_error.h"
 #include "agent/switch_table.h"
-#include "agent/tree_lines.h"
+#include "agent/tree_members.h"
 #include "agent/tree_text.h"
 
 namespace Agent {
 namespace {
 
 /// Reads all documents under the prefix, at one revision.
-void readTree(Connection const& connection, std::string const& prefix, TreeLines::Filter const& isWanted,
-              TreeLines::Taker const& take) {
-  TreeLines lines(isWanted, take);
+void readTree(Connection const& connection, std::string const& prefix, TreeMembers::Filter const& isWanted,
+              TreeMembers::Taker const& take) {
+  TreeMembers members(isWanted, take);
   HttpResponse refused;
   auto const begun = [&](HttpResponse const& head) {
     refused.status = head.status;
@@ -23,14 +23,14 @@ void readTree(Connection const& connection, std::string const& prefix, TreeLines
   };
   auto const piece = [&](std::string_view text) {
     if (refused.status == 200)
-      understanding([&] { lines.feed(text); });
+      understanding([&] { members.feed(text); });
     else
       refused.body += text;
     return true;
   };
   connection.stream(makeRequest("GET", "/v1/tree?prefix=" + queryValue(prefix)), begun, piece);
   requireSuccess(refused);
-  understanding([&] { lines.finish(); });
+  understanding([&] { members.finish(); });
 }
 
 /// Prints in pieces that are worth a write.
@@ -56,7 +56,7 @@ class Batched {
 std::string changeLine(FeedEvent const& event, bool areColoursUsed) {
   std::string const path = printable(event.path, event.path.size());
   return std::to_string(event.revision) + "  " + coloured(path, areColoursUsed ? Colour::kCyan : Colour::kNone) + "  " +
-         (event.value.is_null() ? "deleted" : event.value.dump()) + "\n";
+         (event.value.is_null() ? "deleted\n" : jsonLine(event.value));
 }
 
 /// What a watch says of an event that is no change; empty if nothing.
@@ -79,7 +79,7 @@ std::string eventLine(FeedEvent const& event, ClientCommonOptions const& common,
   bool const isJson = common.format == OutputFormat::kJson;
   if (event.kind == FeedEvent::Kind::kChange) {
     if (!isJson) return changeLine(event, areColoursUsed);
-    return Json{{"revision", event.revision}, {"path", event.path}, {"value", event.value}}.dump() + "\n";
+    return jsonLine({{"revision", event.revision}, {"path", event.path}, {"value", event.value}});
   }
   std::string const name(nameOf(event.kind));
   if (name.empty()) return {};
@@ -87,7 +87,7 @@ std::string eventLine(FeedEvent const& event, ClientCommonOptions const& common,
   if (!isJson) return (isStop ? "-" : std::to_string(event.revision)) + "  " + name + "\n";
   Json line = {{"event", name}};
   if (!isStop) line["revision"] = event.revision;
-  return line.dump() + "\n";
+  return jsonLine(line);
 }
 
 FeedRequest feedOf(std::string prefix, std::optional<std::string> after, ClientSurroundings const& surroundings) {
@@ -174,7 +174,7 @@ ExitCode runCommand(DumpOptions const& options, ClientSurroundings const& surrou
   bool const isJson = options.common.format == OutputFormat::kJson;
   auto const take = [&](std::string const& path, Json const& document) {
     if (isJson)
-      output.write(Json{{"path", path}, {"value", document}}.dump() + "\n");
+      output.write(jsonLine({{"path", path}, {"value", document}}));
     else
       tree.add(path, document);
   };

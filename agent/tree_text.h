@@ -26,7 +26,11 @@ class TreeText {
   bool isBegun_ = false;
 };
 
+/// The value as JSON in one line, line break included. Characters that act on a terminal are escapes in it.
+std::string jsonLine(Json const& value);
+
 /// The document with two blanks for each level, and as many more in front of all its lines but the first.
+/// Characters that act on a terminal are escapes in it.
 std::string indentedText(Json const& document, std::size_t margin);
 
 }  // namespace Agent

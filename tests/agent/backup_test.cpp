@@ -153,6 +153,14 @@ TEST(Backup, BecomesAStateOfAnotherHistory) {
   EXPECT_FALSE(std::filesystem::exists((folder / "fourth") + ".restoring"));
 }
 
+TEST(Backup, ADrillFindsEveryWriteThatWasAnsweredBeforeIt) {
+  Folder folder;
+  std::string const command = std::string("cd '") + (folder / "") + "' && ENROLIX=" + ENROLIX_PROGRAM + " " +
+                              ENROLIX_SCRIPTS + "/drill --switches 20 --seconds 1 >said 2>&1";
+  EXPECT_EQ(std::system(command.c_str()), 0) << folder.read("said");
+  EXPECT_THAT(folder.read("said"), HasSubstr("writes that were answered before the backup are there"));
+}
+
 /// A reader that loses its connection, and resumes at whatever server there is.
 class Reader {
  public:

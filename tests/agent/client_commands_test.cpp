@@ -186,6 +186,34 @@ TEST(ClientCommands, DumpTakesNothingForATreeThatIsNone) {
   EXPECT_EQ(refusing.run(DumpOptions()), 5);
 }
 
+// JSON leaves some controls in strings as they are.
+TEST(ClientCommands, NothingThatTheServerSendsActsOnTheTerminal) {
+  std::string const text =
+      "\x7F \xC2\x9B"
+      "31m \xE2\x80\xA8 \xC3\xAA \xE2\x80\x93";
+  std::string const shown = "\\u007f \\u009b31m \\u2028 \xC3\xAA \xE2\x80\x93";
+  std::string const document = "{\"" + text + "\":\"" + text + "\"}";
+  std::string const change =
+      "event: change\nid: 8\ndata: {\"revision\":8,\"path\":\"a\",\"value\":" + document + "}\n\n";
+  GetOptions get;
+  get.path = "a";
+  for (ClientOptions const& options : {ClientOptions(get),
+                                       ClientOptions(inJson(get)),
+                                       ClientOptions(DumpOptions()),
+                                       ClientOptions(inJson(DumpOptions())),
+                                       ClientOptions(WatchOptions()),
+                                       ClientOptions(inJson(WatchOptions()))}) {
+    ClientWorld world;
+    if (std::holds_alternative<GetOptions>(options))
+      world.answer(200, document);
+    else
+      world.stream({std::holds_alternative<DumpOptions>(options) ? "{\n\"a\": " + document + "\n}\n" : change});
+    world.run(options);
+    EXPECT_THAT(world.printed, HasSubstr("\"" + shown + "\"")) << options.index();
+    EXPECT_EQ(world.printed.find_first_of("\x7F\x9B\xA8"), std::string::npos) << world.printed;
+  }
+}
+
 TEST(ClientCommands, SwitchesPrintTheTable) {
   std::string const tree =
       "{\n\"controller/config\": {\"enabled\":false},\n\"mount/ready/x\": true,\n"

@@ -107,6 +107,8 @@ TEST(ClientOptions, EveryCommandTakesItsOwn) {
   auto const apply = parse<ApplyOptions>({"apply", "a", "-", "--atomic", "--ttl", "0", "--if-match", "4"});
   EXPECT_EQ(apply.files, (Arguments{"a", "-"}));
   EXPECT_TRUE(apply.isAtomic);
+  EXPECT_FALSE(apply.isTree);
+  EXPECT_TRUE(parse<ApplyOptions>({"apply", "--tree", "a"}).isTree);
   EXPECT_EQ(apply.timeToLive, "0");
   EXPECT_EQ(apply.ifMatch, 4u);
   EXPECT_TRUE(parse<SwitchesOptions>({"switches", "--watch"}).isWatched);

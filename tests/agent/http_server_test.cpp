@@ -460,7 +460,12 @@ std::chrono::nanoseconds workOf(clockid_t clock) {
 
 // When the system gives no more descriptors, those who are in are served, and later the others too.
 TEST(HttpServer, OutlivesWantOfDescriptors) {
+  std::vector<std::string> told;
   RunningServer server(echo);
+  server.call([&] {
+    server.server().onPause([&](std::string const* reason) { told.push_back(reason != nullptr ? *reason : "over"); });
+    return true;
+  });
   RawConnection first(server.port());
   first.send(get("/a"));
   ASSERT_EQ(first.response().status, 200);
@@ -489,6 +494,8 @@ TEST(HttpServer, OutlivesWantOfDescriptors) {
   EXPECT_LT(work, milliseconds(250)) << "the loop spins";
   EXPECT_FALSE(isServed);
   EXPECT_EQ(second.response().body, "GET /b ");
+  server.await([&] { return told.size() == 2; });
+  EXPECT_EQ(told, (std::vector<std::string>{"Too many open files", "over"}));
 }
 
 TEST(HttpServer, StopsAndLetsResponsesInProgressFinish) {
@@ -525,15 +532,16 @@ TEST(HttpServer, StopsWithoutThoseWhoTakeTooLong) {
   answers.front()(text("too late"));
 }
 
-TEST(HttpServer, CallsOnStopSignals) {
+TEST(HttpServer, HearsSignals) {
   HttpServer server("127.0.0.1", 0, {});
   std::vector<int> signals;
-  server.onStopSignal([&](int signal) {
-    signals.push_back(signal);
-    if (signals.size() == 1)
-      ::raise(SIGINT);
-    else
-      server.stop(milliseconds(0));
+  server.onSignal(SIGTERM, [&] {
+    signals.push_back(SIGTERM);
+    ::raise(SIGINT);
+  });
+  server.onSignal(SIGINT, [&] {
+    signals.push_back(SIGINT);
+    server.stop(milliseconds(0));
   });
   server.post([] { ::raise(SIGTERM); });
   server.run();

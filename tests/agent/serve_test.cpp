@@ -5,6 +5,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "agent/serve.h"
 #include "agent/sqlite_store.h"
 #include "support/event_reader.h"
 #include "support/served.h"
@@ -241,6 +242,13 @@ TEST(Serve, RefusesAStateFileThatItCannotUseAndLeavesItAsItIs) {
     EXPECT_EQ(folder.read(name), before) << name;
     EXPECT_EQ(folder.files(), files) << name;
   }
+}
+
+TEST(Serve, NothingThatADamagedStateHoldsActsOnTheTerminal) {
+  InputError error(memberField("value", "\x1B[31m"), "no such field");
+  error.pathIs("no/such\x1B[2J\npath\xC2\x9B");
+  EXPECT_EQ(damagedLine("state\n\x1B", error),
+            "state\\n\\u001b: damaged: no/such\\u001b[2J\\npath\\u009b: value[\"\\u001b[31m\"]: no such field");
 }
 
 TEST(Serve, HasItsStateFileForItself) {

@@ -276,8 +276,7 @@ std::string loaded(ServiceWorld& world) {
     tree.emplace(tables);
     // The table of switches is the registry's to write: it finds none.
     MemoryStore(world.memory).load([&](DocumentChange const& document) {
-      Path const path = parsePath(document.path);
-      if (!std::holds_alternative<At::ControllerSwitch>(path)) tree->restore(path, readJson(*document.text));
+      tree->restore(parsePath(document.path), readJson(*document.text));
     });
   });
   std::string all;

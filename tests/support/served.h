@@ -4,9 +4,11 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -114,6 +116,16 @@ class Served {
   std::string const& url() const { return url_; }
   std::uint16_t port() const { return static_cast<std::uint16_t>(std::stoul(url_.substr(url_.rfind(':') + 1))); }
 
+  /// From now on the system gives it so much of a resource, one of RLIMIT_NOFILE and the like.
+  void limit(__rlimit_resource resource, rlim_t most) const {
+    rlimit limits{};
+    ASSERT_EQ(::prlimit(process_, resource, nullptr, &limits), 0);
+    limits.rlim_cur = std::min(most, limits.rlim_max);
+    ASSERT_EQ(::prlimit(process_, resource, &limits, nullptr), 0);
+  }
+
+  /// Where its standard error goes.
+  std::string logFile() const { return log_.path().string(); }
   /// All that it has written to standard error, in all its lives.
   std::string log() const { return readFile(log_.path()); }
 
