@@ -199,16 +199,18 @@ void SqliteStore::open(std::optional<Revision> acceptedLoss) {
 }
 
 void SqliteStore::prepare() {
-  if (!session_) {
-    HistoryId const history = head_.history;
-    std::uint64_t const commits = head_.commits;
-    // The lock is given up for a moment, and another agent may have gone on with the state.
-    open(std::nullopt);
-    if (head_.history == history && head_.commits < commits)
-      throw StoreError(name_ + ": holds fewer commits than were answered");
+  // Its synchronisation covers all of the log, also what a process before this one wrote last and did not synchronise.
+  // And it stands where a commit that failed was written, of which nothing is left.
+  session_->change([&] { session_->fill(); });
+  if (isInDoubt_) {
+    std::optional<StateHead> const head = readHead(session_->database());
+    if (!head) throw StoreError(name_ + ": is damaged: the row of its state is not as written");
+    std::chrono::milliseconds const awake = head_.awake;
+    head_ = *head;
+    head_.awake = std::max(awake, head_.awake);
   }
   if (!isInUse_) beginUse();
-  session_->change([&] { session_->fill(); });
+  isInDoubt_ = false;
 }
 
 // From here on the log may hold what the file lacks. The file says so itself, for good, and the witness is there
@@ -229,7 +231,7 @@ void SqliteStore::beginUse() {
 }
 
 Revision SqliteStore::load(std::function<void(DocumentChange const& document)> const& visit) {
-  if (!session_) throw StoreError(name_ + ": cannot be read before the outcome of the last commit is known");
+  if (isInDoubt_) throw StoreError(name_ + ": cannot be read before the outcome of the last commit is known");
   SqliteStatement documents(session_->database(), kReadDocuments);
   while (documents.step()) {
     DocumentRow row = documentRow(documents);
@@ -268,10 +270,8 @@ void SqliteStore::commit(std::span<CommittedTurn const> turns) {
     head_ = head;
     tellWitness();
   } catch (OutcomeUnknown const&) {
-    // What the log holds is found out by reading it anew, and is moved into the file before it is relied on.
-    session_->database().leavesLogIs(true);
-    session_.reset();
     isInUse_ = false;
+    isInDoubt_ = true;
     throw;
   }
 }
@@ -312,7 +312,7 @@ void SqliteStore::awakeIs(std::chrono::milliseconds time) {
 void SqliteStore::close() noexcept {
   if (!session_) return;
   try {
-    if (isInUse_) {
+    if (isStarted_) {
       StateHead head = head_;
       head.isInUse = false;
       session_->change([&] { session_->headIs(head); });

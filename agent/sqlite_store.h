@@ -65,7 +65,7 @@ class SqliteStore final : public Store {
   std::string name_;
   std::string file_;
   char const* vfs_;
-  /// The file as it is open; null while a commit's outcome is unknown.
+  /// The file as it is open.
   std::unique_ptr<Session> session_;
   /// What the state is since the last commit.
   StateHead head_;
@@ -74,6 +74,8 @@ class SqliteStore final : public Store {
   std::chrono::milliseconds awakeBefore_{0};
   bool isStarted_ = false;
   bool isInUse_ = false;
+  /// The outcome of the last commit is unknown.
+  bool isInDoubt_ = false;
   bool isLossAccepted_ = false;
   std::vector<std::string> dropped_;
 };

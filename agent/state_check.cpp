@@ -2,6 +2,7 @@
 #include "agent/state_check.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "agent/input_error.h"
 
@@ -73,6 +74,21 @@ std::string witnessText(SqliteDatabase const& database, StateHead const& head,
   return {};
 }
 
+// Writes the table anew: a path that is not as written may stand out of order, where it is not found and hides others.
+void keepWholeDocuments(SqliteDatabase& database) {
+  std::vector<DocumentRow> whole;
+  {
+    SqliteStatement documents(database, kReadDocuments);
+    while (documents.step()) {
+      DocumentRow row = documentRow(documents);
+      if (row.checksum() == writtenChecksum(documents)) whole.push_back(std::move(row));
+    }
+  }
+  database.execute("DELETE FROM document");
+  SqliteStatement write(database, kWriteDocument);
+  for (DocumentRow const& row : whole) writeDocument(write, row, row.checksum());
+}
+
 }  // namespace
 
 StateFinding examineState(SqliteDatabase const& database, std::optional<Witness::Record> const& witness, bool hadLog) {
@@ -110,11 +126,7 @@ void acceptLoss(SqliteDatabase& database, StateFinding& finding, std::optional<W
   // The witness of the other history says nothing about this one, which has none until it is in use.
   head.isInUse = false;
   try {
-    SqliteStatement remove(database, "DELETE FROM document WHERE path = ?");
-    for (std::string const& path : finding.damaged) {
-      remove.bind(1, path);
-      remove.run();
-    }
+    if (!finding.damaged.empty()) keepWholeDocuments(database);
     SqliteStatement write(database, kWriteHead);
     writeHead(write, head);
   } catch (...) {

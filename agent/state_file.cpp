@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "agent/header_elsewhere.h"
 #include "agent/input_error.h"
 
 namespace Agent {
@@ -54,6 +55,21 @@ void checkKind(SqliteDatabase const& database, std::int64_t application, std::in
                             " or an earlier one was expected";
   if (format > kStateFormat) database.fail("was written by a newer version: " + found);
   if (format < kFirstFormat) database.fail("is damaged: " + found);
+}
+
+/// What the header of an SQLite database says of whose it is.
+struct Kind {
+  std::int64_t application = 0;
+  std::int64_t format = 0;
+};
+
+/// Nothing if it is no such header.
+std::optional<Kind> kindIn(std::string_view header) {
+  using namespace std::string_view_literals;
+  constexpr std::size_t kWholeHeader = 100;
+  if (!header.starts_with("SQLite format 3\0"sv) || header.size() < kWholeHeader) return std::nullopt;
+  auto const at = [&header](std::size_t offset) { return static_cast<std::int32_t>(bigEndian(header, offset)); };
+  return Kind{at(68), at(60)};
 }
 
 std::int64_t number(SqliteDatabase const& database, char const* sql) {
@@ -113,18 +129,18 @@ Checksum DocumentRow::checksum() const {
 }
 
 void checkHeader(SqliteDatabase const& database) {
-  using namespace std::string_view_literals;
   std::string const header = database.readHeader();
   if (header.empty()) return;
-  constexpr std::size_t kWholeHeader = 100;
-  if (!std::string_view(header).starts_with("SQLite format 3\0"sv) || header.size() < kWholeHeader)
-    database.fail("is no state file: it does not begin like an SQLite database, which was expected");
-  auto const at = [&header](std::size_t offset) {
-    std::uint32_t value = 0;
-    for (std::size_t n = 0; n < 4; ++n) value = value << 8 | static_cast<unsigned char>(header[offset + n]);
-    return static_cast<std::int32_t>(value);
-  };
-  checkKind(database, at(68), at(60));
+  auto const kind = kindIn(header);
+  if (kind && kind->application == kApplication) return checkKind(database, kind->application, kind->format);
+  // A write of the header that was interrupted left what it was and what it was to be elsewhere, and SQLite will put it
+  // there.
+  auto const elsewhere = headerElsewhere(database);
+  if (elsewhere && elsewhere->empty()) return;
+  auto const other = elsewhere ? kindIn(*elsewhere) : std::nullopt;
+  if (other && other->application == kApplication) return checkKind(database, other->application, other->format);
+  if (!kind) database.fail("is no state file: it does not begin like an SQLite database, which was expected");
+  checkKind(database, kind->application, kind->format);
 }
 
 std::int64_t checkTables(SqliteDatabase& database, bool hadLog) {
