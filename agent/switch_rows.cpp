@@ -49,35 +49,78 @@ struct Service {
   Json const* info = nullptr;
 };
 
-std::string versionsOf(Json const* config) {
-  std::vector<unsigned long> numbers;
+using Versions = std::map<std::uint64_t, std::string>;
+
+/// What one side offers: descriptions by number.
+Versions versionsOf(Json const* config) {
+  Versions offered;
   if (Json const* const versions = member(member(config, "versionConfig"), "version"))
-    for (auto const& [version, desc] : versions->items()) numbers.push_back(std::stoul(version));
-  std::sort(numbers.begin(), numbers.end());
+    for (auto const& [version, desc] : versions->items()) offered.emplace(std::stoul(version), desc.get<std::string>());
+  return offered;
+}
+
+std::string listOf(Versions const& versions) {
   std::string list;
-  for (auto const version : numbers) list.append(list.empty() ? "" : ",").append(std::to_string(version));
+  for (auto const& [version, desc] : versions) list.append(list.empty() ? "" : ",").append(std::to_string(version));
   return list.empty() ? "none" : list;
 }
 
-/// Why the last negotiation found no version, as the configurations stand now.
+/// What a negotiation writes.
+struct Outcome {
+  bool isEnabled = false;
+  bool isComplete = false;
+  bool isCompatible = false;
+  std::uint64_t version = 0;
+  std::string desc;
+  friend bool operator==(Outcome const&, Outcome const&) = default;
+};
+
+Outcome recorded(Json const* status) {
+  Json const* const versionStatus = member(status, "versionStatus");
+  Json const* const version = member(versionStatus, "negotiatedVersion");
+  return {.isEnabled = isSet(status, "enabled"),
+          .isComplete = isSet(versionStatus, "versionNegotiationComplete"),
+          .isCompatible = isSet(versionStatus, "versionCompatible"),
+          .version = number(version, "version").value_or(0),
+          .desc = text(version, "desc")};
+}
+
+/// What a negotiation of today would leave in the place of `before`, by the rules that docs/state-tree.md tells.
+Outcome negotiated(Service const& of, Outcome before) {
+  if (!of.own) return before;
+  bool const ownEnabled = isSet(of.own, "enabled");
+  // Of a service that the switch disables nothing is written then; no version was ever found with these two sides.
+  if (!of.controller) return {before.isEnabled, ownEnabled || before.isComplete, false, 0, ""};
+  if (!ownEnabled || !isSet(of.controller, "enabled")) return {};
+  Versions const own = versionsOf(of.own);
+  Versions const controller = versionsOf(of.controller);
+  auto const common =
+      std::find_if(own.rbegin(), own.rend(), [&](auto const& offer) { return controller.contains(offer.first); });
+  if (common == own.rend()) return {true, true, false, 0, ""};
+  return {true, true, true, common->first, common->second};
+}
+
+/// Why a negotiation of the configurations as they stand finds no version.
 std::string reason(Service const& of) {
   if (!of.own) return "no longer offered by the switch";
   if (!of.controller) return "not known to the controller";
   if (!isSet(of.controller, "enabled"))
     return of.isOverridden ? "disabled by an override" : "disabled by the controller";
   if (!isSet(of.own, "enabled")) return "disabled by the switch";
-  return "switch offers " + versionsOf(of.own) + "; " + (of.isOverridden ? "override " : "controller ") +
-         versionsOf(of.controller);
+  return "switch offers " + listOf(versionsOf(of.own)) + "; " + (of.isOverridden ? "override " : "controller ") +
+         listOf(versionsOf(of.controller));
 }
 
 std::string outcome(Service const& of) {
-  Json const* const versionStatus = member(of.status, "versionStatus");
-  if (!versionStatus) return of.own ? "not negotiated yet" : "not configured by the switch";
-  if (!isSet(versionStatus, "versionCompatible")) return reason(of);
-  Json const* const version = member(versionStatus, "negotiatedVersion");
-  std::string line = "version " + std::to_string(number(version, "version").value_or(0));
-  if (std::string const desc = text(version, "desc"); !desc.empty()) line += " (" + desc + ")";
-  return of.own ? line : line + ", no longer offered by the switch";
+  if (!member(of.status, "versionStatus")) return of.own ? "not negotiated yet" : "not configured by the switch";
+  Outcome const found = recorded(of.status);
+  // Another outcome than that of today's inputs is older than they are, and they do not explain it.
+  bool const isOld = !(found == negotiated(of, found));
+  if (!found.isCompatible) return isOld ? "not negotiated since its inputs changed" : reason(of);
+  std::string line = "version " + std::to_string(found.version);
+  if (!found.desc.empty()) line += " (" + found.desc + ")";
+  if (!of.own) return line + ", no longer offered by the switch";
+  return isOld ? line + ", not negotiated since its inputs changed" : line;
 }
 
 std::optional<PublishedService> published(Service const& of) {

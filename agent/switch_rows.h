@@ -42,7 +42,8 @@ struct PublishedService {
 /// One service of one switch.
 struct ServiceRow {
   std::string service;
-  /// The version that was negotiated, or why there is none.
+  /// The version that was negotiated, or why there is none. An outcome that today's configurations would not have is
+  /// told to be older than they are; they do not explain it.
   std::string outcome;
   /// Absent if nothing is published for it.
   std::optional<PublishedService> published;

@@ -1,6 +1,7 @@
 // The attribute table of a class: one row per attribute, which the description and the operations by name both read.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <tuple>
 #include <utility>
@@ -52,13 +53,25 @@ GenericIf::Value toValue(T const& result) {
   }
 }
 
+/// An argument as a T. What is no T is refused with the names of the attribute and of the argument.
+template <class T>
+T argument(AttrRow const& row, AttrRow::Args args, std::size_t number) {
+  try {
+    return args[number].as<T>();
+  } catch (TypeException const& wrong) {
+    // The names are those of the last arguments; in front of them stands what has none, a key or the value that is set.
+    std::size_t const unnamed = args.size() - std::min(args.size(), row.argCount);
+    GenericIf::throwTypeException(row.name, number < unnamed ? "value" : row.args[number - unnamed].name, wrong);
+  }
+}
+
 /// Calls a member; all arguments are converted before anything is called.
 template <auto M, std::size_t... I>
-GenericIf::Value callWith(PtrInterface& self, [[maybe_unused]] AttrRow::Args args,
+GenericIf::Value callWith(PtrInterface& self, [[maybe_unused]] AttrRow const& row, [[maybe_unused]] AttrRow::Args args,
                           std::index_sequence<I...> /*numbers*/) {
   using Called = MethodOf<M>;
   std::tuple<typename Called::template Arg<I>...> const converted{
-      args[I].template as<typename Called::template Arg<I>>()...};
+      argument<typename Called::template Arg<I>>(row, args, I)...};
   auto& object = static_cast<typename Called::Class&>(self);
   if constexpr (std::is_void_v<typename Called::Result>) {
     (object.*M)(std::get<I>(converted)...);
@@ -81,16 +94,17 @@ GenericIf::Value call([[maybe_unused]] PtrInterface& self, [[maybe_unused]] Attr
   } else {
     constexpr std::size_t kArity = MethodOf<M>::arity;
     if (args.size() != kArity) GenericIf::throwUnknownArgException(row.name, kArity, args.size());
-    return callWith<M>(self, args, std::make_index_sequence<kArity>());
+    return callWith<M>(self, row, args, std::make_index_sequence<kArity>());
   }
 }
 
 inline void checkNoKey(AttrRow const& row, AttrRow::Args args) {
-  if (!args.empty()) GenericIf::throwBadIndexAttrException(row.name, {});
+  if (!args.empty()) GenericIf::throwBadIndexAttrException(row.name, {}, args[0].type());
 }
 template <class Key>
 void checkKey(AttrRow const& row, AttrRow::Args args) {
-  if (!args.empty() && !args[0].is<Key>()) GenericIf::throwBadIndexAttrException(row.name, TypeName<Key>::value);
+  if (!args.empty() && !args[0].is<Key>())
+    GenericIf::throwBadIndexAttrException(row.name, TypeName<Key>::value, args[0].type());
 }
 
 template <auto M>

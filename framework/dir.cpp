@@ -56,6 +56,7 @@ void Dir::entityPtrIs(Name const& name, Ptr<Entity> const& entity) {
   bool const changed = p == nullptr || p->value() != entity;
   observeWrite<keyed(&NotifieeConst::onEntityPtr)>(*this, changed, name, entity);
   if (!changed) return;
+  Ptr<Entity> const old = p != nullptr ? p->value() : nullptr;  // the name may be its own
   if (p != nullptr)
     p->valueIs(entity);
   else
@@ -79,6 +80,7 @@ ValidPtr<Entity> Dir::newEntity(Name const& name, std::string_view typeName) {
 
 void Dir::entityIs(Name const& name, ValidPtr<Entity> const& entity) {
   Turn turn;
+  Ptr<Entity> const old = entityRef(name);  // the name may be its own
   entryIs(name);
   entityRefIs(name, entity);
   entityPtrIs(name, entity);
@@ -103,6 +105,7 @@ void Dir::entityRefDel(Name const& name) {
 
 void Dir::entryDel(Name const& name) {
   Turn turn;
+  Ptr<Entity> const old = entityRef(name);  // the name may be its own
   entityRefDel(name);
   Ptr<Entry> const removed = entries_.deleteMember(EntryStateIterator(*this, name));
   observeRemoval<keyed(&NotifieeConst::onEntry)>(*this, static_cast<bool>(removed), name);
@@ -111,8 +114,9 @@ void Dir::entryDel(Name const& name) {
 
 void Dir::entityDel(Name const& name) {
   Turn turn;
-  entityPtrDel(name);
-  entryDel(name);
+  Name const kept = name;  // it may be that of the row that goes first, or of its entity
+  entityPtrDel(kept);
+  entryDel(kept);
 }
 
 void Dir::EntryStateIterator::deleteNotify(Ptr<Dir::Entry> const& entry) const {

@@ -32,6 +32,8 @@ class NOX_EXPORT Entity : public PtrInterface {
   virtual Name name() const { return name_; }
   virtual Ptr<Entity const> parent() const { return Ptr<Entity const>(parent_); }
   virtual Ptr<Entity> parent() { return Ptr<Entity>(parent_); }
+  /// Sets the link to the parent, which is not counted, and announces it. The collections (ChildMap, Child, Dir) clear
+  /// it in a child that is removed or stays behind; outside them, whoever has set it clears it before the parent goes.
   virtual void parentIs(Ptr<Entity> const& parent);
   /// The name of the attribute under which the parent holds this entity; empty without a parent.
   virtual String8 parentAttr() const;

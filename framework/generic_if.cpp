@@ -99,8 +99,12 @@ std::unique_ptr<GenericIf::AttributeIterator> GenericIf::attributeIteratorConst(
 }
 
 void GenericIf::throwConstException() { throw ConstException("attempting to modify a const instance"); }
-void GenericIf::throwTypeException(std::string_view expected) {
-  throw TypeException(String8("expected ") + String8(expected));
+void GenericIf::throwTypeException(std::string_view expected, std::string_view found) {
+  throw TypeException(String8("expected ") + String8(expected) + ", found " + String8(found));
+}
+void GenericIf::throwTypeException(std::string_view attribute, std::string_view argument, Exception const& wrong) {
+  throw TypeException(String8("attribute ") + String8(attribute) + ", argument " + String8(argument) + ": " +
+                      wrong.message());
 }
 void GenericIf::throwOpNotSupportedException(std::string_view attribute, Op op) {
   throw OpNotSupportedException(String8(kOpNames[static_cast<std::size_t>(op)]) + " not supported by attribute " +
@@ -110,10 +114,11 @@ void GenericIf::throwUnknownArgException(std::string_view attribute, std::size_t
   throw UnknownArgException(
       format("%zu arguments given for attribute %s, which takes %zu", given, String8(attribute).charPtr(), known));
 }
-void GenericIf::throwBadIndexAttrException(std::string_view attribute, std::string_view expected) {
+void GenericIf::throwBadIndexAttrException(std::string_view attribute, std::string_view expected,
+                                           std::string_view found) {
   String8 const where = String8("bad index of attribute ") + String8(attribute);
-  throw BadIndexAttrException(
-      where + (expected.empty() ? String8(": it takes none") : String8(": expected ") + String8(expected)));
+  String8 const wanted = expected.empty() ? String8(": it takes none") : String8(": expected ") + String8(expected);
+  throw BadIndexAttrException(where + wanted + (found.empty() ? String8() : String8(", found ") + String8(found)));
 }
 
 std::string_view GenericIf::Value::type() const noexcept {
@@ -142,13 +147,13 @@ constinit NoxType GenericIf::List_::noxType{"Nox::GenericIf::List_", nullptr};
 
 std::vector<Name> GenericIf::List_::names(Value const& list) {
   auto const held = ptrCast<List_ const>(list.object());
-  if (!held) throwTypeException("List");
+  if (!held) throwTypeException("List", list.type());
   std::vector<Name> found;
   for (Value const& element : held->elements()) {
     auto const object = element.object();
     AttrRow const* const row = object ? object->fwkType().row(std::string_view("name")) : nullptr;
     Value const name = row != nullptr ? GenericIf(object).attributeOp("name", Op::kRead) : Value();
-    if (!name.is<Name>()) throwTypeException("name");
+    if (!name.is<Name>()) throwTypeException("name", element.type());
     found.push_back(name.as<Name>());
   }
   return found;

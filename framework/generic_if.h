@@ -36,7 +36,7 @@ concept HasTextForm = requires(T const& t, std::string_view text) {
 /// 12) for a text with more in it than a number. Event thread only.
 NOX_EXPORT Ptr<PtrInterface> sequenceToValueOfPtr(std::string_view text);
 /// The same as a T: null if the object is of another class.
-template <class T>
+template <StartsWithPtrInterface T>
 Ptr<T> sequenceToValueOfPtr(std::string_view text) {
   return ptrCast<T>(sequenceToValueOfPtr(text));
 }
@@ -54,6 +54,12 @@ class NOX_EXPORT GenericIf {
 
   explicit GenericIf(Ptr<PtrInterface> const& object);
   explicit GenericIf(Ptr<PtrInterface const> const& object);
+  /// Of a pointer to a class that is known, as `make` returns it: to const or not, as that pointer is.
+  template <std::derived_from<PtrInterface> T>
+    requires(!std::is_const_v<T>)
+  explicit GenericIf(Ptr<T> const& object) : GenericIf(Ptr<PtrInterface>(object)) {}
+  template <std::derived_from<PtrInterface> T>
+  explicit GenericIf(Ptr<T const> const& object) : GenericIf(Ptr<PtrInterface const>(object)) {}
 
   Ptr<PtrInterface const> const& object() const noexcept { return object_; }
   bool isConst() const noexcept { return isConst_; }
@@ -81,12 +87,17 @@ class NOX_EXPORT GenericIf {
   std::unique_ptr<AttributeIterator> attributeIteratorConst(std::string_view name) const;
 
   [[noreturn]] static void throwConstException();
-  /// A value is not `expected`, which is a type, "List", or "name" for an element without one.
-  [[noreturn]] static void throwTypeException(std::string_view expected);
+  /// A value is not `expected`, which is a type, "List", or "name" for an element without one; `found` is its type.
+  [[noreturn]] static void throwTypeException(std::string_view expected, std::string_view found);
+  /// The same for an argument of an attribute's operation: what is wrong with it stands in `wrong`.
+  [[noreturn]] static void throwTypeException(std::string_view attribute, std::string_view argument,
+                                              Exception const& wrong);
   [[noreturn]] static void throwOpNotSupportedException(std::string_view attribute, Op op);
   [[noreturn]] static void throwUnknownArgException(std::string_view attribute, std::size_t known, std::size_t given);
-  /// `expected` is the type of the attribute's key; empty for an attribute without one.
-  [[noreturn]] static void throwBadIndexAttrException(std::string_view attribute, std::string_view expected);
+  /// `expected` is the type of the attribute's key, empty for an attribute without one; `found` is that of the key that
+  /// was given, empty where none was.
+  [[noreturn]] static void throwBadIndexAttrException(std::string_view attribute, std::string_view expected,
+                                                      std::string_view found = {});
 
  private:
   Value perform(AttrRow const& row, Op op, std::span<Value const> args) const;
@@ -244,6 +255,11 @@ class NOX_EXPORT GenericIfEntity : public GenericIf {
  public:
   explicit GenericIfEntity(Ptr<Entity> const& entity);
   explicit GenericIfEntity(Ptr<Entity const> const& entity);
+  template <std::derived_from<Entity> T>
+    requires(!std::is_const_v<T>)
+  explicit GenericIfEntity(Ptr<T> const& entity) : GenericIfEntity(Ptr<Entity>(entity)) {}
+  template <std::derived_from<Entity> T>
+  explicit GenericIfEntity(Ptr<T const> const& entity) : GenericIfEntity(Ptr<Entity const>(entity)) {}
 
   String8 attributeString(AttributeId id) const;
 };
@@ -270,7 +286,7 @@ struct GenericIf::Value::As {
   }
   static T from(Value const& value) {
     if (auto found = tryFrom(value)) return *std::move(found);
-    throwTypeException(TypeName<T>::value);
+    throwTypeException(TypeName<T>::value, value.type());
   }
 };
 template <class T>
@@ -279,7 +295,7 @@ struct GenericIf::Value::As<Ptr<T>> {
     if (value.isNull()) return nullptr;
     if (auto const* text = std::get_if<String8>(&value.value_)) return sequenceToValueOfPtr<T>(text->view());
     Ptr<T const> found = ptrCast<T const>(value.object());
-    if (!found) throwTypeException(TypeName<Ptr<T>>::value);
+    if (!found) throwTypeException(TypeName<Ptr<T>>::value, value.type());
     if constexpr (std::is_const_v<T>) {
       return found;
     } else {

@@ -129,7 +129,8 @@ class LinkQueue<Member, Index>::IteratorConst {
   IteratorConst* nextIterator_ = nullptr;
 };
 
-/// Queue of counted members, each held by a `Pointer`. All may walk it; `Owner` alone changes it.
+/// Queue of counted members, each held by a `Pointer`. All may walk and empty it; `Owner` alone enters and removes
+/// single members.
 template <class Member, class Owner, class Pointer = Ptr<Member>>
 class LinkedQueue {
  public:
@@ -144,6 +145,10 @@ class LinkedQueue {
   bool empty() const noexcept { return queue_.empty(); }
   IteratorConst begin() const { return queue_.begin(); }
   std::default_sentinel_t end() const noexcept { return {}; }
+  /// Releases every member, first to last; positions on them end.
+  void deleteAll() {
+    while (Member* const member = queue_.first()) remove(*member);
+  }
 
  private:
   friend Owner;
@@ -156,9 +161,6 @@ class LinkedQueue {
   Pointer remove(Member& member) {
     queue_.remove(member);
     return Pointer::adopt(&member);
-  }
-  void deleteAll() {
-    while (Member* const member = queue_.first()) remove(*member);
   }
 
   LinkQueue<Member, 0> queue_;

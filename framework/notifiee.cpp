@@ -19,6 +19,7 @@ PtrInterface::NotifieeConst::NotifieeConst(bool /*flag*/) noexcept : PtrInterfac
 
 PtrInterface::NotifieeConst::~NotifieeConst() {
   if (NotifieeList::isLinked(*this)) list()->noxNotifiees().remove(*this);
+  if (stateHas(kIsNamed) && detail::turnState.queueInUse) detail::forgetReactor(*this);
   if (detail::turnState.changesByKeyWait != 0) detail::forgetStays(*this);
 }
 
@@ -42,6 +43,7 @@ void PtrInterface::NotifieeConst::hasNotificationActiveIs(bool on) {
 
 void PtrInterface::NotifieeConst::zeroReferencesIs(bool zero) {
   if (zero && NotifieeList::isLinked(*this)) list()->noxNotifiees().remove(*this);
+  if (zero && stateHas(kIsNamed) && detail::turnState.queueInUse) return detail::endWhileNamed(*this);
   PtrInterface::zeroReferencesIs(zero);
 }
 

@@ -36,7 +36,8 @@ class NOX_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
 
   /// Switching off withdraws and remembers whether it was registered; switching on registers again if it was.
   void hasNotificationActiveIs(bool on) override;
-  /// Withdraws before the destructors run: what they write must not wait for a reactor that is going.
+  /// Withdraws before the destructors run: what they write must not wait for a reactor that is going. What waits for it
+  /// is dropped; the queue keeps its memory meanwhile, and nothing else of it.
   void zeroReferencesIs(bool zero) override;
 
   NoxType const& fwkType() const override { return noxType; }
@@ -77,6 +78,9 @@ class NOX_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
   friend class NotifieeList;
   friend class TurnQueue;
 
+  /// Stands in for a reactor that has gone.
+  explicit NotifieeConst(Dead tag) noexcept : PtrInterface(tag), state_(0) {}
+
   /// Makes it a reactor that is called for the changes under its key alone.
   void statesKey() noexcept;
 
@@ -94,7 +98,8 @@ class NOX_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
   static constexpr std::uint64_t kStatesKey = 2;
   static constexpr std::uint64_t kWatchesEntity = 4;
   static constexpr std::uint64_t kWasRegistered = 8;  // when notification was switched off
-  static constexpr unsigned kOrderShift = 4;
+  static constexpr std::uint64_t kIsNamed = 16;       // in the queue, since that was last empty; stays set behind it
+  static constexpr unsigned kOrderShift = 5;
 
   bool stateHas(std::uint64_t bit) const noexcept { return (state_ & bit) != 0; }
   void stateBitIs(std::uint64_t bit, bool on) const noexcept { state_ = on ? state_ | bit : state_ & ~bit; }

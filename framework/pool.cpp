@@ -104,6 +104,10 @@ bool VFPtrInterface::isLive(void const* p) noexcept {
   return live != 0 && addressOf(p) % kGranule == 0 && isLiveIn(*reinterpret_cast<SlotBits const*>(live), p);
 }
 
+std::size_t VFPtrInterface::sizeOfLive(void const* p) noexcept {
+  return isLive(p) ? malloc_usable_size(const_cast<void*>(p)) : 0;
+}
+
 void* NoxMemPool::operator new(std::size_t size) { return takeInternal(size); }
 void NoxMemPool::operator delete(void* p, std::size_t size) noexcept {
   if (p != nullptr) systemInternal.deleted(wholeGranules(size));
@@ -247,6 +251,13 @@ bool VFPtrInterface::isLive(void const* p) noexcept {
   bool const taken = (chunk.taken[bit.word].load(std::memory_order_acquire) & bit.mask) != 0;
   // A chunk that changed its shape meanwhile was empty meanwhile.
   return !returned && taken && chunk.shape.load(std::memory_order_relaxed) == shape;
+}
+
+std::size_t VFPtrInterface::sizeOfLive(void const* p) noexcept {
+  if (!isLive(p)) return 0;
+  std::uintptr_t const found = pageMap.find(p);
+  if ((found & 1) != 0) return found >> 1;
+  return slotBytes(reinterpret_cast<Chunk const*>(found)->shape.load(std::memory_order_relaxed));
 }
 
 void* NoxMemPool::operator new(std::size_t size) {

@@ -29,6 +29,8 @@ class NOX_EXPORT VFPtrInterface {
   /// unaligned, interior, freed and foreign addresses answer false. May be asked by any thread at any time; of memory
   /// that another thread makes or deletes meanwhile, the answer is that of one moment during the call.
   static bool isLive(void const* p) noexcept;
+  /// The size by which the live object at `p` may be deleted; 0 for every address that is not live.
+  static std::size_t sizeOfLive(void const* p) noexcept;
 
  protected:
   VFPtrInterface() = default;

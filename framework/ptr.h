@@ -4,6 +4,7 @@
 #include <concepts>
 #include <cstddef>
 #include <functional>
+#include <type_traits>
 #include <utility>
 
 #include "framework/exception.h"
@@ -15,6 +16,45 @@ namespace Nox {
 /// A pointer's text form, as it stands in messages and as it is read back: hexadecimal, "0x0" for null.
 NOX_EXPORT String8 valueToStrepOfRawPtr(void const* p);
 
+namespace detail {
+/// An object that is never made: its parts have places all the same. Early, one compiler looks for them in a union's
+/// member that is not there, and the other in a variable that is not defined.
+template <class T>
+union Imagined {
+#ifdef __clang__
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wundefined-var-template"
+#pragma clang diagnostic ignored "-Wundefined-internal"
+  static Imagined const one;
+#endif
+  constexpr Imagined() noexcept : none() {}
+  constexpr ~Imagined() {}
+  char none;
+  T object;
+};
+/// What is abstract is looked at where a class is made of it.
+template <class T>
+consteval bool startsWithPtrInterface() {
+  if constexpr (std::is_abstract_v<T>) {
+    return true;
+  } else {
+#ifdef __clang__
+    auto const& object = Imagined<std::remove_const_t<T>>::one.object;
+#pragma clang diagnostic pop
+#else
+    Imagined<std::remove_const_t<T>> const one;
+    auto const& object = one.object;
+#endif
+    return static_cast<void const*>(static_cast<PtrInterface const*>(&object)) == static_cast<void const*>(&object);
+  }
+}
+}  // namespace detail
+
+/// Whether an object of T begins with its PtrInterface. Every framework object must: its address, as text, is what it
+/// is found by, and then nothing else is known of it.
+template <class T>
+concept StartsWithPtrInterface = std::derived_from<T, PtrInterface> && detail::startsWithPtrInterface<T>();
+
 /// One-word counted pointer to a framework object. A `Ptr<T const>` gives read access alone.
 template <class T>
 class Ptr {
@@ -24,6 +64,7 @@ class Ptr {
   constexpr Ptr() noexcept = default;
   constexpr Ptr(std::nullptr_t) noexcept {}
   Ptr(T* t) noexcept : t_(t) {
+    static_assert(StartsWithPtrInterface<T>);
     if (t_ != nullptr) t_->reference();
   }
   Ptr(Ptr const& other) noexcept : Ptr(other.t_) {}
@@ -49,8 +90,12 @@ class Ptr {
   }
 
   T* get() const noexcept { return t_; }
-  T* operator->() const noexcept { return t_; }
-  T& operator*() const noexcept { return *t_; }
+  T* operator->() const noexcept { return &**this; }
+  T& operator*() const noexcept {
+    // Said for g++, which else warns of the count of an object at address 0 wherever a pointer is tested and used.
+    if (t_ == nullptr) __builtin_unreachable();
+    return *t_;
+  }
   explicit operator bool() const noexcept { return t_ != nullptr; }
   void swap(Ptr& other) noexcept { std::swap(t_, other.t_); }
 
@@ -89,7 +134,7 @@ class ValidPtr : public Ptr<T> {
 };
 
 /// Makes an object; its maker's reference becomes the returned pointer's.
-template <class T, class... A>
+template <StartsWithPtrInterface T, class... A>
 ValidPtr<T> make(A&&... args) {
   return Ptr<T>::adopt(new T(std::forward<A>(args)...));
 }

@@ -18,7 +18,7 @@ NoxType const& PtrInterface::fwkType() const { return ptrInterfaceType; }
 
 void PtrInterface::zeroReferencesIs(bool zero) {
   if (!zero) return;
-  word_.reference(kDying);
+  startDying();
   delete this;
 }
 

@@ -55,8 +55,8 @@ class NOX_EXPORT PtrInterface : public VFPtrInterface {
   /// The road to destruction: taken when the count reaches zero. Opens a turn, so what dies may still write.
   void handleZeroRef() const noexcept;
 
-  /// Keeps the object from being destroyed without counting, for deliveries that wait. The event thread alone holds;
-  /// `unhold` destroys what has lost its last reference meanwhile.
+  /// Keeps the object from being destroyed without counting, while one of its handlers runs or a change of it waits.
+  /// The event thread alone holds; `unhold` destroys what has lost its last reference meanwhile.
   void hold() const noexcept { ++held_; }
   void unhold() const noexcept {
     if (--held_ == 0 && (word_.value() & kCountMask) == 0) handleZeroRef();
@@ -72,6 +72,11 @@ class NOX_EXPORT PtrInterface : public VFPtrInterface {
   struct Active {};
   /// An object that is born with the notification-active flag.
   explicit PtrInterface(Active /*tag*/) noexcept : word_(1 | kNotificationActive) {}
+  struct Dead {};
+  /// Stands in the memory of an object that has gone: nobody may take a reference to it.
+  explicit PtrInterface(Dead /*tag*/) noexcept : word_(kDying) {}
+  /// From now on nobody may take a reference: the object is about to be destroyed.
+  void startDying() const noexcept { word_.reference(kDying); }
   struct Static {};
   /// An object that is never counted and never destroyed through its count.
   explicit PtrInterface(Static /*tag*/) noexcept : word_(CountedWord::kStatic) {}

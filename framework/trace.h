@@ -267,12 +267,16 @@ template <class... P>
 // a constant: both are part of the message, whatever file and line the statement stands in. The pieces are string
 // literals and values; the values of a statement are evaluated once for each channel that is on.
 
-/// Text channel.
-#define NOX_TRACE_TEXT(HANDLE, FILE, LEVEL, LINE, ...)                                                     \
+/// Text channel, from the function in which the statement stands.
+#define NOX_TRACE_TEXT(HANDLE, FILE, LEVEL, LINE, ...) \
+  NOX_TRACE_TEXT_IN(HANDLE, FILE, __func__, LEVEL, LINE, __VA_ARGS__)
+
+/// Text channel, from the function of that name, of which the one where the statement stands is a part.
+#define NOX_TRACE_TEXT_IN(HANDLE, FILE, FUNCTION, LEVEL, LINE, ...)                                        \
   do {                                                                                                     \
     static_assert((LEVEL) >= ::Nox::kMinTraceLevel && (LEVEL) <= ::Nox::kMaxTraceLevel, "no trace level"); \
     if (::Nox::textTraces((HANDLE), (LEVEL))) [[unlikely]]                                                 \
-      ::Nox::textTrace((HANDLE), (LEVEL), (FILE), (LINE), __func__, __VA_ARGS__);                          \
+      ::Nox::textTrace((HANDLE), (LEVEL), (FILE), (LINE), (FUNCTION), __VA_ARGS__);                        \
   } while (false)
 
 /// Ring-buffer channel. The id cell is 0 until the message has been described.

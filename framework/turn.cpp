@@ -20,7 +20,8 @@ inline bool PtrInterface::NotifieeConst::hears(Entity const* entity) const noexc
 }
 
 /// The changes that wait on one thread. Each names the reactors that were registered when it was written, except those
-/// that state a key if it has one: they are looked up when it is delivered, as they may state another one by then.
+/// that state a key if it has one: they are looked up when it is delivered, as they may state another one by then. A
+/// reactor that goes is not looked for among those that are named: it leaves a dead one behind, which hears nothing.
 class TurnQueue {
  public:
   using Reactor = PtrInterface::NotifieeConst;
@@ -104,6 +105,28 @@ class TurnQueue {
   }
   void forgetStays(Reactor const& reactor) noexcept { stays_.erase(&reactor); }
 
+  /// Destroys a reactor that may be named. Its memory stays until nothing waits, with a dead reactor in it: so nothing
+  /// need be looked for here, and no other reactor can come to stand where this one was named.
+  void endNamed(Reactor& reactor) {
+    void* const memory = dynamic_cast<void*>(&reactor);
+    std::size_t const size = changes_.empty() ? 0 : VFPtrInterface::sizeOfLive(memory);
+    if (size == 0) {
+      reactor.PtrInterface::zeroReferencesIs(true);
+      return;
+    }
+    reactor.startDying();
+    reactor.stateBitIs(Reactor::kIsNamed, false);
+    reactor.~Reactor();
+    graves_.push_back({::new (static_cast<void*>(&reactor)) Reactor(Reactor::Dead()), memory, size});
+  }
+  /// For a reactor whose memory is not ours to keep: a dead one takes its places.
+  void forget(Reactor const& reactor) noexcept {
+    static Reactor dead{Reactor::Dead()};
+    std::replace(reactors_.begin(), reactors_.end(), const_cast<Reactor*>(&reactor), &dead);
+    for (Due& due : due_)
+      if (due.reactor == &reactor) due.reactor = &dead;
+  }
+
  private:
   struct Change {
     Change(Entity const& n, Notification const& w, KeySlot k, std::size_t end, std::uint64_t at) noexcept
@@ -128,11 +151,18 @@ class TurnQueue {
     std::uint64_t from;
     std::uint64_t until;
   };
-  /// A held reactor that is to be called, and its place in the order.
+  /// A reactor that is to be called, and its place in the order.
   struct Due {
     std::uint64_t place;
     Reactor* reactor;
     friend bool operator<(Due const& a, Due const& b) noexcept { return a.place < b.place; }
+  };
+
+  /// The memory of a reactor that has gone, and the dead one in it.
+  struct Grave {
+    Reactor* dead;
+    void* memory;
+    std::size_t size;
   };
 
   static void drop(Notification const& what, KeySlot& key) noexcept {
@@ -141,7 +171,7 @@ class TurnQueue {
   /// Names the reactor as one that the change is for, if it is.
   void name(Reactor& reactor, Notification const& what) {
     if (!understands(reactor, what)) return;
-    reactor.hold();
+    reactor.stateBitIs(Reactor::kIsNamed, true);
     reactors_.push_back(&reactor);
   }
   static bool understands(Reactor const& r, Notification const& what) noexcept {
@@ -183,7 +213,7 @@ class TurnQueue {
       if (due.place == 0 || (served != 0 && !(due_[served - 1] < due))) return;
       auto const middle = due_.begin() + static_cast<std::ptrdiff_t>(sorted);
       if (std::binary_search(due_.begin() + static_cast<std::ptrdiff_t>(served), middle, due)) return;
-      r.hold();
+      r.stateBitIs(Reactor::kIsNamed, true);
       due_.push_back(due);
     };
     if (goesToAll_) {
@@ -210,7 +240,9 @@ class TurnQueue {
   }
 
   void deliver(Change const& change, Reactor& reactor) noexcept {
-    if (reactor.hears(change.notifier)) call(reactor, *change.what, change.key);
+    if (!reactor.hears(change.notifier)) return;
+    reactor.hold();  // for as long as its own handler runs
+    call(reactor, *change.what, change.key);
     reactor.unhold();
   }
   void call(Reactor& reactor, Notification const& what, KeySlot const& key) noexcept {
@@ -234,7 +266,9 @@ class TurnQueue {
     if (nextChange_ == changes_.size()) {
       changes_.clear();
       reactors_.clear();
+      due_.clear();
       nextChange_ = nextReactor_ = 0;
+      if (!graves_.empty()) clearGraves();
     } else if (nextChange_ > kCompactAt && nextChange_ > changes_.size() / 2) {
       changes_.erase(changes_.begin(), changes_.begin() + static_cast<std::ptrdiff_t>(nextChange_));
       reactors_.erase(reactors_.begin(), reactors_.begin() + static_cast<std::ptrdiff_t>(nextReactor_));
@@ -243,16 +277,25 @@ class TurnQueue {
     }
   }
 
+  void clearGraves() noexcept {
+    for (Grave const& grave : graves_) {
+      grave.dead->~Reactor();
+      VFPtrInterface::operator delete(grave.memory, grave.size);
+    }
+    graves_.clear();
+  }
+
   static constexpr std::size_t kCompactAt = 1024;
 
   std::vector<Change> changes_;
-  std::vector<Reactor*> reactors_;  // held
+  std::vector<Reactor*> reactors_;  // alive, or dead in memory that is kept
   std::size_t nextChange_ = 0;
   std::size_t nextReactor_ = 0;
   std::vector<Due> due_;                                         // of the change that is being delivered by key
   std::uint64_t generation_ = 0;                                 // of the interests when `due_` was filled
   bool goesToAll_ = false;                                       // what was answered then
   std::unordered_map<Reactor const*, std::vector<Stay>> stays_;  // while changes by key wait
+  std::vector<Grave> graves_;                                    // until nothing waits
   std::exception_ptr firstException_;
   OffList offList_{};
 };
@@ -276,6 +319,10 @@ void detail::noteStay(PtrInterface::NotifieeConst const& reactor, std::uint64_t 
 }
 
 void detail::forgetStays(PtrInterface::NotifieeConst const& reactor) noexcept { queue().forgetStays(reactor); }
+
+void detail::endWhileNamed(PtrInterface::NotifieeConst& reactor) noexcept { queue().endNamed(reactor); }
+
+void detail::forgetReactor(PtrInterface::NotifieeConst const& reactor) noexcept { queue().forget(reactor); }
 
 /// What is written while no turn is open. Kept apart, as most is written in one.
 [[gnu::noinline]] static void deliverAtOnce(Entity const& notifier, Notification const& what, KeySlot key) {

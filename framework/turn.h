@@ -45,8 +45,9 @@ NOX_EXPORT void closeOutermostTurn(bool reportsNow);
 
 /// A stretch of work. Every outside call opens one; turns nest, and when the outermost closes, also by an exception,
 /// the waiting notifications are delivered, oldest first, until none is left. A handler that throws ends its own
-/// delivery alone; the first exception is thrown on when the turn closes. One queue per thread; all entity work belongs
-/// to one thread.
+/// delivery alone; the first exception is thrown on when the turn closes. What waits keeps its notifier and its key,
+/// but no reactor: one whose last reference goes is destroyed there and then, and not called any more. One queue per
+/// thread; all entity work belongs to one thread.
 class NOX_EXPORT Turn {
  public:
   /// Whether a handler's exception leaves with this turn, or waits for the next turn that may throw: a turn that closes
@@ -85,6 +86,10 @@ namespace detail {
 void queueTheRest(NotifieeList const* list) noexcept;
 void noteStay(PtrInterface::NotifieeConst const& reactor, std::uint64_t registeredAt) noexcept;
 void forgetStays(PtrInterface::NotifieeConst const& reactor) noexcept;
+/// Destroys a reactor, which has lost its last reference while changes may wait for it.
+void endWhileNamed(PtrInterface::NotifieeConst& reactor) noexcept;
+/// Takes a reactor that is destroyed by other means off what waits.
+void forgetReactor(PtrInterface::NotifieeConst const& reactor) noexcept;
 
 }  // namespace detail
 

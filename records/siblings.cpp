@@ -37,12 +37,18 @@ MountsRegistrySm::~MountsRegistrySm() {
   orphanReactors();
 }
 
+void MountsRegistrySm::handleInitialized() {
+  Nox::Turn const turn;
+  initializedIs(true);
+}
+
 ValidPtr<MountsRegistrySm> MountsRegistrySm::MountsRegistrySmIs(MountsRegistryPtr const& mountsRegistry,
                                                                 ControllerStatusPtr const& controllerStatus,
                                                                 Ptr<Dir> const& serviceMountStatusDir,
                                                                 Ptr<PublishedMountsTable> const& publishedMountsTable,
                                                                 Ptr<RegisteredSwitchTable> const& registeredSwitchTable,
                                                                 Ptr<Dir const> const& allClientsServiceStatusDir) {
+  Nox::Turn const turn;
   ValidPtr<MountsRegistrySm> sm = Nox::make<MountsRegistrySm>(mountsRegistry,
                                                               controllerStatus,
                                                               serviceMountStatusDir,
@@ -72,10 +78,16 @@ ServiceConfigDirSm::~ServiceConfigDirSm() {
   orphanReactors();
 }
 
+void ServiceConfigDirSm::handleInitialized() {
+  Nox::Turn const turn;
+  initializedIs(true);
+}
+
 ValidPtr<ServiceConfigDirSm> ServiceConfigDirSm::ServiceConfigDirSmIs(
     Ptr<Dir const> const& mountConfigDir, Ptr<Dir> const& mountStatusDir, Ptr<Dir const> const& publishConfigDir,
     Ptr<Dir> const& publishStatusDir, Ptr<PublishedMountsTable> const& publishedMountsTable,
     Ptr<MountsRegistry> const& mountsRegistry) {
+  Nox::Turn const turn;
   ValidPtr<ServiceConfigDirSm> sm = Nox::make<ServiceConfigDirSm>(
       mountConfigDir, mountStatusDir, publishConfigDir, publishStatusDir, publishedMountsTable, mountsRegistry);
   sm->handleInitialized();
@@ -98,11 +110,17 @@ InitialMountSm::~InitialMountSm() {
   orphanReactors();
 }
 
+void InitialMountSm::handleInitialized() {
+  Nox::Turn const turn;
+  initializedIs(true);
+}
+
 ValidPtr<InitialMountSm> InitialMountSm::InitialMountSmIs(Ptr<Dir const> const& mountConfigDir,
                                                           Ptr<Dir> const& mountStatusDir,
                                                           Ptr<Heartbeat::Config const> const& heartbeatConfig,
                                                           Ptr<RegisteredSwitchTable const> const& registeredSwitchTable,
                                                           Ptr<PeerTable const> const& peerTable) {
+  Nox::Turn const turn;
   ValidPtr<InitialMountSm> sm =
       Nox::make<InitialMountSm>(mountConfigDir, mountStatusDir, heartbeatConfig, registeredSwitchTable, peerTable);
   sm->handleInitialized();

@@ -98,10 +98,10 @@ class NOX_EXPORT MountsRegistrySm final : public Nox::StateMachine<MountsRegistr
   Nox::ValidPtr<NoxAllClientsServiceStatusDir> newAllClientsServiceStatusDir(Nox::Ptr<Nox::Dir const> const& input) {
     return newReactor<NoxAllClientsServiceStatusDir>(input);
   }
-  void handleMountEntry() {}
-  void handlePublishEntry() {}
-  void handleClientStatus() {}
-  void handleInitialized() { initializedIs(true); }
+  void handleMountEntry() { Nox::Turn const turn; }
+  void handlePublishEntry() { Nox::Turn const turn; }
+  void handleClientStatus() { Nox::Turn const turn; }
+  void handleInitialized();
 
   auto constructorArgs() const {
     return std::tuple(mountsRegistry_.get(),
@@ -174,7 +174,7 @@ class NOX_EXPORT ServiceConfigDirSm final : public Nox::StateMachine<ServiceConf
   Nox::ValidPtr<NoxPublishStatusDir> newPublishStatusDir(Nox::Ptr<Nox::Dir> const& input) {
     return newReactor<NoxPublishStatusDir>(input);
   }
-  void handleInitialized() { initializedIs(true); }
+  void handleInitialized();
 
   auto constructorArgs() const {
     return std::tuple(mountConfigDir_.get(),
@@ -246,7 +246,7 @@ class NOX_EXPORT InitialMountSm final : public Nox::StateMachine<InitialMountSm>
   Nox::ValidPtr<NoxPeerTable> newPeerTable(Nox::Ptr<PeerTable const> const& input) {
     return newReactor<NoxPeerTable>(input);
   }
-  void handleInitialized() { initializedIs(true); }
+  void handleInitialized();
 
   auto constructorArgs() const {
     return std::tuple(

@@ -30,6 +30,7 @@ static Nox::IgnoredChangesShow const ignoredOffersShow(Controller::PublishedMoun
 /// Not ready leaves the machine and what is published as they are, deliberately: a switch that comes back finds its
 /// mounts in place.
 void SwitchConfigSm::handleSystemPublish(SystemId const& systemId) {
+  Nox::Turn const turn;
   TRACE_TEXT(
       8, 324, "void Controllerdb::SwitchConfigSm::handleSystemPublish(const Controller::SystemId&)", " ", systemId);
   if (!switchReady()) {
@@ -68,6 +69,7 @@ void SwitchConfigSm::handleSystemPublish(SystemId const& systemId) {
 }
 
 void SwitchConfigSm::handleSystemPublish() {
+  Nox::Turn const turn;
   TRACE_TEXT(8, 352, "void Controllerdb::SwitchConfigSm::handleSystemPublish()");
   MountsTablePtr const table = publishedMountsTable_.get();
   if (!table) return;
@@ -80,6 +82,7 @@ void SwitchConfigSm::handleSystemPublish() {
 /// What changes while the switch is not ready is not replayed when it becomes ready, deliberately: the next change, or
 /// the next mount that is published, writes the value of its time.
 void SwitchConfigSm::handleServicePublishReady(String8 service) {
+  Nox::Turn const turn;
   TRACE_TEXT(8, 307, "void Controllerdb::SwitchConfigSm::handleServicePublishReady(Nox::String)", " ", service);
   if (!switchReady()) {
     ConfigPtr const config = config_.get();

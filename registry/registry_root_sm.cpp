@@ -104,6 +104,7 @@ void RegistryRootSm::remove(RegistrySmIterator const& at) {
 // Handlers.
 
 void RegistryRootSm::handleInitialized() {
+  Nox::Turn const turn;
   TRACE_TEXT(8, 41, "void Controllerdb::RegistryRootSm::handleInitialized()");
   doCleanup();
   initializedIs(true);
@@ -111,6 +112,7 @@ void RegistryRootSm::handleInitialized() {
 }
 
 void RegistryRootSm::handleEnabled() {
+  Nox::Turn const turn;
   if (!initialized()) return;
   TRACE(8, 49, "void Controllerdb::RegistryRootSm::handleEnabled()");
   ConfigPtr const config = controllerdbConfig();
@@ -125,6 +127,7 @@ void RegistryRootSm::handleEnabled() {
 }
 
 void RegistryRootSm::handleRegistration() {
+  Nox::Turn const turn;
   TRACE(8, 62, "void Controllerdb::RegistryRootSm::handleRegistration()");
   if (!initialized()) {
     TRACE(8, 64, "registryRootSm uninitialized");
@@ -138,6 +141,7 @@ void RegistryRootSm::handleRegistration() {
 /// Tests `initialized` only, deliberately: a directory that is added while the agent is disabled gets its machines all
 /// the same, and loses them at the next cleanup.
 void RegistryRootSm::handleRegistration(Name name) {
+  Nox::Turn const turn;
   TRACE(8, 74, "void Controllerdb::RegistryRootSm::handleRegistration(Nox::Name)", " ", name);
   if (!initialized()) {
     TRACE(8, 76, "registryRootSm uninitialized");
@@ -160,7 +164,7 @@ void RegistryRootSm::handleRegistration(Name name) {
   }
   TRACE(8, 94, "entry added in registry ", name);
   DirPtr const registrationDir = dir->entity<Nox::Dir>(name);
-  NOX_ASSERT(registrationDir, "registrationDir");
+  NOX_ASSERT_ABOUT(registrationDir, "registrationDir", "switch", name.view());
   ServiceStatusDirPtr serviceStatusDir;
   if (allClientsServiceStatusDir_) {
     allClientsServiceStatusDir_->entryIs(name);
@@ -171,6 +175,7 @@ void RegistryRootSm::handleRegistration(Name name) {
 }
 
 void RegistryRootSm::doCleanup() {
+  Nox::Turn const turn;
   TRACE(8, 109, "void Controllerdb::RegistryRootSm::doCleanup()");
   registrySmDelAll();
   if (!allClientsServiceStatusDir_) return;

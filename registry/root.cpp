@@ -31,15 +31,18 @@ ValidPtr<MountsRegistry> Root::mountsRegistryIs(DirPtr const& registryDir, Nox::
       held && held->constructorArgs() ==
                   std::tie(registryDir, registryDirPath, rootDir, remoteRootPath, reconnectRetries, mountTimeout))
     return held;
-  return newMountsRegistry(registryDir, registryDirPath, rootDir, remoteRootPath, reconnectRetries, mountTimeout);
+  return mountsRegistry_.put(
+      *this, newMountsRegistry(registryDir, registryDirPath, rootDir, remoteRootPath, reconnectRetries, mountTimeout));
 }
 
 ValidPtr<MountsRegistry> Root::newMountsRegistry(DirPtr const& registryDir, Nox::String8 const& registryDirPath,
                                                  DirPtr const& rootDir, Nox::String8 const& remoteRootPath,
                                                  unsigned reconnectRetries, Nox::Seconds mountTimeout) {
-  return mountsRegistry_.put(
-      *this,
-      Nox::make<MountsRegistry>(registryDir, registryDirPath, rootDir, remoteRootPath, reconnectRetries, mountTimeout));
+  ValidPtr<MountsRegistry> made =
+      Nox::make<MountsRegistry>(registryDir, registryDirPath, rootDir, remoteRootPath, reconnectRetries, mountTimeout);
+  made->parentAttrIdIs(mountsRegistryId);
+  made->parentIs(Nox::Ptr<Nox::Entity>(this));
+  return made;
 }
 
 ValidPtr<PublishedMountsTable> Root::publishedMountsTableIs() {

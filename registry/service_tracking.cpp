@@ -11,6 +11,7 @@ using Nox::ValidPtr;
 // The members.
 
 void SwitchConfigSm::NoxServiceConfig::handleEnabled() {
+  Nox::Turn const turn;
   Nox::Held<SwitchConfigSm> const owner(sm());
   if (!owner) return;
   TRACE_RING(8,
@@ -37,6 +38,7 @@ void SwitchConfigSm::NoxServiceConfig::doCleanup() {
 }
 
 void SwitchConfigSm::NoxLocalServiceConfig::handleEnabled() {
+  Nox::Turn const turn;
   Nox::Held<SwitchConfigSm> const owner(sm());
   if (!owner) return;
   TRACE_RING(8,
@@ -100,7 +102,7 @@ void SwitchConfigSm::serviceConfigIs(RecordPtr const& record) {
 }
 
 ValidPtr<SwitchConfigSm::NoxServiceConfig> SwitchConfigSm::newServiceConfig(RecordPtr const& record) {
-  ValidPtr<NoxServiceConfig> member = newReactor<NoxServiceConfig>(record);
+  ValidPtr<NoxServiceConfig> member = newReactor<NoxServiceConfig>(ValidPtr<Controller::ServiceConfigV1 const>(record));
   serviceConfig_.newMember(member);
   return member;
 }
@@ -118,6 +120,7 @@ void SwitchConfigSm::serviceConfigNotify(Name const& /*service*/, Ptr<NoxService
 }
 
 void SwitchConfigSm::handleServiceConfig() {
+  Nox::Turn const turn;
   ConfigPtr const config = config_.get();
   if (!config) return;
   for (auto at = config->serviceConfigIteratorConst(); at; ++at) serviceConfigIs(at->value());
@@ -126,6 +129,7 @@ void SwitchConfigSm::handleServiceConfig() {
 }
 
 void SwitchConfigSm::handleServiceConfig(Name const& service) {
+  Nox::Turn const turn;
   ConfigPtr const config = config_.get();
   if (!config) return;
   if (RecordPtr const record = config->serviceConfig(service))
@@ -146,7 +150,8 @@ void SwitchConfigSm::localServiceConfigIs(RecordPtr const& record) {
 }
 
 ValidPtr<SwitchConfigSm::NoxLocalServiceConfig> SwitchConfigSm::newLocalServiceConfig(RecordPtr const& record) {
-  ValidPtr<NoxLocalServiceConfig> member = newReactor<NoxLocalServiceConfig>(record);
+  ValidPtr<NoxLocalServiceConfig> member =
+      newReactor<NoxLocalServiceConfig>(ValidPtr<Controller::ServiceConfigV1 const>(record));
   localServiceConfig_.newMember(member);
   return member;
 }
@@ -164,6 +169,7 @@ void SwitchConfigSm::localServiceConfigNotify(Name const& /*service*/, Ptr<NoxLo
 }
 
 void SwitchConfigSm::handleLocalServiceConfig() {
+  Nox::Turn const turn;
   ServiceConfigDirPtr const dir = serviceConfigDir_.get();
   if (!dir) return;
   for (auto at = dir->serviceIteratorConst(); at; ++at) localServiceConfigIs(at->value());
@@ -172,6 +178,7 @@ void SwitchConfigSm::handleLocalServiceConfig() {
 }
 
 void SwitchConfigSm::handleLocalServiceConfig(Name const& service) {
+  Nox::Turn const turn;
   ServiceConfigDirPtr const dir = serviceConfigDir_.get();
   if (!dir) return;
   if (RecordPtr const record = dir->service(service))

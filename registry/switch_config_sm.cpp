@@ -10,17 +10,23 @@ using Nox::Name;
 using Nox::Ptr;
 using Nox::ValidPtr;
 
-SwitchConfigSm::SwitchConfigSm(ConfigPtr const& config, StatusPtr const& status, PeerTablePtr const& heartbeatPeerTable,
-                               ControllerStatusPtr const& controllerStatus, ServiceConfigDirPtr const& serviceConfigDir,
-                               OverrideDirPtr const& overrideServiceConfigDir, Nox::String8 const& controllerUUID,
-                               ServiceStatusDirPtr const& serviceStatusDir, Name const& switchId,
-                               MountsTablePtr const& publishedMountsTable, SwitchRegistrySm* switchRegistrySm)
+SwitchConfigSm::SwitchConfigSm(StatusPtr const& status, ControllerStatusPtr const& controllerStatus,
+                               Nox::String8 const& controllerUUID, ServiceStatusDirPtr const& serviceStatusDir,
+                               Name const& switchId, SwitchRegistrySm* switchRegistrySm)
     : status_(status),
       controllerStatus_(controllerStatus),
       controllerUUID_(controllerUUID),
       serviceStatusDir_(serviceStatusDir),
       switchId_(switchId),
-      switchRegistrySm_(switchRegistrySm) {
+      switchRegistrySm_(switchRegistrySm) {}
+
+/// Delegates, so that a first pass that throws ends in the destructor: the rows that it has written go again.
+SwitchConfigSm::SwitchConfigSm(ConfigPtr const& config, StatusPtr const& status, PeerTablePtr const& heartbeatPeerTable,
+                               ControllerStatusPtr const& controllerStatus, ServiceConfigDirPtr const& serviceConfigDir,
+                               OverrideDirPtr const& overrideServiceConfigDir, Nox::String8 const& controllerUUID,
+                               ServiceStatusDirPtr const& serviceStatusDir, Name const& switchId,
+                               MountsTablePtr const& publishedMountsTable, SwitchRegistrySm* switchRegistrySm)
+    : SwitchConfigSm(status, controllerStatus, controllerUUID, serviceStatusDir, switchId, switchRegistrySm) {
   config_.start(*this, &SwitchConfigSm::newConfig, config);
   heartbeatPeerTable_.start(*this, &SwitchConfigSm::newHeartbeatPeerTable, heartbeatPeerTable);
   serviceConfigDir_.start(*this, &SwitchConfigSm::newServiceConfigDir, serviceConfigDir);
@@ -39,6 +45,7 @@ void SwitchConfigSm::followSystemId() {
 
 /// However the machine ends, the switch's rows leave the controller's table first.
 SwitchConfigSm::~SwitchConfigSm() {
+  Nox::Turn const turn(Nox::Turn::Reports::kLater);
   doCleanup();
   noxDoZombieReactors(true);
   orphanReactors();
@@ -69,6 +76,7 @@ ValidPtr<SwitchConfigSm> switchConfigSmFactory(
 }
 
 void SwitchConfigSm::handleInitialized() {
+  Nox::Turn const turn;
   if (initialized()) return;
   initializedIs(true);
   handleSwitchConfig();
@@ -85,6 +93,7 @@ bool SwitchConfigSm::switchReady() const {
 }
 
 void SwitchConfigSm::handleSwitchConfig() {
+  Nox::Turn const turn;
   TRACE_TEXT(5, 89, "void Controllerdb::SwitchConfigSm::handleSwitchConfig()", " ", switchId_);
   TRACE_RING(5, 90, "handleSwitchConfig");
   if (!initialized()) {
@@ -105,7 +114,7 @@ void SwitchConfigSm::answer(SwitchConfig const& config) {
     Ptr<NoxServiceConfig> const member = at.member();
     member->handleEnabled();
   }
-  TRACE_TEXT(5, 103, "handleSwitchConfig", " ready");
+  TRACE_TEXT_IN("handleSwitchConfig", 5, 103, "handleSwitchConfig", " ready");
   TRACE_RING(5, 104, "handleSwitchConfig", " ready");
   if (controllerStatus_) {
     controllerStatus_->switchConfigIs(config.systemId(), ConfigPtr(&config));
@@ -117,16 +126,16 @@ void SwitchConfigSm::answer(SwitchConfig const& config) {
   handleSystemPublish(config.systemId());
   if (status_) status_->clientShutdownAckIs(false);
   TRACE_RING(3, 116, "handleSwitchConfig", " sending uuid to switch: ", controllerUUID_);
-  TRACE_TEXT(3, 117, "handleSwitchConfig", " sending uuid to switch: ", controllerUUID_);
+  TRACE_TEXT_IN("handleSwitchConfig", 3, 117, "handleSwitchConfig", " sending uuid to switch: ", controllerUUID_);
   if (status_) status_->controllerUUIDIs(controllerUUID_);
-  TRACE_TEXT(1, 128, "handleSwitchConfig", " reflecting genid:", config.registrationGenId());
+  TRACE_TEXT_IN("handleSwitchConfig", 1, 128, "handleSwitchConfig", " reflecting genid:", config.registrationGenId());
   TRACE_RING(1, 130, "handleSwitchConfig", " reflecting genid:", config.registrationGenId());
   // Last, so that a switch that reads its own generation here finds the rest of its answer in place.
   if (status_) status_->registrationGenIdIs(config.registrationGenId());
 }
 
 void SwitchConfigSm::shutDown() {
-  TRACE_TEXT(1, 133, "handleSwitchConfig", " shutdown");
+  TRACE_TEXT_IN("handleSwitchConfig", 1, 133, "handleSwitchConfig", " shutdown");
   TRACE_RING(1, 134, "handleSwitchConfig", " shutdown");
   if (status_) status_->clientShutdownAckIs(true);
   doCleanup();
@@ -138,6 +147,7 @@ static Nox::IgnoredChangesShow const ignoredPeersShow(Controller::PeerTable::nox
 });
 
 void SwitchConfigSm::handleHeartbeat(Controller::SystemId const& systemId) {
+  Nox::Turn const turn;
   TRACE_TEXT(8,
              142,
              "void Controllerdb::SwitchConfigSm::handleHeartbeat(const Controller::SystemId&)",
@@ -154,6 +164,7 @@ void SwitchConfigSm::handleHeartbeat(Controller::SystemId const& systemId) {
 }
 
 void SwitchConfigSm::doCleanup() {
+  Nox::Turn const turn;
   TRACE_TEXT(8, 362, "void Controllerdb::SwitchConfigSm::doCleanup()", " ", switchId_);
   auto const config = config_.held();
   if (!config || !controllerStatus_) return;

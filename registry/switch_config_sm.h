@@ -159,7 +159,7 @@ class NOX_EXPORT SwitchConfigSm final : public Nox::StateMachine<SwitchConfigSm>
   using MountsTablePtr = Nox::Ptr<Controller::PublishedMountsTable const>;
   static Nox::NoxType noxType;
 
-  /// Use `switchConfigSmFactory`. Runs the first pass as its last step.
+  /// Use `switchConfigSmFactory`. Runs the first pass as its last step; if that throws, no row is left behind.
   SwitchConfigSm(ConfigPtr const& config, StatusPtr const& status, PeerTablePtr const& heartbeatPeerTable,
                  ControllerStatusPtr const& controllerStatus, ServiceConfigDirPtr const& serviceConfigDir,
                  OverrideDirPtr const& overrideServiceConfigDir, Nox::String8 const& controllerUUID,
@@ -240,6 +240,7 @@ class NOX_EXPORT SwitchConfigSm final : public Nox::StateMachine<SwitchConfigSm>
   /// Makes the collection hold a reactor for this record under its name; one that watches another record is pointed at
   /// it, which negotiates. Throws RangeException for null.
   void serviceConfigIs(RecordPtr const& record);
+  /// Makes the reactor of a record that has none, and enters it. Throws RangeException for null.
   Nox::ValidPtr<NoxServiceConfig> newServiceConfig(RecordPtr const& record);
   void serviceConfigDel(Nox::Name const& service);
   void serviceConfigDelAll();
@@ -259,6 +260,7 @@ class NOX_EXPORT SwitchConfigSm final : public Nox::StateMachine<SwitchConfigSm>
     return localServiceConfig_.member(service);
   }
   void localServiceConfigIs(RecordPtr const& record);
+  /// As newServiceConfig.
   Nox::ValidPtr<NoxLocalServiceConfig> newLocalServiceConfig(RecordPtr const& record);
   void localServiceConfigDel(Nox::Name const& service);
   void localServiceConfigDelAll();
@@ -316,6 +318,10 @@ class NOX_EXPORT SwitchConfigSm final : public Nox::StateMachine<SwitchConfigSm>
 
  private:
   friend class Nox::StateMachine<SwitchConfigSm>;
+  /// Holds what is not watched, and does nothing yet.
+  SwitchConfigSm(StatusPtr const& status, ControllerStatusPtr const& controllerStatus,
+                 Nox::String8 const& controllerUUID, ServiceStatusDirPtr const& serviceStatusDir,
+                 Nox::Name const& switchId, SwitchRegistrySm* switchRegistrySm);
   auto reactors() {
     return std::tie(config_,
                     heartbeatPeerTable_,

@@ -88,12 +88,14 @@ void SwitchRegistrySm::configSmDel() { Nox::switchedOff(configSm_); }
 // Handlers.
 
 void SwitchRegistrySm::handleInitialized() {
+  Nox::Turn const turn;
   if (initialized()) return;
   initializedIs(true);
   handleEntry();
 }
 
 void SwitchRegistrySm::handleEntry() {
+  Nox::Turn const turn;
   TRACE_TEXT(8, 151, "void Controllerdb::SwitchRegistrySm::handleEntry()");
   if (!initialized()) {
     TRACE(8, 153, "registrySm uninitialized");
@@ -105,6 +107,7 @@ void SwitchRegistrySm::handleEntry() {
 }
 
 void SwitchRegistrySm::handleEntry(Name entry) {
+  Nox::Turn const turn;
   TRACE(8, 162, "void Controllerdb::SwitchRegistrySm::handleEntry(Nox::Name)", " ", entry);
   if (!initialized()) {
     TRACE(8, 164, "registrySm uninitialized");
@@ -130,8 +133,8 @@ void SwitchRegistrySm::handleEntry(Name entry) {
   if (!dir->entry(configName) || !dir->entry(statusName)) return;  // the other one's notification comes back here
   SwitchConfigSm::ConfigPtr const config = dir->entity<ControllerRegistration::SwitchConfig>(configName);
   SwitchConfigSm::StatusPtr const status = dir->entity<ControllerRegistration::SwitchStatus>(statusName);
-  NOX_ASSERT(config, "config");
-  NOX_ASSERT(status, "status");
+  NOX_ASSERT_ABOUT(config, "config", "switch", name_.view());
+  NOX_ASSERT_ABOUT(status, "status", "switch", name_.view());
   TRACE_RING(3, 186, "handleEntry", " registered switch: ", name_);
   TRACE_TEXT(3, 187, "handleEntry", " registered switch: ", name_);
   if (registryRootSm_ == nullptr) return;  // left its root: there is no table to enter the switch into

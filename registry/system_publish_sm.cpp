@@ -31,12 +31,14 @@ Ptr<SystemPublishSm> SystemPublishSm::SystemPublishSmIs(MountPtr const& systemPu
 }
 
 void SystemPublishSm::handleInitialized() {
+  Nox::Turn const turn;
   if (initialized()) return;
   initializedIs(true);
   handlePublishedMount();
 }
 
 void SystemPublishSm::handlePublishedMount() {
+  Nox::Turn const turn;
   TRACE_TEXT(8, 49, "void Controllerdb::SystemPublishSm::handlePublishedMount()");
   if (status_) {
     for (auto info = status_->servicePublishedInfoIterator(); info; ++info) {
@@ -50,6 +52,7 @@ void SystemPublishSm::handlePublishedMount() {
 }
 
 void SystemPublishSm::handlePublishedMount(String8 path) {
+  Nox::Turn const turn;
   TRACE_TEXT(8, 17, "void Controllerdb::SystemPublishSm::handlePublishedMount(Nox::String)", " ", path);
   if (!status_) return;
   auto const offer = systemPublishedMount_.held();
@@ -64,7 +67,7 @@ void SystemPublishSm::handlePublishedMount(String8 path) {
 /// with the first one too, deliberately: only a path that is no longer offered at all is withdrawn.
 void SystemPublishSm::publish(MountDesc published) {
   TRACE_RING(5, 22, "handlePublishedMount", " publishing:", published.path);
-  TRACE_TEXT(5, 23, "handlePublishedMount", " publishing: ", published.path);
+  TRACE_TEXT_IN("handlePublishedMount", 5, 23, "handlePublishedMount", " publishing: ", published.path);
   Ptr<ServicePublishedInfo> const info = status_->servicePublishedInfoIs(published.service);
   auto const table = publishedMountsTable_.held();
   info->readyIs(table && table->servicePublishReady(published.service));
@@ -77,7 +80,7 @@ void SystemPublishSm::withdraw(String8 const& path) {
   Ptr<ServicePublishedInfo> const info = status_->servicePublishedInfoHolding(path);
   if (!info) return;
   TRACE_RING(5, 38, "handlePublishedMount", " withdrawing:", path);
-  TRACE_TEXT(5, 39, "handlePublishedMount", " withdrawing: ", path);
+  TRACE_TEXT_IN("handlePublishedMount", 5, 39, "handlePublishedMount", " withdrawing: ", path);
   info->publishedMountDel(path);
 }
 

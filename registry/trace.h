@@ -21,6 +21,10 @@ inline NOX_EXPORT Nox::TraceHandle& enrolixTrace() {
 #define TRACE_TEXT(LEVEL, LINE, ...) \
   NOX_TRACE_TEXT(::Controllerdb::enrolixTrace(), "EnrolixSm", LEVEL, LINE, __VA_ARGS__)
 
+/// The same in a part of the operation FUNCTION, to which the message belongs.
+#define TRACE_TEXT_IN(FUNCTION, LEVEL, LINE, ...) \
+  NOX_TRACE_TEXT_IN(::Controllerdb::enrolixTrace(), "EnrolixSm", FUNCTION, LEVEL, LINE, __VA_ARGS__)
+
 /// A message to the ring-buffer channel alone.
 #define TRACE_RING(LEVEL, LINE, ...) NOX_TRACE_RING("EnrolixSm", LEVEL, LINE, __VA_ARGS__)
 

@@ -23,14 +23,17 @@ using Versions = std::vector<ServiceVersionV1>;
 bool sortFunction(ServiceVersionV1 const& a, ServiceVersionV1 const& b) { return a.version() > b.version(); }
 
 void sortVersions(Ptr<ServiceVersionConfigV1 const> const& config, Versions& out, String8 const& /*label*/) {
-  out.reserve(out.size() + config->version().members());
-  for (auto at = config->versionIteratorConst(); at; ++at) out.push_back(at->value());
+  Nox::ValidPtr<ServiceVersionConfigV1 const> const offered(config);
+  out.reserve(out.size() + offered->version().members());
+  for (auto at = offered->versionIteratorConst(); at; ++at) out.push_back(at->value());
   std::sort(out.begin(), out.end(), sortFunction);
 }
 
+static constexpr char kNullStatus[] = "versionStatus && \"Null versionSts ptr passed to updateVersionStatus()\"";
+
 void updateVersionStatus(Ptr<ServiceVersionStatusV1> versionStatus, bool complete, bool compatible,
                          ServiceVersionV1 version) {
-  NOX_ASSERT(versionStatus, "versionStatus && \"Null versionSts ptr passed to updateVersionStatus()\"");
+  NOX_ASSERT(versionStatus, kNullStatus);
   // The ring records whether there is a description, not the version: deliberate, a reader of the ring sees 0 or 1
   // there.
   TRACE_RING(
@@ -62,9 +65,9 @@ void updateVersionStatus(Ptr<ServiceVersionStatusV1> versionStatus, bool complet
 /// match is one also when its number is 0. Every comparison is a message, so they are made pair by pair.
 static std::optional<ServiceVersionV1> firstMatch(Versions const& client, Versions const& controller) {
   for (ServiceVersionV1 const& c : client) {
-    TRACE_TEXT(7, 249, "Client ver=", c.version());
+    TRACE_TEXT_IN("doVersionNegotiation", 7, 249, "Client ver=", c.version());
     for (ServiceVersionV1 const& k : controller) {
-      TRACE_TEXT(7, 253, "Controller ver=", k.version());
+      TRACE_TEXT_IN("doVersionNegotiation", 7, 253, "Controller ver=", k.version());
       if (k.version() == c.version()) return c;
     }
   }
@@ -105,6 +108,7 @@ static Ptr<ServiceStatusV1> statusOf(ServiceStatusV1* present, Name const& servi
 }
 
 void SwitchConfigSm::doVersionNegotiation(Name serviceName) {
+  Nox::Turn const turn;
   // The ring records whether there is a switch id, not the id: deliberate, a reader of the ring sees 0 or 1 there.
   TRACE_RING(8,
              168,
@@ -127,6 +131,11 @@ void SwitchConfigSm::doVersionNegotiation(Name serviceName) {
     controller = dir->service(serviceName);
   if (!client) return;
 
+  auto const update = [&](ServiceStatusV1& of, bool complete, bool compatible, ServiceVersionV1 const& version) {
+    Ptr<ServiceVersionStatusV1> const versionStatus = of.versionStatus();
+    NOX_ASSERT_ABOUT(versionStatus, kNullStatus, "switch", switchId_.view());
+    updateVersionStatus(versionStatus, complete, compatible, version);
+  };
   // Either side's status may be missing as a whole: then that side's writes are skipped.
   Name versionStatus;
   Ptr<ServiceStatusV1> switchSide;
@@ -137,8 +146,7 @@ void SwitchConfigSm::doVersionNegotiation(Name serviceName) {
   if (!controller) {
     TRACE_RING(4, 200, "Controller doesn't support service ", serviceName);
     TRACE_TEXT(4, 201, "Controller doesn't support service ", serviceName);
-    if (client->enabled() && switchSide)
-      updateVersionStatus(switchSide->versionStatus(), true, false, ServiceVersionV1());
+    if (client->enabled() && switchSide) update(*switchSide, true, false, ServiceVersionV1());
     return;
   }
   Ptr<ServiceStatusV1> controllerSide;
@@ -149,8 +157,8 @@ void SwitchConfigSm::doVersionNegotiation(Name serviceName) {
   }
   bool const enabled = client->enabled() && controller->enabled();
   auto const conclude = [&](bool complete, bool compatible, ServiceVersionV1 const& version) {
-    if (controllerSide) updateVersionStatus(controllerSide->versionStatus(), complete, compatible, version);
-    if (switchSide) updateVersionStatus(switchSide->versionStatus(), complete, compatible, version);
+    if (controllerSide) update(*controllerSide, complete, compatible, version);
+    if (switchSide) update(*switchSide, complete, compatible, version);
   };
   if (controllerSide) controllerSide->enabledIs(enabled);
   if (switchSide) switchSide->enabledIs(enabled);

@@ -9,7 +9,7 @@
 namespace Controllerdb {
 
 /// Appends the offered versions to `out` and sorts the whole of it, highest first. The caller passes an empty list.
-/// `label` names the side; it is accepted and not used.
+/// `label` names the side; it is accepted and not used. Throws RangeException for a null `config`, "null ValidPtr".
 NOX_EXPORT void sortVersions(Nox::Ptr<Controller::ServiceVersionConfigV1 const> const& config,
                              std::vector<Controller::ServiceVersionV1>& out, Nox::String8 const& label);
 

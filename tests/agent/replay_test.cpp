@@ -274,6 +274,57 @@ TEST(Replay, ShowsUnderEachSwitchWhatBecameOfItsServices) {
                         "    unknown  not known to the controller\n"));
 }
 
+TEST(Replay, ExplainsNoOutcomeWithInputsThatAreYoungerThanItIs) {
+  Folder folder;
+  auto const service = [](char const* path, bool enabled, char const* versions) {
+    return std::string(R"({"put": "service/)") + path + R"(", "value": {"enabled": )" + (enabled ? "true" : "false") +
+           R"(, "versionConfig": {"version": )" + versions + "}}}\n";
+  };
+  auto const enrol = [](std::string const& config) {
+    return std::string(R"({"put": "registration/a/config", "value": {"enabled": true, "systemId": )"
+                       R"("02:00:00:00:00:01", "serviceConfig": {"s": )") +
+           config + "}}}\n";
+  };
+  std::string const apart = service("config/s", true, R"({"3": ""})");
+  std::string const common = service("config/s", true, R"({"2": "theirs", "3": ""})");
+  std::string const old = "not negotiated since its inputs changed";
+  std::string const offers = R"({"enabled": true, "versionConfig": {"version": {"1": "", "2": "two"}}})";
+  struct {
+    std::string before, after, outcome;
+  } const cases[] = {
+      {apart, "", "switch offers 1,2; controller 3"},
+      {apart, common, old},
+      {apart, service("config/s", true, R"({"4": ""})"), "switch offers 1,2; controller 4"},
+      {apart, service("override/s", true, R"({"1": ""})"), old},
+      {apart, service("override/s", false, R"({"1": ""})"), old},
+      {apart, service("config/s", false, R"({"3": ""})"), "disabled by the controller"},
+      {apart, "{\"delete\": \"service/config/s\"}\n", "not known to the controller"},
+      {common, "", "version 2 (two)"},
+      {common, apart, "version 2 (two), " + old},
+      {common, service("override/s", true, R"({"1": ""})"), "version 2 (two), " + old},
+      {common, "{\"delete\": \"service/config/s\"}\n", "version 2 (two), " + old},
+      {common,
+       enrol(R"({"enabled": true, "versionConfig": {"version": {"1": "", "2": "zwei"}}})"),
+       "version 2 (two), " + old},
+      {common,
+       enrol(R"({"enabled": true, "versionConfig": {"version": {"1": "", "2": "two", "3": ""}}})"),
+       "version 2 (two), " + old},
+      {common, enrol(R"({"versionConfig": {"version": {"1": "", "2": "two"}}})"), "disabled by the switch"},
+      {"", "", "not known to the controller"},
+      {"", apart, old},
+      {"", common, old},
+  };
+  for (auto const& [before, after, outcome] : cases) {
+    folder.write("s",
+                 R"({"put": "heartbeat/02:00:00:00:00:01", "value": {}}
+{"put": "registration/a/status", "value": {}}
+{"put": "controller/config", "value": {"enabled": true}}
+)" + before + enrol(offers) +
+                     after);
+    EXPECT_THAT(runProgram(folder, "replay --table s").out, HasSubstr("\n    s  " + outcome + "\n")) << before << after;
+  }
+}
+
 TEST(Replay, WritesOverNothingThatItReadsOrWritesOtherwise) {
   Folder folder;
   std::string const scenario = "{\"delete\": \"heartbeat/02:00:00:00:00:01\"}\n";

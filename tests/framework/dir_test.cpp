@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -217,6 +218,53 @@ TEST_F(DirTest, RemovingAnEntityRemovesPointerReferenceAndEntryInThisOrder) {
   EXPECT_EQ(one->noxWord(), 1U);
   dir->entityDel("one");
   EXPECT_THAT(heard(), IsEmpty()) << "what is absent is not removed";
+}
+
+TEST_F(DirTest, RemovalsTakeTheNameOfTheVeryRowOrEntityThatGoes) {
+  using Removal = void (Dir::*)(Name const&);
+  struct {
+    Removal remove;
+    Log heard;
+  } const removals[] = {
+      {&Dir::entityDel, {"entityPtr leaf", "entityRef leaf", "entryState leaf", "entry leaf"}},
+      {&Dir::entryDel, {"entityRef leaf", "entryState leaf", "entry leaf"}},
+      {&Dir::entityRefDel, {"entityRef leaf"}},
+      {&Dir::entityPtrDel, {"entityPtr leaf"}},
+  };
+  std::function<Name const&()> const names[] = {
+      [&]() -> Name const& { return dir->entityPtrs().find("leaf")->fwkKey(); },
+      [&]() -> Name const& { return dir->entries().find("leaf")->name(); },
+      [&]() -> Name const& { return dir->entries().find("leaf")->entityRef()->rawName(); }};
+  for (auto const& [remove, expected] : removals)
+    for (auto const& name : names) {
+      // Names with buffers of their own: whoever reads one that has gone finds something else.
+      dir->entryIs(std::string("leaf"));
+      dir->entityIs(std::string("leaf"), Nox::make<Entity>(std::string("leaf")));
+      heard();
+      (dir.get()->*remove)(name());
+      EXPECT_EQ(heard(), expected);
+      dir->entityDel("leaf");
+    }
+}
+
+TEST_F(DirTest, AReplacementTakesTheNameOfTheEntityThatGoes) {
+  for (bool const isWhole : {true, false}) {
+    dir->entityIs(std::string("leaf"), Nox::make<Entity>(std::string("leaf")));
+    if (isWhole)
+      dir->entityPtrDel("leaf");
+    else
+      dir->entityRefDel("leaf");
+    heard();
+    Name const& name = isWhole ? dir->entityRef("leaf")->rawName() : dir->entityPtr("leaf")->rawName();
+    if (isWhole) {
+      dir->entityIs(name, one);
+      EXPECT_THAT(heard(), ElementsAre("entityRef leaf", "entityPtr leaf"));
+    } else {
+      dir->entityPtrIs(name, one);
+      EXPECT_THAT(heard(), ElementsAre("entityPtr leaf"));
+    }
+    dir->entityDel("leaf");
+  }
 }
 
 TEST_F(DirTest, TheThreeRemovalsOneByOne) {

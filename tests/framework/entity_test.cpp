@@ -149,7 +149,7 @@ TEST(Entity, AHandlerMayEndTheEntityWhoseMembersAreAllDeleted) {
     recorder = nullptr;
   };
   device->cardDelAll();
-  EXPECT_EQ(log.size(), 20U);
+  EXPECT_EQ(log.size(), 1U) << "the rest waited for a reactor that has gone";
   EXPECT_EQ(Sample::Counted::alive, 0);
 }
 

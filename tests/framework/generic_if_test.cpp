@@ -222,21 +222,32 @@ TEST_F(GenericIfTest, WhatIsRefusedSaysWhyAndChangesNothing) {
     std::function<void()> attempt;
     char const* text;
   } const cases[] = {
-      {[&] { byName.attributeOp("isOn", Op::kSet, {"yes"}); }, "expected bool"},
-      {[&] { byName.attributeOp("label", Op::kSet, {7U}); }, "expected Nox::String"},
-      {[&] { byName.attributeOp("uplink", Op::kSet, {chassis}); }, "expected Nox::Ptr<Sample::Port>"},
-      {[&] { byName.attributeOp("uplink", Op::kSet, {true}); }, "expected Nox::Ptr<Sample::Port>"},
+      {[&] { byName.attributeOp("isOn", Op::kSet, {"yes"}); },
+       "attribute isOn, argument value: expected bool, found Nox::String"},
+      {[&] { byName.attributeOp("label", Op::kSet, {7U}); },
+       "attribute label, argument value: expected Nox::String, found U32"},
+      {[&] { byName.attributeOp("uplink", Op::kSet, {chassis}); },
+       "attribute uplink, argument value: expected Nox::Ptr<Sample::Port>, found Sample::Chassis"},
+      {[&] { byName.attributeOp("uplink", Op::kSet, {true}); },
+       "attribute uplink, argument value: expected Nox::Ptr<Sample::Port>, found bool"},
+      {[&] { byName.attributeOp("handle", Op::kCall, {true}); },
+       "attribute handle, argument name: expected Nox::Name, found bool"},
+      {[&] { byName.attributeOp("console", Op::kInstantiate, {port}); },
+       "attribute console, argument name: expected Nox::Name, found Sample::Port"},
       {[&] { byName.attributeOp("uplink", Op::kSet, {"0x0 "}); }, "junk at column 3 deserializing 0x0 "},
       {[&] { byName.attributeOp("uplink", Op::kSet, {Ptr<Port const>(port)}); },
        "attempting to modify a const instance"},
-      {[&] { byName.attributeOp("handleNames", Op::kCall, {port}); }, "expected List"},
-      {[&] { byName.attributeOp("handleNames", Op::kCall, {list}); }, "expected name"},
+      {[&] { byName.attributeOp("handleNames", Op::kCall, {port}); },
+       "attribute handleNames, argument names: expected List, found Sample::Port"},
+      {[&] { byName.attributeOp("handleNames", Op::kCall, {list}); },
+       "attribute handleNames, argument names: expected name, found U32"},
       {[&] { byName.attributeOp("isOn", Op::kCall); }, "call not supported by attribute isOn"},
       {[&] { byName.attributeOp("console", Op::kSet, {port}); }, "set not supported by attribute console"},
       {[&] { byName.attributeOp("isHidden", Op::kSet, {true}); }, "set not supported by attribute isHidden"},
       {[&] { byName.attributeOp("handle", Op::kRead); }, "read not supported by attribute handle"},
       {[&] { byName.attributeOp("port", Op::kNew, {port}); }, "new not supported by attribute port"},
-      {[&] { byName.attributeOp("port", Op::kDelete, {port}); }, "bad index of attribute port: expected Nox::Name"},
+      {[&] { byName.attributeOp("port", Op::kDelete, {port}); },
+       "bad index of attribute port: expected Nox::Name, found Sample::Port"},
       {[&] { byName.attributeOp("nonsense", Op::kRead); }, "read not supported by attribute nonsense"},
       {[&] { byName.attributeOp(999, Op::kDelete); }, "delete not supported by attribute 999"},
       {[&] { byName.attributeOp("isOn", Op::kSet); }, "0 arguments given for attribute isOn, which takes 1"},
@@ -248,9 +259,12 @@ TEST_F(GenericIfTest, WhatIsRefusedSaysWhyAndChangesNothing) {
          byName.attributeOp("handle", Op::kCall, {"a", "b"});
        },
        "2 arguments given for attribute handle, which takes 1"},
-      {[&] { byName.attributeOp("isOn", Op::kRead, {"eth1"}); }, "bad index of attribute isOn: it takes none"},
-      {[&] { byName.attributeOp("uplink", Op::kDelete, {"eth1"}); }, "bad index of attribute uplink: it takes none"},
-      {[&] { byName.attributeOp("port", Op::kRead, {7U}); }, "bad index of attribute port: expected Nox::Name"},
+      {[&] { byName.attributeOp("isOn", Op::kRead, {"eth1"}); },
+       "bad index of attribute isOn: it takes none, found Nox::String"},
+      {[&] { byName.attributeOp("uplink", Op::kDelete, {"eth1"}); },
+       "bad index of attribute uplink: it takes none, found Nox::String"},
+      {[&] { byName.attributeOp("port", Op::kRead, {7U}); },
+       "bad index of attribute port: expected Nox::Name, found U32"},
       {[&] { byName.attributeOp("fail", Op::kCall); }, "taken"},
   };
   std::string const before = chassis->state();
@@ -297,6 +311,18 @@ TEST_F(GenericIfTest, ThroughAPointerToConstAnObjectIsReadAlone) {
     }
   }
   EXPECT_EQ(chassis->state(), before);
+}
+
+TEST_F(GenericIfTest, TakesWhatMakeReturnsAndEveryPointerToAKnownClass) {
+  Nox::ValidPtr<Chassis> const made = Nox::make<Chassis>("leaf");
+  Nox::ValidPtr<Chassis const> const read = made;
+  EXPECT_FALSE(GenericIfEntity(made).isConst());
+  EXPECT_FALSE(GenericIfEntity(Nox::make<Chassis>("leaf")).isConst());
+  EXPECT_FALSE(GenericIfEntity(Ptr<Chassis>(made)).isConst());
+  EXPECT_TRUE(GenericIfEntity(read).isConst());
+  EXPECT_TRUE(GenericIfEntity(Ptr<Chassis const>(made)).isConst());
+  EXPECT_FALSE(GenericIf(made).isConst());
+  EXPECT_TRUE(Nox::GenericIfPtrInterface(read).isConst());
 }
 
 TEST_F(GenericIfTest, AnOperationIsATurn) {

@@ -103,7 +103,6 @@ struct Owner {
   using ItemQueue = Nox::LinkedQueue<Item, Owner, Nox::Ptr<Item>>;
   void enq(Nox::Ptr<Item> const& item) { items.enq(item); }
   Nox::Ptr<Item> remove(Item& item) { return items.remove(item); }
-  void deleteAll() { items.deleteAll(); }
   ItemQueue items;
 };
 
@@ -116,7 +115,7 @@ TEST(LinkedQueue, HoldsItsMembersUntilTheyAreRemoved) {
     Nox::Ptr<Item> const removed = owner.remove(*owner.items.begin());
     EXPECT_EQ(removed->number, 1);
     EXPECT_EQ(Item::alive, 3);
-    owner.deleteAll();
+    owner.items.deleteAll();
     EXPECT_EQ(Item::alive, 1);
     EXPECT_TRUE(owner.items.empty());
     owner.enq(removed);

@@ -27,6 +27,24 @@ TEST(PointerText, NamesALiveObjectOfItsClass) {
     EXPECT_FALSE(sequenceToValueOfPtr(nothing)) << nothing;
 }
 
+struct Label {
+  virtual ~Label() = default;
+  int number = 0;
+};
+struct Behind : Label, Entity {};
+struct InFront : Entity, Label {};
+template <class T>
+concept HasText = requires {
+  sequenceToValueOfPtr<T>("");
+};
+template <class T>
+concept IsMade = requires {
+  Nox::make<T>();
+};
+static_assert(HasText<InFront> && HasText<InFront const> && IsMade<InFront>);
+static_assert(!HasText<Behind> && !HasText<Behind const> && !IsMade<Behind>,
+              "a class that begins with something else could not be found by its address");
+
 TEST(PointerText, JunkIsToldWithItsColumn) {
   Ptr<Entity> const entity = Nox::make<Entity>("leaf-1");
   std::string const good = textOf(entity.get());

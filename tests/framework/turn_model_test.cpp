@@ -141,7 +141,7 @@ class ModelWorld {
   struct Reactor {
     int watches = -1;
     bool registered = true, active = true, remembered = false, zombie = false, owned = true, exists = true;
-    int waiting = 0;
+    int running = 0;
   };
   struct Change {
     unsigned device;
@@ -184,14 +184,11 @@ class ModelWorld {
   }
   void endIfForgotten(unsigned r) {
     Reactor& reactor = reactors_[r];
-    if (reactor.owned || reactor.waiting != 0 || !reactor.exists) return;
+    if (reactor.owned || reactor.running != 0 || !reactor.exists) return;
     reactor.exists = false;
     leave(r);
   }
-  void changed(unsigned device, std::string what) {
-    for (unsigned const r : lists_[device]) ++reactors_[r].waiting;
-    queue_.push_back({device, std::move(what), lists_[device]});
-  }
+  void changed(unsigned device, std::string what) { queue_.push_back({device, std::move(what), lists_[device]}); }
 
   void step() {
     if (script_.empty()) return;
@@ -228,8 +225,9 @@ class ModelWorld {
       queue_.pop_front();
       for (unsigned const r : change.reactors) {
         Reactor& reactor = reactors_[r];
-        if (reactor.watches == static_cast<int>(change.device) && reactor.registered && reactor.active &&
-            !reactor.zombie) {
+        if (reactor.exists && reactor.watches == static_cast<int>(change.device) && reactor.registered &&
+            reactor.active && !reactor.zombie) {
+          ++reactor.running;
           log.push_back(std::to_string(r) + " " + change.what);
           try {
             step();
@@ -237,9 +235,9 @@ class ModelWorld {
             if (!first_) first_ = value;
             log.push_back(std::to_string(r) + " exception");
           }
+          --reactor.running;
+          endIfForgotten(r);
         }
-        --reactor.waiting;
-        endIfForgotten(r);
       }
     }
   }

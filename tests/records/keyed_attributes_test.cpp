@@ -190,6 +190,14 @@ TYPED_TEST(KeyedAttributes, IgnoreTheRemovalOfAnAbsentMember) {
   EXPECT_EQ(this->all().members(), 1U);
 }
 
+TYPED_TEST(KeyedAttributes, AreRemovedByTheKeyOfTheVeryMember) {
+  this->is(3);
+  this->listener->take();
+  (this->record.get()->*TypeParam::del)((*this->all().begin()).fwkKey());
+  EXPECT_TRUE(this->all().empty());
+  EXPECT_THAT(this->listener->take(), ElementsAre(this->heardOf(this->key(3))));
+}
+
 // Twenty members, so that the collection has grown several buckets.
 TYPED_TEST(KeyedAttributes, AreEmptiedMemberByMemberInTheirOrder) {
   for (unsigned i = 1; i <= 20; ++i) this->is(i);

@@ -290,7 +290,8 @@ TEST(RegistryRootSm, SwitchesOffTheMemberThatItRemovesAndForgetsIt) {
 
 TEST(RegistryRootSmDeathTest, RegistrationMustBeADirectory) {
   World w;
-  EXPECT_DEATH(w.registrationRootDir->entityIs("leaf-1", something()), "assertion failed: registrationDir\n");
+  EXPECT_DEATH(w.registrationRootDir->entityIs("leaf-1", something()),
+               "switch leaf-1\n.*assertion failed: registrationDir\n");
   w.registrationRootDir->entryIs("leaf-2");
   EXPECT_DEATH(w.registrationRootDir->entityPtrIs("leaf-2", Nox::make<Nox::Dir>("leaf-2")),
                "assertion failed: registrationDir\n");

@@ -122,6 +122,17 @@ TEST(Root, KeepsTheMountsRegistryOfTheVeryArgumentsOnly) {
   check([](auto& a) { std::get<5>(a) = 30.5; }, "mountTimeout");
 }
 
+TEST(Root, FactoryOfAMountsRegistryMakesAChildThatItDoesNotKeep) {
+  auto const root = rootFactory("root");
+  auto const held = root->mountsRegistryIs(nullptr, "", nullptr, "", 0, 0);
+  auto const made = root->newMountsRegistry(nullptr, "", nullptr, "", 0, 0);
+  EXPECT_NE(made, held);
+  EXPECT_EQ(root->mountsRegistry(), held);
+  EXPECT_EQ(held->parent(), root);
+  expectChild(*root, made, 259, "mountsRegistry");
+  made->parentIs(nullptr);
+}
+
 TEST(Root, ReturnsTheChildThatItRemovesWithoutItsParent) {
   auto const root = rootFactory("root");
   auto const mounts = root->publishedMountsTableIs();

@@ -354,7 +354,7 @@ TEST(SwitchRegistrySm, AcceptsAnyInputThatIsAbsent) {
 TEST(SwitchRegistrySmDeathTest, EntryConfigMustHoldASwitchsConfiguration) {
   World w;
   w.putStatus("leaf-1");
-  EXPECT_DEATH(w.enter("leaf-1", "config", something()), "assertion failed: config\n");
+  EXPECT_DEATH(w.enter("leaf-1", "config", something()), "switch leaf-1\n.*assertion failed: config\n");
   w.dir("leaf-1")->entryIs("config");
   EXPECT_DEATH(w.registrySm("leaf-1")->handleEntry("status"), "assertion failed: config\n");
 }
@@ -362,7 +362,7 @@ TEST(SwitchRegistrySmDeathTest, EntryConfigMustHoldASwitchsConfiguration) {
 TEST(SwitchRegistrySmDeathTest, EntryStatusMustHoldASwitchsStatusAndIsTestedSecond) {
   World w;
   w.putConfig("leaf-1", systemId(1));
-  EXPECT_DEATH(w.enter("leaf-1", "status", something()), "assertion failed: status\n");
+  EXPECT_DEATH(w.enter("leaf-1", "status", something()), "switch leaf-1\n.*assertion failed: status\n");
   World both;
   both.putStatus("leaf-1");
   both.registrySm("leaf-1")->hasNotificationActiveIs(false);
