@@ -207,11 +207,12 @@ void Service::fail(StoreError const& problem) {
 }
 
 void Service::undo() {
-  for (auto at = before_.rbegin(); at != before_.rend(); ++at) {
-    if (at->document)
-      kept_.documents[at->path] = std::move(*at->document);
+  for (std::size_t at = before_.size(); at-- > 0;) {
+    DocumentBefore& one = before_[at];
+    if (one.document)
+      kept_.documents[one.path] = *std::move(one.document);
     else
-      kept_.documents.erase(at->path);
+      kept_.documents.erase(one.path);
   }
   if (!before_.empty()) kept_.revision = revisionBefore_;
   before_.clear();
