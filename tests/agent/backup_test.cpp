@@ -10,10 +10,10 @@
 #include "agent/backup_reader.h"
 #include "agent/sqlite_store.h"
 #include "agent/state_commands.h"
-#include "support/long_form.h"
 #include "support/mirror.h"
 #include "support/program.h"
 #include "support/random_history.h"
+#include "support/rounds.h"
 #include "support/service_world.h"
 #include "support/store_model.h"
 
@@ -23,6 +23,7 @@ namespace {
 using namespace std::chrono_literals;
 using Test::firstSeed;
 using Test::Mirror;
+using Test::repeats;
 using Test::rounds;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
@@ -59,8 +60,8 @@ void fill(ServiceWorld& world, unsigned count) {
 
 TEST(Backup, HoldsTheDocumentsAsTheyWereWhenItBeganWhateverHappensMeanwhile) {
   std::size_t changedMeanwhile = 0;
-  for (unsigned seed = firstSeed(); seed < firstSeed() + rounds(8); ++seed) {
-    SCOPED_TRACE("ENROLIX_TEST_SEED=" + std::to_string(seed));
+  for (std::uint32_t seed = firstSeed(); seed < firstSeed() + rounds(8); ++seed) {
+    SCOPED_TRACE(repeats(seed));
     std::mt19937 random(seed);
     ServiceWorld world;
     fill(world, 120);
@@ -190,8 +191,8 @@ class Reader {
 // come to know what stands there, and not go on from what it knew.
 TEST(Backup, ReadersOfALostStateAreNeverMistakenAboutTheRestoredOne) {
   unsigned resyncs = 0;
-  for (unsigned seed = firstSeed(); seed < firstSeed() + rounds(40); ++seed) {
-    SCOPED_TRACE("ENROLIX_TEST_SEED=" + std::to_string(seed));
+  for (std::uint32_t seed = firstSeed(); seed < firstSeed() + rounds(40); ++seed) {
+    SCOPED_TRACE(repeats(seed));
     std::mt19937 random(seed);
     RandomHistory history(seed);
     RandomHistory otherHistory(seed + 1'000'000);
