@@ -1,6 +1,7 @@
 // Goes through the documents that stand and those that stood, whichever path comes first.
 #include "agent/backup.h"
 
+#include <algorithm>
 #include <map>
 #include <stdexcept>
 
@@ -30,6 +31,7 @@ class Backup final : public BodySource {
  private:
   bool tellNext(std::string& to);
   void tell(std::string& to, std::string const& path, Document const& document);
+  void tellText(std::string& to);
 
   std::shared_ptr<BackupHub> hub_;
   HistoryId history_;
@@ -40,6 +42,10 @@ class Backup final : public BodySource {
   std::optional<std::string> told_;
   /// What stood at paths behind that one when the copy began, where it has changed since.
   std::map<std::string, std::optional<Document>, std::less<>> stood_;
+  /// A document that is being told, and how much of it has been: a long one is shared by its readers, however slow they
+  /// are, and not copied for each.
+  DocumentText text_;
+  std::size_t textTold_ = 0;
   std::uint64_t count_ = 0;
   RunningChecksum checksum_;
 };
@@ -58,8 +64,12 @@ std::optional<std::string> Backup::next() {
   return piece;
 }
 
-// Goes on to the next path, and tells what stood there; false if there is none.
+// Goes on with the document that has begun, or to the next path, and tells what stood there; false if there is none.
 bool Backup::tellNext(std::string& to) {
+  if (text_) {
+    tellText(to);
+    return true;
+  }
   Documents const& documents = hub_->documents_->documents;
   auto const stands = told_ ? documents.upper_bound(*told_) : documents.begin();
   auto const stood = stood_.begin();
@@ -79,7 +89,21 @@ void Backup::tell(std::string& to, std::string const& path, Document const& docu
   ++count_;
   to += "{\"path\":" + Json(path).dump() + ",\"revision\":" + std::to_string(document.revision);
   if (document.timeToLive) to += ",\"ttl\":" + std::to_string(document.timeToLive->count());
-  to += ",\"value\":" + *document.text + "}\n";
+  to += ",\"value\":";
+  text_ = document.text;
+  textTold_ = 0;
+  tellText(to);
+}
+
+// What there is no room for follows in the next pieces.
+void Backup::tellText(std::string& to) {
+  std::size_t const room = kPieceBytes - std::min(kPieceBytes, to.size());
+  std::size_t const size = std::min(room, text_->size() - textTold_);
+  to.append(*text_, textTold_, size);
+  textTold_ += size;
+  if (textTold_ < text_->size()) return;
+  text_ = nullptr;
+  to += "}\n";
 }
 
 void BackupHub::changed(std::span<DocumentBefore const> before) {

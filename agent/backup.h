@@ -34,6 +34,8 @@ class BackupHub : public std::enable_shared_from_this<BackupHub> {
 
   /// The documents as they are now, as the body of a response.
   std::unique_ptr<BodySource> copy(HistoryId const& history);
+  /// Copies that are being read.
+  std::size_t copies() const noexcept { return copies_.size(); }
 
  private:
   friend class Backup;

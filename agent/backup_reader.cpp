@@ -12,11 +12,14 @@ namespace {
 constexpr std::size_t kLongestLine = std::size_t{64} * 1024 * 1024;
 constexpr std::string_view kValue = ",\"value\":";
 
-/// A whole number that is a member of an object.
-std::uint64_t number(Json const& object, char const* name) {
+/// A whole number that is a member of an object, as large as a state counts.
+std::uint64_t number(Json const& object, char const* name, std::uint64_t least = 0) {
+  constexpr std::uint64_t kGreatest = std::uint64_t{1} << 62;
   auto const found = object.find(name);
-  if (found == object.end() || !found->is_number_unsigned())
-    throw InputError(name, "expected a whole number, as a backup has here");
+  bool const isNumber = found != object.end() && found->is_number_unsigned();
+  if (!isNumber || found->get<std::uint64_t>() < least || found->get<std::uint64_t>() > kGreatest)
+    throw InputError(name,
+                     "expected a whole number from " + std::to_string(least) + " to " + std::to_string(kGreatest));
   return found->get<std::uint64_t>();
 }
 
@@ -71,6 +74,8 @@ void BackupReader::takeHead(std::string_view line) {
                      "was written by another version: expected " + std::to_string(kBackupFormat) + ", found " +
                          std::to_string(format));
   history_ = text(head, "history");
+  if (history_.size() != 16 || history_.find_first_not_of("0123456789abcdef") != std::string::npos)
+    throw InputError("history", "expected 16 hexadecimal digits");
   revision_ = number(head, "revision");
 }
 
@@ -82,7 +87,11 @@ void BackupReader::takeDocument(std::string_view line) {
   DocumentChange document;
   document.path = text(head, "path");
   document.revision = number(head, "revision");
-  if (head.contains("ttl")) document.timeToLive.emplace(static_cast<std::int64_t>(number(head, "ttl")));
+  if (head.contains("ttl")) {
+    if (!std::holds_alternative<At::Heartbeat>(parsePath(document.path)))
+      throw InputError("ttl", "only a heartbeat has a time to live");
+    document.timeToLive.emplace(static_cast<std::int64_t>(number(head, "ttl", 1)));
+  }
   document.text =
       std::make_shared<std::string const>(line.substr(at + kValue.size(), line.size() - at - kValue.size() - 1));
   if (toText(parsePath(document.path)) != document.path) throw InputError("path", "expected a path as it is written");

@@ -23,10 +23,15 @@ LogFile::LogFile() {
 }
 
 std::string LogFile::openAnew() const {
-  int const descriptor = ::open(name_.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, permissions_);
+  // What is no file, a pipe without a reader for instance, would hold up the agent.
+  int const descriptor =
+      ::open(name_.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, permissions_);
   std::string problem;
-  if (descriptor < 0 || ::dup2(descriptor, STDERR_FILENO) < 0 ||
-      (isOutputToo_ && ::dup2(descriptor, STDOUT_FILENO) < 0))
+  struct stat status {};
+  if (descriptor >= 0 && ::fstat(descriptor, &status) == 0 && !S_ISREG(status.st_mode))
+    problem = "is no regular file";
+  else if (descriptor < 0 || ::dup2(descriptor, STDERR_FILENO) < 0 ||
+           (isOutputToo_ && ::dup2(descriptor, STDOUT_FILENO) < 0))
     problem = std::generic_category().message(errno);
   if (descriptor >= 0) ::close(descriptor);
   return problem;

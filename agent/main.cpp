@@ -78,7 +78,8 @@ int main(int argc, char** argv) {
     auto const options = Agent::parseOptions({argv + 1, argv + argc}, ENROLIX_VERSION);
     return std::visit([](auto const& chosen) { return run(chosen); }, options);
   } catch (std::exception const& error) {
-    std::cerr << error.what() << '\n';
+    std::string const reason = error.what();
+    std::cerr << Agent::printable(reason, reason.size()) << '\n';
     return 1;
   }
 }

@@ -101,6 +101,7 @@ void addServeOptions(CLI::App& command, ServeOptions& options) {
   addCount(command, "--max-body", options.http.bodyBytes, "The body of a request", "BYTES");
   addCount(command, "--max-batch", options.api.batch, "Documents in one batch", "COUNT");
   addCount(command, "--max-watches", options.api.watches, "Watches at a time", "COUNT");
+  addCount(command, "--max-backups", options.api.backups, "Copies of the whole state at a time", "COUNT");
   addCount(command, "--history", options.service.history.changes, "Changes kept for watches that resume", "COUNT");
   addCount(command, "--history-bytes", options.service.history.bytes, "The room for these changes", "BYTES");
 }

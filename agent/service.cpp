@@ -302,6 +302,7 @@ void Service::tryStore(EventLoop::Clock::time_point now) {
   }
   auto const doubtful = std::exchange(doubtful_, {});
   bool const wasKept = !doubtful.empty() && found.revision == doubtful.back().revision;
+  bool const isKnown = doubtful.empty() || doubtful.back().revision == kept_.revision;
   // Told only when the store has said that it is there for good.
   if (wasKept)
     for (CommittedTurn const& turn : doubtful) backups_->changed(applyTo(kept_, turn));
@@ -317,9 +318,9 @@ void Service::tryStore(EventLoop::Clock::time_point now) {
   log_.info("store_recovered",
             {{"revision", std::to_string(kept_.revision)},
              {"unknown",
-              doubtful.empty() ? "none"
-              : wasKept        ? "kept"
-                               : "not kept"}});
+              isKnown   ? "none"
+              : wasKept ? "kept"
+                        : "not kept"}});
   // Whoever wanted to put something new meanwhile was turned away, which is held against no heartbeat.
   start(std::nullopt);
   commit();

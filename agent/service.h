@@ -64,6 +64,8 @@ class Service {
 
   /// All documents as they are now, which must be when `whenKept()` says that they are kept, as the body of a response.
   std::unique_ptr<BodySource> backup();
+  /// Backups that are being read.
+  std::size_t backups() const noexcept { return backups_->copies(); }
 
   /// Keeps what waits, and ends the watches.
   void stop();

@@ -5,7 +5,7 @@
 
 #include <array>
 #include <cerrno>
-#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <utility>
 #include <vector>
@@ -14,6 +14,8 @@
 #include "agent/output_file.h"
 #include "agent/scenario.h"
 #include "agent/sqlite_store.h"
+#include "agent/state_tree.h"
+#include "agent/tables.h"
 
 namespace Agent {
 namespace {
@@ -31,27 +33,50 @@ std::vector<std::string> filesOf(std::string const& state) {
   return {state, state + "-wal", state + "-witness", state + "-journal"};
 }
 
-/// Files that are removed at the end, unless they have been given away.
+/// A folder of its own name beside a file, removed at the end with all that is in it.
 class Scaffold {
  public:
-  explicit Scaffold(std::string file) : file_(std::move(file)) { remove(); }
-  ~Scaffold() { remove(); }
+  explicit Scaffold(std::string const& beside) : folder_(beside + ".XXXXXX") {
+    if (::mkdtemp(folder_.data()) == nullptr) throw FileError(beside, errno);
+  }
+  ~Scaffold() {
+    std::error_code ignored;
+    std::filesystem::remove_all(folder_, ignored);
+  }
   Scaffold(Scaffold const&) = delete;
   Scaffold& operator=(Scaffold const&) = delete;
 
+  std::string file() const { return folder_ + "/state"; }
+
  private:
-  void remove() const {
-    for (std::string const& file : filesOf(file_)) ::unlink(file.c_str());
+  std::string folder_;
+};
+
+/// Documents that a registry can find, as those of a state must be.
+class Candidates {
+ public:
+  /// Throws an InputError if the document can be in no state.
+  void add(DocumentChange const& document) {
+    try {
+      tree_.restore(parsePath(document.path), readJson(*document.text));
+    } catch (InputError& error) {
+      error.pathIs(document.path);
+      throw;
+    }
   }
 
-  std::string file_;
+ private:
+  Tables tables_{.publishedMountsTable = Nox::make<Controller::PublishedMountsTable>("publishedMounts")};
+  StateTree tree_{tables_};
 };
 
 /// Reads the backup, and gives `take` its documents in groups. Returns what the backup is of.
 template <class Take>
 std::pair<Revision, std::uint64_t> readBackup(std::string const& file, Take const& take) {
+  Candidates candidates;
   std::vector<DocumentChange> group;
   BackupReader reader([&](DocumentChange const& document) {
+    candidates.add(document);
     group.push_back(document);
     if (group.size() == kDocumentsAtOnce) take(reader.revision(), std::exchange(group, {}));
   });
@@ -89,8 +114,10 @@ int restoreState(RestoreOptions const& options, std::ostream& out) {
       throw FileError(file, "is there already: a state is restored where none is; move this one away first");
   }
   // It takes its place when it is whole.
-  std::string const temporary = state.string() + ".restoring";
-  Scaffold const scaffold(temporary);
+  if (!std::filesystem::is_directory(state.parent_path()))
+    throw FileError(options.state, "there is no folder " + inQuotes(state.parent_path().string()));
+  Scaffold const scaffold(state.string());
+  std::string const temporary = scaffold.file();
   std::pair<Revision, std::uint64_t> copied;
   HistoryId history;
   {

@@ -211,11 +211,19 @@ void TreeApi::watch(Call& call) {
 void TreeApi::backup(Call& call) {
   call.requireMethod({"GET"});
   call.requireParameters({});
+  call.requireRevision(service_.revision(), "");
+  if (service_.backups() >= limits_.backups) {
+    throw HttpProblem(
+        429,
+        InputError("",
+                   "there are " + std::to_string(limits_.backups) + " backups on their way, as many as are allowed"));
+  }
   service_.whenKept([this, call](StoreError const* problem) {
     bool const isAllKept = service_.revision() == service_.watches().revision();
     if (problem != nullptr || !isAllKept) return handle(call.request, call.answer);
     HttpResponse response = jsonResponse(200, service_.revision(), "");
     response.fields.front().second = "application/jsonl";
+    response.fields.emplace_back("Enrolix-History", service_.watches().history());
     response.source = service_.backup();
     call.answer(std::move(response));
   });

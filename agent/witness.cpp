@@ -4,6 +4,7 @@
 #include <array>
 #include <charconv>
 #include <cstdlib>
+#include <limits>
 #include <string_view>
 
 #include "agent/input_error.h"
@@ -60,6 +61,9 @@ std::optional<Witness::Record> parse(std::string_view text) {
                  readNumber(next(), record.digest.count);
   auto const sum = Checksum::parse(next());
   isWhole = isWhole && sum && readNumber(next(), awake);
+  // Numbers that no agent comes to are no record.
+  constexpr auto kGreatest = std::numeric_limits<std::int64_t>::max() / 2;
+  isWhole = isWhole && awake >= 0 && awake <= kGreatest && record.commits <= std::uint64_t{kGreatest};
   if (!isWhole) return std::nullopt;
   record.digest.sum = *sum;
   record.awake = std::chrono::milliseconds(awake);

@@ -151,7 +151,66 @@ TEST(Backup, BecomesAStateOfAnotherHistory) {
   damaged.resize(damaged.size() - 40);
   EXPECT_THROW(restoreState({folder.write("damaged", damaged), folder / "fourth"}, out), StoreError);
   EXPECT_FALSE(std::filesystem::exists(folder / "fourth"));
-  EXPECT_FALSE(std::filesystem::exists((folder / "fourth") + ".restoring"));
+  EXPECT_EQ(folder.files(), 5) << "nothing is left of it";
+}
+
+// A backup of these lines, with the checksum that belongs to them.
+std::string handmade(std::string const& history, std::vector<std::string> const& lines, std::string const& revision) {
+  std::string text = R"({"enrolix":"backup","format":1,"history":")" + history + R"(","revision":)" + revision + "}\n";
+  for (std::string const& line : lines) text += line + "\n";
+  RunningChecksum checksum;
+  checksum.add(text);
+  return text + R"({"documents":)" + std::to_string(lines.size()) + R"(,"checksum":")" + checksum.value().text() +
+         "\"}\n";
+}
+
+TEST(Backup, OfWhatNoStateCanHoldMakesNoState) {
+  constexpr char kHistory[] = "0123456789abcdef";
+  std::string const good = R"({"path":"mount/ready/x","revision":1,"value":true})";
+  struct {
+    std::string backup;
+    std::string reason;
+  } const cases[] = {
+      {handmade(kHistory, {good}, "1"), ""},
+      {handmade("0123", {good}, "1"), "history: expected 16 hexadecimal digits"},
+      {handmade(kHistory, {good}, "18446744073709551615"), "revision: expected a whole number"},
+      {handmade(kHistory, {good}, "0"), "revision: is behind that of the backup"},
+      {handmade(kHistory, {R"({"path":"controller/config","revision":1,"value":{"enabled":3}})"}, "1"),
+       "controller/config: enabled: expected true or false"},
+      {handmade(kHistory, {R"({"path":"registration/x","revision":1,"value":{}})"}, "1"), "has no document"},
+      {handmade(kHistory, {R"({"path":"mount/ready/x","revision":1,"ttl":5,"value":true})"}, "1"),
+       "ttl: only a heartbeat has a time to live"},
+      {handmade(kHistory, {R"({"path":"heartbeat/02:00:00:aa:00:01","revision":1,"ttl":0,"value":1})"}, "1"),
+       "ttl: expected a whole number from 1"},
+  };
+  for (auto const& [backup, reason] : cases) {
+    Folder folder;
+    std::ostringstream out;
+    std::string said;
+    try {
+      restoreState({folder.write("backup", backup), folder / "state"}, out);
+    } catch (StoreError const& error) {
+      said = error.what();
+    }
+    EXPECT_THAT(said, HasSubstr(reason)) << backup;
+    EXPECT_EQ(said.empty(), reason.empty()) << backup;
+    EXPECT_EQ(std::filesystem::exists(folder / "state"), reason.empty()) << backup;
+  }
+}
+
+// However slowly the readers read.
+TEST(Backup, ALongDocumentIsToldInShortPieces) {
+  ServiceWorld world;
+  for (std::size_t const size : {1, 65'000, 65'536, 131'072, 1'000'000})
+    world.put("registration/a/" + std::to_string(size), '"' + std::string(size, 'x') + '"');
+  auto const source = world.service->backup();
+  EXPECT_EQ(world.service->backups(), 1u);
+  std::string all;
+  while (auto const piece = source->next()) {
+    EXPECT_LT(piece->size(), 66'000u);
+    all += *piece;
+  }
+  EXPECT_EQ(modelOf(all), modelOf(*world.service));
 }
 
 TEST(Backup, ADrillFindsEveryWriteThatWasAnsweredBeforeIt) {
