@@ -12,8 +12,8 @@ NeighbourFile::NeighbourFile(SqliteDatabase const& database, std::string path, i
     : name_(database.name()),
       path_(std::move(path)),
       purpose_(std::move(purpose)),
-      memory_(static_cast<std::size_t>(database.vfs().szOsFile)) {
-  file_ = reinterpret_cast<sqlite3_file*>(memory_.data());
+      memory_(static_cast<std::size_t>(database.vfs().szOsFile)),
+      file_(reinterpret_cast<sqlite3_file*>(memory_.data())) {
   sqlite3_vfs& vfs = database.vfs();
   // A new entry of the folder is synchronised with its file.
   check(vfs.xOpen(&vfs, path_.c_str(), file_, flags | SQLITE_OPEN_MAIN_JOURNAL, nullptr), "opened");

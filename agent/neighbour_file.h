@@ -35,7 +35,7 @@ class NeighbourFile {
   std::string const path_;
   std::string const purpose_;
   std::vector<char> memory_;
-  sqlite3_file* file_ = nullptr;
+  sqlite3_file* file_;
 };
 
 }  // namespace Agent

@@ -165,8 +165,6 @@ class SqliteStore::Session {
 SqliteStore::SqliteStore(std::string const& file, StateFileOptions const& options)
     : name_(file), file_(options.vfs != nullptr ? file : makeFile(file)), vfs_(options.vfs) {
   open(options.acceptedLoss);
-  lastRun_ = head_.run;
-  awakeBefore_ = head_.awake;
 }
 
 SqliteStore::~SqliteStore() { close(); }
@@ -175,6 +173,12 @@ void SqliteStore::open(std::optional<Revision> acceptedLoss) {
   SqliteDatabase database(name_, file_, vfs_);
   checkHeader(database);
   bool const hadLog = database.hasLog();
+  // Before it is locked: SQLite removes the log of an empty file.
+  if (database.fileSize() == 0) {
+    StateFinding const emptied = examineEmptyFile(database, hadLog);
+    requireNoLoss(database, emptied, acceptedLoss);
+    isLossAccepted_ = !emptied.loss.empty();
+  }
   lock(database, hadLog);
   // Asked again behind the lock: what another process began to make and did not finish has been undone now.
   bool const isNew = database.fileSize() == 0;
@@ -194,23 +198,33 @@ void SqliteStore::open(std::optional<Revision> acceptedLoss) {
   }
   database.execute("COMMIT");
   useLog(database);
+  isLogSafe_ = !hadLog;
   head_ = finding.head;
+  lastRun_ = head_.run;
+  awakeBefore_ = head_.awake;
   session_ = std::make_unique<Session>(std::move(database), std::move(known.witness));
 }
 
 void SqliteStore::prepare() {
-  // Its synchronisation covers all of the log, also what a process before this one wrote last and did not synchronise.
-  // And it stands where a commit that failed was written, of which nothing is left.
-  session_->change([&] { session_->fill(); });
-  if (isInDoubt_) {
-    std::optional<StateHead> const head = readHead(session_->database());
-    if (!head) throw StoreError(name_ + ": is damaged: the row of its state is not as written");
-    std::chrono::milliseconds const awake = head_.awake;
-    head_ = *head;
-    head_.awake = std::max(awake, head_.awake);
+  auto const fill = [this] { session_->change([this] { session_->fill(); }); };
+  if (!isLogSafe_) {
+    // Its synchronisation covers all of the log, also what a process before this one wrote last and did not
+    // synchronise. And it stands where a commit that failed was written, of which nothing is left.
+    fill();
+    if (isInDoubt_) findOut();
+    isLogSafe_ = true;
   }
   if (!isInUse_) beginUse();
-  isInDoubt_ = false;
+  fill();
+}
+
+// The file tells what became of the last commit.
+void SqliteStore::findOut() {
+  std::optional<StateHead> const head = readHead(session_->database());
+  if (!head) throw StoreError(name_ + ": is damaged: the row of its state is not as written");
+  std::chrono::milliseconds const awake = head_.awake;
+  head_ = *head;
+  head_.awake = std::max(awake, head_.awake);
 }
 
 // From here on the log may hold what the file lacks. The file says so itself, for good, and the witness is there
@@ -228,6 +242,7 @@ void SqliteStore::beginUse() {
   isStarted_ = true;
   session_->database().moveLog();
   isInUse_ = true;
+  isInDoubt_ = false;
 }
 
 Revision SqliteStore::load(std::function<void(DocumentChange const& document)> const& visit) {
@@ -272,6 +287,7 @@ void SqliteStore::commit(std::span<CommittedTurn const> turns) {
   } catch (OutcomeUnknown const&) {
     isInUse_ = false;
     isInDoubt_ = true;
+    isLogSafe_ = false;
     throw;
   }
 }
@@ -335,10 +351,13 @@ StateSummary checkState(std::string const& file, char const* vfs) {
     requireRegular(file, path);
   }
   SqliteDatabase database(file, path, vfs);
-  if (database.fileSize() == 0) database.fail("is empty: no state has been made in it");
-  checkHeader(database);
   StateSummary summary;
   summary.hasLog = database.hasLog();
+  if (database.fileSize() == 0) {
+    requireNoLoss(database, examineEmptyFile(database, summary.hasLog), std::nullopt);
+    database.fail("is empty: no state has been made in it");
+  }
+  checkHeader(database);
   lock(database, summary.hasLog);
   summary.format = checkTables(database, summary.hasLog);
   if (summary.format == kStateFormat) {

@@ -57,6 +57,7 @@ class SqliteStore final : public Store {
 
   void open(std::optional<Revision> acceptedLoss);
   void change(DocumentChange const& change, StateHead& head);
+  void findOut();
   void beginUse();
   void tellWitness();
   void close() noexcept;
@@ -76,6 +77,8 @@ class SqliteStore final : public Store {
   bool isInUse_ = false;
   /// The outcome of the last commit is unknown.
   bool isInDoubt_ = false;
+  /// All that stands in the log is on the disk.
+  bool isLogSafe_ = false;
   bool isLossAccepted_ = false;
   std::vector<std::string> dropped_;
 };

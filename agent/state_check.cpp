@@ -110,6 +110,18 @@ StateFinding examineState(SqliteDatabase const& database, std::optional<Witness:
   return finding;
 }
 
+StateFinding examineEmptyFile(SqliteDatabase const& database, bool hasLog) {
+  StateFinding finding;
+  Witness witness(database);
+  auto const quoted = [](std::string const& path) { return printable(path, path.size()); };
+  if (auto const record = witness.read())
+    finding.loss = "it is empty, and its witness " + quoted(witness.path()) + " tells of revision " +
+                   std::to_string(record->revision) + " with " + counted(record->digest.count, "document", "documents");
+  else if (hasLog)
+    finding.loss = "it is empty, and its log " + quoted(database.logPath()) + " is not";
+  return finding;
+}
+
 void requireNoLoss(SqliteDatabase const& database, StateFinding const& finding, std::optional<Revision> accepted) {
   if (finding.loss.empty() || accepted == finding.head.revision) return;
   std::string const revision = std::to_string(finding.head.revision);

@@ -33,6 +33,10 @@ class StateLoss : public StoreError {
 /// database cannot be read.
 StateFinding examineState(SqliteDatabase const& database, std::optional<Witness::Record> const& witness, bool hadLog);
 
+/// What is lost if the file is empty: a state that has a log or a witness was never empty. `hasLog` tells of a log.
+/// Throws a StoreError if the witness cannot be read.
+StateFinding examineEmptyFile(SqliteDatabase const& database, bool hasLog);
+
 /// Throws a StateLoss if there is a loss, unless `accepted` is the revision that the state holds.
 void requireNoLoss(SqliteDatabase const& database, StateFinding const& finding, std::optional<Revision> accepted);
 

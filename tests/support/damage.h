@@ -43,7 +43,7 @@ inline void addPages(Parts& parts, std::string const& file, std::string const& b
   parts["schema"].push_back({file, 100, kPage});
   for (std::size_t page = 2; page <= bytes.size() / kPage; ++page) {
     std::size_t const at = (page - 1) * kPage;
-    int const type = bytes[at];
+    int const type = static_cast<unsigned char>(bytes[at]);
     std::string const kind = trunks.contains(page)      ? "list of unused pages"
                              : unused.contains(page)    ? "unused page"
                              : type == 2 || type == 5   ? "interior page"
