@@ -16,10 +16,10 @@ namespace Agent {
 struct ApiLimits {
   /// Readers of changes at a time.
   std::size_t watches = 2'000;
-  /// Copies of the whole state at a time.
-  std::size_t backups = 16;
   /// Documents in one batch.
   std::size_t batch = 100'000;
+  /// Copies of the whole state at a time.
+  std::size_t backups = 16;
 };
 
 class HttpProblem;
