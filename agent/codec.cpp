@@ -106,8 +106,8 @@ void parseMember(unsigned number, Json const& json, ServiceVersionV1& to) {
 void parseMember(Nox::String8 const& path, Json const& json, MountDesc& to) {
   to = MountDesc();
   to.path = path;
-  for (auto const& [name, value] : requireObject(json, "")) {
-    inMember(name, [&, &name = name, &value = value] {
+  for (auto const& [found, content] : requireObject(json, "")) {
+    inMember(found, [&, &name = found, &value = content] {
       bool isKnown = false;
       auto const parseField = [&](auto const& field) {
         if (name != field.first) return;
@@ -167,8 +167,8 @@ void checkRow(ChildRow<Read, Change, Make> const& /*row*/, Json const& json) {
 template <class R, Writer By, auto Read, auto Enter, auto Remove>
 void checkRow(KeyedRow<Read, Enter, Remove> const& /*row*/, Json const& json) {
   using Map = MapOf<KeyedRow<Read, Enter, Remove>, R>;
-  for (auto const& [name, value] : requireObject(json, "")) {
-    inMember(name, [&name = name, &value = value] {
+  for (auto const& [found, content] : requireObject(json, "")) {
+    inMember(found, [&name = found, &value = content] {
       KeyOf<Map> key{};
       parseKey(name, key);
       if constexpr (kHasChildren<Map>) {
@@ -307,8 +307,8 @@ Json readRow(KeyedRow<Read, Enter, Remove> const& /*row*/, R const& record) {
 
 template <class R, Writer By>
 void checkDocument(Json const& document) {
-  for (auto const& [name, value] : requireObject(document, "")) {
-    inMember(name, [&name = name, &value = value] {
+  for (auto const& [found, content] : requireObject(document, "")) {
+    inMember(found, [&name = found, &value = content] {
       bool isKnown = false;
       forEachRow<R>([&](auto const& row) {
         if (row.name != name) return;

@@ -26,9 +26,10 @@ union Imagined {
 #pragma clang diagnostic ignored "-Wundefined-var-template"
 #pragma clang diagnostic ignored "-Wundefined-internal"
   static Imagined const one;
-#endif
+#else
   constexpr Imagined() noexcept : none() {}
   constexpr ~Imagined() {}
+#endif
   char none;
   T object;
 };
