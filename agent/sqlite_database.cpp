@@ -90,7 +90,11 @@ void SqliteDatabase::execute(char const* sql) {
 
 std::string SqliteDatabase::answer(char const* sql) {
   SqliteStatement statement(*this, sql);
-  return statement.step() ? std::string(statement.text(0)) : "";
+  if (!statement.step()) return "";
+  std::string text(statement.text(0));
+  // What it changes is committed behind its last row.
+  statement.run();
+  return text;
 }
 
 void SqliteDatabase::rollBack() noexcept {
