@@ -33,7 +33,9 @@ TEST(StoreSync, KeepsWhatIsAnsweredAfterAStartWhoseSyncsFailed) {
     hasFired = disk.fired() > 0;
     disk.clearFaults();
     ASSERT_TRUE(store);
-    std::vector<Moment> const moments = momentsOf(disk, kept, 1, [&] { commitSome(*store, kept, 1); });
+    std::vector<Moment> const moments = momentsOf(disk, kept, 1, [&] {
+      for (Revision revision = 1; revision <= 2; ++revision) commit(*store, kept, {turnOf(revision, {"a"}, "small")});
+    });
     disk.kill();
     store.reset();
     trials.tryAll(moments, rounds(1), 0);
