@@ -118,7 +118,8 @@ int SqliteDatabase::writeError() const {
 void SqliteDatabase::failAsSaid() const {
   int const extended = sqlite3_extended_errcode(handle_.get());
   int const code = extended & 0xff;
-  std::string reason = sqlite3_errmsg(handle_.get());
+  // It may quote what a damaged file holds.
+  std::string reason = printable(sqlite3_errmsg(handle_.get()), 200);
   int error = 0;
   if (extended == SQLITE_IOERR_WRITE || extended == SQLITE_IOERR_FSYNC || extended == SQLITE_IOERR_TRUNCATE)
     error = writeError();
