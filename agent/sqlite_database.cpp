@@ -90,7 +90,11 @@ void SqliteDatabase::execute(char const* sql) {
 
 std::string SqliteDatabase::answer(char const* sql) {
   SqliteStatement statement(*this, sql);
-  return statement.step() ? std::string(statement.text(0)) : "";
+  if (!statement.step()) return "";
+  std::string text(statement.text(0));
+  // What it changes is committed behind its last row.
+  statement.run();
+  return text;
 }
 
 void SqliteDatabase::rollBack() noexcept {
@@ -114,7 +118,7 @@ int SqliteDatabase::writeError() const {
 void SqliteDatabase::failAsSaid() const {
   int const extended = sqlite3_extended_errcode(handle_.get());
   int const code = extended & 0xff;
-  // It may hold names out of a damaged file.
+  // It may quote what a damaged file holds.
   std::string reason = printable(sqlite3_errmsg(handle_.get()), 200);
   int error = 0;
   if (extended == SQLITE_IOERR_WRITE || extended == SQLITE_IOERR_FSYNC || extended == SQLITE_IOERR_TRUNCATE)

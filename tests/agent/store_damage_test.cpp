@@ -215,6 +215,17 @@ TEST_F(StoreDamage, IsRefusedOrHarmless) {
   }
 }
 
+// The text of a table is told as it stands in the file.
+TEST_F(StoreDamage, IsToldInOneLineWhateverItIs) {
+  for (char const other : {'\n', '\x1b', '\xff'}) {
+    disk_.restoreTo(closed_);
+    std::string bytes = disk_.bytes(kState);
+    bytes[bytes.find("PRIMARY KEY CHECK (id = 1), history") + 3] = other;
+    disk_.setBytes(kState, bytes);
+    EXPECT_THAT(check(closedModel_).error, HasSubstr("is damaged: "));
+  }
+}
+
 /// Files that do not belong together, and what is said of them; nothing if they are harmless.
 struct Mixture {
   char const* name;

@@ -205,9 +205,9 @@ class History {
       ++tally_.unknown;
       blame(error);
     } catch (StoreError const& error) {
-      // Nothing of it is kept, whatever comes.
+      // Nothing of it is kept, if there is a process that says so.
       ++tally_.refusedCommits;
-      kept_.perhaps.clear();
+      if (!disk_.isDown()) kept_.perhaps.clear();
       blame(error);
     }
     return false;

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <optional>
 #include <random>
@@ -81,7 +82,7 @@ class TurnMaker {
 /// One line that says whose file it is.
 inline void expectOneLine(std::string const& error) {
   EXPECT_TRUE(error.starts_with(std::string(kState) + ": ")) << error;
-  EXPECT_EQ(error.find('\n'), std::string::npos) << error;
+  EXPECT_TRUE(std::none_of(error.begin(), error.end(), [](unsigned char one) { return one < ' '; })) << error;
 }
 
 }  // namespace Agent
