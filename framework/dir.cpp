@@ -114,9 +114,9 @@ void Dir::entryDel(Name const& name) {
 
 void Dir::entityDel(Name const& name) {
   Turn turn;
-  Name const kept = name;  // it may be that of the row that goes first, or of its entity
-  entityPtrDel(kept);
-  entryDel(kept);
+  Ptr<NoxEntityPtr> const first = entityPtrs_.member(name);  // the name may be its own, or its entity's
+  entityPtrDel(name);
+  entryDel(name);
 }
 
 void Dir::EntryStateIterator::deleteNotify(Ptr<Dir::Entry> const& entry) const {

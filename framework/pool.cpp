@@ -254,8 +254,8 @@ bool VFPtrInterface::isLive(void const* p) noexcept {
 }
 
 std::size_t VFPtrInterface::sizeOfLive(void const* p) noexcept {
-  if (!isLive(p)) return 0;
   std::uintptr_t const found = pageMap.find(p);
+  if (found == 0 || !isLive(p)) return 0;
   if ((found & 1) != 0) return found >> 1;
   return slotBytes(reinterpret_cast<Chunk const*>(found)->shape.load(std::memory_order_relaxed));
 }
