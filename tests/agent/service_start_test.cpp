@@ -9,7 +9,6 @@ namespace Agent {
 namespace {
 
 using namespace std::chrono_literals;
-using ::testing::HasSubstr;
 
 constexpr char kA[] = "02:00:00:aa:00:01";
 constexpr char kB[] = "02:00:00:aa:00:02";
