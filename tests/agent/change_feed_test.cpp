@@ -4,6 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <utility>
+
 #include "support/client_world.h"
 
 namespace Agent {
@@ -22,7 +24,7 @@ std::string change(int revision, std::string const& path, std::string const& val
 
 WatchOptions watch(std::optional<std::string> after, bool isOnce = false) {
   WatchOptions options;
-  options.after = after;
+  options.after = std::move(after);
   options.isOnce = isOnce;
   return options;
 }

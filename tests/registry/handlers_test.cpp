@@ -15,7 +15,6 @@ namespace {
 
 using namespace Controllerdb;
 using Controller::ServiceConfigV1;
-using testing::ElementsAre;
 
 /// Throws at the first change that it hears.
 class Thrower final : public Config::NotifieeConst {
