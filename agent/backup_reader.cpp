@@ -8,8 +8,8 @@
 namespace Agent {
 namespace {
 
-// More than the longest document and its path take.
-constexpr std::size_t kLongestLine = std::size_t{64} * 1024 * 1024;
+// A document and its path came in one request, and its header may be long as well.
+constexpr std::size_t kLongestLine = 2 * kLongestDocument;
 constexpr std::string_view kValue = ",\"value\":";
 
 /// A whole number that is a member of an object, as large as a state counts.

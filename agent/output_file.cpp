@@ -13,6 +13,22 @@
 
 namespace Agent {
 
+namespace {
+
+// The file that links lead to, whether it exists or not: that is replaced, not the link.
+std::filesystem::path behindLinks(std::filesystem::path file) {
+  constexpr int kMostLinks = 40;
+  std::error_code error;
+  for (int links = 0; links < kMostLinks && std::filesystem::is_symlink(file, error); ++links) {
+    std::filesystem::path const next = std::filesystem::read_symlink(file, error);
+    if (error) break;
+    file = file.parent_path() / next;
+  }
+  return file;
+}
+
+}  // namespace
+
 void synchroniseFolder(std::filesystem::path const& folder) {
   int const descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (descriptor < 0) return;
@@ -23,12 +39,10 @@ void synchroniseFolder(std::filesystem::path const& folder) {
 OutputFile::OutputFile(std::optional<std::string> const& file, Care care)
     : name_(file ? *file : "standard output"), care_(care), descriptor_(STDOUT_FILENO) {
   if (!file) return;
-  // The file that links lead to is replaced, not the link.
-  std::error_code error;
-  target_ = std::filesystem::canonical(*file, error).string();
-  if (error) target_ = *file;
+  target_ = behindLinks(*file).string();
   struct stat status {};
   bool const isThere = ::stat(target_.c_str(), &status) == 0;
+  if (!isThere && errno != ENOENT) fail();
   if (!isThere || S_ISREG(status.st_mode)) {
     temporary_ = target_ + ".XXXXXX";
     descriptor_ = ::mkostemp(temporary_.data(), O_CLOEXEC);

@@ -98,7 +98,8 @@ void addServeOptions(CLI::App& command, ServeOptions& options) {
              [&options](std::chrono::milliseconds idle) { options.http.idle = idle; });
   addCount(command, "--max-connections", options.http.connections, "Connections at a time", "COUNT");
   addCount(command, "--max-header", options.http.headerBytes, "The header of a request", "BYTES");
-  addCount(command, "--max-body", options.http.bodyBytes, "The body of a request", "BYTES");
+  addCount(command, "--max-body", options.http.bodyBytes, "The body of a request", "BYTES")
+      ->check(CLI::Range(std::size_t{1}, kLongestDocument));
   addCount(command, "--max-batch", options.api.batch, "Documents in one batch", "COUNT");
   addCount(command, "--max-watches", options.api.watches, "Watches at a time", "COUNT");
   addCount(command, "--max-backups", options.api.backups, "Copies of the whole state at a time", "COUNT");

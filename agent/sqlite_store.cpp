@@ -33,24 +33,32 @@ void makeFolder(std::string const& name, std::filesystem::path const& folder) {
   for (std::filesystem::path const& made : missing) synchroniseFolder(made.parent_path());
 }
 
+// Opening anything but a file may wait for ever, and says later what it is.
 void requireRegular(std::string const& name, std::filesystem::path const& file) {
   std::error_code error;
-  if (!std::filesystem::is_regular_file(file, error))
-    throw StoreError(printable(name, name.size()) + ": is no regular file, a state file was expected");
+  std::string const called = printable(name, name.size());
+  if (std::filesystem::exists(file, error) && !std::filesystem::is_regular_file(file, error))
+    throw StoreError(called + ": is no regular file, a state file was expected");
+  for (auto const& [what, ending] : kStateNeighbours) {
+    std::string const beside = file.string() + ending;
+    if (std::filesystem::exists(beside, error) && !std::filesystem::is_regular_file(beside, error))
+      throw StoreError(called + ": its " + what + " " + inQuotes(beside) + " is no regular file: move it away");
+  }
 }
 
 // The absolute path of `name`, which is there from now on. SQLite takes some relative paths for something else.
-std::string makeFile(std::string const& name) {
+std::string makeFile(std::string const& name, std::optional<Revision> acceptedLoss) {
   std::filesystem::path const file = std::filesystem::absolute(name);
   makeFolder(name, file.parent_path());
+  requireRegular(name, file);
   std::error_code error;
   if (std::filesystem::exists(file, error)) {
-    requireRegular(name, file);
     // SQLite takes a file of one byte for an empty one.
     if (std::filesystem::file_size(file, error) == 1)
       throw StoreError(printable(name, name.size()) + ": is no state file: it has one byte");
     return file.string();
   }
+  requireNoLoss(printable(name, name.size()), examineMissingFile(file.string()), acceptedLoss);
   int const descriptor = ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
   if (descriptor < 0) fail(name, "cannot be made", errno);
   ::close(descriptor);
@@ -163,7 +171,7 @@ class SqliteStore::Session {
 };
 
 SqliteStore::SqliteStore(std::string const& file, StateFileOptions const& options)
-    : name_(file), file_(options.vfs != nullptr ? file : makeFile(file)), vfs_(options.vfs) {
+    : name_(file), file_(options.vfs != nullptr ? file : makeFile(file, options.acceptedLoss)), vfs_(options.vfs) {
   open(options.acceptedLoss);
 }
 
@@ -176,7 +184,7 @@ void SqliteStore::open(std::optional<Revision> acceptedLoss) {
   // Before it is locked: SQLite removes the log of an empty file.
   if (database.fileSize() == 0) {
     StateFinding const emptied = examineEmptyFile(database, hadLog);
-    requireNoLoss(database, emptied, acceptedLoss);
+    requireNoLoss(database.name(), emptied, acceptedLoss);
     isLossAccepted_ = !emptied.loss.empty();
   }
   lock(database, hadLog);
@@ -190,7 +198,7 @@ void SqliteStore::open(std::optional<Revision> acceptedLoss) {
   }
   KnownWitness known(database);
   StateFinding finding = examineState(database, known.record, hadLog);
-  requireNoLoss(database, finding, acceptedLoss);
+  requireNoLoss(database.name(), finding, acceptedLoss);
   if (!finding.loss.empty()) {
     acceptLoss(database, finding, known.record);
     isLossAccepted_ = true;
@@ -346,15 +354,17 @@ StateSummary checkState(std::string const& file, char const* vfs) {
   if (vfs == nullptr) {
     std::error_code error;
     path = std::filesystem::absolute(file).string();
-    if (!std::filesystem::exists(path, error))
-      throw StoreError(printable(file, file.size()) + ": there is no such file");
     requireRegular(file, path);
+    if (!std::filesystem::exists(path, error)) {
+      requireNoLoss(printable(file, file.size()), examineMissingFile(path), std::nullopt);
+      throw StoreError(printable(file, file.size()) + ": there is no such file");
+    }
   }
   SqliteDatabase database(file, path, vfs);
   StateSummary summary;
   summary.hasLog = database.hasLog();
   if (database.fileSize() == 0) {
-    requireNoLoss(database, examineEmptyFile(database, summary.hasLog), std::nullopt);
+    requireNoLoss(database.name(), examineEmptyFile(database, summary.hasLog), std::nullopt);
     database.fail("is empty: no state has been made in it");
   }
   checkHeader(database);
@@ -363,7 +373,7 @@ StateSummary checkState(std::string const& file, char const* vfs) {
   if (summary.format == kStateFormat) {
     KnownWitness const known(database);
     StateFinding const finding = examineState(database, known.record, summary.hasLog);
-    requireNoLoss(database, finding, std::nullopt);
+    requireNoLoss(database.name(), finding, std::nullopt);
     summary.head = finding.head;
   } else {
     summary.head.revision =

@@ -2,6 +2,8 @@
 #include "agent/state_check.h"
 
 #include <algorithm>
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 #include "agent/input_error.h"
@@ -51,9 +53,13 @@ std::string digestText(Digest const& found, Digest const& written) {
 std::string witnessText(SqliteDatabase const& database, StateHead const& head,
                         std::optional<Witness::Record> const& witness, bool hadLog) {
   auto const quoted = [](std::string const& path) { return printable(path, path.size()); };
-  std::string const witnessFile = quoted(std::string(database.path()) + "-witness");
+  std::string const witnessFile = quoted(std::string(database.path()) + kWitnessEnding);
+  std::string const logFile = quoted(database.logPath());
   if (!witness) {
     if (!head.isInUse) return {};
+    if (!hadLog)
+      return "its log " + logFile + " and its witness " + witnessFile +
+             " are missing, and nothing tells what was answered last: the three files belong together";
     return "its witness " + witnessFile +
            " is missing or damaged, and without it nothing tells whether its log is whole";
   }
@@ -62,7 +68,7 @@ std::string witnessText(SqliteDatabase const& database, StateHead const& head,
     return "its witness " + witnessFile + " belongs to another state";
   }
   if (witness->commits > head.commits) {
-    return "its log " + quoted(database.logPath()) + (hadLog ? " is cut short or damaged" : " is missing") + ": " +
+    return "its log " + logFile + (hadLog ? " is cut short or damaged" : " is missing") + ": " +
            counted(witness->commits - head.commits, "commit", "commits") + " up to revision " +
            std::to_string(witness->revision) + ", with " + counted(witness->digest.count, "document", "documents") +
            ", " + (witness->commits - head.commits == 1 ? "was" : "were") + " answered and " +
@@ -117,16 +123,29 @@ StateFinding examineEmptyFile(SqliteDatabase const& database, bool hasLog) {
   if (auto const record = witness.read())
     finding.loss = "it is empty, and its witness " + quoted(witness.path()) + " tells of revision " +
                    std::to_string(record->revision) + " with " + counted(record->digest.count, "document", "documents");
+  else if (witness.isThere())
+    finding.loss = "it is empty, and its witness " + quoted(witness.path()) + " is damaged";
   else if (hasLog)
     finding.loss = "it is empty, and its log " + quoted(database.logPath()) + " is not";
   return finding;
 }
 
-void requireNoLoss(SqliteDatabase const& database, StateFinding const& finding, std::optional<Revision> accepted) {
+StateFinding examineMissingFile(std::string const& path) {
+  StateFinding finding;
+  std::error_code error;
+  for (std::string const ending : {kLogEnding, kWitnessEnding})
+    if (finding.loss.empty() && std::filesystem::exists(path + ending, error) &&
+        std::filesystem::file_size(path + ending, error) > 0)
+      finding.loss = "the file is missing, and beside its place stands " + inQuotes(path + ending) +
+                     ": what belongs to it was answered";
+  return finding;
+}
+
+void requireNoLoss(std::string const& name, StateFinding const& finding, std::optional<Revision> accepted) {
   if (finding.loss.empty() || accepted == finding.head.revision) return;
   std::string const revision = std::to_string(finding.head.revision);
   std::string const count = counted(finding.head.digest.count, "document", "documents");
-  throw StateLoss(database.name() + ": " + finding.loss + "; what it holds is revision " + revision + " with " + count +
+  throw StateLoss(name + ": " + finding.loss + "; what it holds is revision " + revision + " with " + count +
                   ": enrolix serve --accept-loss " + revision + " goes on with that");
 }
 

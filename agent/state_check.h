@@ -37,8 +37,12 @@ StateFinding examineState(SqliteDatabase const& database, std::optional<Witness:
 /// Throws a StoreError if the witness cannot be read.
 StateFinding examineEmptyFile(SqliteDatabase const& database, bool hasLog);
 
-/// Throws a StateLoss if there is a loss, unless `accepted` is the revision that the state holds.
-void requireNoLoss(SqliteDatabase const& database, StateFinding const& finding, std::optional<Revision> accepted);
+/// What is lost if the file of this absolute path is missing: a log or a witness that stands without it tells of one.
+StateFinding examineMissingFile(std::string const& path);
+
+/// Throws a StateLoss about the file called `name`, if there is a loss, unless `accepted` is the revision that the
+/// state holds.
+void requireNoLoss(std::string const& name, StateFinding const& finding, std::optional<Revision> accepted);
 
 /// Makes the state agree with what it holds, as the beginning of another history. In one transaction; throws a
 /// StoreError.

@@ -30,7 +30,9 @@ std::string summary(std::string const& file, Revision revision, std::uint64_t do
 
 /// The state file, and what may stand beside it.
 std::vector<std::string> filesOf(std::string const& state) {
-  return {state, state + "-wal", state + "-witness", state + "-journal"};
+  std::vector<std::string> files{state};
+  for (StateNeighbour const& neighbour : kStateNeighbours) files.push_back(state + neighbour.ending);
+  return files;
 }
 
 /// A folder of its own name beside a file, removed at the end with all that is in it.

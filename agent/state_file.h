@@ -1,6 +1,7 @@
 // The format of a state file: its tables, the row that says what the state is, and what is checked before it is used.
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <cstdint>
 #include <optional>
@@ -9,6 +10,7 @@
 #include "agent/document_digest.h"
 #include "agent/sqlite_database.h"
 #include "agent/store.h"
+#include "agent/witness.h"
 
 namespace Agent {
 
@@ -40,6 +42,18 @@ struct DocumentRow {
 
   Checksum checksum() const;
 };
+
+/// What the names of SQLite's log and of its journal end in, behind that of the state file.
+inline constexpr char const* kLogEnding = "-wal";
+inline constexpr char const* kJournalEnding = "-journal";
+
+/// A file that may stand beside a state file.
+struct StateNeighbour {
+  char const* what;
+  char const* ending;
+};
+inline constexpr std::array<StateNeighbour, 3> kStateNeighbours{
+    {{"log", kLogEnding}, {"witness", kWitnessEnding}, {"journal", kJournalEnding}}};
 
 /// The format that files are written in.
 inline constexpr std::int64_t kStateFormat = 2;

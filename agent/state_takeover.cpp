@@ -6,6 +6,7 @@
 #include <string>
 
 #include "agent/neighbour_file.h"
+#include "agent/state_file.h"
 
 namespace Agent {
 namespace {
@@ -33,7 +34,7 @@ void copyFirstFormat(SqliteDatabase const& database, bool hadLog) {
   copy(
       log.size(),
       [&](std::size_t from, std::size_t bytes) { return log.read(from, bytes); },
-      NeighbourFile(database, target + "-wal", kNew, kPurpose));
+      NeighbourFile(database, target + kLogEnding, kNew, kPurpose));
 }
 
 }  // namespace Agent

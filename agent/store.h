@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -18,6 +19,9 @@ using Revision = std::uint64_t;
 
 /// A document as JSON in one line, shared by all who keep or send it; null where there is none.
 using DocumentText = std::shared_ptr<std::string const>;
+
+/// No document is longer, in bytes: the body of a request that writes one may not be.
+inline constexpr std::size_t kLongestDocument = std::size_t{512} * 1024 * 1024;
 
 /// Names one history of a state: 16 hexadecimal digits that are drawn when the state is made. Revisions count within
 /// it; a state that is made from a backup, or that goes on after a loss, begins another history.

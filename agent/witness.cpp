@@ -78,7 +78,7 @@ void Witness::Close::operator()(sqlite3_file* file) const {
 }
 
 Witness::Witness(SqliteDatabase const& database)
-    : vfs_(&database.vfs()), name_(database.name()), path_(std::string(database.path()) + "-witness") {}
+    : vfs_(&database.vfs()), name_(database.name()), path_(std::string(database.path()) + kWitnessEnding) {}
 Witness::~Witness() = default;
 
 void Witness::check(int code, char const* what) const {
@@ -99,10 +99,14 @@ void Witness::open(int flags) {
   file_ = std::move(file);
 }
 
-std::optional<Witness::Record> Witness::read() {
+bool Witness::isThere() const {
   int exists = 0;
   check(vfs_->xAccess(vfs_, path_.c_str(), SQLITE_ACCESS_EXISTS, &exists), "found");
-  if (exists == 0) return std::nullopt;
+  return exists != 0;
+}
+
+std::optional<Witness::Record> Witness::read() {
+  if (!isThere()) return std::nullopt;
   if (!file_) open(0);
   std::optional<Record> newest;
   for (int slot = 0; slot < kSlots; ++slot) {

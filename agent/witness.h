@@ -16,6 +16,9 @@ namespace Agent {
 
 class SqliteDatabase;
 
+/// What the name of a witness ends in, behind that of its state file.
+inline constexpr char const* kWitnessEnding = "-witness";
+
 /// The file "FILE-witness" beside a state file: which commit was the last one before an answer. It is written behind
 /// each commit and not synchronised: the system keeps it through any end of the process. A power cut may take the last
 /// of what was written; it then tells of an earlier commit, never of one that was not. It belongs to the user as the
@@ -41,6 +44,8 @@ class Witness {
 
   /// Its path.
   std::string const& path() const noexcept { return path_; }
+  /// There is a file, and it is not empty. Throws a StoreError if the system does not tell.
+  bool isThere() const;
   /// What it tells; nothing if it is missing, or none of it is whole. Throws a StoreError if it cannot be read.
   std::optional<Record> read();
 

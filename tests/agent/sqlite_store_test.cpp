@@ -37,6 +37,16 @@ std::string refusal(std::string const& file) {
   return "";
 }
 
+/// The error that examining the file ends with; empty if there is none.
+std::string complaint(std::string const& file) {
+  try {
+    checkState(file);
+  } catch (StoreError const& error) {
+    return error.what();
+  }
+  return "";
+}
+
 /// A store on the file that takes turns.
 std::unique_ptr<SqliteStore> opened(std::string const& file) {
   auto store = std::make_unique<SqliteStore>(file);
@@ -216,6 +226,43 @@ TEST(SqliteStore, CannotBeWhereNoFileCanBe) {
   ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
   EXPECT_EQ(refusal(pipe), pipe + ": is no regular file, a state file was expected");
   EXPECT_EQ(folder.read("file"), "text");
+}
+
+TEST(SqliteStore, OpensNothingBesideItsFileThatIsNoFile) {
+  Folder folder;
+  for (auto const& [what, ending] : kStateNeighbours) {
+    std::string const file = folder / (std::string("beside_a_") + what);
+    { SqliteStore const store(file); }
+    std::string const beside = file + ending;
+    for (auto const& make : {+[](char const* path) { return ::mkfifo(path, 0600); },
+                             +[](char const* path) { return ::mkdir(path, 0700); }}) {
+      ASSERT_EQ(make(beside.c_str()), 0);
+      std::string const said = file + ": its " + what + " \"" + beside + "\" is no regular file: move it away";
+      EXPECT_EQ(refusal(file), said);
+      EXPECT_EQ(complaint(file), said);
+      std::filesystem::remove(beside);
+    }
+    EXPECT_EQ(complaint(file), "");
+  }
+}
+
+TEST(SqliteStore, IsNotMadeAnewBesideWhatIsLeftOfAnother) {
+  for (char const* const ending : {kLogEnding, kWitnessEnding}) {
+    Folder folder;
+    std::string const file = folder / "state";
+    folder.write(std::string("state") + ending, "what was answered");
+    auto const before = allBytes(folder);
+    std::string const said = file + ": the file is missing, and beside its place stands \"" + file + ending +
+                             "\": what belongs to it was answered; what it holds is revision 0 with 0 documents: "
+                             "enrolix serve --accept-loss 0 goes on with that";
+    EXPECT_EQ(refusal(file), said);
+    EXPECT_EQ(complaint(file), said);
+    EXPECT_TRUE(allBytes(folder) == before);
+    SqliteStore store(file, {.acceptedLoss = 0});
+    EXPECT_TRUE(store.isLossAccepted());
+    store.prepare();
+    EXPECT_EQ(contents(store).revision, 0U);
+  }
 }
 
 /// A file that is refused, how it comes about, and what is said of it.

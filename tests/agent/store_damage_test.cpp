@@ -256,7 +256,7 @@ TEST_F(StoreDamage, IsSeenInFilesThatDoNotBelongTogether) {
               disk_.remove(kLog);
               disk_.remove(kWitness);
             },
-            "its witness /folder/state-witness is missing"},
+            "its log /folder/state-wal and its witness /folder/state-witness are missing"},
            {"empty beside its log and witness",
             [&] { disk_.setBytes(kState, ""); },
             "it is empty, and its witness /folder/state-witness tells of revision 42 with "},
