@@ -9,7 +9,6 @@ namespace Agent {
 namespace {
 
 /// Longer than any agent runs, and far from what a clock can count.
-constexpr double kLongestSeconds = 10.0 * 366 * 24 * 3600;
 
 [[noreturn]] void refuseParameter(std::string const& what, std::string const& expected, std::string_view found) {
   throw HttpProblem(400, InputError("", what + ": expected " + expected + ", found " + inQuotes(found)));
@@ -64,8 +63,8 @@ std::optional<Service::TimeToLive> TreeApi::Call::timeToLive() const {
   double seconds = 0;
   auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds, std::chars_format::fixed);
   bool const isNumber = error == std::errc() && end == text.data() + text.size() && std::isfinite(seconds);
-  if (!isNumber || std::signbit(seconds) || seconds > kLongestSeconds)
-    refuseParameter("ttl", "seconds from 0 to 316224000", text);
+  if (!isNumber || std::signbit(seconds) || seconds > static_cast<double>(kLongestSeconds))
+    refuseParameter("ttl", "seconds from 0 to " + std::to_string(kLongestSeconds), text);
   if (seconds == 0) return Service::TimeToLive{std::nullopt};
   auto const milliseconds = std::chrono::milliseconds(std::llround(std::ceil(seconds * 1000)));
   return Service::TimeToLive{milliseconds};

@@ -19,7 +19,7 @@ struct Part {
 };
 
 /// What is sent at once.
-struct Batch {
+struct Portion {
   std::string text;
   std::vector<Part> parts;
 
@@ -30,16 +30,17 @@ struct Batch {
 };
 
 /// "FILE:LINE: " for a line of what was sent; as much of it as is known.
-std::string placeOf(Batch const& batch, std::optional<std::uint64_t> line) {
-  for (Part const& part : batch.parts) {
+std::string placeOf(Portion const& portion, std::optional<std::uint64_t> line) {
+  for (Part const& part : portion.parts) {
     if (!line) break;
     if (*line <= part.lines)
       return printable(part.file, part.file.size()) + ":" + std::to_string(part.firstLine + *line - 1) + ": ";
     *line -= part.lines;
   }
   bool const isOneFile = std::all_of(
-      batch.parts.begin(), batch.parts.end(), [&](Part const& part) { return part.file == batch.parts[0].file; });
-  return isOneFile && !batch.parts.empty() ? printable(batch.parts[0].file, batch.parts[0].file.size()) + ": " : "";
+      portion.parts.begin(), portion.parts.end(), [&](Part const& part) { return part.file == portion.parts[0].file; });
+  return isOneFile && !portion.parts.empty() ? printable(portion.parts[0].file, portion.parts[0].file.size()) + ": "
+                                             : "";
 }
 
 class Sender {
@@ -52,14 +53,14 @@ class Sender {
     if (options.timeToLive) target_ += (options.isAtomic ? "&ttl=" : "?ttl=") + *options.timeToLive;
   }
 
-  void send(Batch const& batch) {
+  void send(Portion const& portion) {
     HttpRequest request = makeRequest("POST", target_, condition_);
     request.fields.emplace_back("Content-Type", "application/jsonl");
-    request.body = batch.text;
+    request.body = portion.text;
     HttpResponse const response = connection_.request(request);
     if (response.status >= 400) {
       Refusal const refusal = readRefusal(response);
-      throw ClientFailure(exitCode(refusal), placeOf(batch, refusal.line) + refusalText(refusal));
+      throw ClientFailure(exitCode(refusal), placeOf(portion, refusal.line) + refusalText(refusal));
     }
     requireSuccess(response);
     understanding([&] {
@@ -117,7 +118,7 @@ class Application {
     ScenarioPieces pieces(openScenario(file));
     try {
       while (auto const piece = pieces.next()) {
-        batch_.add(file, *piece);
+        portion_.add(file, *piece);
         if (!options_.isAtomic) send();
       }
     } catch (InputError const& error) {
@@ -130,22 +131,22 @@ class Application {
     TreeFile const tree(file);
     tree.forEach([&](TreeFile::Input const& input) {
       bool const isFull =
-          batch_.parts.size() == kLimits.lines || batch_.text.size() + input.text.size() > kLimits.bytes;
-      if (isFull && !batch_.parts.empty() && !options_.isAtomic) send();
-      batch_.add(file, {input.text, input.line, 1});
+          portion_.parts.size() == kLimits.lines || portion_.text.size() + input.text.size() > kLimits.bytes;
+      if (isFull && !portion_.parts.empty() && !options_.isAtomic) send();
+      portion_.add(file, {input.text, input.line, 1});
     });
     sender_.leaveOut(tree.leftOut());
-    if (!options_.isAtomic && !batch_.parts.empty()) send();
+    if (!options_.isAtomic && !portion_.parts.empty()) send();
   }
 
   void send() {
-    sender_.send(batch_);
-    batch_ = {};
+    sender_.send(portion_);
+    portion_ = {};
   }
 
   ApplyOptions const& options_;
   Sender& sender_;
-  Batch batch_;
+  Portion portion_;
 };
 
 }  // namespace

@@ -8,11 +8,6 @@
 #include "agent/document_digest.h"
 
 namespace Agent {
-namespace {
-
-constexpr std::size_t kPieceBytes = std::size_t{64} * 1024;
-
-}  // namespace
 
 /// One copy.
 class Backup final : public BodySource {

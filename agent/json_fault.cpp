@@ -6,7 +6,6 @@
 namespace Agent {
 namespace {
 
-constexpr std::string_view kBlanks = " \t\r\n";
 constexpr std::string_view kPunctuation = "{}[]:,";
 
 // The offending word and the one before it, both empty where the text has none.

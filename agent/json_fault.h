@@ -7,6 +7,9 @@
 
 namespace Agent {
 
+/// What may stand between two parts of a JSON text.
+inline constexpr std::string_view kBlanks = " \t\r\n";
+
 /// Where the parser stood when it gave up.
 struct JsonFault {
   enum class Inside { kNothing, kObject, kArray };

@@ -25,7 +25,7 @@ std::string className(std::type_index type) {
   return written ? written.get() : type.name();
 }
 
-struct Kind {
+struct CountedKind {
   std::string name;
   Nox::AllocationCount count;
 };
@@ -48,15 +48,15 @@ void split(Nox::AllocationCount& now, Nox::AllocationCount& before) {
 }
 
 /// The kinds with the most bytes first. Those with less than `leastBytes` are one kind, the last.
-std::vector<Kind> sortedKinds(std::map<std::type_index, Nox::AllocationCount> const& live, double leastBytes) {
-  std::vector<Kind> kinds;
-  Kind others{"other kinds", {}};
+std::vector<CountedKind> sortedKinds(std::map<std::type_index, Nox::AllocationCount> const& live, double leastBytes) {
+  std::vector<CountedKind> kinds;
+  CountedKind others{"other kinds", {}};
   for (auto const& [type, count] : live)
     if (static_cast<double>(count.liveBytes) < leastBytes)
       add(others.count, count);
     else if (count.live > 0)
       kinds.push_back({className(type), count});
-  std::sort(kinds.begin(), kinds.end(), [](Kind const& a, Kind const& b) {
+  std::sort(kinds.begin(), kinds.end(), [](CountedKind const& a, CountedKind const& b) {
     return a.count.liveBytes != b.count.liveBytes ? a.count.liveBytes > b.count.liveBytes : a.name < b.name;
   });
   if (others.count.live > 0) kinds.push_back(others);
@@ -73,7 +73,7 @@ std::string quotient(std::uint64_t number, std::size_t switches) {
   return text.data();
 }
 
-Row row(Kind const& kind, std::size_t switches, bool isMadeKnown) {
+Row row(CountedKind const& kind, std::size_t switches, bool isMadeKnown) {
   auto const& [name, count] = kind;
   Row cells{name, quotient(count.liveBytes, switches), quotient(count.live, switches), "-", "-"};
   if (isMadeKnown) cells[3] = quotient(count.madeBytes, switches);
@@ -120,10 +120,11 @@ std::string memoryTable(MemoryCounts before, std::size_t switches) {
                          "MADE BYTES",
                          "MADE"}};
   constexpr double kLeastShare = 0.01;
-  for (Kind const& kind : sortedKinds(now.liveObjects, kLeastShare * static_cast<double>(total.liveBytes)))
+  for (CountedKind const& kind : sortedKinds(now.liveObjects, kLeastShare * static_cast<double>(total.liveBytes)))
     rows.push_back(row(kind, switches, false));
-  for (Kind const& sum :
-       {Kind{"all objects", objects}, Kind{"texts and function tables", now.internal}, Kind{"total", total}})
+  for (CountedKind const& sum : {CountedKind{"all objects", objects},
+                                 CountedKind{"texts and function tables", now.internal},
+                                 CountedKind{"total", total}})
     rows.push_back(row(sum, switches, true));
   rows.push_back(row({"before the first operation, not divided", totalBefore}, 0, true));
 

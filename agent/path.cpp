@@ -78,23 +78,23 @@ Path mountPath(Parts const& parts) {
   refuseShape("mount/offer/<systemId> or mount/ready/<service>");
 }
 
-std::string toText(SystemId const& systemId) { return std::string(systemId.stringValue().view()); }
+std::string idText(SystemId const& systemId) { return std::string(systemId.stringValue().view()); }
 
 struct PathWriter {
   std::string operator()(At::ControllerConfig const&) const { return "controller/config"; }
   std::string operator()(At::ControllerStatus const&) const { return "controller/status"; }
-  std::string operator()(At::ControllerSwitch const& at) const { return "controller/switch/" + toText(at.systemId); }
+  std::string operator()(At::ControllerSwitch const& at) const { return "controller/switch/" + idText(at.systemId); }
   std::string operator()(At::Registration const& at) const { return "registration/" + at.switchName; }
   std::string operator()(At::SwitchConfig const& at) const { return "registration/" + at.switchName + "/config"; }
   std::string operator()(At::SwitchStatus const& at) const { return "registration/" + at.switchName + "/status"; }
   std::string operator()(At::OtherEntry const& at) const { return "registration/" + at.switchName + "/" + at.entry; }
-  std::string operator()(At::Heartbeat const& at) const { return "heartbeat/" + toText(at.systemId); }
+  std::string operator()(At::Heartbeat const& at) const { return "heartbeat/" + idText(at.systemId); }
   std::string operator()(At::ServiceConfig const& at) const { return "service/config/" + at.service; }
   std::string operator()(At::ServiceOverride const& at) const { return "service/override/" + at.service; }
   std::string operator()(At::ServiceStatus const& at) const {
     return "service/status/" + at.switchName + "/" + at.service;
   }
-  std::string operator()(At::MountOffer const& at) const { return "mount/offer/" + toText(at.systemId); }
+  std::string operator()(At::MountOffer const& at) const { return "mount/offer/" + idText(at.systemId); }
   std::string operator()(At::MountReady const& at) const { return "mount/ready/" + at.service; }
 };
 

@@ -10,8 +10,6 @@
 namespace Agent {
 namespace {
 
-constexpr double kLongestSeconds = 10.0 * 366 * 24 * 3600;
-
 /// An option of a time in seconds, which are at least `least`; what it takes goes to `take`.
 template <class Take>
 CLI::Option* addSeconds(CLI::App& command, std::string const& name, double least, std::string const& what, Take take) {
@@ -25,7 +23,7 @@ CLI::Option* addSeconds(CLI::App& command, std::string const& name, double least
           },
           what)
       ->type_name("SECONDS")
-      ->check(CLI::Range(least, kLongestSeconds));
+      ->check(CLI::Range(least, static_cast<double>(kLongestSeconds)));
 }
 
 CLI::Option* addCount(CLI::App& command, std::string const& name, std::size_t& to, std::string const& what,

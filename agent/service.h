@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
@@ -20,6 +21,9 @@
 #include "agent/watch.h"
 
 namespace Agent {
+
+/// No time that is given in seconds is longer: ten years.
+inline constexpr std::int64_t kLongestSeconds = std::int64_t{10} * 366 * 24 * 3600;
 
 struct ServiceOptions {
   /// How long a heartbeat lives whose put does not say; absent for ever.

@@ -58,18 +58,18 @@ void checkKind(SqliteDatabase const& database, std::int64_t application, std::in
 }
 
 /// What the header of an SQLite database says of whose it is.
-struct Kind {
+struct HeaderMarks {
   std::int64_t application = 0;
   std::int64_t format = 0;
 };
 
 /// Nothing if it is no such header.
-std::optional<Kind> kindIn(std::string_view header) {
+std::optional<HeaderMarks> marksIn(std::string_view header) {
   using namespace std::string_view_literals;
   constexpr std::size_t kWholeHeader = 100;
   if (!header.starts_with("SQLite format 3\0"sv) || header.size() < kWholeHeader) return std::nullopt;
   auto const at = [&header](std::size_t offset) { return static_cast<std::int32_t>(bigEndian(header, offset)); };
-  return Kind{at(68), at(60)};
+  return HeaderMarks{at(68), at(60)};
 }
 
 std::int64_t number(SqliteDatabase const& database, char const* sql) {
@@ -77,14 +77,14 @@ std::int64_t number(SqliteDatabase const& database, char const* sql) {
 }
 
 /// The parts of a row as one text, each behind its length.
-class Parts {
+class RowText {
  public:
-  Parts& operator<<(std::string_view part) {
+  RowText& operator<<(std::string_view part) {
     text_.append(std::to_string(part.size())).append(":").append(part);
     return *this;
   }
-  Parts& operator<<(std::uint64_t part) { return *this << std::string_view(std::to_string(part)); }
-  Parts& operator<<(std::int64_t part) { return *this << std::string_view(std::to_string(part)); }
+  RowText& operator<<(std::uint64_t part) { return *this << std::string_view(std::to_string(part)); }
+  RowText& operator<<(std::int64_t part) { return *this << std::string_view(std::to_string(part)); }
 
   std::string const& text() const noexcept { return text_; }
 
@@ -93,14 +93,14 @@ class Parts {
 };
 
 Checksum checksumOfHead(StateHead const& head) {
-  Parts parts;
+  RowText parts;
   parts << "state" << head.history << head.revision << head.commits << head.digest.count << head.digest.sum.text()
         << head.run << std::int64_t{head.awake.count()} << std::uint64_t{head.isInUse};
   return checksumOf(parts.text());
 }
 
 Checksum checksumOfRun(std::uint64_t run, std::chrono::milliseconds awake) {
-  Parts parts;
+  RowText parts;
   parts << "run" << run << std::int64_t{awake.count()};
   return checksumOf(parts.text());
 }
@@ -120,7 +120,7 @@ void insertHead(SqliteDatabase& database, StateHead const& head) {
 
 // The text, which may be long, is not copied.
 Checksum DocumentRow::checksum() const {
-  Parts parts;
+  RowText parts;
   parts << "document" << path << revision << std::uint64_t{timeToLive.has_value()}
         << std::int64_t{timeToLive.value_or(0)} << run << std::uint64_t{text.size()};
   Checksum const head = checksumOf(parts.text());
@@ -131,16 +131,16 @@ Checksum DocumentRow::checksum() const {
 void checkHeader(SqliteDatabase const& database) {
   std::string const header = database.readHeader();
   if (header.empty()) return;
-  auto const kind = kindIn(header);
-  if (kind && kind->application == kApplication) return checkKind(database, kind->application, kind->format);
+  auto const marks = marksIn(header);
+  if (marks && marks->application == kApplication) return checkKind(database, marks->application, marks->format);
   // A write of the header that was interrupted left what it was and what it was to be elsewhere, and SQLite will put it
   // there.
   auto const elsewhere = headerElsewhere(database);
   if (elsewhere && elsewhere->empty()) return;
-  auto const other = elsewhere ? kindIn(*elsewhere) : std::nullopt;
+  auto const other = elsewhere ? marksIn(*elsewhere) : std::nullopt;
   if (other && other->application == kApplication) return checkKind(database, other->application, other->format);
-  if (!kind) database.fail("is no state file: it does not begin like an SQLite database, which was expected");
-  checkKind(database, kind->application, kind->format);
+  if (!marks) database.fail("is no state file: it does not begin like an SQLite database, which was expected");
+  checkKind(database, marks->application, marks->format);
 }
 
 std::int64_t checkTables(SqliteDatabase& database, bool hadLog) {

@@ -17,11 +17,11 @@ using Nox::sharedText;
 
 namespace {
 
-[[noreturn]] void refuse(std::string const& reason) { throw PathRefusal(reason); }
+[[noreturn]] void refusePath(std::string const& reason) { throw PathRefusal(reason); }
 
 // What stands at a place, and who may write it.
 template <class R>
-struct Document {};
+struct RecordDocument {};
 template <class R>
 struct LastingDocument {};
 struct AnyValue {};
@@ -33,14 +33,14 @@ constexpr LastingDocument<Controllerdb::Config> kindOf(At::ControllerConfig cons
 constexpr LastingDocument<Controllerdb::Status> kindOf(At::ControllerStatus const& /*at*/) { return {}; }
 constexpr OfRegistry kindOf(At::ControllerSwitch const& /*at*/) { return {}; }
 constexpr Directory kindOf(At::Registration const& /*at*/) { return {}; }
-constexpr Document<SwitchConfig> kindOf(At::SwitchConfig const& /*at*/) { return {}; }
-constexpr Document<SwitchStatus> kindOf(At::SwitchStatus const& /*at*/) { return {}; }
+constexpr RecordDocument<SwitchConfig> kindOf(At::SwitchConfig const& /*at*/) { return {}; }
+constexpr RecordDocument<SwitchStatus> kindOf(At::SwitchStatus const& /*at*/) { return {}; }
 constexpr AnyValue kindOf(At::OtherEntry const& /*at*/) { return {}; }
 constexpr AnyValue kindOf(At::Heartbeat const& /*at*/) { return {}; }
-constexpr Document<ServiceConfigV1> kindOf(At::ServiceConfig const& /*at*/) { return {}; }
-constexpr Document<ServiceConfigV1> kindOf(At::ServiceOverride const& /*at*/) { return {}; }
+constexpr RecordDocument<ServiceConfigV1> kindOf(At::ServiceConfig const& /*at*/) { return {}; }
+constexpr RecordDocument<ServiceConfigV1> kindOf(At::ServiceOverride const& /*at*/) { return {}; }
 constexpr OfRegistry kindOf(At::ServiceStatus const& /*at*/) { return {}; }
-constexpr Document<Controller::SystemPublishedMount> kindOf(At::MountOffer const& /*at*/) { return {}; }
+constexpr RecordDocument<Controller::SystemPublishedMount> kindOf(At::MountOffer const& /*at*/) { return {}; }
 constexpr TrueOrFalse kindOf(At::MountReady const& /*at*/) { return {}; }
 
 // Refuses what no put or, without a document, no delete may do. What comes back from where it was kept may hold the
@@ -54,12 +54,12 @@ struct Check {
     allow(kindOf(at));
   }
   template <class R>
-  void allow(Document<R> /*kind*/) const {
+  void allow(RecordDocument<R> /*kind*/) const {
     if (document != nullptr) checkDocument<R, By>(*document);
   }
   template <class R>
   void allow(LastingDocument<R> /*kind*/) const {
-    if (document == nullptr) refuse("this path is always there: it can be put, not deleted");
+    if (document == nullptr) refusePath("this path is always there: it can be put, not deleted");
     checkDocument<R, By>(*document);
   }
   void allow(AnyValue /*kind*/) const {
@@ -70,10 +70,10 @@ struct Check {
     if (document != nullptr) requireBool(*document, "");
   }
   void allow(OfRegistry /*kind*/) const {
-    if (By == Writer::kOutside) refuse("this path is the registry's own: it can be read, not put or deleted");
+    if (By == Writer::kOutside) refusePath("this path is the registry's own: it can be read, not put or deleted");
   }
   void allow(Directory /*kind*/) const {
-    if (document != nullptr) refuse("a registration has no document; expected registration/<switch>/<entry>");
+    if (document != nullptr) refusePath("a registration has no document; expected registration/<switch>/<entry>");
   }
 };
 
@@ -86,7 +86,7 @@ struct InputOf {
     return of(kindOf(at));
   }
   template <class R>
-  std::optional<Json> of(Document<R> /*kind*/) const {
+  std::optional<Json> of(RecordDocument<R> /*kind*/) const {
     return withoutAnswers<R>(document);
   }
   template <class R>

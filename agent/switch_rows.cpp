@@ -34,14 +34,14 @@ std::optional<std::uint64_t> number(Json const* object, std::string_view key) {
 }
 
 /// What is known of one switch; what is absent is null.
-struct Switch {
+struct SwitchState {
   std::string name;
   Json const* config = nullptr;
   Json const* status = nullptr;
 };
 
 /// All that is known of one service of one switch; what is absent is null.
-struct Service {
+struct ServiceDocuments {
   Json const* own = nullptr;         // the switch's configuration
   Json const* controller = nullptr;  // the override, or else the controller's configuration
   bool isOverridden = false;
@@ -86,7 +86,7 @@ Outcome recorded(Json const* status) {
 }
 
 /// What a negotiation of today would leave in the place of `before`, by the rules that docs/state-tree.md tells.
-Outcome negotiated(Service const& of, Outcome before) {
+Outcome negotiated(ServiceDocuments const& of, Outcome before) {
   if (!of.own) return before;
   bool const ownEnabled = isSet(of.own, "enabled");
   // Of a service that the switch disables nothing is written then; no version was ever found with these two sides.
@@ -101,7 +101,7 @@ Outcome negotiated(Service const& of, Outcome before) {
 }
 
 /// Why a negotiation of the configurations as they stand finds no version.
-std::string reason(Service const& of) {
+std::string reason(ServiceDocuments const& of) {
   if (!of.own) return "no longer offered by the switch";
   if (!of.controller) return "not known to the controller";
   if (!isSet(of.controller, "enabled"))
@@ -111,7 +111,7 @@ std::string reason(Service const& of) {
          listOf(versionsOf(of.controller));
 }
 
-std::string outcome(Service const& of) {
+std::string outcome(ServiceDocuments const& of) {
   if (!member(of.status, "versionStatus")) return of.own ? "not negotiated yet" : "not configured by the switch";
   Outcome const found = recorded(of.status);
   // Another outcome than that of today's inputs is older than they are, and they do not explain it.
@@ -123,7 +123,7 @@ std::string outcome(Service const& of) {
   return isOld ? line + ", not negotiated since its inputs changed" : line;
 }
 
-std::optional<PublishedService> published(Service const& of) {
+std::optional<PublishedService> published(ServiceDocuments const& of) {
   if (!of.info) return std::nullopt;
   PublishedService result;
   if (Json const* const mounts = member(of.info, "publishedMount"))
@@ -133,15 +133,15 @@ std::optional<PublishedService> published(Service const& of) {
   return result;
 }
 
-std::vector<ServiceRow> serviceRows(Switch const& of, SwitchDocuments const& documents) {
-  std::map<std::string, Service> services;
-  auto const collect = [&](Json const* members, Json const* Service::*part) {
+std::vector<ServiceRow> serviceRows(SwitchState const& of, SwitchDocuments const& documents) {
+  std::map<std::string, ServiceDocuments> services;
+  auto const collect = [&](Json const* members, Json const* ServiceDocuments::*part) {
     if (members == nullptr) return;
     for (auto const& [name, value] : members->items()) services[name].*part = &value;
   };
-  collect(member(of.config, "serviceConfig"), &Service::own);
-  collect(member(of.status, "serviceStatus"), &Service::status);
-  collect(member(of.status, "servicePublishedInfo"), &Service::info);
+  collect(member(of.config, "serviceConfig"), &ServiceDocuments::own);
+  collect(member(of.status, "serviceStatus"), &ServiceDocuments::status);
+  collect(member(of.status, "servicePublishedInfo"), &ServiceDocuments::info);
   std::vector<ServiceRow> rows;
   for (auto& [name, service] : services) {
     service.controller = documents.find("service/override/" + name);
@@ -157,7 +157,7 @@ struct State {
   std::string text;
 };
 
-State stateOf(Switch const& of, SwitchDocuments const& documents) {
+State stateOf(SwitchState const& of, SwitchDocuments const& documents) {
   if (!of.config) return {SwitchProgress::kLacking, "incomplete: no \"config\""};
   if (!of.status) return {SwitchProgress::kLacking, "incomplete: no \"status\""};
   std::string const systemId = text(of.config, "systemId");
@@ -191,7 +191,7 @@ Json const* SwitchDocuments::find(std::string const& path) const {
 
 std::vector<SwitchRow> switchRows(SwitchDocuments const& documents) {
   // The slash behind a directory's name sorts otherwise than the name's end.
-  std::map<std::string, Switch> switches;
+  std::map<std::string, SwitchState> switches;
   for (auto at = documents.all().lower_bound(kRegistration); at != documents.all().end(); ++at) {
     std::string_view const path = at->first;
     if (!path.starts_with(kRegistration)) break;
@@ -200,7 +200,7 @@ std::vector<SwitchRow> switchRows(SwitchDocuments const& documents) {
     if (slash == std::string_view::npos) continue;
     std::string const name(rest.substr(0, slash));
     std::string_view const entry = rest.substr(slash + 1);
-    Switch& found = switches[name];
+    SwitchState& found = switches[name];
     found.name = name;
     if (entry == "config") found.config = &at->second;
     if (entry == "status") found.status = &at->second;

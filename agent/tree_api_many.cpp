@@ -6,7 +6,6 @@
 namespace Agent {
 namespace {
 
-constexpr std::size_t kPieceBytes = std::size_t{64} * 1024;
 /// So many operations of a batch at a time; then others have their turn.
 constexpr std::size_t kSlice = 256;
 

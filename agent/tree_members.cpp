@@ -4,13 +4,9 @@
 #include <algorithm>
 
 #include "agent/input_error.h"
+#include "agent/json_fault.h"
 
 namespace Agent {
-namespace {
-
-constexpr std::string_view kBlanks = " \t\r\n";
-
-}  // namespace
 
 void TreeMembers::feed(std::string_view piece) {
   while (!piece.empty()) {

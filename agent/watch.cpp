@@ -9,8 +9,6 @@
 namespace Agent {
 namespace {
 
-constexpr std::size_t kPieceBytes = std::size_t{64} * 1024;
-
 std::size_t bytesOf(DocumentChange const& change) {
   return change.path.size() + (change.text ? change.text->size() : 0);
 }

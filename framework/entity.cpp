@@ -15,13 +15,13 @@ WriteObserver* writeObserver_ = nullptr;
 static Ptr<Entity> newEntity(Name const& name) { return make<Entity>(name); }
 
 /// The attributes of every entity: their numbers lie below those of a class's own.
-static constexpr auto kAttrs = attrTable(
+static constexpr auto kEntityAttrs = attrTable(
     1, plain<&Entity::name>("name"), plain<&Entity::isNondestructing, &Entity::isNondestructingIs>("isNondestructing"),
     plain<static_cast<Ptr<Entity const> (Entity::*)() const>(&Entity::parent)>("parent"),
     plain<&Entity::parentAttr>("parentAttr"), plain<&Entity::parentAttrId>("parentAttrId"),
     plain<&Entity::uriPath>("uriPath"), plain<&Entity::fullName>("fullName"));
 
-constinit NoxType Entity::noxType{"Nox::Entity", &ptrInterfaceType, &newEntity, kAttrs.view()};
+constinit NoxType Entity::noxType{"Nox::Entity", &ptrInterfaceType, &newEntity, kEntityAttrs.view()};
 
 void Entity::isNondestructingIs(bool on) {
   if (on == isNondestructing()) return;

@@ -7,11 +7,11 @@
 namespace Nox {
 
 /// What every reactor answers by name: enough to walk a collection of reactors.
-static constexpr auto kAttrs = attrTable(1, plain<&PtrInterface::NotifieeConst::name>("name"),
-                                         plain<&PtrInterface::NotifieeConst::notifier>("notifier"));
+static constexpr auto kNotifieeAttrs = attrTable(1, plain<&PtrInterface::NotifieeConst::name>("name"),
+                                                 plain<&PtrInterface::NotifieeConst::notifier>("notifier"));
 
 constinit NoxType PtrInterface::NotifieeConst::noxType{
-    "Nox::PtrInterface::NotifieeConst", &ptrInterfaceType, nullptr, kAttrs.view()};
+    "Nox::PtrInterface::NotifieeConst", &ptrInterfaceType, nullptr, kNotifieeAttrs.view()};
 
 ActivityConfig::~ActivityConfig() = default;
 

@@ -10,7 +10,7 @@
 #include "support/client_world.h"
 #include "support/program.h"
 
-namespace Agent {
+namespace Agent::ApplyTest {
 namespace {
 
 using testing::ElementsAre;
@@ -181,4 +181,4 @@ TEST(Apply, SaysWhatElseCanGoWrong) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::ApplyTest

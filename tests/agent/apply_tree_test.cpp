@@ -10,7 +10,7 @@
 #include "support/client_world.h"
 #include "support/served.h"
 
-namespace Agent {
+namespace Agent::ApplyTreeTest {
 namespace {
 
 using Test::Api;
@@ -170,4 +170,4 @@ TEST(ApplyTree, OfADumpMakesTheSameNetwork) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::ApplyTreeTest

@@ -17,7 +17,7 @@
 #include "support/service_world.h"
 #include "support/store_model.h"
 
-namespace Agent {
+namespace Agent::BackupTest {
 namespace {
 
 using namespace std::chrono_literals;
@@ -302,4 +302,4 @@ TEST(Backup, ReadersOfALostStateAreNeverMistakenAboutTheRestoredOne) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::BackupTest

@@ -11,7 +11,7 @@
 #include "support/program.h"
 #include "support/tree_world.h"
 
-namespace Agent {
+namespace Agent::BadInputTest {
 namespace {
 
 using testing::StartsWith;
@@ -312,4 +312,4 @@ TEST(BadInput, NoScenarioDoesHarm) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::BadInputTest

@@ -8,7 +8,7 @@
 
 #include "support/client_world.h"
 
-namespace Agent {
+namespace Agent::ChangeFeedTest {
 namespace {
 
 using testing::ElementsAre;
@@ -155,4 +155,4 @@ TEST(ChangeFeed, WhatCannotBeUnderstoodEndsIt) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::ChangeFeedTest

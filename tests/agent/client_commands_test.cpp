@@ -7,7 +7,7 @@
 #include "support/client_world.h"
 #include "support/program.h"
 
-namespace Agent {
+namespace Agent::ClientCommandsTest {
 namespace {
 
 using testing::ElementsAre;
@@ -274,4 +274,4 @@ TEST(ClientCommands, ColoursAreForThoseWhoWantThem) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::ClientCommandsTest

@@ -7,7 +7,7 @@
 
 #include "agent/options.h"
 
-namespace Agent {
+namespace Agent::ClientOptionsTest {
 namespace {
 
 using Arguments = std::vector<std::string>;
@@ -168,4 +168,4 @@ TEST(ClientOptions, AWrongCommandLineIsToldWhatIsWrong) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::ClientOptionsTest

@@ -10,7 +10,7 @@
 #include "records/registration.h"
 #include "support/write_log.h"
 
-namespace Agent {
+namespace Agent::CodecTest {
 namespace {
 
 using Controller::MountDesc;
@@ -283,4 +283,4 @@ TEST(Codec, TextsKeepAnyCharacter) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::CodecTest

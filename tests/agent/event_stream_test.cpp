@@ -6,7 +6,7 @@
 #include <random>
 #include <vector>
 
-namespace Agent {
+namespace Agent::EventStreamTest {
 namespace {
 
 using Texts = std::vector<std::string>;
@@ -100,4 +100,4 @@ TEST(EventStream, RefusesAnEventWithoutEnd) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::EventStreamTest

@@ -15,7 +15,7 @@
 #include "support/open_file.h"
 #include "support/program.h"
 
-namespace Test {
+namespace Test::FaultyDiskAnswersTest {
 namespace {
 
 // The error that the system's calls below fail with; SQLite calls them in place of the true ones.
@@ -197,4 +197,4 @@ TEST(FaultyDiskAnswers, AreThoseOfTheSystem) {
 }
 
 }  // namespace
-}  // namespace Test
+}  // namespace Test::FaultyDiskAnswersTest

@@ -8,7 +8,7 @@
 #include "support/faulty_disk.h"
 #include "support/open_file.h"
 
-namespace Test {
+namespace Test::FaultyDiskCallsTest {
 namespace {
 
 using testing::ElementsAre;
@@ -194,4 +194,4 @@ TEST(FaultyDiskCalls, AreUndoneByASnapshot) {
 }
 
 }  // namespace
-}  // namespace Test
+}  // namespace Test::FaultyDiskCallsTest

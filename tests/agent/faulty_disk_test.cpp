@@ -8,7 +8,7 @@
 #include <set>
 #include <sstream>
 
-namespace Test {
+namespace Test::FaultyDiskTest {
 namespace {
 
 using testing::AnyOf;
@@ -298,4 +298,4 @@ TEST(FaultyDisk, LocksOutASecondConnection) {
 }
 
 }  // namespace
-}  // namespace Test
+}  // namespace Test::FaultyDiskTest

@@ -8,7 +8,7 @@
 
 #include "support/served.h"
 
-namespace Agent {
+namespace Agent::FirstStepsTest {
 namespace {
 
 using Test::Api;
@@ -163,4 +163,4 @@ TEST(FirstSteps, OfTheServiceEndInAnAnswerWithTheIdentityOfTheController) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::FirstStepsTest

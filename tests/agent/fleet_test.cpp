@@ -14,7 +14,7 @@
 #include "agent/http_client.h"
 #include "support/tree_world.h"
 
-namespace Agent {
+namespace Agent::FleetTest {
 namespace {
 
 using testing::ElementsAre;
@@ -289,4 +289,4 @@ TEST(FleetCommand, EndsWithWhatIsRefused) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::FleetTest

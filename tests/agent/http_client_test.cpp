@@ -10,7 +10,7 @@
 #include "support/raw_connection.h"
 #include "support/running_server.h"
 
-namespace Agent {
+namespace Agent::HttpClientTest {
 namespace {
 
 using std::chrono::milliseconds;
@@ -268,4 +268,4 @@ TEST(HttpClient, EndsAStreamWhenTold) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::HttpClientTest

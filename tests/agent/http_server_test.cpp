@@ -12,7 +12,7 @@
 #include "support/raw_connection.h"
 #include "support/running_server.h"
 
-namespace Agent {
+namespace Agent::HttpServerTest {
 namespace {
 
 using std::chrono::milliseconds;
@@ -590,4 +590,4 @@ TEST(HttpServer, RunsTasksInTheirOrder) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::HttpServerTest

@@ -11,7 +11,7 @@
 #include "support/raw_connection.h"
 #include "support/running_server.h"
 
-namespace Agent {
+namespace Agent::HttpSourceTest {
 namespace {
 
 using std::chrono::milliseconds;
@@ -263,4 +263,4 @@ TEST_F(HttpSource, GoesToAThousandReadersOfWhichSomeNeverRead) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::HttpSourceTest

@@ -7,7 +7,7 @@
 
 #include "agent/utf8.h"
 
-namespace Agent {
+namespace Agent::JsonReaderTest {
 namespace {
 
 std::string arrays(std::size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); }
@@ -275,4 +275,4 @@ TEST(InputErrorLine, IsOneLineOfUtf8ForAnyBytes) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::JsonReaderTest

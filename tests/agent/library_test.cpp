@@ -14,6 +14,7 @@
 #include "framework/generic_if.h"
 #include "support/program.h"
 
+namespace LibraryTest {
 namespace {
 
 using Nox::GenericIf;
@@ -151,3 +152,5 @@ TEST(Types, ArePrintedAsATableOrAsJson) {
 }
 
 }  // namespace
+
+}  // namespace LibraryTest

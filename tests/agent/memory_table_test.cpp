@@ -12,7 +12,7 @@
 
 #include "support/program.h"
 
-namespace Agent {
+namespace Agent::MemoryTableTest {
 namespace {
 
 using testing::MatchesRegex;
@@ -143,4 +143,4 @@ TEST(MemoryTable, TellsOfTheMemoryBehindTheTable) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::MemoryTableTest

@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-namespace Agent {
+namespace Agent::OptionsTest {
 namespace {
 
 using Arguments = std::vector<std::string>;
@@ -110,4 +110,4 @@ TEST(Options, AWrongCommandLineIsToldWhatIsWrong) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::OptionsTest

@@ -6,7 +6,7 @@
 #include "agent/input_error.h"
 #include "support/program.h"
 
-namespace Agent {
+namespace Agent::OutputFileTest {
 namespace {
 
 void writeTo(std::string const& file, std::string const& text) {
@@ -50,4 +50,4 @@ TEST(OutputFile, ALinkToItselfIsNoPlace) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::OutputFileTest

@@ -5,7 +5,7 @@
 
 #include <random>
 
-namespace Agent {
+namespace Agent::PathTest {
 namespace {
 
 constexpr SystemId kSystemId{0x020000aa0001};
@@ -180,4 +180,4 @@ TEST(Path, WhateverIsAcceptedIsReadBackAsTheSamePlace) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::PathTest

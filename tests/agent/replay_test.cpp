@@ -8,7 +8,7 @@
 #include "agent/json_reader.h"
 #include "support/program.h"
 
-namespace Agent {
+namespace Agent::ReplayTest {
 namespace {
 
 using testing::HasSubstr;
@@ -372,4 +372,4 @@ TEST(Replay, LeavesTheCallersTraceAsItWas) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::ReplayTest

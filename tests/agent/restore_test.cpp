@@ -5,7 +5,7 @@
 
 #include "support/tree_world.h"
 
-namespace Agent {
+namespace Agent::RestoreTest {
 namespace {
 
 using ::testing::HasSubstr;
@@ -64,4 +64,4 @@ TEST(Restore, RefusesWhatNoTreeCanHaveHeld) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::RestoreTest

@@ -11,7 +11,7 @@
 
 #include "agent/utf8.h"
 
-namespace Agent {
+namespace Agent::ScenarioTest {
 namespace {
 
 // A scenario in memory, handed out in pieces of at most `step` bytes.
@@ -291,4 +291,4 @@ TEST(Scenario, AnyMutatedLineIsAnOperationOrGetsExactlyOneLine) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::ScenarioTest

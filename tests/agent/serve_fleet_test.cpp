@@ -6,7 +6,7 @@
 
 #include "support/served.h"
 
-namespace Agent {
+namespace Agent::ServeFleetTest {
 namespace {
 
 using namespace std::chrono_literals;
@@ -85,4 +85,4 @@ TEST(ServeFleet, ARestartGivesEverySwitchItsWholeTimeToLive) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::ServeFleetTest

@@ -10,13 +10,12 @@
 #include "support/event_reader.h"
 #include "support/served.h"
 
-namespace Agent {
+namespace Agent::ServeFullDiskTest {
 namespace {
 
 using Test::Api;
 using Test::await;
 using Test::EventReader;
-using Test::revisionOf;
 using Test::Served;
 
 constexpr int kNoVolume = 77;
@@ -118,4 +117,4 @@ TEST(ServeFullDisk, RefusesWritesAndNothingElseAndRecovers) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::ServeFullDiskTest

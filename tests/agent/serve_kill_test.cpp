@@ -11,7 +11,7 @@
 #include "support/recording_writer.h"
 #include "support/served.h"
 
-namespace Agent {
+namespace Agent::ServeKillTest {
 namespace {
 
 using namespace std::chrono_literals;
@@ -135,4 +135,4 @@ TEST(ServeKill, AStopUnderLoadLosesNothingAnswered) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::ServeKillTest

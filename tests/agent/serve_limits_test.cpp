@@ -6,14 +6,13 @@
 #include "support/event_reader.h"
 #include "support/served.h"
 
-namespace Agent {
+namespace Agent::ServeLimitsTest {
 namespace {
 
 using Test::Api;
 using Test::await;
 using Test::EventReader;
 using Test::RawConnection;
-using Test::revisionOf;
 using Test::Served;
 using testing::HasSubstr;
 
@@ -135,4 +134,4 @@ TEST(ServeLimits, OfTheHistory) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::ServeLimitsTest

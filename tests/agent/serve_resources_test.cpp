@@ -11,7 +11,7 @@
 #include "support/raw_connection.h"
 #include "support/served.h"
 
-namespace Agent {
+namespace Agent::ServeResourcesTest {
 namespace {
 
 using Test::Api;
@@ -160,4 +160,4 @@ TEST(ServeHangup, TheLogGoesOnWhereItWasIfThereCanBeNoOther) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::ServeResourcesTest

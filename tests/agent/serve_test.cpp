@@ -10,13 +10,12 @@
 #include "support/event_reader.h"
 #include "support/served.h"
 
-namespace Agent {
+namespace Agent::ServeTest {
 namespace {
 
 using Test::Api;
 using Test::await;
 using Test::EventReader;
-using Test::revisionOf;
 using Test::Served;
 using testing::AllOf;
 using testing::ElementsAre;
@@ -262,4 +261,4 @@ TEST(Serve, HasItsStateFileForItself) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::ServeTest

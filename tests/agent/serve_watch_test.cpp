@@ -11,13 +11,12 @@
 #include "support/random_history.h"
 #include "support/served.h"
 
-namespace Agent {
+namespace Agent::ServeWatchTest {
 namespace {
 
 using namespace std::chrono_literals;
 using Test::Api;
 using Test::EventReader;
-using Test::revisionOf;
 using Test::Served;
 using testing::HasSubstr;
 
@@ -186,4 +185,4 @@ TEST(ServeWatch, AThousandWatchersOfWhichSomeNeverRead) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::ServeWatchTest

@@ -6,7 +6,7 @@
 #include "support/service_world.h"
 #include "support/store_model.h"
 
-namespace Agent {
+namespace Agent::ServiceFailureTest {
 namespace {
 
 using namespace std::chrono_literals;
@@ -153,4 +153,4 @@ TEST(ServiceFailure, AnEventOfAnotherHistoryIsAnsweredWithAResync) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::ServiceFailureTest

@@ -5,7 +5,7 @@
 #include "support/program.h"
 #include "support/service_world.h"
 
-namespace Agent {
+namespace Agent::ServiceStartTest {
 namespace {
 
 using namespace std::chrono_literals;
@@ -221,4 +221,4 @@ TEST(ServiceStart, TimeBetweenAnEndAndAStartDoesNotCount) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::ServiceStartTest

@@ -4,7 +4,7 @@
 #include "support/random_history.h"
 #include "support/service_world.h"
 
-namespace Agent {
+namespace Agent::ServiceTest {
 namespace {
 
 using namespace std::chrono_literals;
@@ -327,4 +327,4 @@ TEST(Service, ARestartOfASettledNetworkChangesNothing) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::ServiceTest

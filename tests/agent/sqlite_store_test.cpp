@@ -19,7 +19,7 @@
 #include "support/program.h"
 #include "support/store_model.h"
 
-namespace Agent {
+namespace Agent::SqliteStoreTest {
 namespace {
 
 using testing::AllOf;
@@ -607,4 +607,4 @@ TEST(SqliteStore, LivesThroughADiskThatIsReallyFull) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::SqliteStoreTest

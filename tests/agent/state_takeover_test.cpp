@@ -3,7 +3,7 @@
 
 #include "support/moments.h"
 
-namespace Agent {
+namespace Agent::StateTakeoverTest {
 namespace {
 
 using Test::FaultyDisk;
@@ -61,4 +61,4 @@ TEST(StateTakeover, TakesOverTheFirstFormatWhateverEndsComeBetween) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::StateTakeoverTest

@@ -7,7 +7,7 @@
 
 #include "support/tree_world.h"
 
-namespace Agent {
+namespace Agent::StateTreeTest {
 namespace {
 
 using testing::ElementsAre;
@@ -367,4 +367,4 @@ TEST(StateTree, TheRegistryAnswersWithinThePut) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::StateTreeTest

@@ -10,7 +10,7 @@
 #include "support/rounds.h"
 #include "support/store_disk.h"
 
-namespace Agent {
+namespace Agent::StoreDamageTest {
 namespace {
 
 using Test::FaultyDisk;
@@ -296,4 +296,4 @@ TEST_F(StoreDamage, IsSeenInFilesThatDoNotBelongTogether) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::StoreDamageTest

@@ -9,7 +9,7 @@
 #include "support/rounds.h"
 #include "support/store_disk.h"
 
-namespace Agent {
+namespace Agent::StoreFaultTest {
 namespace {
 
 using Test::CallKind;
@@ -262,4 +262,4 @@ TEST(StoreFault, KeepsItsPromisesUnderFaultsAndEnds) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::StoreFaultTest

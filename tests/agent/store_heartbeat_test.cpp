@@ -7,7 +7,7 @@
 #include "support/rounds.h"
 #include "support/store_disk.h"
 
-namespace Agent {
+namespace Agent::StoreHeartbeatTest {
 namespace {
 
 using std::chrono::milliseconds;
@@ -172,4 +172,4 @@ TEST(StoreHeartbeat, HasNeverLessThanWhatIsDueAndNeverMoreThanItHad) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::StoreHeartbeatTest

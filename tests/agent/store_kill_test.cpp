@@ -3,7 +3,7 @@
 
 #include "support/moments.h"
 
-namespace Agent {
+namespace Agent::StoreKillTest {
 namespace {
 
 using Test::FaultyDisk;
@@ -43,4 +43,4 @@ TEST(StoreKill, KeepsWhatWasAnsweredWhenTheLogIsMovedIntoTheFile) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::StoreKillTest

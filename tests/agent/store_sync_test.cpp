@@ -3,7 +3,7 @@
 
 #include "support/moments.h"
 
-namespace Agent {
+namespace Agent::StoreSyncTest {
 namespace {
 
 using Test::CallKind;
@@ -87,4 +87,4 @@ TEST(StoreSync, KeepsWhatItHoldsAfterASyncThatFailed) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::StoreSyncTest

@@ -14,7 +14,7 @@
 #include "support/program.h"
 #include "support/store_model.h"
 
-namespace Agent {
+namespace Agent::StoreTest {
 namespace {
 
 using testing::ElementsAre;
@@ -268,4 +268,4 @@ TEST(MemoryStore, TellsTheOtherUsersWhatItCommits) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::StoreTest

@@ -8,7 +8,7 @@
 
 #include "support/tree_world.h"
 
-namespace Agent {
+namespace Agent::SwitchTableTest {
 namespace {
 
 using testing::HasSubstr;
@@ -108,4 +108,4 @@ TEST(SwitchTable, RefusesDocumentsOfAnotherShape) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::SwitchTableTest

@@ -4,7 +4,7 @@
 #include "agent/tree_api.h"
 #include "support/service_world.h"
 
-namespace Agent {
+namespace Agent::TreeApiTest {
 namespace {
 
 using namespace std::chrono_literals;
@@ -352,4 +352,4 @@ TEST_F(TreeApiTest, AStoppingAgentSaysSo) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::TreeApiTest

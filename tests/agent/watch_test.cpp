@@ -7,7 +7,7 @@
 #include "support/service_world.h"
 #include "support/store_model.h"
 
-namespace Agent {
+namespace Agent::WatchTest {
 namespace {
 
 using namespace std::chrono_literals;
@@ -304,4 +304,4 @@ TEST(Watch, EveryReaderEndsWithTheTree) {
 }
 
 }  // namespace
-}  // namespace Agent
+}  // namespace Agent::WatchTest

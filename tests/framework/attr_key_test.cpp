@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <string>
 
+namespace AttrKeyTest {
 namespace {
 
 using Nox::AttrKey;
@@ -44,3 +45,5 @@ TEST(AttrKey, DiffersInEveryByteAndInItsLength) {
 }
 
 }  // namespace
+
+}  // namespace AttrKeyTest

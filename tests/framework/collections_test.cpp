@@ -13,6 +13,7 @@
 #include "framework/entity.h"
 #include "support/sample.h"
 
+namespace CollectionsTest {
 namespace {
 
 using Nox::Entity;
@@ -171,3 +172,5 @@ TEST(Children, TheParentLinkIsNotCounted) {
 }
 
 }  // namespace
+
+}  // namespace CollectionsTest

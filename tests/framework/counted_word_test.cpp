@@ -13,6 +13,7 @@
 #include "framework/ptr.h"
 #include "support/sample.h"
 
+namespace CountedWordTest {
 namespace {
 
 using Nox::CountedWord;
@@ -306,3 +307,5 @@ TEST(CountingNames, ABufferSharedByThreadsIsFreedWhenTheLastNameGoes) {
 }
 
 }  // namespace
+
+}  // namespace CountedWordTest

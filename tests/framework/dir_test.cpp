@@ -12,6 +12,7 @@
 #include "support/sample.h"
 #include "support/write_log.h"
 
+namespace DirTest {
 namespace {
 
 using Nox::Dir;
@@ -479,3 +480,5 @@ TEST(TypeDirectory, ATypeThatIsRegisteredButNotMadeByNameIsRefused) {
 }
 
 }  // namespace
+
+}  // namespace DirTest

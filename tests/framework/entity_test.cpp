@@ -10,6 +10,7 @@
 #include "support/sample.h"
 #include "support/write_log.h"
 
+namespace EntityTest {
 namespace {
 
 using Nox::Entity;
@@ -230,3 +231,5 @@ TEST(WriteLog, IsOnlyThereWhileItLives) {
 }
 
 }  // namespace
+
+}  // namespace EntityTest

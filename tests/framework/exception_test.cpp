@@ -8,6 +8,7 @@
 
 #include "framework/generic_if.h"
 
+namespace ExceptionTest {
 namespace {
 
 using Nox::Exception;
@@ -52,3 +53,5 @@ TEST(Exception, MisuseThrowsAnExceptionOfItsKind) {
 TEST(Exception, IsAStandardException) { EXPECT_THROW(Nox::throwRangeException("x"), std::exception); }
 
 }  // namespace
+
+}  // namespace ExceptionTest

@@ -116,6 +116,7 @@ constinit Nox::NoxType Chassis::noxType{"Sample::Chassis", &Nox::Entity::noxType
 
 }  // namespace Sample
 
+namespace GenericIfTest {
 namespace {
 
 using namespace Sample;
@@ -360,3 +361,5 @@ TEST_F(GenericIfTest, AnOperationThatFailsDeliversWhatItWroteAndLeavesAHandlersE
 }
 
 }  // namespace
+
+}  // namespace GenericIfTest

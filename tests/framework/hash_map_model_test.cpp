@@ -12,6 +12,7 @@
 #include "framework/hash_map.h"
 #include "support/members.h"
 
+namespace HashMapModelTest {
 namespace {
 
 using Nox::Name;
@@ -231,3 +232,5 @@ TYPED_TEST(HashMapOf, IteratorsAndDuplicatesFollowASortedListOverRandomOperation
 }
 
 }  // namespace
+
+}  // namespace HashMapModelTest

@@ -12,6 +12,7 @@
 
 #include "support/members.h"
 
+namespace HashMapTest {
 namespace {
 
 using Nox::Name;
@@ -340,3 +341,5 @@ TEST(HashMap, AMemberThatGoesWithItsCollectionFindsItEmpty) {
 }
 
 }  // namespace
+
+}  // namespace HashMapTest

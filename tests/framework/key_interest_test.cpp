@@ -13,6 +13,7 @@
 #include "framework/entity.h"
 #include "framework/key_interest.h"
 
+namespace KeyInterestTest {
 namespace {
 
 using Nox::keyed;
@@ -307,3 +308,5 @@ TEST(KeyInterest, WhatIsDoneIsTheSameWithAndWithoutTheIndex) {
 }
 
 }  // namespace
+
+}  // namespace KeyInterestTest

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+namespace LinkedQueueTest {
 namespace {
 
 using testing::ElementsAre;
@@ -124,3 +125,5 @@ TEST(LinkedQueue, HoldsItsMembersUntilTheyAreRemoved) {
 }
 
 }  // namespace
+
+}  // namespace LinkedQueueTest

@@ -14,6 +14,7 @@
 #include "framework/hash_map.h"
 #include "framework/string8.h"
 
+namespace NameTest {
 namespace {
 
 using Nox::Name;
@@ -185,3 +186,5 @@ TEST(String8, RandomTextsCompareAndHashLikeTheirBytes) {
 }
 
 }  // namespace
+
+}  // namespace NameTest

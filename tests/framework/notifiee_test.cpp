@@ -11,6 +11,7 @@
 
 #include "support/sample.h"
 
+namespace NotifieeTest {
 namespace {
 
 using Nox::Entity;
@@ -263,3 +264,5 @@ TEST(NotifieeList, AHundredThousandReactorsComeAndGoInAnyOrder) {
 }
 
 }  // namespace
+
+}  // namespace NotifieeTest

@@ -8,6 +8,7 @@
 #include "framework/entity.h"
 #include "framework/generic_if.h"
 
+namespace PointerTextTest {
 namespace {
 
 using Nox::Entity;
@@ -130,3 +131,5 @@ TEST(PointerText, AnObjectThatIsGoingNamesNothing) {
 }
 
 }  // namespace
+
+}  // namespace PointerTextTest

@@ -12,6 +12,7 @@
 
 #include "framework/pool.h"
 
+namespace PoolCountsTest {
 namespace {
 
 using Nox::NoxMemPool;
@@ -86,3 +87,5 @@ TEST(Pool, VisitsEveryLiveObjectOnce) {
 }
 
 }  // namespace
+
+}  // namespace PoolCountsTest

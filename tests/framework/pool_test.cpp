@@ -22,6 +22,7 @@
 
 #include "framework/pool_counts.h"
 
+namespace PoolTest {
 namespace {
 
 using Nox::NoxMemPool;
@@ -481,3 +482,5 @@ INSTANTIATE_TEST_SUITE_P(Alternating, CountingPoolRounds,
                          [](auto const& which) { return std::string(which.param.name); });
 
 }  // namespace
+
+}  // namespace PoolTest

@@ -13,6 +13,7 @@
 #include "framework/entity.h"
 #include "support/sample.h"
 
+namespace PtrTest {
 namespace {
 
 using Nox::Ptr;
@@ -209,3 +210,5 @@ TEST(RawPointerText, IsHexadecimalAndReadsBack) {
 }
 
 }  // namespace
+
+}  // namespace PtrTest

@@ -12,7 +12,7 @@
 #include "framework/pool_counts.h"
 #include "framework/string8.h"
 
-namespace Nox {
+namespace Nox::SharedTextTest {
 namespace {
 
 TEST(SharedText, GivesEqualTextsOneBuffer) {
@@ -88,4 +88,4 @@ TEST(SharedText, SharesPerThreadAndOutlivesIt) {
 }
 
 }  // namespace
-}  // namespace Nox
+}  // namespace Nox::SharedTextTest

@@ -4,6 +4,7 @@
 
 #include "support/link_sm.h"
 
+namespace StateMachineInputTest {
 namespace {
 
 using Nox::Ptr;
@@ -140,3 +141,5 @@ TEST_F(StateMachineInput, APassMayRetireTheInputThatItRunsFor) {
 }
 
 }  // namespace
+
+}  // namespace StateMachineInputTest

@@ -8,7 +8,7 @@
 
 #include "support/link_sm.h"
 
-namespace {
+namespace StateMachineOwnerTest {
 
 using Nox::Dir;
 using Nox::Name;
@@ -63,6 +63,8 @@ class Owner {
     return Nox::make<LinkSm>("sm" + std::to_string(++made), device, dir);
   }
 };
+
+namespace {
 
 TEST_F(StateMachineOwner, InstantiatingWithTheSameArgumentsKeepsTheMachineAndWithOthersReplacesIt) {
   Owner owner;
@@ -159,3 +161,5 @@ TEST_F(StateMachineOwner, TheSameKeyGivesTheSameMemberWithTheSameArgumentsAndThr
 }
 
 }  // namespace
+
+}  // namespace StateMachineOwnerTest

@@ -8,6 +8,7 @@
 
 #include "support/link_sm.h"
 
+namespace StateMachineTest {
 namespace {
 
 using Nox::Ptr;
@@ -182,3 +183,5 @@ TEST_F(StateMachineTest, ReactorsMayGoWhileTheyAreSwitched) {
 }
 
 }  // namespace
+
+}  // namespace StateMachineTest

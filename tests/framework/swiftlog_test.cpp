@@ -26,6 +26,7 @@
 #include "framework/trace.h"
 #include "tests/support/trace_capture.h"
 
+namespace SwiftlogTest {
 namespace {
 
 using Lines = std::vector<std::string>;
@@ -469,3 +470,5 @@ TEST(RingReader, SurvivesFlippedBits) {
 }
 
 }  // namespace
+
+}  // namespace SwiftlogTest

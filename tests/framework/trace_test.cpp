@@ -15,6 +15,7 @@
 #include "framework/string8.h"
 #include "tests/support/trace_capture.h"
 
+namespace TraceTest {
 namespace {
 
 using Lines = std::vector<std::string>;
@@ -205,3 +206,5 @@ TEST(WriteOneLine, EscapesControlCharactersAlone) {
 }
 
 }  // namespace
+
+}  // namespace TraceTest

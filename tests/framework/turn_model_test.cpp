@@ -14,6 +14,7 @@
 #include "framework/turn.h"
 #include "support/sample.h"
 
+namespace TurnModelTest {
 namespace {
 
 using Nox::Ptr;
@@ -277,3 +278,5 @@ TEST(TurnModel, RandomScriptsRunAsInAPlainModel) {
 }
 
 }  // namespace
+
+}  // namespace TurnModelTest

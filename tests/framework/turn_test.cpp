@@ -17,6 +17,7 @@
 #include "framework/pool_counts.h"
 #include "support/sample.h"
 
+namespace TurnTest {
 namespace {
 
 using Nox::Ptr;
@@ -445,3 +446,5 @@ TEST_F(TurnTest, ALongQueueIsDeliveredInOrderAndCostsNoMoreAtItsEnd) {
 }
 
 }  // namespace
+
+}  // namespace TurnTest

@@ -4,6 +4,7 @@
 #include "support/listeners.h"
 #include "support/write_log.h"
 
+namespace AttributesTest {
 namespace {
 
 using testing::ElementsAre;
@@ -182,3 +183,5 @@ TEST(Records, ListTheirAttributesInDeclaredOrder) {
 }
 
 }  // namespace
+
+}  // namespace AttributesTest

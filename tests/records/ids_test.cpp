@@ -5,6 +5,8 @@
 
 #include <sstream>
 
+namespace IdsTest {
+
 using Controller::SystemId;
 using Lumo::EthAddr;
 
@@ -92,3 +94,5 @@ TEST(SystemId, DefaultIsTheEmptyIdWhichIsNoBookmark) {
   EXPECT_FALSE(isBookmark(SystemId()));
   EXPECT_TRUE(isBookmark(SystemId(std::uint64_t{1})));
 }
+
+}  // namespace IdsTest

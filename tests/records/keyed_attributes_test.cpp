@@ -6,6 +6,7 @@
 #include "support/listeners.h"
 #include "support/write_log.h"
 
+namespace KeyedAttributesTest {
 namespace {
 
 using namespace Controller;
@@ -304,3 +305,5 @@ TEST(KeyedAttributeForms, OfTheControllersTableHaveThreeFormsOfNotificationEach)
 }
 
 }  // namespace
+
+}  // namespace KeyedAttributesTest

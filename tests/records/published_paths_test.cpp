@@ -10,6 +10,8 @@
 
 #include "records/registration.h"
 
+namespace PublishedPathsTest {
+
 using Controller::MountDesc;
 using ControllerRegistration::ServicePublishedInfo;
 using ControllerRegistration::SwitchStatus;
@@ -211,3 +213,5 @@ TEST(PublishedPaths, AgreesWithAWalkAfterEveryChange) {
     }
   }
 }
+
+}  // namespace PublishedPathsTest

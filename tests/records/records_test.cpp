@@ -5,6 +5,7 @@
 #include "support/listeners.h"
 #include "support/write_log.h"
 
+namespace RecordsTest {
 namespace {
 
 using namespace Controller;
@@ -176,3 +177,5 @@ TEST(MountsRegistry, HoldsItsInputs) {
 }
 
 }  // namespace
+
+}  // namespace RecordsTest

@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+namespace SiblingsTest {
 namespace {
 
 using namespace Controller;
@@ -211,3 +212,5 @@ TYPED_TEST(SiblingMembers, AreKeptUnderTheirNames) {
 }
 
 }  // namespace
+
+}  // namespace SiblingsTest

@@ -6,6 +6,8 @@
 #include "records/mount.h"
 #include "records/service.h"
 
+namespace ValuesTest {
+
 using Controller::MountDesc;
 using Controller::ServiceVersionV1;
 
@@ -70,3 +72,5 @@ TEST(MountDesc, ListsAndPrintsItsFieldsInDeclaredOrder) {
   EXPECT_EQ(textOf(MountDesc{"/p", "/r", "t", "m", "s"}), "/p /r t m s");
   EXPECT_EQ(textOf(MountDesc()), "- - - rt -");
 }
+
+}  // namespace ValuesTest

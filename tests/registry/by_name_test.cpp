@@ -3,7 +3,7 @@
 
 #include "by_name_worlds.h"
 
-namespace ByName {
+namespace ByName::ByNameTest {
 
 using Controllerdb::RegistryRootSm;
 using Controllerdb::Root;
@@ -360,4 +360,4 @@ TYPED_TEST(OperationByName, ThatChangesIsRefusedThroughAPointerToConst) {
   EXPECT_THAT(done, testing::IsEmpty());
 }
 
-}  // namespace ByName
+}  // namespace ByName::ByNameTest

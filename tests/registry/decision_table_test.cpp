@@ -3,6 +3,7 @@
 
 #include "negotiation_model.h"
 
+namespace DecisionTableTest {
 namespace {
 
 using namespace ServiceTest;
@@ -318,3 +319,5 @@ TEST(NegotiationTrace, CoverageStreamSeesEveryComparisonWhileTheFacilityIsOff) {
 }
 
 }  // namespace
+
+}  // namespace DecisionTableTest

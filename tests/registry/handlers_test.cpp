@@ -11,6 +11,7 @@
 #include "support/trace_capture.h"
 #include "support/world.h"
 
+namespace HandlersTest {
 namespace {
 
 using namespace Controllerdb;
@@ -184,3 +185,5 @@ TEST(Handlers, FactoriesAndListsOfNothingAreRefused) {
 }
 
 }  // namespace
+
+}  // namespace HandlersTest

@@ -11,6 +11,7 @@
 #include "support/world.h"
 #include "support/write_log.h"
 
+namespace KeyedDeliveryTest {
 namespace {
 
 enum class Told { kConcerned, kAll, kAllByTraces };
@@ -164,3 +165,5 @@ TEST(KeyedDelivery, EverySwitchLeavesAMessageInTheRing) {
 }
 
 }  // namespace
+
+}  // namespace KeyedDeliveryTest

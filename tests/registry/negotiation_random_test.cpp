@@ -8,6 +8,7 @@
 
 #include "negotiation_model.h"
 
+namespace NegotiationRandomTest {
 namespace {
 
 using namespace ServiceTest;
@@ -231,3 +232,5 @@ TEST_P(RandomServiceOperations, LeaveWhatAFreshRegistryReaches) {
 INSTANTIATE_TEST_SUITE_P(Seeds, RandomServiceOperations, testing::Range(0U, kGroups));
 
 }  // namespace
+
+}  // namespace NegotiationRandomTest

@@ -10,6 +10,8 @@
 
 #include "publication_words.h"
 
+namespace PublicationRandomTest {
+
 using Controller::MountDesc;
 using Controller::PublishedMountsTable;
 using Controller::ServiceConfigV1;
@@ -386,3 +388,5 @@ TEST_P(RandomPublication, WritesAndTracesInTheModelsOrder) {
     }
   }
 }
+
+}  // namespace PublicationRandomTest

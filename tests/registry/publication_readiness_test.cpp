@@ -7,6 +7,8 @@
 #include "support/world.h"
 #include "support/write_log.h"
 
+namespace PublicationReadinessTest {
+
 using namespace Publication;
 using Controller::PublishedMountsTable;
 using Nox::Ptr;
@@ -222,3 +224,5 @@ TEST(Publication, AZombieReactorOfTheTableIsDeaf) {
   table->systemIs(systemId(1));
   EXPECT_THAT(text.lines(), IsEmpty());
 }
+
+}  // namespace PublicationReadinessTest

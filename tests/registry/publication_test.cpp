@@ -9,6 +9,8 @@
 #include "support/world.h"
 #include "support/write_log.h"
 
+namespace PublicationTest {
+
 using namespace Publication;
 using Controller::PublishedMountsTable;
 using ControllerRegistration::SwitchStatus;
@@ -265,3 +267,5 @@ TEST(Publication, TwoSwitchesOfOneSystemIdAreBothPublishedItsOffer) {
   EXPECT_EQ(published(*world.switchStatus("leaf-2")), world.published());
   EXPECT_NE(world.configSm("leaf-2")->systemPublishSm(), world.publisher());
 }
+
+}  // namespace PublicationTest

@@ -9,6 +9,7 @@
 
 #include "support/world.h"
 
+namespace RandomRegistryTest {
 namespace {
 
 using Id = unsigned;  // stands for systemId(id)
@@ -322,3 +323,5 @@ TEST_P(RandomRegistry, BehavesAsTheModel) {
 INSTANTIATE_TEST_SUITE_P(Seeds, RandomRegistry, testing::Range(0U, 8U));
 
 }  // namespace
+
+}  // namespace RandomRegistryTest

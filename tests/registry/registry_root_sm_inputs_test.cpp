@@ -7,6 +7,7 @@
 #include "support/world.h"
 #include "support/write_log.h"
 
+namespace RegistryRootSmInputsTest {
 namespace {
 
 using namespace Controllerdb;
@@ -260,3 +261,5 @@ TEST(RegistryRootSmEnd, LeavesASwitchRegistryThatSomebodyHoldsOffAndWithoutARoot
 }
 
 }  // namespace
+
+}  // namespace RegistryRootSmInputsTest

@@ -5,6 +5,7 @@
 #include "support/world.h"
 #include "support/write_log.h"
 
+namespace RegistryRootSmTest {
 namespace {
 
 using namespace Controllerdb;
@@ -298,3 +299,5 @@ TEST(RegistryRootSmDeathTest, RegistrationMustBeADirectory) {
 }
 
 }  // namespace
+
+}  // namespace RegistryRootSmTest

@@ -7,6 +7,7 @@
 #include "support/world.h"
 #include "support/write_log.h"
 
+namespace RootTest {
 namespace {
 
 using namespace Controllerdb;
@@ -362,3 +363,5 @@ TEST(Root, SwitchesOffMachinesThatOutliveIt) {
 }
 
 }  // namespace
+
+}  // namespace RootTest

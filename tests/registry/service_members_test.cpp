@@ -3,6 +3,7 @@
 
 #include "service_steps.h"
 
+namespace ServiceMembersTest {
 namespace {
 
 using namespace ServiceTest;
@@ -219,3 +220,5 @@ TEST(ServiceMember, MemberThatIsKeptKnowsNoMachineAnyMore) {
 }
 
 }  // namespace
+
+}  // namespace ServiceMembersTest

@@ -3,6 +3,7 @@
 
 #include "service_steps.h"
 
+namespace ServiceTrackingTest {
 namespace {
 
 using namespace ServiceTest;
@@ -349,3 +350,5 @@ TEST(ServiceTracking, ReplacedInputsRunNothing) {
 }
 
 }  // namespace
+
+}  // namespace ServiceTrackingTest

@@ -6,6 +6,7 @@
 
 #include "service_steps.h"
 
+namespace ServiceWalkTest {
 namespace {
 
 using namespace ServiceTest;
@@ -125,3 +126,5 @@ TEST_F(ServiceWalk, VisitsWhatTheModelVisitsUnderRandomRemovalsAndReturns) {
 }
 
 }  // namespace
+
+}  // namespace ServiceWalkTest

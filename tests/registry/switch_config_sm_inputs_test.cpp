@@ -7,6 +7,7 @@
 #include "support/world.h"
 #include "support/write_log.h"
 
+namespace SwitchConfigSmInputsTest {
 namespace {
 
 using namespace Controllerdb;
@@ -330,3 +331,5 @@ TEST(SwitchConfigSmEnd, LeavesAReactorThatSomebodyHoldsWithoutAMachine) {
 }
 
 }  // namespace
+
+}  // namespace SwitchConfigSmInputsTest

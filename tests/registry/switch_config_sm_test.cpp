@@ -5,6 +5,7 @@
 #include "support/world.h"
 #include "support/write_log.h"
 
+namespace SwitchConfigSmTest {
 namespace {
 
 using namespace Controllerdb;
@@ -297,3 +298,5 @@ TEST_F(SwitchConfigSmTest, TwoRegistrationsOfOneSystemIdShareTheirRows) {
 }
 
 }  // namespace
+
+}  // namespace SwitchConfigSmTest

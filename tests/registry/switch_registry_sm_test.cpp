@@ -5,6 +5,7 @@
 #include "support/world.h"
 #include "support/write_log.h"
 
+namespace SwitchRegistrySmTest {
 namespace {
 
 using namespace Controllerdb;
@@ -372,3 +373,5 @@ TEST(SwitchRegistrySmDeathTest, EntryStatusMustHoldASwitchsStatusAndIsTestedSeco
 }
 
 }  // namespace
+
+}  // namespace SwitchRegistrySmTest

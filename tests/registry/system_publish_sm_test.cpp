@@ -9,6 +9,8 @@
 #include "support/world.h"
 #include "support/write_log.h"
 
+namespace SystemPublishSmTest {
+
 using namespace Publication;
 using Controller::MountDesc;
 using Controller::PublishedMountsTable;
@@ -423,3 +425,5 @@ TEST(SystemPublishSm, APublishedDefaultDescriptorIsNeverWithdrawn) {
   EXPECT_THAT(text.lines(), IsEmpty());
   EXPECT_THAT(p.published(), ElementsAre("", ": - - - rt -"));
 }
+
+}  // namespace SystemPublishSmTest

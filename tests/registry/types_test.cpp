@@ -9,6 +9,7 @@
 #include "framework/introspection.h"
 #include "registry/EnrolixSm.h"
 
+namespace TypesTest {
 namespace {
 
 using Nox::IntrospectionReactor;
@@ -218,3 +219,5 @@ TEST(Types, IntrospectionFlagsHaveSixBits) {
 }
 
 }  // namespace
+
+}  // namespace TypesTest

@@ -9,6 +9,7 @@
 
 #include "negotiation_model.h"
 
+namespace VersionNegotiationTest {
 namespace {
 
 using namespace ServiceTest;
@@ -295,3 +296,5 @@ TEST(NegotiationProperty, HighestCommonVersionOfEveryPair) {
 }
 
 }  // namespace
+
+}  // namespace VersionNegotiationTest

@@ -5,6 +5,7 @@
 #include "support/world.h"
 #include "support/write_log.h"
 
+namespace WholeRegistryTest {
 namespace {
 
 using testing::ElementsAre;
@@ -162,3 +163,5 @@ TEST(WholeRegistry, ServicesEachDirectoryOfManyOnItsOwn) {
 }
 
 }  // namespace
+
+}  // namespace WholeRegistryTest

@@ -21,6 +21,7 @@
 #include <utility>
 #include <vector>
 
+#include "agent/client.h"
 #include "agent/http_client.h"
 #include "agent/json_reader.h"
 #include "agent/store.h"
@@ -213,11 +214,5 @@ class Api {
  private:
   Agent::HttpClient client_;
 };
-
-/// What the field Enrolix-Revision says; 0 if there is none.
-inline Agent::Revision revisionOf(Agent::HttpResponse const& response) {
-  auto const field = Agent::findField(response.fields, "Enrolix-Revision");
-  return field ? std::stoull(std::string(*field)) : 0;
-}
 
 }  // namespace Test
