@@ -18,7 +18,7 @@ class HttpProblem : public std::exception {
   InputError const& error() const noexcept { return error_; }
   /// What a 405 says is allowed; empty otherwise.
   std::string allow;
-  /// Nobody knows whether what was asked for has been done; otherwise nothing has.
+  /// It is not known whether what was asked for has been done; otherwise nothing has.
   bool isOutcomeUnknown = false;
 
  private:

@@ -69,7 +69,7 @@ class Sender {
       revision_ = answer.at("revision").get<std::uint64_t>();
     });
     isSent_ = true;
-    // Between the pieces, too, nobody else may have changed anything.
+    // Between the pieces, too, no other client may have changed anything.
     if (condition_) condition_ = revision_;
   }
 

@@ -49,7 +49,7 @@ bool isColoured(ClientCommonOptions const& options, ClientSurroundings const& su
 std::string documentTarget(std::string_view path) {
   std::string target = "/v1/tree/";
   appendEncoded(target, path, "/:");
-  // A segment of dots would be taken for a way up by whoever stands between.
+  // A segment of dots would be taken for a way up by a proxy.
   for (std::string_view const dots : {"/..", "/."}) {
     for (std::size_t at = target.find(dots); at != std::string::npos; at = target.find(dots, at + 1)) {
       std::size_t const end = at + dots.size();

@@ -13,8 +13,8 @@
 namespace Agent {
 namespace {
 
-/// Standard error, as long as somebody takes what is written there: lines for which there is no room are lost, and the
-/// next one says how many. Who does not read the log must not hold up the switches.
+/// Standard error, as long as a reader takes what is written there: lines for which there is no room are lost, and the
+/// next one says how many. A reader that does not read must not hold up the switches.
 class StandardError final : public spdlog::sinks::base_sink<spdlog::details::null_mutex> {
  protected:
   void sink_it_(spdlog::details::log_msg const& message) override {

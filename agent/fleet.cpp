@@ -1,4 +1,4 @@
-// Invents the switches' configurations, and who leaves when.
+// Invents the switches' configurations, and when each leaves.
 #include "agent/fleet.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// Switches that are played: what they write, and who of them is there.
+// Switches that are played: what they write, and which of them are there.
 #pragma once
 
 #include <cstddef>
@@ -33,7 +33,7 @@ class Fleet {
   /// All that the switches that are there have written, one text of whole lines for each.
   std::vector<std::string> everything();
 
-  /// What happens in the next step: one text of whole lines for each switch of whom it is the turn. Those who are there
+  /// What happens in the next step: one text of whole lines for each switch whose turn it is. Those that are there
   /// give a sign of life, or write everything if that is to be done anew; if `isMoving`, one may leave now and then,
   /// and comes back after a few rounds with its next generation.
   std::vector<std::string> step(bool isMoving);

@@ -1,4 +1,4 @@
-// `enrolix fleet`: plays a fleet against a server, and tells who is ready.
+// `enrolix fleet`: plays a fleet against a server, and tells which switches are ready.
 #include <algorithm>
 #include <condition_variable>
 #include <exception>
@@ -21,8 +21,8 @@ namespace {
 
 using std::chrono::milliseconds;
 
-/// Who is ready, told by a watch on a thread of its own: the switches give their signs of life meanwhile. Both threads
-/// hold this, as a watch to which nothing is sent cannot be ended.
+/// The switches that are ready, told by a watch on a thread of its own: the switches give their signs of life
+/// meanwhile. Both threads hold this, as a watch to which nothing is sent cannot be ended.
 class Readiness {
  public:
   Readiness(Fleet const& fleet, FleetOptions const& options, ClientSurroundings const& surroundings)

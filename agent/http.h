@@ -31,7 +31,7 @@ struct HttpRequest {
 /// A source ends a piece that has become so long, in bytes.
 inline constexpr std::size_t kPieceBytes = std::size_t{64} * 1024;
 
-/// A body whose pieces are asked for as fast as the reader takes them, so that a slow reader holds up nobody else. Used
+/// A body whose pieces are asked for as fast as the reader takes them, so that a slow reader holds up no other. Used
 /// on the event thread alone, first when the call that gave the response has returned. It is dropped behind its end and
 /// when the reader has gone; a reader that has ended sending counts as gone once there is nothing for it. If `next()`
 /// throws, the connection is broken off.

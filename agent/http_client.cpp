@@ -63,7 +63,7 @@ ServerName readServer(std::string const& server) {
   return name;
 }
 
-// Reads one response; pieces of its body gather in `response().body`, and whoever asks may take them out.
+// Reads one response; pieces of its body gather in `response().body`, and the caller may take them out.
 class ResponseParser final : public boost::beast::http::basic_parser<false> {
  public:
   explicit ResponseParser(bool toHead) {
@@ -248,7 +248,7 @@ class HttpClient::Impl {
     wantsMore_ = false;
   }
 
-  // Whether the server has closed the kept connection, or sent what nobody asked for.
+  // Whether the server has closed the kept connection, or sent what was not asked for.
   bool hasEnded() {
     std::array<char, 1> byte;
     ErrorCode error;

@@ -153,7 +153,7 @@ class HttpConnection final : public std::enable_shared_from_this<HttpConnection>
 
   // Goes on as far as it can without waiting.
   void advance() {
-    // Whoever answers at once does so from within a step.
+    // A handler that answers at once does so from within a step.
     if (advancing_) return;
     auto const self = shared_from_this();
     advancing_ = true;
@@ -262,7 +262,7 @@ class HttpConnection final : public std::enable_shared_from_this<HttpConnection>
     if (hasBody && response.source) {
       source_ = std::move(response.source);
       chunked_ = framing == Framing::Chunked;
-      // Nobody's source is asked while he is still handing it over.
+      // No source is asked while its handler is still handing it over.
       phase_ = Phase::Waiting;
       wakeLater();
       return;
@@ -293,7 +293,7 @@ class HttpConnection final : public std::enable_shared_from_this<HttpConnection>
     }
     if (!sourceIsEmpty_) return true;
     if (host_.isStopping() || ended_) {
-      // Without the last chunk, so that nobody takes it for the whole body.
+      // Without the last chunk, so that no client takes it for the whole body.
       keepsAlive_ = false;
       source_.reset();
       finish();
@@ -404,7 +404,7 @@ class HttpConnection final : public std::enable_shared_from_this<HttpConnection>
     std::size_t const count = socket_.read_some(boost::asio::buffer(scratch.data(), scratch.size()), error);
     if (error == boost::asio::error::eof) {
       ended_ = true;
-      // Nobody waits behind a half-closed connection for what may never come.
+      // No client waits behind a half-closed connection for what may never come.
       if (phase_ == Phase::Waiting || phase_ == Phase::Draining) close();
     } else if (error && error != boost::asio::error::would_block) {
       close();
@@ -426,7 +426,7 @@ class HttpConnection final : public std::enable_shared_from_this<HttpConnection>
   bool awaitsRoom_ = false;
   // The client sends no more.
   bool ended_ = false;
-  // When a byte moved that somebody waited for.
+  // When a byte moved that one side waited for.
   Clock::time_point moved_;
 
   // Bytes that no request has taken yet.

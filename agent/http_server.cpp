@@ -144,7 +144,7 @@ class HttpServer::Impl final : public HttpConnectionHost {
     });
   }
 
-  // Those who connect wait in the system's queue.
+  // Clients that connect wait in the system's queue.
   void pause(std::string const& reason) {
     lastPause_ = Clock::now();
     if (!std::exchange(isPaused_, true) && pauseTold_) pauseTold_(&reason);
@@ -172,7 +172,7 @@ class HttpServer::Impl final : public HttpConnectionHost {
       connection->begin();
   }
 
-  // A copy, because whoever is visited may leave.
+  // A copy, because a connection that is visited may leave.
   std::vector<std::shared_ptr<HttpConnection>> all() const {
     std::vector<std::shared_ptr<HttpConnection>> copy(connections_.begin(), connections_.end());
     copy.insert(copy.end(), turnedAway_.begin(), turnedAway_.end());

@@ -13,12 +13,12 @@
 
 namespace Agent {
 
-/// What is too much. Who goes beyond is told so where HTTP has words for it, and the connection is closed.
+/// What is too much. A client that goes beyond is told so where HTTP has words for it, and the connection is closed.
 struct HttpLimits {
   std::size_t bodyBytes = 16 * 1024 * 1024;
   std::size_t headerBytes = 16 * 1024;
   std::size_t connections = 4096;
-  /// How long a connection may stand without a byte moving while somebody waits for it to: between requests, within
+  /// How long a connection may stand without a byte moving while one side waits for it to: between requests, within
   /// one, and while a response is being taken. Waiting for the program's own answer does not count. A header may take
   /// twice as long in all.
   std::chrono::milliseconds idle = std::chrono::seconds(60);
@@ -36,8 +36,8 @@ class HttpServer final : public EventLoop {
   /// The port that it listens on.
   std::uint16_t port() const;
 
-  /// Who answers; set before `run()`. `problem` makes the response to what is refused before it becomes a request: a
-  /// status from 400 up and a reason.
+  /// The handler that answers; set before `run()`. `problem` makes the response to what is refused before it becomes a
+  /// request: a status from 400 up and a reason.
   void handlerIs(HttpHandler handler, std::function<HttpResponse(int status, std::string const& reason)> problem);
 
   /// Open connections, but for those that are being turned away.
@@ -52,14 +52,14 @@ class HttpServer final : public EventLoop {
   void onSignal(int number, std::function<void()> heard);
 
   /// Calls `told` when no more connections can be taken, with the reason in one line, and with null when they have been
-  /// taken again for a while. Those who connect meanwhile wait. Some descriptors stay free for the program itself.
+  /// taken again for a while. Clients that connect meanwhile wait. Some descriptors stay free for the program itself.
   void onPause(std::function<void(std::string const* reason)> told);
 
   /// Runs until it has stopped. Lets through what a task throws.
   void run();
   /// Takes no more connections and requests, lets responses in progress finish, at the latest after `grace`; then
   /// `run()` returns. Sources are asked, those too that wait, until their end or their being empty; if there is no end
-  /// the body is broken off, so that nobody takes it for the whole.
+  /// the body is broken off, so that no client takes it for the whole.
   void stop(std::chrono::milliseconds grace);
 
  private:

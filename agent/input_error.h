@@ -8,8 +8,8 @@
 
 namespace Agent {
 
-/// Input that is refused. It says what is wrong and, where known, in which field of which tree path; whoever read the
-/// input adds the file and the line. The reason is one line of valid UTF-8: input in it goes through `inQuotes()`.
+/// Input that is refused. It says what is wrong and, where known, in which field of which tree path; the code that read
+/// the input adds the file and the line. The reason is one line of valid UTF-8: input in it goes through `inQuotes()`.
 class InputError : public std::runtime_error {
  public:
   /// `field` names a place inside the document, as `memberField()` writes it; empty if there is none.

@@ -6,7 +6,7 @@
 namespace Agent {
 
 /// The regular file that standard error was when this was made, by the name that it had then. Once it has been moved
-/// away, as those do who rotate logs, it can be opened anew under that name.
+/// away, as programs do that rotate logs, it can be opened anew under that name.
 class LogFile {
  public:
   LogFile();

@@ -11,8 +11,9 @@ namespace Agent {
 /// Makes the entries of a folder outlive the machine's power: a new one, or a new name, is lost with it otherwise.
 void synchroniseFolder(std::filesystem::path const& folder);
 
-/// Output that tells of its errors. A file is written beside its place and takes it at the end, so that whoever reads
-/// there finds the old content or all of the new; what is no regular file, a pipe for instance, is written to directly.
+/// Output that tells of its errors. A file is written beside its place and takes it at the end, so that a program that
+/// reads there finds the old content or all of the new; what is no regular file, a pipe for instance, is written to
+/// directly.
 class OutputFile {
  public:
   /// Whether it is a result like any other, or one that is kept: synchronised before it takes its place, and for its

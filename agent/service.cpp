@@ -249,7 +249,7 @@ void Service::restartFrom(TreeDocuments documents) {
   backups_ = std::make_shared<BackupHub>(kept_);
 }
 
-// A time to live is kept, and nobody's business.
+// A time to live is kept, and told to no reader.
 void Service::tell(CommittedTurn turn) {
   std::erase_if(turn.changes, [&](DocumentChange const& change) { return change.isRenewal; });
   if (turn.changes.empty()) return;
@@ -321,7 +321,7 @@ void Service::tryStore(EventLoop::Clock::time_point now) {
               isKnown   ? "none"
               : wasKept ? "kept"
                         : "not kept"}});
-  // Whoever wanted to put something new meanwhile was turned away, which is held against no heartbeat.
+  // A client that wanted to put something new meanwhile was turned away, which is held against no heartbeat.
   start(std::nullopt);
   commit();
 }

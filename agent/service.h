@@ -32,7 +32,7 @@ struct ServiceOptions {
 };
 
 /// The state tree on a store. Every turn runs when it is asked for, and is kept together with those that are waiting
-/// then; nobody is told of it, neither who wrote it nor who reads, before it is. All on the loop's thread; the library,
+/// then; neither its writer nor any reader is told of it before it is. All on the loop's thread; the library,
 /// the loop and the store outlive it.
 class Service {
  public:
@@ -57,8 +57,8 @@ class Service {
   TurnResult apply(std::span<Operation const> operations, std::optional<TimeToLive> timeToLive = std::nullopt,
                    std::size_t* refused = nullptr);
 
-  /// Calls `done` when all that is visible now is kept: at once if it is already. If it could not be kept, or nobody
-  /// knows whether it is, `problem` is why; then the documents are those that were kept before.
+  /// Calls `done` when all that is visible now is kept: at once if it is already. If it could not be kept, or it is
+  /// not known whether it is, `problem` is why; then the documents are those that were kept before.
   void whenKept(std::function<void(StoreError const* problem)> done);
 
   /// Why the store takes no writes; nothing if it does.
@@ -116,7 +116,7 @@ class Service {
   std::vector<DocumentBefore> before_;
   Revision revisionBefore_ = 0;
   std::vector<std::function<void(StoreError const*)>> waiting_;
-  /// Turns of which nobody knows whether they are kept.
+  /// Turns of which it is not known whether they are kept.
   std::vector<CommittedTurn> doubtful_;
   std::optional<std::string> problem_;
   bool isFull_ = false;

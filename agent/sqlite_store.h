@@ -44,7 +44,7 @@ class SqliteStore final : public Store {
   Revision load(std::function<void(DocumentChange const& document)> const& visit) override;
   void commit(std::span<CommittedTurn const> turns) override;
   void awakeIs(std::chrono::milliseconds time) override;
-  /// Nobody else writes to the file.
+  /// No other process writes to the file.
   void foreignTurnsIs(std::function<void()>) override {}
 
   /// The state lacked what was answered, and goes on as another history.

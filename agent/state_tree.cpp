@@ -19,7 +19,7 @@ namespace {
 
 [[noreturn]] void refusePath(std::string const& reason) { throw PathRefusal(reason); }
 
-// What stands at a place, and who may write it.
+// What stands at a place, and which side may write it.
 template <class R>
 struct RecordDocument {};
 template <class R>

@@ -20,7 +20,7 @@ class PathRefusal : public InputError {
 };
 
 /// The correspondence between paths and entities. It is all that any surface needs: it owns what no record holds, the
-/// contents of heartbeats and of the registrations' other entries. The tables must outlive it, and nobody else may
+/// contents of heartbeats and of the registrations' other entries. The tables must outlive it, and no other code may
 /// write what it writes.
 class StateTree {
  public:

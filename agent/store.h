@@ -17,7 +17,7 @@ namespace Agent {
 /// Counts the turns of one state: the number of the last one. 0 stands before the first.
 using Revision = std::uint64_t;
 
-/// A document as JSON in one line, shared by all who keep or send it; null where there is none.
+/// A document as JSON in one line, shared by all that keep or send it; null where there is none.
 using DocumentText = std::shared_ptr<std::string const>;
 
 /// No document is longer, in bytes: the body of a request that writes one may not be.
@@ -66,7 +66,7 @@ class StoreFull : public StoreError {
   using StoreError::StoreError;
 };
 
-/// A commit that failed so that nobody knows whether it is kept. The store takes no more turns until `prepare()` has
+/// A commit that failed so that it is not known whether it is kept. The store takes no more turns until `prepare()` has
 /// found out.
 class OutcomeUnknown : public StoreError {
  public:
@@ -103,9 +103,9 @@ class Store {
   /// heartbeats at the next start.
   virtual void awakeIs(std::chrono::milliseconds time) = 0;
 
-  /// Who wants to hear of turns that others committed to the same state; it is called from the thread that uses this
+  /// Is told of turns that other users of the same state committed; it is called from the thread that uses this
   /// store, with the store already holding them. That may be inside the other's `commit()`, so `heard` puts off all
-  /// that it would do with a store. A store that nobody can share never calls it.
+  /// that it would do with a store. A store that cannot be shared never calls it.
   virtual void foreignTurnsIs(std::function<void()> heard) = 0;
 };
 

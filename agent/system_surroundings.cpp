@@ -41,7 +41,7 @@ bool sleep(std::chrono::milliseconds time) {
     if (rest.count() <= 0) return true;
     timespec const wait{static_cast<time_t>(rest.count() / 1'000'000'000), rest.count() % 1'000'000'000};
     if (sigtimedwait(&set, nullptr, &wait) > 0) {
-      // Who asks again does not want to wait for a clean end.
+      // A person that asks again does not want to wait for a clean end.
       pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
       return false;
     }

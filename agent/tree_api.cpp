@@ -13,7 +13,7 @@ void TreeApi::handle(HttpRequest request, HttpAnswer answer) {
   Call call{std::move(request), std::move(answer), {}};
   try {
     if (isStopping_) throw HttpProblem(503, InputError("", "the agent stops"));
-    // A web page that somebody happens to look at may send requests here, and its browser says so.
+    // Any web page that a browser shows may send requests here, and the browser says so.
     bool const isRead = call.isMethod("GET") || call.isMethod("HEAD");
     if (!isRead && findField(call.request.fields, "Origin"))
       throw HttpProblem(403, InputError("", "web pages may not write here"));

@@ -12,7 +12,7 @@
 
 namespace Agent {
 
-/// What is too much; who wants more is refused.
+/// What is too much; a client that wants more is refused.
 struct ApiLimits {
   /// Readers of changes at a time.
   std::size_t watches = 2'000;

@@ -108,7 +108,7 @@ std::optional<std::string> Watch::next() {
         isFarewellSaid_ = true;
         return piece;
       }
-      // Who comes to the end of the past is told so, also when the last of it was none of his business.
+      // A reader that comes to the end of the past is told so, also when the last of it was not below its prefix.
       bool const isSignDue = piece.empty() && std::exchange(isSignWanted_, false);
       bool const isEndDue = !std::exchange(isCaughtUp_, true) && idTold_ != told_;
       if (syncedAt_) break;
@@ -152,8 +152,8 @@ void Watch::beginPrefix(std::string& to) {
   turn_ = nullptr;
   toldPath_ = "";
   syncedAt_ = std::nullopt;
-  // What was known before is forgotten, and the whole prefix is not there yet: whoever loses the connection now begins
-  // at the beginning.
+  // What was known before is forgotten, and the whole prefix is not there yet: a reader that loses the connection now
+  // begins at the beginning.
   idTold_ = 0;
   to += "event: resync\nid: 0\n" + revisionData(told_);
 }
@@ -180,8 +180,8 @@ std::string Watch::idLine() {
   return "id: " + std::to_string(told_) + "@" + hub_->history_ + "\n";
 }
 
-// Only the last event of a turn carries its revision as the place to resume from: whoever loses the connection in the
-// middle of a turn gets all of it again.
+// Only the last event of a turn carries its revision as the place to resume from: a reader that loses the connection in
+// the middle of a turn gets all of it again.
 void Watch::tellChange(std::string& to, std::string_view path, DocumentText const& text, Revision revision,
                        bool isLast) {
   to += "event: change\n";

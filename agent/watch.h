@@ -21,8 +21,8 @@ struct HistoryLimits {
   std::size_t bytes = 64u * 1024 * 1024;
 };
 
-/// The turns that were committed last, and who waits for the next one. A reader is no more than a place in this
-/// history: one that is slow costs no more than that, and one that is so slow that its place is gone is told so.
+/// The turns that were committed last, and the readers that wait for the next one. A reader is no more than a place in
+/// this history: one that is slow costs no more than that, and one that is so slow that its place is gone is told so.
 class WatchHub : public std::enable_shared_from_this<WatchHub> {
  public:
   /// Of these documents, which are those of the store now; later they may be ahead of it, by turns that are not yet

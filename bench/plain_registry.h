@@ -15,7 +15,7 @@ namespace Plain {
 
 using SystemId = std::uint64_t;
 
-/// Who wants to hear that a document has changed: told once for each input that changes it.
+/// Is called when a document has changed: told once for each input that changes it.
 class Listeners {
  public:
   void add(std::function<void()> listener) { listeners_.push_back(std::move(listener)); }

@@ -189,7 +189,7 @@ double percentile(std::vector<double>& values, double part) {
   return *at;
 }
 
-/// What no server can do without who keeps what it answers: some bytes behind the others of a file, on the disk.
+/// What no server can do without that keeps what it answers: some bytes behind the others of a file, on the disk.
 double syncTime(Folder const& folder) {
   std::string const block(4096, 'x');
   int const file = open((folder.path() + "/sync").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);

@@ -112,7 +112,7 @@ void addLttng() {
 bool isOn = false;
 
 bool const entered = [] {
-  benchmark::DoNotOptimize(&isOn);  // who knows who sets it
+  benchmark::DoNotOptimize(&isOn);  // any code may set it
   addNox();
 #ifdef BENCH_HAS_SPDLOG
   addSpdlog();

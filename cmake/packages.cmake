@@ -16,7 +16,7 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 # Dependencies on the system's libraries are read off the binaries, which must find each other for that.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
-# Who links the libraries depends on this very version: below 1 there is no other promise.
+# A program that links the libraries depends on this very version: below 1 there is no other promise.
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY =)
 set(same_version "${libraries_package} (= ${PROJECT_VERSION})")

@@ -24,7 +24,8 @@ class CountedWord {
     if (!isStatic()) word_.fetch_add(by, std::memory_order_relaxed);
   }
   /// Drops one reference; true if what remains under `countMask` is zero. Releases what this thread wrote to the thread
-  /// that destroys. The last one takes a locked operation, too: who only holds the object may count it meanwhile.
+  /// that destroys. The last one takes a locked operation, too: a thread that only holds the object may count it
+  /// meanwhile.
   bool release(std::uint32_t countMask = ~std::uint32_t{0}) noexcept {
     return !isStatic() && ((word_.fetch_sub(1, std::memory_order_acq_rel) - 1) & countMask) == 0;
   }

@@ -33,7 +33,8 @@ class NOX_EXPORT Entity : public PtrInterface {
   virtual Ptr<Entity const> parent() const { return Ptr<Entity const>(parent_); }
   virtual Ptr<Entity> parent() { return Ptr<Entity>(parent_); }
   /// Sets the link to the parent, which is not counted, and announces it. The collections (ChildMap, Child, Dir) clear
-  /// it in a child that is removed or stays behind; outside them, whoever has set it clears it before the parent goes.
+  /// it in a child that is removed or stays behind; outside them, the code that has set it clears it before the parent
+  /// goes.
   virtual void parentIs(Ptr<Entity> const& parent);
   /// The name of the attribute under which the parent holds this entity; empty without a parent.
   virtual String8 parentAttr() const;
@@ -56,13 +57,13 @@ class NOX_EXPORT Entity : public PtrInterface {
   virtual void noxNboAttrLogSaIs(void* /*stream*/) {}
   virtual void noxNboAttrLogSaDel() {}
 
-  /// The name it was made with, for who need not copy it.
+  /// The name it was made with, not copied.
   Name const& rawName() const noexcept { return name_; }
 
   /// The reactors that watch this entity.
   NotifieeList& noxNotifiees() const noexcept { return notifiees_; }
 
-  /// Announces a change for whom it may concern: `announce<unkeyed(&NotifieeConst::onServicenoxImmediate)>()`. Mutators
+  /// Announces a change to the reactors: `announce<unkeyed(&NotifieeConst::onServicenoxImmediate)>()`. Mutators
   /// announce their own changes; a host announces what concerns a whole collection at once.
   template <auto On>
     requires(!detail::KeyedOperation<On>)

@@ -9,7 +9,7 @@
 
 namespace Nox {
 
-/// Base of the framework's exceptions: a message, a set of error ids, and a flag for the one who throws.
+/// Base of the framework's exceptions: a message, a set of error ids, and a flag for the thrower.
 class NOX_EXPORT Exception : public std::exception {
  public:
   using Id = unsigned;

@@ -1,4 +1,4 @@
-// The generic interface: operations on an object's attributes by name, for who knows nothing of its class.
+// The generic interface: operations on an object's attributes by name, for callers that know nothing of its class.
 #pragma once
 
 #include <array>

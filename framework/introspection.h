@@ -1,4 +1,4 @@
-// What a library tells of its classes when it is loaded, and who keeps it.
+// What a library tells of its classes when it is loaded, and where that is kept.
 #pragma once
 
 #include "framework/linked_queue.h"

@@ -1,4 +1,4 @@
-// The index from keys to those who care about them.
+// The index from keys to the reactors that follow them.
 #include "framework/key_interest.h"
 
 #include <memory>
@@ -86,7 +86,7 @@ KeySource::~KeySource() {
 
 void KeySource::keyIs(std::uint64_t key) noexcept {
   if (key == key_) return;
-  if (place_ == nullptr) {  // nobody follows
+  if (place_ == nullptr) {  // no reactor follows
     key_ = key;
     return;
   }

@@ -18,7 +18,7 @@ concept ChoosableKey = requires(K const& key) {
 class KeyInterest;
 
 /// The value by which reactors, of whatever notifier, state the key they care about: part of the record that has it,
-/// and told of a change before the record announces it. A record that nobody follows is in no index.
+/// and told of a change before the record announces it. A record that no reactor follows is in no index.
 class NOX_EXPORT KeySource {
  public:
   explicit KeySource(std::uint64_t key = 0) noexcept : key_(key) {}
@@ -37,7 +37,7 @@ class NOX_EXPORT KeySource {
   std::uint64_t key_;
   mutable KeyInterest* interests_ = nullptr;
   mutable KeySource const* next_ = nullptr;    // the next one in its bucket of the index
-  mutable KeySource const** place_ = nullptr;  // what points here: null while nobody follows
+  mutable KeySource const** place_ = nullptr;  // what points here: null while no reactor follows
 };
 
 /// Makes the reactor that has it as a member one that cares about one key: of those changes of its notifier that have a
@@ -56,7 +56,7 @@ class NOX_EXPORT KeyInterest {
   /// Calls `f(reactor)` for every reactor that cares about the key, in no order.
   template <class F>
   static void forEach(std::uint64_t key, F f);
-  /// A number that another one takes the place of whenever somebody cares about a key anew.
+  /// A number that changes whenever a reactor begins to follow a key.
   static std::uint64_t generation() noexcept;
 
  private:

@@ -30,7 +30,7 @@ class NOX_EXPORT Library {
   explicit Library(std::string const& path);
   Library(Library const&) = delete;
   Library& operator=(Library const&) = delete;
-  /// Unloads the library, unless somebody else has loaded it as well.
+  /// Unloads the library, unless other code of the process has loaded it as well.
   ~Library();
 
   LibraryInterface const& interface() const noexcept { return *interface_; }

@@ -173,7 +173,7 @@ void* takeSlot(Shape shape) {
   return heap != nullptr ? heap->take(shape) : takeWithoutHeap(shape);
 }
 
-/// Gives a slot back to a heap that is not this thread's; one that nobody has is claimed for the purpose.
+/// Gives a slot back to a heap that is not this thread's; one that no thread has is claimed for the purpose.
 [[gnu::noinline]] void giveToOther(Chunk& chunk, void* p) {
   if (!chunk.owner.tryClaim()) return chunk.owner.giveFromOutside(chunk, p);
   chunk.owner.give(chunk, p);
@@ -218,7 +218,7 @@ std::size_t largeBytes(std::size_t size) { return (size + kChunkBytes - 1) / kCh
   if (p == nullptr) return;
   if (size == 0) return VFPtrInterface::operator delete(p, 1);
   bool const begins = addressOf(p) % kChunkBytes == 0 && pageMap.find(p) == largeMark(size);
-  // Off the map before it is unmapped: afterwards the address may be anybody's.
+  // Off the map before it is unmapped: afterwards the system may give the address to another thread.
   NOX_ASSERT(begins && pageMap.word(p).exchange(0) == largeMark(size), "deleted memory is no object of its size");
   systemObjects.deleted(wholeGranules(size));
   munmap(p, largeBytes(size));

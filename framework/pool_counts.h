@@ -24,9 +24,9 @@ struct PoolCounts {
   AllocationCount internal;
 };
 
-/// Counts what this thread made, whoever deleted it, since the pool began; a thread goes on with the counts of an ended
-/// one whose memory it adopts. What is larger than 1024 bytes is counted whoever made it. For diagnosis: to ask takes
-/// about a millisecond, and more with every gigabyte that lives.
+/// Counts what this thread made, whichever thread deleted it, since the pool began; a thread goes on with the counts of
+/// an ended one whose memory it adopts. What is larger than 1024 bytes is counted whichever thread made it. For
+/// diagnosis: to ask takes about a millisecond, and more with every gigabyte that lives.
 NOX_EXPORT PoolCounts poolCounts();
 
 /// Calls `visit` for every live object that this thread made, and for every one of more than 1024 bytes, with its first

@@ -69,7 +69,8 @@ Heap& Heap::claim() {
 }
 
 void Heap::abandon() {
-  // Who announces a chunk looks at the claim afterwards, and here it is the other way round: one of the two collects.
+  // A thread that announces a chunk looks at the claim afterwards, here it is the other way round: one of both
+  // collects.
   do {
     collect();
     claimed_.store(false);
@@ -167,7 +168,8 @@ void Heap::collect() {
       for (std::uint64_t left = bits; left != 0; left &= left - 1) wasFull |= freed(*chunk, slotOf(*chunk, word, left));
       chunk->returned[word].fetch_and(~bits, std::memory_order_acq_rel);
     }
-    // Bits that are not counted yet may have come along; who set them is still to touch the chunk, so it stays in use.
+    // Bits that are not counted yet may have come along; the thread that set them is still to touch the chunk, so it
+    // stays in use.
     settle(*chunk, wasFull);
     chunk = next;
   }

@@ -88,7 +88,7 @@ struct alignas(64) Chunk {
   alignas(64) SlotBits taken{};
   /// Slots that other threads freed and the owner has not collected.
   alignas(64) SlotBits returned{};
-  /// Returns not yet counted by the owner. Who raises it from 0 announces the chunk.
+  /// Returns not yet counted by the owner. The thread that raises it from 0 announces the chunk.
   std::atomic<std::uint32_t> returns{0};
   Chunk* nextAnnounced = nullptr;
 };
@@ -127,22 +127,22 @@ std::byte* mapChunks(std::size_t bytes, std::size_t alignment = kChunkBytes);
 /// A thread's chunks. Heaps are never destroyed: when a thread ends, its heap waits for the next thread to adopt it.
 class Heap {
  public:
-  /// A heap that nobody has, or a new one; it is the caller's until abandoned. Throws std::bad_alloc.
+  /// A heap that no thread has, or a new one; it is the caller's until abandoned. Throws std::bad_alloc.
   static Heap& claim();
   bool tryClaim() { return !claimed_.load() && !claimed_.exchange(true); }
-  /// Collects what others returned, and leaves the heap to whoever claims it next.
+  /// Collects what other threads returned, and leaves the heap to the thread that claims it next.
   void abandon();
 
-  /// For who has claimed the heap: takes a slot, and gives one back. Taking throws std::bad_alloc.
+  /// For the thread that has claimed the heap: takes a slot, and gives one back. Taking throws std::bad_alloc.
   void* take(Shape shape);
   void give(Chunk& chunk, void* p);
   /// For every other thread.
   void giveFromOutside(Chunk& chunk, void const* p);
 
-  /// For who has claimed the heap. What was taken in all, and what of it has not been given back, by anybody: objects,
+  /// For the thread that has claimed the heap. What was taken in all, and what of it no thread has given back: objects,
   /// or what is none, as `kind` says.
   AllocationCount count(Shape kind);
-  /// For who has claimed the heap: calls `visit` for every object.
+  /// For the thread that has claimed the heap: calls `visit` for every object.
   void forEachObject(std::function<void(void const*, std::size_t)> const& visit);
 
  private:

@@ -62,7 +62,7 @@ class NOX_EXPORT PtrInterface : public VFPtrInterface {
     if (--held_ == 0 && (word_.value() & kCountMask) == 0) handleZeroRef();
   }
 
-  /// Whether the object is being destroyed: nobody may take a reference to it any more.
+  /// Whether the object is being destroyed: no reference to it may be taken any more.
   bool isDying() const noexcept { return !word_.isStatic() && (word_.value() & kDying) != 0; }
 
   /// The whole word, for diagnosis.
@@ -73,9 +73,9 @@ class NOX_EXPORT PtrInterface : public VFPtrInterface {
   /// An object that is born with the notification-active flag.
   explicit PtrInterface(Active /*tag*/) noexcept : word_(1 | kNotificationActive) {}
   struct Dead {};
-  /// Stands in the memory of an object that has gone: nobody may take a reference to it.
+  /// Stands in the memory of an object that has gone: no reference to it may be taken.
   explicit PtrInterface(Dead /*tag*/) noexcept : word_(kDying) {}
-  /// From now on nobody may take a reference: the object is about to be destroyed.
+  /// From now on no reference may be taken: the object is about to be destroyed.
   void startDying() const noexcept { word_.reference(kDying); }
   struct Static {};
   /// An object that is never counted and never destroyed through its count.

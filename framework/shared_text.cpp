@@ -1,4 +1,4 @@
-// The table of shared texts: open addressing, swept of the texts that nobody else holds when it is half full, and now
+// The table of shared texts: open addressing, swept of the texts that it alone holds when it is half full, and now
 // and then.
 #include "framework/shared_text.h"
 
@@ -44,7 +44,7 @@ class SharedTexts {
     Text text;  // empty: a free slot
   };
   static constexpr std::size_t kNowhere = ~std::size_t{0};
-  /// Who sends texts of one hash gets them unshared, and makes nobody search for long.
+  /// Texts of one hash beyond these are not shared, so that no search takes long.
   static constexpr std::size_t kLongestSearch = 64;
 
   template <class T>

@@ -29,7 +29,7 @@ class NOX_EXPORT StringN<unsigned char> {
     Data(Data const&) = delete;
     Data& operator=(Data const&) = delete;
 
-    /// A buffer of `count` bytes, to be filled by its maker, who owns the one reference.
+    /// A buffer of `count` bytes, to be filled by its maker, which owns the one reference.
     static Data* entries(unsigned count);
     /// The buffer of the empty text: static, never counted.
     static inline Data* empty() noexcept;

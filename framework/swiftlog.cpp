@@ -106,7 +106,7 @@ void RingBuf::discardOldest() {
   std::memcpy(bytes.data(), bytes_ + at, first);
   std::memcpy(bytes.data() + first, bytes_, sizeof size - first);
   std::memcpy(&size, bytes.data(), sizeof size);
-  // A size that cannot be means that somebody else wrote to the file; then everything old is given up.
+  // A size that cannot be means that another process wrote to the file; then everything old is given up.
   bool const sound = size >= sizeof(RecordHeader) && size <= end_ - oldest_;
   oldest_ = sound ? oldest_ + size : end_;
 }
@@ -122,7 +122,7 @@ std::unique_ptr<TraceFile> TraceFile::open(std::filesystem::path const& path, Si
   struct stat status {};
   if (fstat(file.number(), &status) != 0) fail(errno);
   if (!S_ISREG(status.st_mode)) fail(EINVAL);
-  // The lock keeps two writers apart: shortening a file that somebody has mapped would kill him.
+  // The lock keeps two writers apart: shortening a file that a process has mapped would kill the process.
   if (flock(file.number(), LOCK_EX | LOCK_NB) != 0) fail(errno == EWOULDBLOCK ? EBUSY : errno);
 
   // All room is claimed now, because a full disk met later, while writing to the mapping, could only kill the process.

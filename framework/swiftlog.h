@@ -20,9 +20,9 @@ namespace Swiftlog {
 
 class TraceFile;
 
-/// The trace file of the process, or null while ring-buffer tracing is off. Not owned: whoever opened the file sets
-/// this, and closing the file sets it back to null. To move on to another file, close this one first: the message ids
-/// of the statements belong to one file.
+/// The trace file of the process, or null while ring-buffer tracing is off. Not owned: the code that opened the file
+/// sets this, and closing the file sets it back to null. To move on to another file, close this one first: the message
+/// ids of the statements belong to one file.
 extern NOX_EXPORT TraceFile* theTraceFile;
 
 /// The records of one trace level. The newest overwrite the oldest.
@@ -51,7 +51,7 @@ class NOX_EXPORT RingBuf {
   RingHeader* header_ = nullptr;
   unsigned char* bytes_ = nullptr;
   std::uint64_t size_ = 0;
-  /// Copies of the header's positions, so that nobody else who writes to the file can lead this process astray.
+  /// Copies of the header's positions, so that another process that writes to the file cannot lead this one astray.
   std::uint64_t oldest_ = 0;
   std::uint64_t end_ = 0;
 

@@ -82,7 +82,8 @@ NOX_EXPORT void queueNotification(Entity const& notifier, Notification const& wh
 namespace detail {
 
 /// To be called while a change is being delivered off its list, before that list changes or, with null, before an
-/// object dies: from then on it matters for whom the change was written, and what is left of it goes into the queue.
+/// object dies: from then on it matters which reactors the change was written for, and what is left of it goes into the
+/// queue.
 void queueTheRest(NotifieeList const* list) noexcept;
 void noteStay(PtrInterface::NotifieeConst const& reactor, std::uint64_t registeredAt) noexcept;
 void forgetStays(PtrInterface::NotifieeConst const& reactor) noexcept;

@@ -1,5 +1,5 @@
 // A place to watch every write of an attribute, equal writes included: for a host that keeps what is written, and for
-// those who test in which order it is.
+// tests of the order.
 #pragma once
 
 #include <concepts>
@@ -10,7 +10,7 @@
 
 namespace Nox {
 
-/// A key or a value that is written, as a text that is made only for whom it interests. Good for the call that gives
+/// A key or a value that is written, as a text that is made when it is asked for. Good for the call that gives
 /// it.
 class WriteText {
  public:
@@ -25,7 +25,7 @@ class WriteText {
   std::string (*print_)(void const* value) = nullptr;
 };
 
-/// Called by the mutators' common bodies for every write, before it is announced. Costs one null test while nobody
+/// Called by the mutators' common bodies for every write, before it is announced. Costs one null test while no code
 /// observes.
 class NOX_EXPORT WriteObserver {
  public:

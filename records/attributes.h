@@ -35,7 +35,7 @@ struct KeyedRow {
   bool document = true;
 };
 
-/// The row of an attribute in which the registry answers: documents show it, and nobody else may write it.
+/// The row of an attribute in which the registry answers: documents show it, and no client may write it.
 template <class Row>
 struct AnswerRow : Row {};
 

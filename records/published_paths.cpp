@@ -55,7 +55,7 @@ void PublishedPaths::mountDel(ServicePublishedInfo const& info, String8 const& p
   if (isOn()) places_->erase(Place(path, info.fwkKey()));
 }
 
-/// The index is that of the status that owns the information; one that has left its status tells nobody.
+/// The index is that of the status that owns the information; one that has left its status tells no index.
 void ServicePublishedInfo::handleParent(Ptr<Nox::Entity> const& parent) {
   if (paths_ != nullptr) paths_->infoDel(*this);
   Ptr<SwitchStatus> const status = Nox::ptrCast<SwitchStatus>(parent);

@@ -1,4 +1,4 @@
-// The one way into the library for who loads it at run time.
+// The one way into the library for a host that loads it at run time.
 #include "framework/library.h"
 
 #include "registry/root.h"

@@ -122,7 +122,7 @@ void RegistryRootSm::handleEnabled() {
     handleRegistration();
   else
     doCleanup();
-  // Written after the work, and on every call: who reads true finds the registrations served.
+  // Written after the work, and on every call: a reader that finds true finds the registrations served.
   if (controllerdbStatus_) controllerdbStatus_->enabledIs(enabled);
 }
 

@@ -48,8 +48,8 @@ class NOX_EXPORT Root final : public Nox::Typed<Root, Nox::Entity> {
                                                              Nox::String8 const& registryDirPath, DirPtr const& rootDir,
                                                              Nox::String8 const& remoteRootPath,
                                                              unsigned reconnectRetries, Nox::Seconds mountTimeout);
-  /// Makes a mounts registry whose parent is the root, and leaves the attribute as it is: who keeps it clears its
-  /// parent before the root goes.
+  /// Makes a mounts registry whose parent is the root, and leaves the attribute as it is: the caller that keeps it
+  /// clears its parent before the root goes.
   Nox::ValidPtr<Controller::MountsRegistry> newMountsRegistry(DirPtr const& registryDir,
                                                               Nox::String8 const& registryDirPath,
                                                               DirPtr const& rootDir, Nox::String8 const& remoteRootPath,

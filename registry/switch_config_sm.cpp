@@ -119,7 +119,7 @@ void SwitchConfigSm::answer(SwitchConfig const& config) {
   if (controllerStatus_) {
     controllerStatus_->switchConfigIs(config.systemId(), ConfigPtr(&config));
     if (status_) controllerStatus_->switchStatusIs(config.systemId(), status_);
-    // Removed and written again on every pass, deliberately: who watches the flag hears of each.
+    // Removed and written again on every pass, deliberately: a reactor that watches the flag hears of each.
     controllerStatus_->registeredSwitchDel(config.systemId());
     controllerStatus_->registeredSwitchIs(config.systemId(), true);
   }

@@ -8,7 +8,7 @@
 namespace Controllerdb {
 
 /// Mirrors what a switch offers into its status, and withdraws what it no longer offers. Keeps no state beside its
-/// inputs: every decision is made from the records as they are. Nobody switches it on or off: its reactors are born
+/// inputs: every decision is made from the records as they are. It is not switched on or off: its reactors are born
 /// active, so it works from its construction to its end, also while its switch is not ready. Its end withdraws nothing.
 class NOX_EXPORT SystemPublishSm final : public Nox::StateMachine<SystemPublishSm> {
  public:

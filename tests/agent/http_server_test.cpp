@@ -458,7 +458,7 @@ std::chrono::nanoseconds workOf(clockid_t clock) {
   return std::chrono::seconds(after.tv_sec - before.tv_sec) + std::chrono::nanoseconds(after.tv_nsec - before.tv_nsec);
 }
 
-// When the system gives no more descriptors, those who are in are served, and later the others too.
+// When the system gives no more descriptors, the clients that are connected are served, and later the others too.
 TEST(HttpServer, OutlivesWantOfDescriptors) {
   std::vector<std::string> told;
   RunningServer server(echo);

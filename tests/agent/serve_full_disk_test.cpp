@@ -70,7 +70,7 @@ void liveThroughIt(std::string const& volume) {
   int count = 0;
   for (int round = 0; round < 2; ++round) {
     count = fill(*api, volume, count);
-    // Whoever says what it said before is heard.
+    // A client that says what it said before is heard.
     EXPECT_EQ(api->put(kHeartbeat, "{}").status, 200);
     EXPECT_EQ(api->post(R"({"put": "heartbeat/02:00:00:aa:00:01", "value": {}})").status, 200);
     EXPECT_EQ(api->put("mount/ready/x", "true").status, 507);

@@ -1,4 +1,4 @@
-// Limits of the running program: each has an option, and who goes beyond is told so.
+// Limits of the running program: each has an option, and a client that goes beyond is told so.
 #include <gmock/gmock.h>
 
 #include <deque>
@@ -55,7 +55,7 @@ TEST(ServeLimits, OfConnections) {
     EXPECT_FALSE(RawConnection::field(refused.head, "Retry-After").empty());
     EXPECT_TRUE(fourth.ends());
   }
-  // Those who were there are served as before, and so is who comes when one has gone.
+  // Clients that were there are served as before, and so is one that comes when one has gone.
   for (RawConnection& connection : connections) EXPECT_EQ(ask(connection).status, 200);
   connections.pop_front();
   await([&] {

@@ -110,7 +110,7 @@ TEST(ServeResources, ConnectionsLeaveDescriptorsToTheAgentAndThoseWhoWaitAreServ
   std::this_thread::sleep_for(std::chrono::milliseconds(500));
   EXPECT_LT(workOf(served.process()) - before, std::chrono::milliseconds(250)) << "the loop spins";
 
-  // Who is in is served, and the agent can open what it needs.
+  // Clients that are connected are served, and the agent can open what it needs.
   EXPECT_EQ(api.put("mount/ready/y", "true").status, 200);
   std::filesystem::rename(served.logFile(), folder / "log");
   served.signal(SIGHUP);

@@ -96,7 +96,7 @@ TEST(Service, AFullStoreTurnsWritesAwayAndTheTreeIsThatOfTheStore) {
   EXPECT_TRUE(isRefused);
   EXPECT_EQ(world.text(), kept);
   EXPECT_EQ(world.stored(), kept);
-  // From now on writes are refused before they do anything, but who is alive may say so.
+  // From now on writes are refused before they do anything, but a switch that is alive may say so.
   EXPECT_THROW(world.put("mount/ready/x", "true"), StoreFull);
   EXPECT_THROW(world.put("heartbeat/02:00:00:aa:00:09", "{}"), StoreFull);
   for (int i = 0; i < 10; ++i) {

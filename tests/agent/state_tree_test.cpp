@@ -1,4 +1,5 @@
-// The tree against the entities behind it: what each path reads and writes, who is told, and in which order.
+// The tree against the entities behind it: what each path reads and writes, which reactors are told, and in which
+// order.
 #include "agent/state_tree.h"
 
 #include <gmock/gmock.h>
@@ -17,7 +18,7 @@ using testing::IsEmpty;
 constexpr char kId[] = "02:00:00:aa:00:01";
 Controller::SystemId const kSystemId(0x020000aa0001);
 
-/// A tree without a registry: nobody answers, so that every change is the put's own.
+/// A tree without a registry: nothing answers, so that every change is the put's own.
 class Quiet {
  public:
   void put(std::string const& path, std::string const& document) { tree.put(parsePath(path), readJson(document)); }

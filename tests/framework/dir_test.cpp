@@ -1,4 +1,4 @@
-// Directories: every mutator, what it announces, and who is whose parent afterwards.
+// Directories: every mutator, what it announces, and which is the parent of which afterwards.
 #include "framework/dir.h"
 
 #include <gmock/gmock.h>
@@ -238,7 +238,7 @@ TEST_F(DirTest, RemovalsTakeTheNameOfTheVeryRowOrEntityThatGoes) {
       [&]() -> Name const& { return dir->entries().find("leaf")->entityRef()->rawName(); }};
   for (auto const& [remove, expected] : removals)
     for (auto const& name : names) {
-      // Names with buffers of their own: whoever reads one that has gone finds something else.
+      // Names with buffers of their own: code that reads one that has gone finds something else.
       dir->entryIs(std::string("leaf"));
       dir->entityIs(std::string("leaf"), Nox::make<Entity>(std::string("leaf")));
       heard();

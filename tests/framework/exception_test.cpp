@@ -1,4 +1,4 @@
-// The framework's exceptions: what they carry and who throws which.
+// The framework's exceptions: what they carry and what throws which.
 #include "framework/exception.h"
 
 #include <gtest/gtest.h>

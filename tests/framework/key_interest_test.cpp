@@ -1,5 +1,5 @@
-// Reactors that state a key: whom a change reaches, in which order, whatever happens to keys and registrations while it
-// waits.
+// Reactors that state a key: which of them a change reaches, in which order, whatever happens to keys and registrations
+// while it waits.
 #include <gmock/gmock.h>
 
 #include <deque>

@@ -1,4 +1,4 @@
-// Queues through the members' own links: order, removal under a walk, and who holds what.
+// Queues through the members' own links: order, removal under a walk, and what holds what.
 #include "framework/linked_queue.h"
 
 #include <gmock/gmock.h>

@@ -30,7 +30,7 @@ struct Watched {
     for (int i = 0; i < n; ++i)
       reactors.push_back(Nox::make<Recorder>(std::string(1, static_cast<char>('a' + i)), log, device));
   }
-  /// Who hears of a change, in order.
+  /// The reactors that hear of a change, in order.
   std::string heard() {
     log.clear();
     device->speedIs(device->speed() + 1);

@@ -439,7 +439,7 @@ TEST(CountingPool, ServesTheDestructorsOfAThreadThatEnds) {
   }
 }
 
-/// Who makes and who deletes in a round; a thread of its own each time, or the test's.
+/// The threads that make and those that delete in a round; a thread of its own each time, or the test's.
 struct Alternation {
   char const* name;
   bool makerIsThread;

@@ -1,4 +1,4 @@
-// Finding the first service that holds a published mount: the same as a walk, whatever is changed and by whom.
+// Finding the first service that holds a published mount: the same as a walk, whatever is changed, from either side.
 #include "records/published_paths.h"
 
 #include <gtest/gtest.h>

@@ -209,7 +209,7 @@ void watch(Lines& lines, Run run) {
 }
 
 /// Adds what one operation did: what it returned or threw, what it wrote and traced, what all attributes read before
-/// and after it, and what happens when nobody holds any more what it took out.
+/// and after it, and what happens when what it took out is held no more.
 template <class Operation>
 void perform(Lines& lines, Side& side, Ptr<PtrInterface> const& machine, Operation operation) {
   auto const readAll = [&] {

@@ -64,7 +64,7 @@ class PublicationModel {
 
   // Writes of the inputs.
 
-  void systemIdIs(int id) { systemId_ = id; }  // nobody is told
+  void systemIdIs(int id) { systemId_ = id; }  // no reactor is told
   void enabledIs(bool enabled) {
     if (std::exchange(enabled_, enabled) != enabled) later([this] { handleSwitch(); });
   }

@@ -281,7 +281,7 @@ TEST(Root, EndsWithoutChildren) {
   EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-/// A directory that writes down its end: the last holder's end, if nobody else holds it.
+/// A directory that writes down its end: the last holder's end, if no other holds it.
 class LastWords final : public Nox::Dir {
  public:
   LastWords(char const* holder, Log& log) : Dir(holder), log_(log) {}

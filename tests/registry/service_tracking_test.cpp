@@ -102,7 +102,7 @@ TEST(ServiceTracking, ReplacedRecordOfTheControllerIsNegotiatedOnceByTheSameMemb
   EXPECT_EQ(one.sm->localServiceConfig("a"), member);
   EXPECT_EQ(member->input(), record);
   EXPECT_EQ(one.ofSwitch("a"), "1 1 0 0");
-  one.controllerA->enabledIs(false);  // nobody watches the old record any more
+  one.controllerA->enabledIs(false);  // no reactor watches the old record any more
   EXPECT_THAT(one.steps.take(), IsEmpty());
 }
 
