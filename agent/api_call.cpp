@@ -8,8 +8,6 @@
 namespace Agent {
 namespace {
 
-/// Longer than any agent runs, and far from what a clock can count.
-
 [[noreturn]] void refuseParameter(std::string const& what, std::string const& expected, std::string_view found) {
   throw HttpProblem(400, InputError("", what + ": expected " + expected + ", found " + inQuotes(found)));
 }

@@ -8,8 +8,8 @@
 namespace Agent {
 namespace {
 
-// A document and its path came in one request, and its header may be long as well.
-constexpr std::size_t kLongestLine = 2 * kLongestDocument;
+// No longer document can be stored, and the rest of a line is short.
+constexpr std::size_t kLongestLine = 1'100'000'000;
 constexpr std::string_view kValue = ",\"value\":";
 
 /// A whole number that is a member of an object, as large as a state counts.

@@ -5,13 +5,12 @@
 
 namespace Agent {
 
-/// The writer of a document: a client, or the registry itself, whose own fields come back from where they were
-/// kept.
+/// The writer of a document: a client, or the registry itself, whose own fields come back from where they were kept.
 enum class Writer { kOutside, kRegistry };
 
 /// Throws an InputError unless `document` may be put over a record of class R: an object with no other members than the
-/// fields that this writer writes, each of its type. Those that the registry does not write belong to the clients.
-/// The error's field starts inside the document.
+/// fields that this writer writes, each of its type. Fields in which the registry does not answer may be written by
+/// both. The error's field starts inside the document.
 template <class R, Writer By = Writer::kOutside>
 void checkDocument(Json const& document);
 

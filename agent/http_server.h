@@ -13,6 +13,10 @@
 
 namespace Agent {
 
+/// No body of a request may be longer, in bytes. A document that came in one may be kept as a text that is longer (1e14
+/// becomes 100000000000000.0), at most four times: SQLite keeps 10^9 bytes.
+inline constexpr std::size_t kLongestBody = std::size_t{128} * 1024 * 1024;
+
 /// What is too much. A client that goes beyond is told so where HTTP has words for it, and the connection is closed.
 struct HttpLimits {
   std::size_t bodyBytes = 16 * 1024 * 1024;

@@ -13,9 +13,6 @@
 
 namespace Agent {
 
-namespace {
-
-// The file that links lead to, whether it exists or not: that is replaced, not the link.
 std::filesystem::path behindLinks(std::filesystem::path file) {
   constexpr int kMostLinks = 40;
   std::error_code error;
@@ -27,8 +24,6 @@ std::filesystem::path behindLinks(std::filesystem::path file) {
   return file;
 }
 
-}  // namespace
-
 void synchroniseFolder(std::filesystem::path const& folder) {
   int const descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (descriptor < 0) return;
@@ -39,11 +34,14 @@ void synchroniseFolder(std::filesystem::path const& folder) {
 OutputFile::OutputFile(std::optional<std::string> const& file, Care care)
     : name_(file ? *file : "standard output"), care_(care), descriptor_(STDOUT_FILENO) {
   if (!file) return;
-  target_ = behindLinks(*file).string();
   struct stat status {};
-  bool const isThere = ::stat(target_.c_str(), &status) == 0;
+  bool const isThere = ::stat(file->c_str(), &status) == 0;
   if (!isThere && errno != ENOENT) fail();
-  if (!isThere || S_ISREG(status.st_mode)) {
+  bool const isFile = !isThere || S_ISREG(status.st_mode);
+  // The file is replaced, not a link to it. Links to what is no file may lead to names that cannot be opened, as that
+  // of a pipe does.
+  target_ = isFile ? behindLinks(*file).string() : *file;
+  if (isFile) {
     temporary_ = target_ + ".XXXXXX";
     descriptor_ = ::mkostemp(temporary_.data(), O_CLOEXEC);
   } else {

@@ -11,6 +11,9 @@ namespace Agent {
 /// Makes the entries of a folder outlive the machine's power: a new one, or a new name, is lost with it otherwise.
 void synchroniseFolder(std::filesystem::path const& folder);
 
+/// The file that a path leads to through links, whether that exists or not. A circle of links leads to one of them.
+std::filesystem::path behindLinks(std::filesystem::path file);
+
 /// Output that tells of its errors. A file is written beside its place and takes it at the end, so that a program that
 /// reads there finds the old content or all of the new; what is no regular file, a pipe for instance, is written to
 /// directly.

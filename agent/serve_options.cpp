@@ -27,10 +27,10 @@ CLI::Option* addSeconds(CLI::App& command, std::string const& name, double least
 }
 
 CLI::Option* addCount(CLI::App& command, std::string const& name, std::size_t& to, std::string const& what,
-                      char const* unit) {
+                      char const* unit, std::size_t most = std::size_t{1} << 40) {
   return command.add_option(name, to, what + " (" + std::to_string(to) + ")")
       ->type_name(unit)
-      ->check(CLI::Range(std::size_t{1}, std::size_t{1} << 40));
+      ->check(CLI::Range(std::size_t{1}, most));
 }
 
 // "ADDRESS:PORT", of which an IPv6 address stands in brackets.
@@ -96,8 +96,7 @@ void addServeOptions(CLI::App& command, ServeOptions& options) {
              [&options](std::chrono::milliseconds idle) { options.http.idle = idle; });
   addCount(command, "--max-connections", options.http.connections, "Connections at a time", "COUNT");
   addCount(command, "--max-header", options.http.headerBytes, "The header of a request", "BYTES");
-  addCount(command, "--max-body", options.http.bodyBytes, "The body of a request", "BYTES")
-      ->check(CLI::Range(std::size_t{1}, kLongestDocument));
+  addCount(command, "--max-body", options.http.bodyBytes, "The body of a request", "BYTES", kLongestBody);
   addCount(command, "--max-batch", options.api.batch, "Documents in one batch", "COUNT");
   addCount(command, "--max-watches", options.api.watches, "Watches at a time", "COUNT");
   addCount(command, "--max-backups", options.api.backups, "Copies of the whole state at a time", "COUNT");

@@ -22,7 +22,7 @@
 
 namespace Agent {
 
-/// No time that is given in seconds is longer: ten years.
+/// No time that is given in seconds is longer: ten years, more than any agent runs, and far from what a clock counts.
 inline constexpr std::int64_t kLongestSeconds = std::int64_t{10} * 366 * 24 * 3600;
 
 struct ServiceOptions {

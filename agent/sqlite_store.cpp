@@ -33,7 +33,7 @@ void makeFolder(std::string const& name, std::filesystem::path const& folder) {
   for (std::filesystem::path const& made : missing) synchroniseFolder(made.parent_path());
 }
 
-// Opening anything but a file may wait for ever, and says later what it is.
+// Opening what is no regular file may wait for ever, as for a fifo, or fail with an error that does not say why.
 void requireRegular(std::string const& name, std::filesystem::path const& file) {
   std::error_code error;
   std::string const called = printable(name, name.size());
@@ -41,14 +41,17 @@ void requireRegular(std::string const& name, std::filesystem::path const& file) 
     throw StoreError(called + ": is no regular file, a state file was expected");
   for (auto const& [what, ending] : kStateNeighbours) {
     std::string const beside = file.string() + ending;
-    if (std::filesystem::exists(beside, error) && !std::filesystem::is_regular_file(beside, error))
+    // SQLite follows no links there.
+    std::filesystem::file_status const found = std::filesystem::symlink_status(beside, error);
+    if (std::filesystem::exists(found) && !std::filesystem::is_regular_file(found))
       throw StoreError(called + ": its " + what + " " + inQuotes(beside) + " is no regular file: move it away");
   }
 }
 
-// The absolute path of `name`, which is there from now on. SQLite takes some relative paths for something else.
+// The absolute path of `name`, which is there from now on. SQLite takes some relative paths for something else, and
+// looks for the other files beside the file that links lead to.
 std::string makeFile(std::string const& name, std::optional<Revision> acceptedLoss) {
-  std::filesystem::path const file = std::filesystem::absolute(name);
+  std::filesystem::path const file = behindLinks(std::filesystem::absolute(name));
   makeFolder(name, file.parent_path());
   requireRegular(name, file);
   std::error_code error;
@@ -353,7 +356,7 @@ StateSummary checkState(std::string const& file, char const* vfs) {
   std::string path = file;
   if (vfs == nullptr) {
     std::error_code error;
-    path = std::filesystem::absolute(file).string();
+    path = behindLinks(std::filesystem::absolute(file)).string();
     requireRegular(file, path);
     if (!std::filesystem::exists(path, error)) {
       requireNoLoss(printable(file, file.size()), examineMissingFile(path), std::nullopt);

@@ -59,7 +59,7 @@ std::string witnessText(SqliteDatabase const& database, StateHead const& head,
     if (!head.isInUse) return {};
     if (!hadLog)
       return "its log " + logFile + " and its witness " + witnessFile +
-             " are missing, and nothing tells what was answered last: the three files belong together";
+             " are missing or damaged, and nothing tells what was answered last: the three files belong together";
     return "its witness " + witnessFile +
            " is missing or damaged, and without it nothing tells whether its log is whole";
   }

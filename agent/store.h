@@ -2,7 +2,6 @@
 #pragma once
 
 #include <chrono>
-#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -19,9 +18,6 @@ using Revision = std::uint64_t;
 
 /// A document as JSON in one line, shared by all that keep or send it; null where there is none.
 using DocumentText = std::shared_ptr<std::string const>;
-
-/// No document is longer, in bytes: the body of a request that writes one may not be.
-inline constexpr std::size_t kLongestDocument = std::size_t{512} * 1024 * 1024;
 
 /// Names one history of a state: 16 hexadecimal digits that are drawn when the state is made. Revisions count within
 /// it; a state that is made from a backup, or that goes on after a loss, begins another history.
@@ -103,7 +99,7 @@ class Store {
   /// heartbeats at the next start.
   virtual void awakeIs(std::chrono::milliseconds time) = 0;
 
-  /// Is told of turns that other users of the same state committed; it is called from the thread that uses this
+  /// `heard` is called when other users of the same state have committed turns, from the thread that uses this
   /// store, with the store already holding them. That may be inside the other's `commit()`, so `heard` puts off all
   /// that it would do with a store. A store that cannot be shared never calls it.
   virtual void foreignTurnsIs(std::function<void()> heard) = 0;

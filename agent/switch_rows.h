@@ -52,7 +52,7 @@ struct ServiceRow {
 /// How far a switch has come.
 enum class SwitchProgress {
   kReady,    ///< The controller has it.
-  kWaiting,  ///< An input holds it back, or the registry has not come to it.
+  kWaiting,  ///< A configuration or another switch holds it back, or the registry has not come to it.
   kLacking,  ///< Something is missing on its own side.
 };
 

@@ -15,7 +15,7 @@ namespace Plain {
 
 using SystemId = std::uint64_t;
 
-/// Is called when a document has changed: told once for each input that changes it.
+/// Functions that are called when a document has changed, once for each input that changes it.
 class Listeners {
  public:
   void add(std::function<void()> listener) { listeners_.push_back(std::move(listener)); }

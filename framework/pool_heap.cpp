@@ -69,7 +69,7 @@ Heap& Heap::claim() {
 }
 
 void Heap::abandon() {
-  // A thread that announces a chunk looks at the claim afterwards, here it is the other way round: one of both
+  // A thread that announces a chunk looks at the claim afterwards, and here it is the other way round: one of the two
   // collects.
   do {
     collect();

@@ -44,7 +44,7 @@ class SharedTexts {
     Text text;  // empty: a free slot
   };
   static constexpr std::size_t kNowhere = ~std::size_t{0};
-  /// Texts of one hash beyond these are not shared, so that no search takes long.
+  /// A text whose next so many slots are taken is not shared, so that no search takes long.
   static constexpr std::size_t kLongestSearch = 64;
 
   template <class T>

@@ -2,6 +2,9 @@
 #include "agent/output_file.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <array>
 
 #include "agent/input_error.h"
 #include "support/program.h"
@@ -40,6 +43,21 @@ TEST(OutputFile, ReplacesTheFileThatLinksLeadTo) {
   }
   EXPECT_TRUE(std::filesystem::is_symlink(folder / "link"));
   EXPECT_TRUE(std::filesystem::is_symlink(folder / "chain"));
+}
+
+TEST(OutputFile, WritesToAPipeByAnyName) {
+  Folder folder;
+  std::array<int, 2> pipe{};
+  ASSERT_EQ(::pipe(pipe.data()), 0);
+  std::filesystem::create_symlink("/dev/fd/" + std::to_string(pipe[1]), folder / "link");
+  for (std::string const& name : {"/dev/fd/" + std::to_string(pipe[1]), folder / "link"}) {
+    writeTo(name, "text");
+    std::array<char, 10> got{};
+    EXPECT_EQ(::read(pipe[0], got.data(), got.size()), 4);
+    EXPECT_STREQ(got.data(), "text");
+  }
+  ::close(pipe[0]);
+  ::close(pipe[1]);
 }
 
 TEST(OutputFile, ALinkToItselfIsNoPlace) {

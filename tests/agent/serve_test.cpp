@@ -180,6 +180,7 @@ INSTANTIATE_TEST_SUITE_P(
         Refused{"NoTimeAtAll", {"--memory", "--idle-timeout", "0"}, 2, "--idle-timeout: "},
         Refused{"NoConnections", {"--memory", "--max-connections", "0"}, 2, "--max-connections: "},
         Refused{"NoNumber", {"--memory", "--max-body", "many"}, 2, "--max-body"},
+        Refused{"LongerThanCanBeStored", {"--memory", "--max-body", "134217729"}, 2, "--max-body: "},
         Refused{"OtherLog", {"--memory", "--log-format", "xml"}, 2, "--log-format: "}),
     [](auto const& refused) { return refused.param.name; });
 

@@ -234,15 +234,20 @@ TEST(SqliteStore, OpensNothingBesideItsFileThatIsNoFile) {
     std::string const file = folder / (std::string("beside_a_") + what);
     { SqliteStore const store(file); }
     std::string const beside = file + ending;
+    std::string const link = file + "_by_link";
+    std::filesystem::create_symlink(file, link);
     for (auto const& make : {+[](char const* path) { return ::mkfifo(path, 0600); },
-                             +[](char const* path) { return ::mkdir(path, 0700); }}) {
+                             +[](char const* path) { return ::mkdir(path, 0700); },
+                             +[](char const* path) { return ::symlink("nowhere", path); }}) {
       ASSERT_EQ(make(beside.c_str()), 0);
-      std::string const said = file + ": its " + what + " \"" + beside + "\" is no regular file: move it away";
-      EXPECT_EQ(refusal(file), said);
-      EXPECT_EQ(complaint(file), said);
+      for (std::string const& name : {file, link}) {
+        std::string const said = name + ": its " + what + " \"" + beside + "\" is no regular file: move it away";
+        EXPECT_EQ(refusal(name), said);
+        EXPECT_EQ(complaint(name), said);
+      }
       std::filesystem::remove(beside);
     }
-    EXPECT_EQ(complaint(file), "");
+    EXPECT_EQ(complaint(link), "");
   }
 }
 
@@ -250,6 +255,8 @@ TEST(SqliteStore, IsNotMadeAnewBesideWhatIsLeftOfAnother) {
   for (char const* const ending : {kLogEnding, kWitnessEnding}) {
     Folder folder;
     std::string const file = folder / "state";
+    folder.write(std::string("state") + ending, "");
+    EXPECT_EQ(complaint(file), file + ": there is no such file") << "an empty file tells of nothing";
     folder.write(std::string("state") + ending, "what was answered");
     auto const before = allBytes(folder);
     std::string const said = file + ": the file is missing, and beside its place stands \"" + file + ending +

@@ -256,7 +256,13 @@ TEST_F(StoreDamage, IsSeenInFilesThatDoNotBelongTogether) {
               disk_.remove(kLog);
               disk_.remove(kWitness);
             },
-            "its log /folder/state-wal and its witness /folder/state-witness are missing"},
+            "its log /folder/state-wal and its witness /folder/state-witness are missing or damaged"},
+           {"without its log and with a damaged witness",
+            [&] {
+              disk_.remove(kLog);
+              disk_.setBytes(kWitness, "what");
+            },
+            "its log /folder/state-wal and its witness /folder/state-witness are missing or damaged"},
            {"empty beside its log and witness",
             [&] { disk_.setBytes(kState, ""); },
             "it is empty, and its witness /folder/state-witness tells of revision 42 with "},

@@ -14,7 +14,6 @@ namespace EntityTest {
 namespace {
 
 using Nox::Entity;
-using Nox::Name;
 using Nox::Ptr;
 using Sample::Device;
 using Sample::Log;

@@ -175,7 +175,7 @@ TEST(HashMap, AHookMayRemoveInsertAndEmpty) {
   unsigned told = 0;
   map.deleteAll(Watching(map, [&](Ptr<Member<unsigned>> const& member) {
     ++told;
-    map.memberDel(member->fwkKey() ^ 1);     // with its neighbour, of which no reactor hears
+    map.memberDel(member->fwkKey() ^ 1);     // with its neighbour, for which the hook is not called
     if (member->fwkKey() == 6) put(map, 6);  // the same key again: not visited, or this would never end
     if (member->fwkKey() == 13) map.deleteAll();
   }));

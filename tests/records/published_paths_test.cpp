@@ -1,4 +1,5 @@
-// Finding the first service that holds a published mount: the same as a walk, whatever is changed, from either side.
+// Finding the first service that holds a published mount: the same as a walk, whatever is changed, and whichever record
+// changes it.
 #include "records/published_paths.h"
 
 #include <gtest/gtest.h>

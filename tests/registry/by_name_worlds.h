@@ -22,7 +22,6 @@
 namespace ByName {
 
 using Nox::GenericIf;
-using Nox::Name;
 using Nox::Ptr;
 using Nox::PtrInterface;
 using Op = GenericIf::Op;

@@ -244,7 +244,7 @@ TEST(RegistryRootSmEnd, LeavesReactorsThatSomebodyHoldsWithoutAMachine) {
     reactor->hasNotificationActiveIs(true);
     EXPECT_FALSE(input->noxNotifiees().empty());
     TraceCapture text({8});
-    w.config->enabledIs(!w.config->enabled());  // heard by the one, and none to tell
+    w.config->enabledIs(!w.config->enabled());  // heard by the one, and no machine to tell
     w.registrationRootDir->entityIs(input->name(), Nox::make<Nox::Dir>(input->name()));
     EXPECT_THAT(text.lines(), IsEmpty());
   }

@@ -325,7 +325,7 @@ TEST(SwitchConfigSmEnd, LeavesAReactorThatSomebodyHoldsWithoutAMachine) {
   reactor->noxMarkedForDeletionIs(false);
   reactor->hasNotificationActiveIs(true);
   TraceCapture text({5});
-  in.config->enabledIs(false);  // heard, and none to tell
+  in.config->enabledIs(false);  // heard, and no machine to tell
   EXPECT_EQ(watchers(*in.config), 1U);
   EXPECT_THAT(text.lines(), IsEmpty());
 }

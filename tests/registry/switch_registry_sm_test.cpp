@@ -298,7 +298,7 @@ TEST(SwitchRegistrySm, LeavesAtItsEndAReactorThatSomebodyHoldsWithoutAMachine) {
   reactor->noxMarkedForDeletionIs(false);
   reactor->hasNotificationActiveIs(true);
   TraceCapture text({8});
-  dir->entityIs("note", something());  // heard, and none to tell
+  dir->entityIs("note", something());  // heard, and no machine to tell
   EXPECT_FALSE(dir->noxNotifiees().empty());
   EXPECT_THAT(text.lines(), IsEmpty());
 }
