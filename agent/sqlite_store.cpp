@@ -48,20 +48,36 @@ void requireRegular(std::string const& name, std::filesystem::path const& file) 
   }
 }
 
-// The absolute path of `name`, which is there from now on. SQLite takes some relative paths for something else, and
-// looks for the other files beside the file that links lead to.
-std::string makeFile(std::string const& name, std::optional<Revision> acceptedLoss) {
-  std::filesystem::path const file = behindLinks(std::filesystem::absolute(name));
-  makeFolder(name, file.parent_path());
-  requireRegular(name, file);
+/// Where a state file is, or is to be.
+struct Located {
+  /// Absolute, because SQLite takes some relative paths for something else, and behind links, because SQLite looks for
+  /// the other files there.
+  std::filesystem::path file;
+  bool isThere = false;
+};
+
+// Throws a StoreError for what can be no state file, and if it is missing beside what is left of it.
+Located locate(std::string const& name, std::optional<Revision> acceptedLoss) {
+  Located found{behindLinks(std::filesystem::absolute(name))};
+  requireRegular(name, found.file);
   std::error_code error;
-  if (std::filesystem::exists(file, error)) {
+  found.isThere = std::filesystem::exists(found.file, error);
+  if (!found.isThere)
+    requireNoLoss(printable(name, name.size()), examineMissingFile(found.file.string()), acceptedLoss);
+  return found;
+}
+
+// The path of the file, which is there from now on.
+std::string makeFile(std::string const& name, std::optional<Revision> acceptedLoss) {
+  auto const [file, isThere] = locate(name, acceptedLoss);
+  if (isThere) {
     // SQLite takes a file of one byte for an empty one.
+    std::error_code error;
     if (std::filesystem::file_size(file, error) == 1)
       throw StoreError(printable(name, name.size()) + ": is no state file: it has one byte");
     return file.string();
   }
-  requireNoLoss(printable(name, name.size()), examineMissingFile(file.string()), acceptedLoss);
+  makeFolder(name, file.parent_path());
   int const descriptor = ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
   if (descriptor < 0) fail(name, "cannot be made", errno);
   ::close(descriptor);
@@ -355,13 +371,9 @@ void SqliteStore::close() noexcept {
 StateSummary checkState(std::string const& file, char const* vfs) {
   std::string path = file;
   if (vfs == nullptr) {
-    std::error_code error;
-    path = behindLinks(std::filesystem::absolute(file)).string();
-    requireRegular(file, path);
-    if (!std::filesystem::exists(path, error)) {
-      requireNoLoss(printable(file, file.size()), examineMissingFile(path), std::nullopt);
-      throw StoreError(printable(file, file.size()) + ": there is no such file");
-    }
+    Located const found = locate(file, std::nullopt);
+    if (!found.isThere) throw StoreError(printable(file, file.size()) + ": there is no such file");
+    path = found.file.string();
   }
   SqliteDatabase database(file, path, vfs);
   StateSummary summary;

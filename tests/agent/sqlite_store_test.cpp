@@ -27,24 +27,25 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-/// The error that opening the file ends with; empty if it opens.
-std::string refusal(std::string const& file) {
+/// The error that `work` ends with; empty if there is none.
+template <class Work>
+std::string errorOf(Work const& work) {
   try {
-    SqliteStore const store(file);
+    work();
   } catch (StoreError const& error) {
     return error.what();
   }
   return "";
 }
 
-/// The error that examining the file ends with; empty if there is none.
+/// The error that opening the file ends with.
+std::string refusal(std::string const& file) {
+  return errorOf([&] { SqliteStore const store(file); });
+}
+
+/// The error that examining the file ends with.
 std::string complaint(std::string const& file) {
-  try {
-    checkState(file);
-  } catch (StoreError const& error) {
-    return error.what();
-  }
-  return "";
+  return errorOf([&] { checkState(file); });
 }
 
 /// A store on the file that takes turns.
