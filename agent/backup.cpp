@@ -5,6 +5,7 @@
 #include <map>
 #include <stdexcept>
 
+#include "agent/backup_reader.h"
 #include "agent/document_digest.h"
 
 namespace Agent {

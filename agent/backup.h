@@ -13,9 +13,6 @@ namespace Agent {
 
 class Backup;
 
-/// The format of backups.
-inline constexpr int kBackupFormat = 1;
-
 /// The copies that are being read. A copy holds all documents as they were when it began, however slowly it is read: it
 /// goes through the documents path by path, and keeps of those that it has not come to what stood there before a turn
 /// changed them. All on the event thread.

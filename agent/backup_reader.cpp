@@ -1,7 +1,6 @@
 // Checks backups line by line.
 #include "agent/backup_reader.h"
 
-#include "agent/backup.h"
 #include "agent/json_reader.h"
 #include "agent/path.h"
 

@@ -12,6 +12,9 @@
 
 namespace Agent {
 
+/// The format of backups.
+inline constexpr int kBackupFormat = 1;
+
 /// Takes a backup apart and checks that it is whole: each line, their order, the count and the checksum. Errors are
 /// InputErrors; `line()` tells where.
 class BackupReader {

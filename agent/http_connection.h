@@ -8,6 +8,7 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/beast/http/status.hpp>
+#include <cassert>
 #include <ctime>
 #include <exception>
 #include <memory>
@@ -19,7 +20,6 @@
 #include "agent/http_request_parser.h"
 #include "agent/http_server.h"
 #include "agent/http_text.h"
-#include "framework/assertion.h"
 
 namespace Agent {
 
@@ -142,7 +142,7 @@ class HttpConnection final : public std::enable_shared_from_this<HttpConnection>
         open->host_.post([open] { open->answer(open->host_.problem(500, "the request was left without an answer")); });
     }
     void keep(HttpResponse response) {
-      NOX_ASSERT(!kept, "a request is answered once");
+      assert(!kept && "a request is answered once");
       kept = true;
       if (auto const open = connection.lock()) open->answer(std::move(response));
     }

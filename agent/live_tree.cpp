@@ -22,16 +22,6 @@ void about(std::string const& path, Work const& work) {
 
 }  // namespace
 
-TreeDocuments readDocuments(Store& store, std::map<std::string, std::chrono::milliseconds>* left) {
-  TreeDocuments read;
-  read.revision = store.load([&](DocumentChange const& document) {
-    read.documents.emplace_hint(
-        read.documents.end(), document.path, Document{document.text, document.revision, document.timeToLive, false});
-    if (left != nullptr && document.left != document.timeToLive) left->emplace(document.path, *document.left);
-  });
-  return read;
-}
-
 LiveTree::LiveTree(Nox::Library const& library, TreeDocuments& documents)
     : kept_(documents), host_(library, [this](Tables& tables) { restore(tables); }) {
   firstTurn_.turn.revision = kept_.revision + 1;
@@ -148,14 +138,6 @@ void LiveTree::compare(std::string const& path, Json const* document, TurnResult
   kept.text = std::make_shared<std::string const>(std::move(text));
   kept.revision = revision;
   result.turn.changes.push_back({path, kept.text, kept.revision, kept.timeToLive});
-}
-
-std::pair<Documents::const_iterator, Documents::const_iterator> withPrefix(Documents const& documents,
-                                                                           std::string_view prefix) {
-  auto const begin = documents.lower_bound(prefix);
-  auto end = begin;
-  while (end != documents.end() && end->first.starts_with(prefix)) ++end;
-  return {begin, end};
 }
 
 }  // namespace Agent

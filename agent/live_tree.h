@@ -1,39 +1,18 @@
 // The tree of a registry that runs, as documents with revisions.
 #pragma once
 
-#include <map>
 #include <optional>
 #include <span>
 #include <string>
 
+#include "agent/documents.h"
 #include "agent/host.h"
 #include "agent/scenario.h"
 #include "agent/state_tree.h"
-#include "agent/store.h"
 
 namespace Agent {
 
 class ChangedPaths;
-
-/// A document as everybody is told of it.
-struct Document {
-  DocumentText text;
-  /// The turn that last changed the text.
-  Revision revision = 0;
-  /// How long a heartbeat lives; absent if for ever, and for all other documents.
-  std::optional<std::chrono::milliseconds> timeToLive;
-  /// A heartbeat was put since the agent started, which is the service's to note.
-  bool isRenewed = false;
-};
-
-/// In byte order of the paths.
-using Documents = std::map<std::string, Document, std::less<>>;
-
-/// All documents at one revision.
-struct TreeDocuments {
-  Documents documents;
-  Revision revision = 0;
-};
 
 /// What stood at a path before a turn changed it; nothing if there was no document.
 struct DocumentBefore {
@@ -88,13 +67,5 @@ class LiveTree {
   Host host_;
   TurnResult firstTurn_;
 };
-
-/// What the store holds. `left`, if given, receives how much of its time to live each heartbeat has that has not all of
-/// it. Throws a StoreError.
-TreeDocuments readDocuments(Store& store, std::map<std::string, std::chrono::milliseconds>* left = nullptr);
-
-/// The documents whose paths begin with the prefix.
-std::pair<Documents::const_iterator, Documents::const_iterator> withPrefix(Documents const& documents,
-                                                                           std::string_view prefix);
 
 }  // namespace Agent

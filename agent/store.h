@@ -2,53 +2,18 @@
 #pragma once
 
 #include <chrono>
-#include <cstdint>
 #include <functional>
-#include <memory>
-#include <optional>
+#include <map>
 #include <span>
 #include <stdexcept>
 #include <string>
-#include <vector>
+
+#include "agent/documents.h"
 
 namespace Agent {
 
-/// Counts the turns of one state: the number of the last one. 0 stands before the first.
-using Revision = std::uint64_t;
-
-/// A document as JSON in one line, shared by all that keep or send it; null where there is none.
-using DocumentText = std::shared_ptr<std::string const>;
-
-/// Names one history of a state: 16 hexadecimal digits that are drawn when the state is made. Revisions count within
-/// it; a state that is made from a backup, or that goes on after a loss, begins another history.
-using HistoryId = std::string;
-
 /// A history id that no state has had.
 HistoryId newHistoryId();
-
-/// A document that was written, or that has gone.
-struct DocumentChange {
-  std::string path;
-  /// Null if it was deleted.
-  DocumentText text;
-  /// The revision of the turn that changed the text; a turn that changes nothing but the time to live leaves it.
-  Revision revision = 0;
-  /// How long a heartbeat lives without being put again; absent for one that never expires, and for all other
-  /// documents.
-  std::optional<std::chrono::milliseconds> timeToLive = std::nullopt;
-  /// Nothing has changed but the time to live, or nothing but that the heartbeat was put again for the first time since
-  /// the agent started.
-  bool isRenewal = false;
-  /// In what `load()` gives, how much of its time to live a heartbeat has at this start: all of it, unless it was not
-  /// put again between the start before and this one; then what was left when the agent ended.
-  std::optional<std::chrono::milliseconds> left = std::nullopt;
-};
-
-/// All that one turn changed, its input and what the registry wrote because of it.
-struct CommittedTurn {
-  Revision revision = 0;
-  std::vector<DocumentChange> changes;
-};
 
 /// A store that could not do what it was asked; what() is one line that begins with the store's name, that of its file.
 class StoreError : public std::runtime_error {
@@ -104,5 +69,9 @@ class Store {
   /// that it would do with a store. A store that cannot be shared never calls it.
   virtual void foreignTurnsIs(std::function<void()> heard) = 0;
 };
+
+/// All documents of the store. `left`, if given, receives how much of its time to live each heartbeat has that has not
+/// all of it. Throws a StoreError.
+TreeDocuments readDocuments(Store& store, std::map<std::string, std::chrono::milliseconds>* left = nullptr);
 
 }  // namespace Agent
