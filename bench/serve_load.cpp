@@ -19,9 +19,9 @@
 #include <thread>
 #include <vector>
 
-#include "agent/event_stream.h"
-#include "agent/http_client.h"
-#include "agent/json_reader.h"
+#include "agent/document/json_reader.h"
+#include "agent/net/event_stream.h"
+#include "agent/net/http_client.h"
 #include "bench/serve_network.h"
 #include "bench/server_process.h"
 

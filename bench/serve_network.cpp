@@ -4,7 +4,7 @@
 #include <array>
 #include <cstdio>
 
-#include "agent/json_reader.h"
+#include "agent/document/json_reader.h"
 
 namespace ServeLoad {
 namespace {

@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <random>
 
-#include "agent/client_commands.h"
-#include "agent/scenario_pieces.h"
+#include "agent/document/scenario_pieces.h"
+#include "agent/program/client_commands.h"
 #include "support/client_world.h"
 #include "support/program.h"
 

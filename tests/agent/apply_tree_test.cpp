@@ -4,9 +4,9 @@
 #include <filesystem>
 #include <set>
 
-#include "agent/client_commands.h"
-#include "agent/state_tree.h"
-#include "agent/tree_members.h"
+#include "agent/program/client_commands.h"
+#include "agent/program/tree_members.h"
+#include "agent/tree/state_tree.h"
 #include "support/client_world.h"
 #include "support/served.h"
 

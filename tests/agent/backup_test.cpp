@@ -1,15 +1,15 @@
 // Backups: copies of a state that goes on, what is refused as one, and states that are made of them.
-#include "agent/backup.h"
+#include "agent/server/backup.h"
 
 #include <gmock/gmock.h>
 
 #include <random>
 #include <sstream>
 
-#include "agent/api_call.h"
-#include "agent/backup_reader.h"
-#include "agent/sqlite_store.h"
-#include "agent/state_commands.h"
+#include "agent/program/state_commands.h"
+#include "agent/server/api_call.h"
+#include "agent/store/backup_reader.h"
+#include "agent/store/sqlite_store.h"
 #include "support/mirror.h"
 #include "support/program.h"
 #include "support/random_history.h"

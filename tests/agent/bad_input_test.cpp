@@ -6,7 +6,7 @@
 #include <random>
 #include <set>
 
-#include "agent/replay.h"
+#include "agent/program/replay.h"
 #include "framework/trace.h"
 #include "support/program.h"
 #include "support/tree_world.h"

@@ -1,5 +1,5 @@
 // A watch is followed over all that can happen to its connection.
-#include "agent/change_feed.h"
+#include "agent/client/change_feed.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // What the client commands ask a server, print, and leave with.
-#include "agent/client_commands.h"
+#include "agent/program/client_commands.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,11 +1,11 @@
 // What the command lines of the client commands ask for, and what wrong ones are told.
-#include "agent/client_options.h"
+#include "agent/client/client_options.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 
-#include "agent/options.h"
+#include "agent/program/options.h"
 
 namespace Agent::ClientOptionsTest {
 namespace {

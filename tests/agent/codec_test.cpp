@@ -1,5 +1,5 @@
 // Documents against records: what is read, what is refused, and in which order a document is written.
-#include "agent/codec.h"
+#include "agent/tree/codec.h"
 
 #include <gmock/gmock.h>
 

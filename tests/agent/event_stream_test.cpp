@@ -1,5 +1,5 @@
 // Events come out of a stream whole, however it is cut.
-#include "agent/event_stream.h"
+#include "agent/net/event_stream.h"
 
 #include <gtest/gtest.h>
 

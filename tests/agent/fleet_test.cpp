@@ -1,5 +1,5 @@
 // A fleet that is played: what its switches write, and how it gets on with a registry.
-#include "agent/fleet.h"
+#include "agent/program/fleet.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -10,8 +10,8 @@
 #include <sstream>
 #include <thread>
 
-#include "agent/client_commands.h"
-#include "agent/http_client.h"
+#include "agent/net/http_client.h"
+#include "agent/program/client_commands.h"
 #include "support/tree_world.h"
 
 namespace Agent::FleetTest {

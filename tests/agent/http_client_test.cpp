@@ -1,5 +1,5 @@
 // The HTTP client: against the server, and against answers that no server should give.
-#include "agent/http_client.h"
+#include "agent/net/http_client.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

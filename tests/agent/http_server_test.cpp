@@ -1,5 +1,5 @@
 // Requests of every kind to an HTTP server: what it takes, what it refuses, and how it keeps to its limits.
-#include "agent/http_server.h"
+#include "agent/net/http_server.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -7,7 +7,7 @@
 #include <random>
 #include <set>
 
-#include "agent/http_server.h"
+#include "agent/net/http_server.h"
 #include "support/raw_connection.h"
 #include "support/running_server.h"
 

@@ -1,11 +1,11 @@
 // What the JSON reader takes, what it refuses, and what it says.
-#include "agent/json_reader.h"
+#include "agent/document/json_reader.h"
 
 #include <gtest/gtest.h>
 
 #include <random>
 
-#include "agent/utf8.h"
+#include "agent/document/utf8.h"
 
 namespace Agent::JsonReaderTest {
 namespace {

@@ -6,11 +6,11 @@
 #include <fstream>
 #include <string>
 
-#include "agent/host.h"
-#include "agent/json_reader.h"
-#include "agent/library_path.h"
-#include "agent/scenario.h"
-#include "agent/state_tree.h"
+#include "agent/document/json_reader.h"
+#include "agent/document/scenario.h"
+#include "agent/tree/host.h"
+#include "agent/tree/library_path.h"
+#include "agent/tree/state_tree.h"
 #include "framework/generic_if.h"
 #include "support/program.h"
 

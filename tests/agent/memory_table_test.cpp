@@ -1,5 +1,5 @@
 // Where the memory is, as the program tells it behind a replay.
-#include "agent/memory_table.h"
+#include "agent/program/memory_table.h"
 
 #include <gmock/gmock.h>
 

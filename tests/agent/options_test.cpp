@@ -1,5 +1,5 @@
 // What command lines ask for, and what wrong ones are told.
-#include "agent/options.h"
+#include "agent/program/options.h"
 
 #include <gtest/gtest.h>
 

@@ -1,12 +1,12 @@
 // Where results of commands appear.
-#include "agent/output_file.h"
+#include "agent/store/output_file.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <array>
 
-#include "agent/input_error.h"
+#include "agent/document/input_error.h"
 #include "support/program.h"
 
 namespace Agent::OutputFileTest {

@@ -1,5 +1,5 @@
 // Which texts are paths of the state tree, and which place each of them names.
-#include "agent/path.h"
+#include "agent/document/path.h"
 
 #include <gtest/gtest.h>
 

@@ -1,11 +1,11 @@
 // The program from the outside: example scenarios and their trees, exit statuses, messages and options.
-#include "agent/replay.h"
+#include "agent/program/replay.h"
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
 
-#include "agent/json_reader.h"
+#include "agent/document/json_reader.h"
 #include "support/program.h"
 
 namespace Agent::ReplayTest {

@@ -1,5 +1,5 @@
 // Which lines of a scenario are operations, which are skipped, and what the others are told.
-#include "agent/scenario.h"
+#include "agent/document/scenario.h"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 #include <random>
 #include <vector>
 
-#include "agent/utf8.h"
+#include "agent/document/utf8.h"
 
 namespace Agent::ScenarioTest {
 namespace {

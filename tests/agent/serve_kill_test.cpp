@@ -5,9 +5,9 @@
 #include <random>
 #include <thread>
 
-#include "agent/library_path.h"
-#include "agent/live_tree.h"
-#include "agent/sqlite_store.h"
+#include "agent/store/sqlite_store.h"
+#include "agent/tree/library_path.h"
+#include "agent/tree/live_tree.h"
 #include "support/recording_writer.h"
 #include "support/served.h"
 

@@ -5,8 +5,8 @@
 #include <fstream>
 #include <sstream>
 
-#include "agent/serve.h"
-#include "agent/sqlite_store.h"
+#include "agent/program/serve.h"
+#include "agent/store/sqlite_store.h"
 #include "support/event_reader.h"
 #include "support/served.h"
 

@@ -5,8 +5,8 @@
 #include <random>
 #include <thread>
 
-#include "agent/scenario.h"
-#include "agent/sqlite_store.h"
+#include "agent/document/scenario.h"
+#include "agent/store/sqlite_store.h"
 #include "support/event_reader.h"
 #include "support/random_history.h"
 #include "support/served.h"

@@ -1,7 +1,7 @@
 // Commits that fail: what is answered, what is undone, and what readers are told.
 #include <gmock/gmock.h>
 
-#include "agent/api_call.h"
+#include "agent/server/api_call.h"
 #include "support/mirror.h"
 #include "support/service_world.h"
 #include "support/store_model.h"

@@ -1,7 +1,7 @@
 // What a start does: the table of switches, a store that is full, and what heartbeats have left to live.
 #include <gmock/gmock.h>
 
-#include "agent/sqlite_store.h"
+#include "agent/store/sqlite_store.h"
 #include "support/program.h"
 #include "support/service_world.h"
 

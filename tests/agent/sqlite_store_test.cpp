@@ -1,5 +1,5 @@
 // The state file: what it refuses and leaves as it is, and what ends of the process do to it.
-#include "agent/sqlite_store.h"
+#include "agent/store/sqlite_store.h"
 
 #include <gmock/gmock.h>
 #include <sched.h>

@@ -1,6 +1,6 @@
 // The tree against the entities behind it: what each path reads and writes, which reactors are told, and in which
 // order.
-#include "agent/state_tree.h"
+#include "agent/tree/state_tree.h"
 
 #include <gmock/gmock.h>
 

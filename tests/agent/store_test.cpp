@@ -1,5 +1,5 @@
 // What every store does, whatever it is made of.
-#include "agent/store.h"
+#include "agent/store/store.h"
 
 #include <gmock/gmock.h>
 #include <sys/resource.h>
@@ -9,8 +9,8 @@
 #include <functional>
 #include <random>
 
-#include "agent/memory_store.h"
-#include "agent/sqlite_store.h"
+#include "agent/store/memory_store.h"
+#include "agent/store/sqlite_store.h"
 #include "support/program.h"
 #include "support/store_model.h"
 

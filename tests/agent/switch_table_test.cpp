@@ -1,5 +1,5 @@
 // The table of switches says the same of documents wherever they come from.
-#include "agent/switch_table.h"
+#include "agent/view/switch_table.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 // The HTTP interface without HTTP: every route, status and limit.
 #include <gmock/gmock.h>
 
-#include "agent/tree_api.h"
+#include "agent/server/tree_api.h"
 #include "support/service_world.h"
 
 namespace Agent::TreeApiTest {

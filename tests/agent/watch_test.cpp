@@ -1,7 +1,7 @@
 // Watches: every change to every reader, or an explicit word that some are gone.
 #include <gmock/gmock.h>
 
-#include "agent/api_call.h"
+#include "agent/server/api_call.h"
 #include "support/mirror.h"
 #include "support/random_history.h"
 #include "support/service_world.h"

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "agent/client_commands.h"
-#include "agent/http_client.h"
+#include "agent/net/http_client.h"
+#include "agent/program/client_commands.h"
 
 namespace Agent {
 

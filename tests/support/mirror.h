@@ -10,8 +10,8 @@
 #include <utility>
 #include <vector>
 
-#include "agent/json_reader.h"
-#include "agent/store.h"
+#include "agent/document/json_reader.h"
+#include "agent/store/store.h"
 
 namespace Test {
 

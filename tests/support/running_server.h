@@ -5,7 +5,7 @@
 #include <thread>
 #include <utility>
 
-#include "agent/http_server.h"
+#include "agent/net/http_server.h"
 
 namespace Test {
 

@@ -21,10 +21,10 @@
 #include <utility>
 #include <vector>
 
-#include "agent/client.h"
-#include "agent/http_client.h"
-#include "agent/json_reader.h"
-#include "agent/store.h"
+#include "agent/client/client.h"
+#include "agent/document/json_reader.h"
+#include "agent/net/http_client.h"
+#include "agent/store/store.h"
 #include "support/program.h"
 
 namespace Test {

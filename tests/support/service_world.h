@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "agent/library_path.h"
-#include "agent/memory_store.h"
-#include "agent/service.h"
+#include "agent/server/service.h"
+#include "agent/store/memory_store.h"
+#include "agent/tree/library_path.h"
 
 namespace Agent {
 

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "agent/sqlite_store.h"
+#include "agent/store/sqlite_store.h"
 #include "support/faulty_disk.h"
 #include "support/store_model.h"
 

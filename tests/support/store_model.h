@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "agent/store.h"
+#include "agent/store/store.h"
 
 namespace Agent {
 

@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "agent/host.h"
-#include "agent/library_path.h"
-#include "agent/scenario.h"
-#include "agent/state_tree.h"
+#include "agent/document/scenario.h"
+#include "agent/tree/host.h"
+#include "agent/tree/library_path.h"
+#include "agent/tree/state_tree.h"
 
 namespace Agent {
 

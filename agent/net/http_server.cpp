@@ -1,0 +1,273 @@
+// Accepts connections and keeps the time, all in one loop.
+#include "agent/net/http_server.h"
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <array>
+#include <boost/asio/basic_socket_acceptor.hpp>
+#include <boost/asio/basic_waitable_timer.hpp>
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/signal_set.hpp>
+#include <cerrno>
+#include <map>
+#include <stdexcept>
+#include <system_error>
+#include <unordered_set>
+
+#include "agent/net/http_connection.h"
+#include "agent/net/timer_queue.h"
+
+namespace Agent {
+namespace {
+
+namespace asio = boost::asio;
+
+using Executor = asio::io_context::executor_type;
+using ErrorCode = boost::system::error_code;
+
+// Those beyond the limit are told so, as long as they are not too many themselves.
+constexpr std::size_t kMostTurnedAway = 64;
+// How long to wait when there is no room for another connection, and for how long there must be room to say so.
+constexpr std::chrono::milliseconds kAcceptPause(100);
+constexpr std::chrono::seconds kCalm(1);
+// So many descriptors are no connection's: the program opens files while it runs.
+constexpr rlim_t kOwnDescriptors = 16;
+
+// How many descriptors the system lets this process have; the limit may change at any time.
+rlim_t mostDescriptors() {
+  rlimit files{};
+  return ::getrlimit(RLIMIT_NOFILE, &files) == 0 ? files.rlim_cur : RLIM_INFINITY;
+}
+
+// Whether a connection that took `descriptor`, the lowest that is free, would leave too few.
+bool isOwn(int descriptor) {
+  rlim_t const most = mostDescriptors();
+  return most != RLIM_INFINITY && static_cast<rlim_t>(descriptor) + kOwnDescriptors >= most;
+}
+
+std::string ownReason() {
+  return "of " + std::to_string(mostDescriptors()) + " open files at a time, the last " +
+         std::to_string(kOwnDescriptors) + " are the agent's own";
+}
+
+}  // namespace
+
+class HttpServer::Impl final : public HttpConnectionHost {
+ public:
+  Impl(std::string const& address, std::uint16_t port, HttpLimits const& limits)
+      : limits_(limits),
+        work_(asio::make_work_guard(context_)),
+        acceptor_(context_),
+        alarm_(context_),
+        signals_(context_) {
+    ErrorCode error;
+    auto const parsed = asio::ip::make_address(address, error);
+    if (error) throw std::runtime_error("cannot listen on \"" + address + "\": expected an IP address");
+    asio::ip::tcp::endpoint const endpoint(parsed, port);
+    acceptor_.open(endpoint.protocol(), error);
+    if (!error) acceptor_.set_option(asio::socket_base::reuse_address(true), error);
+    if (!error) acceptor_.bind(endpoint, error);
+    if (!error) acceptor_.listen(asio::socket_base::max_listen_connections, error);
+    if (error)
+      throw std::runtime_error("cannot listen on " + address + " port " + std::to_string(port) + ": " +
+                               error.message());
+    port_ = acceptor_.local_endpoint().port();
+    accept();
+    checkTimes();
+  }
+
+  ~Impl() override { closeAll(); }
+
+  std::uint16_t port() const { return port_; }
+  std::size_t connections() const { return connections_.size(); }
+
+  void handlerIs(HttpHandler handler, std::function<HttpResponse(int, std::string const&)> problem) {
+    handler_ = std::move(handler);
+    problem_ = std::move(problem);
+  }
+
+  void at(Clock::time_point time, std::function<void()> task) {
+    tasks_.add(time, std::move(task));
+    setAlarm();
+  }
+
+  void onSignal(int number, std::function<void()> heard) {
+    bool const isFirst = heard_.empty();
+    heard_[number] = std::move(heard);
+    signals_.add(number);
+    if (isFirst) awaitSignal();
+  }
+
+  void onPause(std::function<void(std::string const*)> told) { pauseTold_ = std::move(told); }
+
+  void run() { context_.run(); }
+
+  void stop(std::chrono::milliseconds grace) {
+    isStopping_ = true;
+    ErrorCode ignored;
+    acceptor_.close(ignored);
+    for (auto const& connection : all()) connection->stop();
+    at(Clock::now() + grace, [this] { closeAll(); });
+    endIfDone();
+  }
+
+  HttpLimits const& limits() const override { return limits_; }
+  bool isStopping() const override { return isStopping_; }
+  std::span<char> scratch() override { return scratch_; }
+  void post(std::function<void()> task) override { asio::post(context_, std::move(task)); }
+  void handle(HttpRequest request, HttpAnswer answer) override { handler_(std::move(request), std::move(answer)); }
+  HttpResponse problem(int status, std::string const& reason) override { return problem_(status, reason); }
+
+  void left(HttpConnection& connection) override {
+    auto const self = connection.shared_from_this();
+    connections_.erase(self);
+    turnedAway_.erase(self);
+    endIfDone();
+  }
+
+ private:
+  using Connections = std::unordered_set<std::shared_ptr<HttpConnection>>;
+
+  void accept() {
+    acceptor_.async_accept([this](ErrorCode const& error, HttpSocket socket) {
+      if (!acceptor_.is_open()) return;
+      if (error && error != asio::error::connection_aborted) return pause(error.message());
+      bool const isLast = !error && isOwn(socket.native_handle() + 1);
+      if (!error) welcome(std::move(socket));
+      if (isLast)
+        pause(ownReason());
+      else
+        accept();
+    });
+  }
+
+  // Clients that connect wait in the system's queue.
+  void pause(std::string const& reason) {
+    lastPause_ = Clock::now();
+    if (!std::exchange(isPaused_, true) && pauseTold_) pauseTold_(&reason);
+    at(lastPause_ + kAcceptPause, [this] { acceptAgain(); });
+  }
+
+  void acceptAgain() {
+    if (!acceptor_.is_open()) return;
+    int const next = ::fcntl(acceptor_.native_handle(), F_DUPFD_CLOEXEC, 0);
+    if (next < 0) return pause(std::generic_category().message(errno));
+    ::close(next);
+    // However few there are, one connection is taken.
+    if (!connections_.empty() && isOwn(next)) return pause(ownReason());
+    accept();
+  }
+
+  void welcome(HttpSocket socket) {
+    bool const isOneTooMany = connections_.size() >= limits_.connections;
+    if (isOneTooMany && turnedAway_.size() >= kMostTurnedAway) return;
+    auto const connection = std::make_shared<HttpConnection>(*this, std::move(socket));
+    (isOneTooMany ? turnedAway_ : connections_).insert(connection);
+    if (isOneTooMany)
+      connection->turnAway(503, "the server has as many connections as it may");
+    else
+      connection->begin();
+  }
+
+  // A copy, because a connection that is visited may leave.
+  std::vector<std::shared_ptr<HttpConnection>> all() const {
+    std::vector<std::shared_ptr<HttpConnection>> copy(connections_.begin(), connections_.end());
+    copy.insert(copy.end(), turnedAway_.begin(), turnedAway_.end());
+    return copy;
+  }
+
+  void closeAll() {
+    for (auto const& connection : all()) connection->close();
+  }
+
+  // Looking at all of them now and then is less work than a timer for each that every byte would set anew.
+  void checkTimes() {
+    auto const now = Clock::now();
+    for (auto const& connection : all()) connection->checkTime(now);
+    if (isPaused_ && now - lastPause_ > kCalm) {
+      isPaused_ = false;
+      if (pauseTold_) pauseTold_(nullptr);
+    }
+    auto const period =
+        std::clamp<std::chrono::milliseconds>(limits_.idle / 4, std::chrono::milliseconds(10), std::chrono::seconds(1));
+    at(now + period, [this] { checkTimes(); });
+  }
+
+  void setAlarm() {
+    auto const next = tasks_.next();
+    if (!next || isRunningTasks_ || (alarmTime_ && *alarmTime_ <= *next)) return;
+    alarmTime_ = next;
+    alarm_.expires_at(*next);
+    alarm_.async_wait([this](ErrorCode const& error) {
+      if (error) return;
+      alarmTime_.reset();
+      isRunningTasks_ = true;
+      tasks_.run(Clock::now());
+      isRunningTasks_ = false;
+      setAlarm();
+    });
+  }
+
+  void awaitSignal() {
+    signals_.async_wait([this](ErrorCode const& error, int signal) {
+      if (error) return;
+      awaitSignal();
+      heard_.at(signal)();
+    });
+  }
+
+  void endIfDone() {
+    // Behind all that is ready to run.
+    if (isStopping_ && connections_.empty() && turnedAway_.empty()) post([this] { context_.stop(); });
+  }
+
+  HttpLimits const limits_;
+  HttpHandler handler_;
+  std::function<HttpResponse(int, std::string const&)> problem_;
+  std::map<int, std::function<void()>> heard_;
+  std::function<void(std::string const*)> pauseTold_;
+  // From the first pause until there has been none for a while.
+  bool isPaused_ = false;
+  Clock::time_point lastPause_;
+  std::array<char, 64 * 1024> scratch_;
+  TimerQueue tasks_;
+  std::optional<Clock::time_point> alarmTime_;
+  bool isRunningTasks_ = false;
+  bool isStopping_ = false;
+  std::uint16_t port_ = 0;
+  // What is ready to run goes with the context, and may hold connections; so these are closed before.
+  asio::io_context context_{1};
+  asio::executor_work_guard<Executor> work_;
+  asio::basic_socket_acceptor<asio::ip::tcp, Executor> acceptor_;
+  asio::basic_waitable_timer<Clock, asio::wait_traits<Clock>, Executor> alarm_;
+  asio::basic_signal_set<Executor> signals_;
+  Connections connections_;
+  Connections turnedAway_;
+};
+
+HttpServer::HttpServer(std::string const& address, std::uint16_t port, HttpLimits const& limits)
+    : impl_(std::make_unique<Impl>(address, port, limits)) {}
+HttpServer::~HttpServer() = default;
+
+std::uint16_t HttpServer::port() const { return impl_->port(); }
+
+void HttpServer::handlerIs(HttpHandler handler,
+                           std::function<HttpResponse(int status, std::string const& reason)> problem) {
+  impl_->handlerIs(std::move(handler), std::move(problem));
+}
+
+std::size_t HttpServer::connections() const { return impl_->connections(); }
+
+HttpServer::Clock::time_point HttpServer::now() const { return Clock::now(); }
+void HttpServer::post(std::function<void()> task) { impl_->post(std::move(task)); }
+void HttpServer::at(Clock::time_point time, std::function<void()> task) { impl_->at(time, std::move(task)); }
+
+void HttpServer::onSignal(int number, std::function<void()> heard) { impl_->onSignal(number, std::move(heard)); }
+void HttpServer::onPause(std::function<void(std::string const*)> told) { impl_->onPause(std::move(told)); }
+void HttpServer::run() { impl_->run(); }
+void HttpServer::stop(std::chrono::milliseconds grace) { impl_->stop(grace); }
+
+}  // namespace Agent

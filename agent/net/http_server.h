@@ -1,0 +1,74 @@
+// The HTTP server and the event loop under it.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "agent/net/event_loop.h"
+#include "agent/net/http.h"
+
+namespace Agent {
+
+/// No body of a request may be longer, in bytes. A document that came in one may be kept as a text that is longer (1e14
+/// becomes 100000000000000.0), at most four times: SQLite keeps 10^9 bytes.
+inline constexpr std::size_t kLongestBody = std::size_t{128} * 1024 * 1024;
+
+/// What is too much. A client that goes beyond is told so where HTTP has words for it, and the connection is closed.
+struct HttpLimits {
+  std::size_t bodyBytes = 16 * 1024 * 1024;
+  std::size_t headerBytes = 16 * 1024;
+  std::size_t connections = 4096;
+  /// How long a connection may stand without a byte moving while one side waits for it to: between requests, within
+  /// one, and while a response is being taken. Waiting for the program's own answer does not count. A header may take
+  /// twice as long in all.
+  std::chrono::milliseconds idle = std::chrono::seconds(60);
+};
+
+/// Serves HTTP/1.1 on one address, all of it on the thread that calls `run()`. Every connection holds what it has not
+/// been able to write, at most one response or one piece of a source, and asks for no more before that is taken.
+class HttpServer final : public EventLoop {
+ public:
+  /// Listens; `address` is one of IPv4 or IPv6, and `port` 0 takes any free one. Throws a std::runtime_error whose
+  /// what() is one line.
+  HttpServer(std::string const& address, std::uint16_t port, HttpLimits const& limits);
+  ~HttpServer() override;
+
+  /// The port that it listens on.
+  std::uint16_t port() const;
+
+  /// The handler that answers; set before `run()`. `problem` makes the response to what is refused before it becomes a
+  /// request: a status from 400 up and a reason.
+  void handlerIs(HttpHandler handler, std::function<HttpResponse(int status, std::string const& reason)> problem);
+
+  /// Open connections, but for those that are being turned away.
+  std::size_t connections() const;
+
+  Clock::time_point now() const override;
+  /// Unlike all else, it may be called on any thread.
+  void post(std::function<void()> task) override;
+  void at(Clock::time_point time, std::function<void()> task) override;
+
+  /// Calls `heard` on every signal of that number, instead of what the system does with it otherwise.
+  void onSignal(int number, std::function<void()> heard);
+
+  /// Calls `told` when no more connections can be taken, with the reason in one line, and with null when they have been
+  /// taken again for a while. Clients that connect meanwhile wait. Some descriptors stay free for the program itself.
+  void onPause(std::function<void(std::string const* reason)> told);
+
+  /// Runs until it has stopped. Lets through what a task throws.
+  void run();
+  /// Takes no more connections and requests, lets responses in progress finish, at the latest after `grace`; then
+  /// `run()` returns. Sources are asked, those too that wait, until their end or their being empty; if there is no end
+  /// the body is broken off, so that no client takes it for the whole.
+  void stop(std::chrono::milliseconds grace);
+
+ private:
+  class Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace Agent

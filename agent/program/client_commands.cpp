@@ -1,0 +1,89 @@
+// The commands for one document, and what becomes of all commands' errors.
+#include "agent/program/client_commands.h"
+
+#include <array>
+
+#include "agent/document/input_error.h"
+#include "agent/document/scenario.h"
+#include "agent/net/http_client.h"
+#include "agent/view/tree_text.h"
+
+namespace Agent {
+namespace {
+
+std::string readWhole(std::string const& file) {
+  auto const source = openScenario(file);
+  std::string text;
+  std::array<char, 64 * 1024> chunk;
+  while (std::size_t const size = source->read(chunk.data(), chunk.size())) text.append(chunk.data(), size);
+  return text;
+}
+
+/// Prints what a put or a delete was answered.
+void printWritten(HttpResponse const& response, std::string const& path, ClientCommonOptions const& common,
+                  ClientSurroundings const& surroundings) {
+  requireSuccess(response);
+  std::uint64_t revision = 0;
+  understanding([&] { revision = readJson(response.body).at("revision").get<std::uint64_t>(); });
+  if (common.format == OutputFormat::kJson)
+    surroundings.print(jsonLine({{"revision", revision}, {"path", path}}));
+  else
+    surroundings.print("revision " + std::to_string(revision) + "\n");
+}
+
+}  // namespace
+
+ExitCode runCommand(GetOptions const& options, ClientSurroundings const& surroundings) {
+  HttpResponse const response =
+      surroundings.connect(options.common).request(makeRequest("GET", documentTarget(options.path), options.ifMatch));
+  if (response.status == 404)
+    throw ClientFailure(ExitCode::kNotFound, printable(options.path, options.path.size()) + ": not found");
+  requireSuccess(response);
+  Json document;
+  understanding([&] { document = readJson(response.body); });
+  if (options.common.format == OutputFormat::kJson) {
+    Json const line = {{"revision", revisionOf(response)}, {"path", options.path}, {"value", document}};
+    surroundings.print(jsonLine(line));
+  } else {
+    surroundings.print(indentedText(document, 0) + "\n");
+  }
+  return ExitCode::kDone;
+}
+
+ExitCode runCommand(PutOptions const& options, ClientSurroundings const& surroundings) {
+  std::string target = documentTarget(options.path);
+  if (options.timeToLive) target += "?ttl=" + *options.timeToLive;
+  HttpRequest request = makeRequest("PUT", target, options.ifMatch);
+  request.fields.emplace_back("Content-Type", "application/json");
+  request.body = options.value ? *options.value : readWhole(options.file);
+  printWritten(surroundings.connect(options.common).request(request), options.path, options.common, surroundings);
+  return ExitCode::kDone;
+}
+
+ExitCode runCommand(DeleteOptions const& options, ClientSurroundings const& surroundings) {
+  HttpRequest const request = makeRequest("DELETE", documentTarget(options.path), options.ifMatch);
+  printWritten(surroundings.connect(options.common).request(request), options.path, options.common, surroundings);
+  return ExitCode::kDone;
+}
+
+int runClient(ClientOptions const& options, ClientSurroundings const& surroundings) {
+  ExitCode code = ExitCode::kDone;
+  try {
+    code = std::visit([&](auto const& command) { return runCommand(command, surroundings); }, options);
+  } catch (HttpError const& error) {
+    surroundings.note(error.what());
+    code = ExitCode::kNoAnswer;
+  } catch (ClientFailure const& failure) {
+    surroundings.note(failure.what());
+    code = failure.code();
+  } catch (FileError const& error) {
+    surroundings.note(error.what());
+    code = ExitCode::kRefused;
+  } catch (std::invalid_argument const& error) {
+    surroundings.note(std::string("enrolix: --server: ") + error.what());
+    code = ExitCode::kWrongCommandLine;
+  }
+  return static_cast<int>(code);
+}
+
+}  // namespace Agent

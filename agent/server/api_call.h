@@ -1,0 +1,75 @@
+// One call of the HTTP interface: what its parts must be, and how it is answered.
+#pragma once
+
+#include <initializer_list>
+#include <optional>
+#include <string_view>
+
+#include "agent/server/tree_api.h"
+
+namespace Agent {
+
+/// A refusal with its status.
+class HttpProblem : public std::exception {
+ public:
+  HttpProblem(int status, InputError error) : status_(status), error_(std::move(error)) {}
+
+  int status() const noexcept { return status_; }
+  InputError const& error() const noexcept { return error_; }
+  /// What a 405 says is allowed; empty otherwise.
+  std::string allow;
+  /// It is not known whether what was asked for has been done; otherwise nothing has.
+  bool isOutcomeUnknown = false;
+
+ private:
+  int status_;
+  InputError error_;
+};
+
+struct TreeApi::Call {
+  HttpRequest request;
+  HttpAnswer answer;
+  Target target;
+
+  bool isMethod(std::string_view method) const { return request.method == method; }
+  /// Throws a 405 for a method that is none of these; where there is GET, HEAD is as good.
+  void requireMethod(std::initializer_list<std::string_view> methods) const;
+  /// Throws a 400 for a parameter of the query that is none of these.
+  void requireParameters(std::initializer_list<std::string_view> names) const;
+  /// Throws a 412 if the request is for another revision than this one, which is that of what stands at `path`.
+  void requireRevision(Revision revision, std::string const& path) const;
+  /// The parameter `ttl`, in seconds; 0 for ever.
+  std::optional<Service::TimeToLive> timeToLive() const;
+  /// A parameter that is 0 or 1, and 0 where it is missing.
+  bool flag(std::string_view name) const;
+  std::string parameter(std::string_view name) const;
+};
+
+/// A number of digits alone; throws an InputError that calls it `what`.
+Revision parseRevision(std::string_view text, std::string const& what);
+
+/// The id of an event, "REVISION@HISTORY", or a revision alone, which is one of the present history; throws an
+/// InputError that calls it `what`. Nothing if it is of another history.
+std::optional<Revision> parseEventId(std::string_view text, HistoryId const& present, std::string const& what);
+
+/// As `parsePath()`, with the text as the error's path.
+Path pathOf(std::string const& text);
+/// The request's body as the document at `path`.
+Json bodyOf(HttpRequest const& request, std::string const& path);
+/// The turn that last changed what stands at the path, or below it; 0 if there is nothing.
+Revision revisionAt(Documents const& documents, Path const& path);
+/// Applies one operation, in a turn of its own. Throws an HttpProblem.
+void applyOne(Service& service, Operation const& operation, std::optional<Service::TimeToLive> timeToLive);
+/// What an operation is refused with.
+HttpProblem refusal(InputError const& error);
+HttpProblem storeProblem(StoreError const& error);
+/// A handler failed: what was asked for has been done, and may not have been answered.
+HttpProblem handlerProblem(std::string const& reason, std::string const& path);
+
+HttpResponse jsonResponse(int status, Revision revision, std::string body);
+HttpResponse revisionResponse(Revision revision);
+HttpResponse problemResponse(HttpProblem const& problem);
+/// The member "error" of a problem's response.
+Json problemJson(HttpProblem const& problem);
+
+}  // namespace Agent

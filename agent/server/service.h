@@ -1,0 +1,127 @@
+// The registry as a service: turns that are kept before they are answered, heartbeats that expire, watches.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "agent/net/event_loop.h"
+#include "agent/server/backup.h"
+#include "agent/server/event_log.h"
+#include "agent/server/lifetimes.h"
+#include "agent/server/watch.h"
+#include "agent/store/store.h"
+#include "agent/tree/live_tree.h"
+
+namespace Agent {
+
+/// No time that is given in seconds is longer: ten years, more than any agent runs, and far from what a clock counts.
+inline constexpr std::int64_t kLongestSeconds = std::int64_t{10} * 366 * 24 * 3600;
+
+struct ServiceOptions {
+  /// How long a heartbeat lives whose put does not say; absent for ever.
+  std::optional<std::chrono::milliseconds> heartbeatTtl = std::chrono::seconds(30);
+  HistoryLimits history;
+};
+
+/// The state tree on a store. Every turn runs when it is asked for, and is kept together with those that are waiting
+/// then; neither its writer nor any reader is told of it before it is. All on the loop's thread; the library,
+/// the loop and the store outlive it.
+class Service {
+ public:
+  /// Loads what is stored. Throws what the tree throws then, and a StoreError if it cannot be read. A service whose
+  /// store takes no turns from the start, because the disk is full for instance, shows what is stored.
+  Service(EventLoop& loop, Nox::Library const& library, Store& store, ServiceOptions const& options, EventLog& log);
+  ~Service();
+  Service(Service const&) = delete;
+  Service& operator=(Service const&) = delete;
+
+  Documents const& documents() const noexcept { return kept_.documents; }
+  Revision revision() const noexcept { return kept_.revision; }
+  std::size_t switches() const;
+
+  /// Applies the operations in one turn; heartbeats get this time to live, or the default. Throws an InputError, with
+  /// its path, for what the tree does not take, and a StoreError while the store takes no writes; then nothing has
+  /// happened; `refused`, if given, receives which operation it was. A heartbeat that says what it said before needs no
+  /// store.
+  struct TimeToLive {
+    std::optional<std::chrono::milliseconds> value;
+  };
+  TurnResult apply(std::span<Operation const> operations, std::optional<TimeToLive> timeToLive = std::nullopt,
+                   std::size_t* refused = nullptr);
+
+  /// Calls `done` when all that is visible now is kept: at once if it is already. If it could not be kept, or it is
+  /// not known whether it is, `problem` is why; then the documents are those that were kept before.
+  void whenKept(std::function<void(StoreError const* problem)> done);
+
+  /// Why the store takes no writes; nothing if it does.
+  std::optional<std::string> const& storeProblem() const noexcept { return problem_; }
+
+  WatchHub& watches() noexcept { return *watches_; }
+
+  /// All documents as they are now, which must be when `whenKept()` says that they are kept, as the body of a response.
+  std::unique_ptr<BodySource> backup();
+  /// Backups that are being read.
+  std::size_t backups() const noexcept { return backups_->copies(); }
+
+  /// Keeps what waits, and ends the watches.
+  void stop();
+
+ private:
+  void start(std::optional<std::map<std::string, std::chrono::milliseconds>> const& left);
+  void keepTurn(TurnResult& result);
+  void commit();
+  void fail(StoreError const& problem);
+  void undo();
+  void suspend(StoreError const& problem);
+  void takeForeignTurns();
+  void restartFrom(TreeDocuments documents);
+  void tell(CommittedTurn turn);
+  void tick();
+  void expire();
+  void tryStore(EventLoop::Clock::time_point now);
+  bool isRefresh(std::span<Operation const> operations, std::optional<std::chrono::milliseconds> timeToLive) const;
+  void renew(std::span<Operation const> operations, std::optional<std::chrono::milliseconds> timeToLive);
+  CommittedTurn takeRenewed();
+
+  EventLoop& loop_;
+  Nox::Library const& library_;
+  Store& store_;
+  ServiceOptions options_;
+  EventLog& log_;
+  /// What everybody sees: ahead of the store by the turns that are not yet kept.
+  TreeDocuments kept_;
+  /// The registry on these documents; none while the store takes no writes.
+  std::unique_ptr<LiveTree> tree_;
+  std::shared_ptr<WatchHub> watches_;
+  std::shared_ptr<BackupHub> backups_;
+  Lifetimes lifetimes_;
+  EventLoop::Clock::time_point lastTick_;
+  EventLoop::Clock::time_point nextSign_;
+  EventLoop::Clock::time_point nextTry_;
+  /// For how long the agent has been awake, and for how long that matters to the heartbeats that it found.
+  std::chrono::milliseconds awake_{0};
+  std::chrono::milliseconds awakeMatters_{0};
+  /// Heartbeats that were put for the first time since the start, which is not yet kept.
+  std::set<std::string> renewed_;
+  /// Turns that are not yet kept, what stood before them, and what waits for them.
+  std::vector<CommittedTurn> turns_;
+  std::vector<DocumentBefore> before_;
+  Revision revisionBefore_ = 0;
+  std::vector<std::function<void(StoreError const*)>> waiting_;
+  /// Turns of which it is not known whether they are kept.
+  std::vector<CommittedTurn> doubtful_;
+  std::optional<std::string> problem_;
+  bool isFull_ = false;
+  /// Tasks on the loop hold it weakly, and do nothing when the service has gone.
+  std::shared_ptr<Service*> self_ = std::make_shared<Service*>(this);
+};
+
+}  // namespace Agent

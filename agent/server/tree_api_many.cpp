@@ -1,0 +1,231 @@
+// Routes for many documents: the tree, batches, watches.
+#include <algorithm>
+
+#include "agent/server/api_call.h"
+
+namespace Agent {
+namespace {
+
+/// So many operations of a batch at a time; then others have their turn.
+constexpr std::size_t kSlice = 256;
+
+/// A request's body, read as a scenario.
+class Body final : public ByteSource {
+ public:
+  explicit Body(std::string text) : text_(std::move(text)) {}
+
+  std::size_t read(char* to, std::size_t room) override {
+    std::size_t const size = std::min(room, text_.size() - at_);
+    std::copy_n(text_.data() + at_, size, to);
+    at_ += size;
+    return size;
+  }
+
+ private:
+  std::string text_;
+  std::size_t at_ = 0;
+};
+
+/// Documents as one JSON object, a line each: as they were when it was asked for, however slowly they are read.
+class TreeBody final : public BodySource {
+ public:
+  TreeBody(Documents const& documents, std::string_view prefix) {
+    auto const [begin, end] = withPrefix(documents, prefix);
+    for (auto at = begin; at != end; ++at) documents_.emplace_back(at->first, at->second.text);
+  }
+
+  std::optional<std::string> next() override {
+    if (isEnded_) return std::nullopt;
+    std::string piece = at_ == 0 ? "{" : "";
+    for (; at_ < documents_.size() && piece.size() < kPieceBytes; ++at_) {
+      piece += (at_ == 0 ? "\n" : ",\n") + Json(documents_[at_].first).dump() + ": " + *documents_[at_].second;
+      documents_[at_].second = nullptr;
+    }
+    isEnded_ = at_ == documents_.size();
+    if (isEnded_) piece += "\n}\n";
+    return piece;
+  }
+
+ private:
+  std::vector<std::pair<std::string, DocumentText>> documents_;
+  std::size_t at_ = 0;
+  bool isEnded_ = false;
+};
+
+}  // namespace
+
+void TreeApi::tree(Call& call) {
+  call.requireMethod({"GET", "POST"});
+  if (call.isMethod("POST"))
+    postBatch(call);
+  else
+    listDocuments(call);
+}
+
+void TreeApi::listDocuments(Call& call) {
+  call.requireParameters({"prefix"});
+  call.requireRevision(service_.revision(), "");
+  HttpResponse response = jsonResponse(200, service_.revision(), "");
+  response.source = std::make_unique<TreeBody>(service_.documents(), call.parameter("prefix"));
+  readWhenKept(call, std::move(response));
+}
+
+/// A batch on its way: what has been read of it, and how far it has come.
+struct TreeApi::Batch {
+  HttpAnswer answer;
+  std::vector<Operation> operations;
+  /// The line of each operation.
+  std::vector<std::size_t> lines;
+  std::optional<Service::TimeToLive> timeToLive;
+  std::size_t applied = 0;
+  /// So many of those are kept. If the others could not be, they are undone.
+  std::size_t kept = 0;
+  bool isUndone = false;
+  /// What ends it early, and the line.
+  std::optional<HttpProblem> problem;
+  std::size_t problemLine = 0;
+
+  void fail(HttpProblem failure, std::size_t line) {
+    problem = std::move(failure);
+    problemLine = line;
+  }
+
+  HttpResponse response(Revision revision) const {
+    Json body;
+    if (problem) {
+      body["error"] = problemJson(*problem);
+      if (problemLine != 0) body["error"]["line"] = problemLine;
+    }
+    body["applied"] = kept;
+    body["revision"] = revision;
+    HttpResponse result = problem ? problemResponse(*problem) : jsonResponse(200, revision, "");
+    if (problem) result.fields.emplace_back("Enrolix-Revision", std::to_string(revision));
+    result.body = body.dump() + "\n";
+    return result;
+  }
+};
+
+// All lines are read before the first is applied; what cannot be read ends the batch when it is its turn.
+void TreeApi::postBatch(Call& call) {
+  call.requireParameters({"atomic", "ttl"});
+  call.requireRevision(service_.revision(), "");
+  bool const isAtomic = call.flag("atomic");
+  auto const batch = std::make_shared<Batch>();
+  batch->timeToLive = call.timeToLive();
+  ScenarioReader reader(std::make_unique<Body>(std::move(call.request.body)));
+  try {
+    while (std::optional<Operation> operation = reader.next()) {
+      if (batch->operations.size() == limits_.batch) {
+        throw HttpProblem(
+            413,
+            InputError("", "more than " + std::to_string(limits_.batch) + " documents in one batch; none was applied"));
+      }
+      batch->operations.push_back(std::move(*operation));
+      batch->lines.push_back(reader.line());
+    }
+  } catch (InputError const& error) {
+    batch->fail(HttpProblem(400, error), reader.line());
+  }
+  batch->answer = call.answer;
+  if (!isAtomic) return goOn(batch);
+  if (!batch->problem) {
+    std::size_t refused = 0;
+    try {
+      TurnResult const result = service_.apply(batch->operations, batch->timeToLive, &refused);
+      batch->applied = batch->operations.size();
+      if (result.failure) batch->fail(handlerProblem(*result.failure, ""), 0);
+    } catch (InputError const& error) {
+      batch->fail(refusal(error), batch->lines[refused]);
+    }
+  }
+  keep(batch);
+  finish(batch);
+}
+
+/// Notes what becomes of what has been applied so far.
+void TreeApi::keep(std::shared_ptr<Batch> const& batch) {
+  service_.whenKept([batch, applied = batch->applied](StoreError const* problem) {
+    if (problem == nullptr) {
+      if (!batch->isUndone) batch->kept = applied;
+      return;
+    }
+    batch->isUndone = true;
+    batch->fail(storeProblem(*problem), 0);
+  });
+}
+
+void TreeApi::finish(std::shared_ptr<Batch> const& batch) {
+  service_.whenKept(
+      [this, batch](StoreError const* /*problem*/) { batch->answer(batch->response(service_.revision())); });
+}
+
+void TreeApi::goOn(std::shared_ptr<Batch> const& batch) {
+  if (batch->isUndone) return finish(batch);
+  std::size_t const end = std::min(batch->applied + kSlice, batch->operations.size());
+  while (batch->applied < end) {
+    std::size_t const line = batch->lines[batch->applied];
+    try {
+      applyOne(service_, batch->operations[batch->applied], batch->timeToLive);
+      ++batch->applied;
+      continue;
+    } catch (HttpProblem const& problem) {
+      batch->fail(problem, line);
+    } catch (StoreError const& error) {
+      batch->fail(storeProblem(error), line);
+    }
+    batch->operations.resize(batch->applied);
+    break;
+  }
+  keep(batch);
+  if (batch->applied == batch->operations.size()) return finish(batch);
+  loop_.post([this, batch] { goOn(batch); });
+}
+
+void TreeApi::watch(Call& call) {
+  call.requireMethod({"GET"});
+  call.requireParameters({"prefix", "after"});
+  auto const last = findField(call.request.fields, "Last-Event-ID");
+  auto const after = call.target.query.find("after");
+  WatchHub& hub = service_.watches();
+  std::optional<Revision> from = hub.revision();
+  if (last && !last->empty())
+    from = parseEventId(*last, hub.history(), "Last-Event-ID");
+  else if (after != call.target.query.end())
+    from = parseEventId(after->second, hub.history(), "after");
+  if (hub.watches() >= limits_.watches) {
+    throw HttpProblem(
+        429,
+        InputError("", "there are " + std::to_string(limits_.watches) + " watches already, as many as are allowed"));
+  }
+  HttpResponse response;
+  response.fields = {{"Content-Type", "text/event-stream"},
+                     {"Cache-Control", "no-store"},
+                     {"Enrolix-Revision", std::to_string(hub.revision())},
+                     {"Enrolix-History", hub.history()}};
+  response.source = hub.watch(call.parameter("prefix"), from);
+  call.answer(std::move(response));
+}
+
+// The copy begins when all that is visible is kept.
+void TreeApi::backup(Call& call) {
+  call.requireMethod({"GET"});
+  call.requireParameters({});
+  call.requireRevision(service_.revision(), "");
+  if (service_.backups() >= limits_.backups) {
+    throw HttpProblem(
+        429,
+        InputError("",
+                   "there are " + std::to_string(limits_.backups) + " backups on their way, as many as are allowed"));
+  }
+  service_.whenKept([this, call](StoreError const* problem) {
+    bool const isAllKept = service_.revision() == service_.watches().revision();
+    if (problem != nullptr || !isAllKept) return handle(call.request, call.answer);
+    HttpResponse response = jsonResponse(200, service_.revision(), "");
+    response.fields.front().second = "application/jsonl";
+    response.fields.emplace_back("Enrolix-History", service_.watches().history());
+    response.source = service_.backup();
+    call.answer(std::move(response));
+  });
+}
+
+}  // namespace Agent

@@ -1,0 +1,258 @@
+// Writes events: a reader's place is a revision in the history, or a path in the tree while it gets the whole prefix.
+#include "agent/server/watch.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "framework/assertion.h"
+
+namespace Agent {
+namespace {
+
+std::size_t bytesOf(DocumentChange const& change) {
+  return change.path.size() + (change.text ? change.text->size() : 0);
+}
+std::size_t bytesOf(CommittedTurn const& turn) {
+  std::size_t bytes = 0;
+  for (DocumentChange const& change : turn.changes) bytes += bytesOf(change);
+  return bytes;
+}
+
+std::string revisionData(Revision revision) { return "data: {\"revision\":" + std::to_string(revision) + "}\n\n"; }
+
+}  // namespace
+
+/// One reader.
+class Watch final : public BodySource {
+ public:
+  Watch(std::shared_ptr<WatchHub> hub, std::string prefix, std::optional<Revision> after)
+      : hub_(std::move(hub)),
+        prefix_(std::move(prefix)),
+        told_(after.value_or(0)),
+        idTold_(after.value_or(0)),
+        era_(after ? hub_->era_ : 0) {
+    ++hub_->watches_;
+  }
+  ~Watch() override {
+    --hub_->watches_;
+    hub_->waiting_.erase(this);
+  }
+
+  std::optional<std::string> next() override;
+  /// There is something to tell; a sign of life, if nothing else.
+  void goOn(bool isForSign) {
+    isSignWanted_ = isForSign;
+    wake();
+  }
+
+ private:
+  /// Whether its place is gone, so that nothing can go on from there.
+  bool isLost() const {
+    // What the whole prefix left to turns that were taken back since is not going to come.
+    bool const isInPrefix = toldPath_ || syncedAt_;
+    return era_ != hub_->era_ || (isInPrefix && undone_ != hub_->undone_) ||
+           (!toldPath_ && turn_ == nullptr && !hub_->reachesBackTo(told_));
+  }
+  bool tellTurn(std::string& to);
+  void tellPrefix(std::string& to);
+  void beginPrefix(std::string& to);
+  void tellSynced(std::string& to);
+  void tellChange(std::string& to, std::string_view path, DocumentText const& text, Revision revision, bool isLast);
+  void tellText(std::string& to);
+  /// Makes `told_` the place to resume from.
+  std::string idLine();
+
+  std::shared_ptr<WatchHub> hub_;
+  std::string prefix_;
+  /// All turns up to this one have been told.
+  Revision told_;
+  /// The revision that was the last one's to resume from.
+  Revision idTold_;
+  std::size_t era_;
+  std::size_t undone_ = 0;
+  /// The turn that is being told, and how many of its changes have been.
+  std::shared_ptr<CommittedTurn const> turn_;
+  std::size_t changesTold_ = 0;
+  /// The path behind which the whole prefix goes on, while that is being told.
+  std::optional<std::string> toldPath_;
+  /// The revision with which the whole prefix has been told: turns up to this one had gone into the tree meanwhile, and
+  /// follow when they are kept. Before that, what has been told is no state that ever was, and no place to resume from.
+  std::optional<Revision> syncedAt_;
+  /// A document that is being told, and how much of it has been: a long one is shared by its readers, however slow they
+  /// are, and not copied for each.
+  DocumentText text_;
+  std::size_t textTold_ = 0;
+  bool isCaughtUp_ = false;
+  bool isSignWanted_ = false;
+  bool isFarewellSaid_ = false;
+};
+
+std::optional<std::string> Watch::next() {
+  if (isFarewellSaid_) return std::nullopt;
+  std::string piece;
+  while (piece.size() < kPieceBytes) {
+    if (text_) {
+      tellText(piece);
+      continue;
+    }
+    if (hub_->tree_ == nullptr) return std::nullopt;
+    if (isLost()) {
+      beginPrefix(piece);
+    } else if (toldPath_) {
+      tellPrefix(piece);
+    } else if (syncedAt_ && told_ >= *syncedAt_) {
+      tellSynced(piece);
+    } else if (!tellTurn(piece)) {
+      if (hub_->isClosed_) {
+        piece += "event: shutdown\ndata: {}\n\n";
+        isFarewellSaid_ = true;
+        return piece;
+      }
+      // A reader that comes to the end of the past is told so, also when the last of it was not below its prefix.
+      bool const isSignDue = piece.empty() && std::exchange(isSignWanted_, false);
+      bool const isEndDue = !std::exchange(isCaughtUp_, true) && idTold_ != told_;
+      if (syncedAt_) break;
+      if (isSignDue || isEndDue) piece += idLine() + "\n";
+      break;
+    }
+  }
+  if (piece.empty()) hub_->waiting_.insert(this);
+  return piece;
+}
+
+// Tells what is left of a turn, or of it what there is room for; false if all turns have been told.
+bool Watch::tellTurn(std::string& to) {
+  if (turn_ == nullptr) {
+    if (told_ == hub_->last_) return false;
+    turn_ = hub_->turns_[hub_->turns_.size() - static_cast<std::size_t>(hub_->last_ - told_)];
+    changesTold_ = 0;
+  }
+  auto const& changes = turn_->changes;
+  auto const isNext = [&](DocumentChange const& change) { return change.path.starts_with(prefix_); };
+  std::size_t at = changesTold_;
+  while (at < changes.size() && !isNext(changes[at])) ++at;
+  while (at < changes.size() && to.size() < kPieceBytes) {
+    DocumentChange const& change = changes[at];
+    do ++at;
+    while (at < changes.size() && !isNext(changes[at]));
+    tellChange(to, change.path, change.text, turn_->revision, at == changes.size());
+  }
+  changesTold_ = at;
+  if (at < changes.size()) return true;
+  told_ = turn_->revision;
+  turn_ = nullptr;
+  return true;
+}
+
+// Documents that changed later than the prefix was begun are left to the history, which then has them.
+void Watch::beginPrefix(std::string& to) {
+  era_ = hub_->era_;
+  undone_ = hub_->undone_;
+  told_ = hub_->last_;
+  turn_ = nullptr;
+  toldPath_ = "";
+  syncedAt_ = std::nullopt;
+  // What was known before is forgotten, and the whole prefix is not there yet: a reader that loses the connection now
+  // begins at the beginning.
+  idTold_ = 0;
+  to += "event: resync\nid: 0\n" + revisionData(told_);
+}
+
+void Watch::tellPrefix(std::string& to) {
+  Documents const& documents = hub_->tree_->documents;
+  auto at = toldPath_->empty() ? documents.lower_bound(prefix_) : documents.upper_bound(*toldPath_);
+  for (; at != documents.end() && at->first.starts_with(prefix_) && to.size() < kPieceBytes; ++at) {
+    toldPath_ = at->first;
+    if (at->second.revision <= told_) tellChange(to, at->first, at->second.text, at->second.revision, false);
+  }
+  if (text_ || (at != documents.end() && at->first.starts_with(prefix_))) return;
+  toldPath_ = std::nullopt;
+  syncedAt_ = hub_->tree_->revision;
+}
+
+void Watch::tellSynced(std::string& to) {
+  syncedAt_ = std::nullopt;
+  to += "event: synced\n" + idLine() + revisionData(told_);
+}
+
+std::string Watch::idLine() {
+  idTold_ = told_;
+  return "id: " + std::to_string(told_) + "@" + hub_->history_ + "\n";
+}
+
+// Only the last event of a turn carries its revision as the place to resume from: a reader that loses the connection in
+// the middle of a turn gets all of it again.
+void Watch::tellChange(std::string& to, std::string_view path, DocumentText const& text, Revision revision,
+                       bool isLast) {
+  to += "event: change\n";
+  if (isLast) told_ = revision;
+  if (isLast && !syncedAt_) to += idLine();
+
+  to += "data: {\"revision\":" + std::to_string(revision) + ",\"path\":" + Json(path).dump() + ",\"value\":";
+  text_ = text;
+  textTold_ = 0;
+  if (text_)
+    tellText(to);
+  else
+    to += "null}\n\n";
+}
+
+// What there is no room for follows in the next pieces.
+void Watch::tellText(std::string& to) {
+  std::size_t const room = kPieceBytes - std::min(kPieceBytes, to.size());
+  std::size_t const size = std::min(room, text_->size() - textTold_);
+  to.append(*text_, textTold_, size);
+  textTold_ += size;
+  if (textTold_ < text_->size()) return;
+  text_ = nullptr;
+  to += "}\n\n";
+}
+
+void WatchHub::add(CommittedTurn turn) {
+  NOX_ASSERT(turn.revision == last_ + 1, "turns are told one after the other");
+  last_ = turn.revision;
+  changes_ += turn.changes.size();
+  bytes_ += bytesOf(turn);
+  turns_.push_back(std::make_shared<CommittedTurn const>(std::move(turn)));
+  while (turns_.size() > 1 && (changes_ > limits_.changes || bytes_ > limits_.bytes)) {
+    changes_ -= turns_.front()->changes.size();
+    bytes_ -= bytesOf(*turns_.front());
+    turns_.pop_front();
+  }
+  wakeAll();
+}
+
+void WatchHub::restart(HistoryId history) {
+  last_ = tree_->revision;
+  history_ = std::move(history);
+  turns_.clear();
+  changes_ = 0;
+  bytes_ = 0;
+  ++era_;
+  wakeAll();
+}
+
+void WatchHub::close() {
+  isClosed_ = true;
+  wakeAll();
+}
+
+void WatchHub::detach() {
+  tree_ = nullptr;
+  wakeAll();
+}
+
+// Each is taken off before it is woken: it may wait again at once. Those that have gone meanwhile have taken themselves
+// off.
+void WatchHub::wakeAll(bool isForSign) {
+  for (Watch* const watch : std::set<Watch*>(waiting_))
+    if (waiting_.erase(watch) != 0) watch->goOn(isForSign);
+}
+
+void WatchHub::keepAlive() { wakeAll(true); }
+
+std::unique_ptr<BodySource> WatchHub::watch(std::string prefix, std::optional<Revision> after) {
+  return std::make_unique<Watch>(shared_from_this(), std::move(prefix), after);
+}
+
+}  // namespace Agent

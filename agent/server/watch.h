@@ -1,0 +1,79 @@
+// Watches: everything that changes, told turn by turn to each reader as fast as it reads.
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <memory>
+#include <set>
+#include <string>
+
+#include "agent/net/http.h"
+#include "agent/tree/live_tree.h"
+
+namespace Agent {
+
+class Watch;
+
+/// How much of the past is kept for readers that are behind.
+struct HistoryLimits {
+  std::size_t changes = 65'536;
+  /// Of paths and documents.
+  std::size_t bytes = 64u * 1024 * 1024;
+};
+
+/// The turns that were committed last, and the readers that wait for the next one. A reader is no more than a place in
+/// this history: one that is slow costs no more than that, and one that is so slow that its place is gone is told so.
+class WatchHub : public std::enable_shared_from_this<WatchHub> {
+ public:
+  /// Of these documents, which are those of the store now; later they may be ahead of it, by turns that are not yet
+  /// kept. They outlive the hub or its being detached.
+  WatchHub(HistoryLimits const& limits, TreeDocuments const& documents, HistoryId history)
+      : limits_(limits), tree_(&documents), last_(documents.revision), history_(std::move(history)) {}
+
+  /// A turn was committed: the next one after those before.
+  void add(CommittedTurn turn);
+  /// The documents are those of another state, and the store's again; all readers are told.
+  void restart(HistoryId history);
+  /// Turns that were not yet kept, and that no reader was told of, have been taken back.
+  void undone() { ++undone_; }
+  /// Every reader that waits gets a sign of life.
+  void keepAlive();
+  /// Every reader is told when it has been told the rest, and comes to its end.
+  void close();
+  /// The tree goes: no reader gets anything more.
+  void detach();
+
+  /// The body of a response that tells of all changes of documents whose paths begin with `prefix`, from behind the
+  /// revision `after` on: those of the last turn, if there have been others since and all of them are kept; the whole
+  /// prefix otherwise, and also if `after` is absent: the reader knows a state of another history.
+  std::unique_ptr<BodySource> watch(std::string prefix, std::optional<Revision> after);
+
+  /// Readers.
+  std::size_t watches() const noexcept { return watches_; }
+  Revision revision() const noexcept { return last_; }
+  HistoryId const& history() const noexcept { return history_; }
+
+ private:
+  friend class Watch;
+
+  bool reachesBackTo(Revision after) const { return after <= last_ && after + turns_.size() >= last_; }
+  void wakeAll(bool isForSign = false);
+
+  HistoryLimits limits_;
+  TreeDocuments const* tree_;
+  /// The last turn's revision; those of the turns that are kept end with it.
+  Revision last_;
+  /// Event ids carry it: a revision means something within one history alone.
+  HistoryId history_;
+  std::deque<std::shared_ptr<CommittedTurn const>> turns_;
+  std::size_t changes_ = 0;
+  std::size_t bytes_ = 0;
+  /// Counts the restarts, and how often turns were taken back.
+  std::size_t era_ = 1;
+  std::size_t undone_ = 0;
+  bool isClosed_ = false;
+  std::size_t watches_ = 0;
+  std::set<Watch*> waiting_;
+};
+
+}  // namespace Agent

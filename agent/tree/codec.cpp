@@ -1,0 +1,388 @@
+// Walks the attribute tables: once to check a document, once to write it, once to read a record.
+#include "agent/tree/codec.h"
+
+#include <charconv>
+#include <tuple>
+
+#include "agent/document/path.h"
+#include "agent/tree/key_order.h"
+#include "framework/shared_text.h"
+#include "records/agent.h"
+#include "records/attributes.h"
+#include "records/registration.h"
+
+namespace Agent {
+namespace {
+
+using Controller::MountDesc;
+using Controller::ServiceVersionV1;
+using Nox::AnswerRow;
+using Nox::ChildRow;
+using Nox::KeyedRow;
+using Nox::ScalarRow;
+
+/// Works on one member of an object. The field of an error that this meets starts with the member's key.
+template <class Work>
+void inMember(std::string_view key, Work const& work) {
+  try {
+    work();
+  } catch (InputError& error) {
+    error.isInside(key);
+    throw;
+  }
+}
+
+/// Calls `work` with every row of R's table that is part of documents.
+template <class R, class Work>
+void forEachRow(Work const& work) {
+  auto const visit = [&](auto const& row) {
+    if (row.document) work(row);
+  };
+  std::apply([&](auto const&... row) { (visit(row), ...); }, R::attributes());
+}
+
+/// The value of a member, or null.
+Json const* find(Json::object_t const& members, std::string_view key) {
+  for (auto const& [name, value] : members)
+    if (name == key) return &value;
+  return nullptr;
+}
+
+// Scalars, both ways.
+
+void parse(Json const& json, bool& to) { to = requireBool(json, ""); }
+void parse(Json const& json, unsigned& to) { to = requireUnsigned(json, ""); }
+void parse(Json const& json, Nox::String8& to) { to = Nox::sharedText<Nox::String8>(requireString(json, "")); }
+template <class T>
+void parsePart(std::string const& name, Json::object_t const& members, T& to) {
+  inMember(name, [&] {
+    Json const* const value = find(members, name);
+    if (value == nullptr) throw InputError("", "missing");
+    parse(*value, to);
+  });
+}
+void parse(Json const& json, ServiceVersionV1& to) {
+  unsigned number = 0;
+  Nox::String8 desc;
+  parsePart("version", requireObject(json, ""), number);
+  parsePart("desc", requireObject(json, ""), desc);
+  to = ServiceVersionV1(number, desc);
+}
+void parse(Json const& json, Nox::Name& to) { to = Nox::sharedText<Nox::Name>(requireString(json, "")); }
+void parse(Json const& json, Controller::SystemId& to) {
+  auto const address = Lumo::EthAddr::parse(requireString(json, ""));
+  if (!address) throw InputError("", "expected a system id like 02:00:00:aa:00:01, found " + describe(json));
+  to = Controller::SystemId(*address);
+}
+
+Json print(bool value) { return value; }
+Json print(unsigned value) { return value; }
+Json print(Nox::StringN<unsigned char> const& text) { return text.view(); }
+Json print(Controller::SystemId const& systemId) { return keyText(systemId); }
+Json print(ServiceVersionV1 const& version) {
+  return {{"version", print(version.version())}, {"desc", print(version.desc())}};
+}
+
+// Keys of keyed fields, and the values that stand under them.
+
+void parseKey(std::string const& text, Nox::Name& to) {
+  requireName(text, "a service name", "");
+  to = Nox::sharedText<Nox::Name>(text);
+}
+void parseKey(std::string const& text, Nox::String8& to) { to = Nox::sharedText<Nox::String8>(text); }
+void parseKey(std::string const& text, unsigned& to) {
+  auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), to);
+  // Printed again it must be the same text: no leading zeros, nothing behind the number.
+  if (error != std::errc() || keyText(to) != text) {
+    throw InputError("", "expected a version number from 0 to 4294967295 without leading zeros");
+  }
+}
+
+void parseMember(unsigned number, Json const& json, ServiceVersionV1& to) {
+  Nox::String8 desc;
+  parse(json, desc);
+  to = ServiceVersionV1(number, desc);
+}
+void parseMember(Nox::String8 const& path, Json const& json, MountDesc& to) {
+  to = MountDesc();
+  to.path = path;
+  for (auto const& [found, content] : requireObject(json, "")) {
+    inMember(found, [&, &name = found, &value = content] {
+      bool isKnown = false;
+      auto const parseField = [&](auto const& field) {
+        if (name != field.first) return;
+        isKnown = true;
+        parse(value, to.*field.second);
+      };
+      std::apply([&](auto const&... field) { (parseField(field), ...); }, MountDesc::fields());
+      if (!isKnown) throw InputError("", "no such field; a mount has path, remotePath, type, mode and service");
+      if (to.path != path) throw InputError("", "differs from its key: expected " + inQuotes(path.view()));
+    });
+  }
+}
+template <class R>
+void parseMember(Nox::Name const& /*key*/, Json const& json, Nox::Ptr<R>& /*to*/) {
+  checkDocument<R>(json);
+}
+
+Json printMember(ServiceVersionV1 const& version) { return print(version.desc()); }
+Json printMember(MountDesc const& mount) {
+  Json json = Json::object();
+  std::apply([&](auto const&... field) { ((json[field.first] = print(mount.*field.second)), ...); },
+             MountDesc::fields());
+  return json;
+}
+template <class R>
+Json printMember(Nox::Ptr<R> const& record) {
+  return readDocument(*record);
+}
+
+/// The types of a keyed field: those of the collection that its row reads.
+template <class Row, class R>
+using MapOf = std::remove_cvref_t<decltype((std::declval<R const&>().*Row::read)())>;
+template <class Map>
+using KeyOf = std::remove_cvref_t<decltype(std::declval<Map const&>().begin()->fwkKey())>;
+
+/// The record that a child row leads to.
+template <class R, auto Change>
+using ChildOf = std::remove_cvref_t<decltype(*(std::declval<R&>().*Change)())>;
+
+/// Whether the members of a keyed field are children that are made from their key alone.
+template <class Map>
+constexpr bool kHasChildren =
+    std::derived_from<std::remove_cvref_t<decltype(*std::declval<Map const&>().begin())>, Nox::Entity>;
+
+// Checking.
+
+template <class R, Writer By, auto Read, auto Write>
+void checkRow(ScalarRow<Read, Write> const& /*row*/, Json const& json) {
+  std::remove_cvref_t<decltype((std::declval<R const&>().*Read)())> value;
+  parse(json, value);
+}
+template <class R, Writer By, auto Read, auto Change, auto Make>
+void checkRow(ChildRow<Read, Change, Make> const& /*row*/, Json const& json) {
+  if (!std::is_null_pointer_v<decltype(Make)> && json.is_null()) return;
+  checkDocument<ChildOf<R, Change>, By>(json);
+}
+template <class R, Writer By, auto Read, auto Enter, auto Remove>
+void checkRow(KeyedRow<Read, Enter, Remove> const& /*row*/, Json const& json) {
+  using Map = MapOf<KeyedRow<Read, Enter, Remove>, R>;
+  for (auto const& [found, content] : requireObject(json, "")) {
+    inMember(found, [&name = found, &value = content] {
+      KeyOf<Map> key{};
+      parseKey(name, key);
+      if constexpr (kHasChildren<Map>) {
+        checkDocument<typename Map::Member, By>(value);
+      } else {
+        typename Map::Value member{};
+        parseMember(key, value, member);
+      }
+    });
+  }
+}
+template <class R, Writer By, class Row>
+void checkRow(AnswerRow<Row> const& row, Json const& json) {
+  if constexpr (By == Writer::kRegistry)
+    checkRow<R, By>(static_cast<Row const&>(row), json);
+  else
+    throw InputError("", "this field is the registry's own: no put may hold it");
+}
+
+template <class Row>
+constexpr bool isAnswer(Row const& /*row*/) {
+  return false;
+}
+template <class Row>
+constexpr bool isAnswer(AnswerRow<Row> const& /*row*/) {
+  return true;
+}
+
+template <class R>
+std::string fieldNames() {
+  std::string names;
+  forEachRow<R>([&](auto const& row) { names.append(names.empty() ? "" : ", ").append(row.name); });
+  return names;
+}
+
+// Writing. An absent field is null here.
+
+template <Writer By, class R, auto Read, auto Write>
+void writeRow(ScalarRow<Read, Write> const& /*row*/, Json const* json, R& record) {
+  if constexpr (!std::is_null_pointer_v<decltype(Write)>) {
+    std::remove_cvref_t<decltype((record.*Read)())> value{};
+    if (json != nullptr) parse(*json, value);
+    (record.*Write)(value);
+  }
+}
+template <Writer By, class R, auto Read, auto Change, auto Make>
+void writeRow(ChildRow<Read, Change, Make> const& /*row*/, Json const* json, R& record) {
+  static Json const nothing = Json::object();
+  if constexpr (!std::is_null_pointer_v<decltype(Make)>) {
+    if (json == nullptr || json->is_null()) return;
+    Json const* const name = find(json->get_ref<Json::object_t const&>(), "name");
+    (record.*Make)(name != nullptr ? Nox::sharedText<Nox::Name>(requireString(*name, "name")) : Nox::Name());
+  }
+  writeDocument<ChildOf<R, Change>, By>(json != nullptr ? *json : nothing, *(record.*Change)());
+}
+/// One member that a document lists, in a collection of the same order as the one that it is written to.
+template <class Key>
+class Listed final : public Nox::Row<Key, Json const*> {
+ public:
+  using Nox::Row<Key, Json const*>::Row;
+};
+
+/// Enters the member whether it is there or not; entering an equal value changes nothing.
+template <class Enter, class R, class Key, class Value>
+void enterMember(Enter enter, R& record, Key const& key, Value const& /*present*/, Json const& json) {
+  Value value;
+  parseMember(key, json, value);
+  (record.*enter)(value);
+}
+template <class Enter, class R, class Child>
+void enterMember(Enter enter, R& record, Nox::Name const& name, Nox::Ptr<Child> const& present, Json const& json) {
+  if (present) return writeDocument(json, *present);
+  Nox::ValidPtr<Child> const made = Nox::make<Child>(name);
+  writeDocument(json, *made);
+  (record.*enter)(made);
+}
+
+template <Writer By, class R, auto Read, auto Enter, auto Remove>
+void writeRow(KeyedRow<Read, Enter, Remove> const& /*row*/, Json const* json, R& record) {
+  auto const& map = (record.*Read)();
+  using Map = MapOf<KeyedRow<Read, Enter, Remove>, R>;
+  using Key = KeyOf<Map>;
+  Nox::ValueMap<Listed<Key>, Key, Json const*> listed;
+  if (json != nullptr) {
+    for (auto const& [name, value] : json->get_ref<Json::object_t const&>()) {
+      Key key{};
+      parseKey(name, key);
+      listed.valueIs(key, &value);
+    }
+  }
+  for (auto const& member : map)
+    if (Key const key = member.fwkKey(); !listed.has(key)) (record.*Remove)(key);
+  for (bool const isThere : {true, false}) {
+    for (auto const& member : listed) {
+      Key const& key = member.fwkKey();
+      if (map.has(key) != isThere) continue;
+      if constexpr (kHasChildren<Map>)
+        writeDocument<typename Map::Member, By>(*member.value(), *(record.*Enter)(key));
+      else
+        enterMember(Enter, record, key, map.value(key), *member.value());
+    }
+  }
+}
+
+template <Writer By, class R, class Row>
+void writeRow(AnswerRow<Row> const& row, Json const* json, R& record) {
+  if constexpr (By == Writer::kRegistry) writeRow<By>(static_cast<Row const&>(row), json, record);
+}
+
+// Reading.
+
+template <class R, auto Read, auto Write>
+Json readRow(ScalarRow<Read, Write> const& /*row*/, R const& record) {
+  return print((record.*Read)());
+}
+template <class R, auto Read, auto Change, auto Make>
+Json readRow(ChildRow<Read, Change, Make> const& /*row*/, R const& record) {
+  auto const child = (record.*Read)();
+  return child ? readDocument(*child) : Json();
+}
+template <class R, auto Read, auto Enter, auto Remove>
+Json readRow(KeyedRow<Read, Enter, Remove> const& /*row*/, R const& record) {
+  Json json = Json::object();
+  // Appended without the object's own search for the key, which would read them all for each.
+  auto& members = json.get_ref<Json::object_t&>();
+  for (auto const& [text, member] : sortedByKey((record.*Read)())) {
+    if constexpr (kHasChildren<std::remove_cvref_t<decltype((record.*Read)())>>)
+      members.emplace_back(text, readDocument(*member));
+    else
+      members.emplace_back(text, printMember(member->value()));
+  }
+  return json;
+}
+
+}  // namespace
+
+template <class R, Writer By>
+void checkDocument(Json const& document) {
+  for (auto const& [found, content] : requireObject(document, "")) {
+    inMember(found, [&name = found, &value = content] {
+      bool isKnown = false;
+      forEachRow<R>([&](auto const& row) {
+        if (row.name != name) return;
+        isKnown = true;
+        checkRow<R, By>(row, value);
+      });
+      if (!isKnown) throw InputError("", "no such field here; the fields are " + fieldNames<R>());
+    });
+  }
+}
+
+template <class R>
+Json withoutAnswers(Json const& document) {
+  if (!document.is_object()) return document;
+  Json::object_t inputs;
+  for (auto const& member : document.get_ref<Json::object_t const&>()) {
+    bool isInput = true;
+    forEachRow<R>([&](auto const& row) { isInput = isInput && !(isAnswer(row) && row.name == member.first); });
+    if (isInput) inputs.push_back(member);
+  }
+  return inputs;
+}
+
+template <class R, Writer By>
+void writeDocument(Json const& document, R& record) {
+  auto const& members = document.get_ref<Json::object_t const&>();
+  forEachRow<R>([&](auto const& row) { writeRow<By>(row, find(members, row.name), record); });
+}
+
+template <class R>
+Json readDocument(R const& record) {
+  Json json = Json::object();
+  forEachRow<R>([&](auto const& row) { json.emplace(row.name, readRow(row, record)); });
+  return json;
+}
+
+// What is put and read at paths of its own.
+template void checkDocument<Controllerdb::Config>(Json const&);
+template Json withoutAnswers<Controllerdb::Config>(Json const&);
+template void writeDocument(Json const&, Controllerdb::Config&);
+template Json readDocument(Controllerdb::Config const&);
+template void checkDocument<Controllerdb::Status>(Json const&);
+template Json withoutAnswers<Controllerdb::Status>(Json const&);
+template void writeDocument(Json const&, Controllerdb::Status&);
+template Json readDocument(Controllerdb::Status const&);
+template void checkDocument<ControllerRegistration::SwitchConfig>(Json const&);
+template Json withoutAnswers<ControllerRegistration::SwitchConfig>(Json const&);
+template void writeDocument(Json const&, ControllerRegistration::SwitchConfig&);
+template Json readDocument(ControllerRegistration::SwitchConfig const&);
+template void checkDocument<ControllerRegistration::SwitchStatus>(Json const&);
+template Json withoutAnswers<ControllerRegistration::SwitchStatus>(Json const&);
+template void writeDocument(Json const&, ControllerRegistration::SwitchStatus&);
+template Json readDocument(ControllerRegistration::SwitchStatus const&);
+template void checkDocument<Controller::ServiceConfigV1>(Json const&);
+template Json withoutAnswers<Controller::ServiceConfigV1>(Json const&);
+template void writeDocument(Json const&, Controller::ServiceConfigV1&);
+template Json readDocument(Controller::ServiceConfigV1 const&);
+template Json readDocument(Controller::ServiceStatusV1 const&);
+template void checkDocument<Controller::SystemPublishedMount>(Json const&);
+template Json withoutAnswers<Controller::SystemPublishedMount>(Json const&);
+template void writeDocument(Json const&, Controller::SystemPublishedMount&);
+template Json readDocument(Controller::SystemPublishedMount const&);
+
+// What comes back from where it was kept.
+template void checkDocument<Controllerdb::Config, Writer::kRegistry>(Json const&);
+template void checkDocument<ControllerRegistration::SwitchConfig, Writer::kRegistry>(Json const&);
+template void checkDocument<Controller::ServiceConfigV1, Writer::kRegistry>(Json const&);
+template void checkDocument<Controller::SystemPublishedMount, Writer::kRegistry>(Json const&);
+template void checkDocument<Controllerdb::Status, Writer::kRegistry>(Json const&);
+template void writeDocument<Controllerdb::Status, Writer::kRegistry>(Json const&, Controllerdb::Status&);
+template void checkDocument<ControllerRegistration::SwitchStatus, Writer::kRegistry>(Json const&);
+template void writeDocument<ControllerRegistration::SwitchStatus, Writer::kRegistry>(
+    Json const&, ControllerRegistration::SwitchStatus&);
+template void checkDocument<Controller::ServiceStatusV1, Writer::kRegistry>(Json const&);
+template void writeDocument<Controller::ServiceStatusV1, Writer::kRegistry>(Json const&, Controller::ServiceStatusV1&);
+
+}  // namespace Agent

@@ -1,0 +1,74 @@
+// Builds the root, attribute by attribute and by name: the tables first, then the machines that take them.
+#include "agent/tree/host.h"
+
+#include "framework/generic_if.h"
+
+namespace Agent {
+namespace {
+
+using Op = Nox::GenericIf::Op;
+using Value = Nox::GenericIf::Value;
+
+constexpr unsigned kReconnectRetries = 3;
+constexpr Nox::Seconds kMountTimeout = 30;
+
+Nox::Ptr<Nox::Dir> newDir(char const* name) { return Nox::make<Nox::Dir>(name); }
+
+Nox::Ptr<Controller::PublishedMountsTable> publishedMountsTable(Nox::Ptr<Nox::Entity> const& root) {
+  return Nox::GenericIfEntity(root)
+      .attributeOp("publishedMountsTable", Op::kInstantiate)
+      .as<Nox::Ptr<Controller::PublishedMountsTable>>();
+}
+
+}  // namespace
+
+Host::Host(Nox::Library const& library, std::function<void(Tables& tables)> const& fill)
+    : root_(library.rootFactory("enrolix")), tables_{.publishedMountsTable = publishedMountsTable(root_)} {
+  Nox::Turn turn;
+  if (fill) fill(tables_);
+  Nox::GenericIfEntity const root(root_);
+  root.attributeOp("registrationRootDir", Op::kSet, {tables_.registrationRootDir});
+  Value const registeredSwitchTable = root.attributeOp("registeredSwitchTable", Op::kInstantiate);
+  Value const mountsRegistry =
+      root.attributeOp("mountsRegistry",
+                       Op::kInstantiate,
+                       {newDir("mounts"), "/mounts", newDir("mounted"), "/mounted", kReconnectRetries, kMountTimeout});
+  Value const mountConfigDir = newDir("mountConfig");
+  Value const mountStatusDir = newDir("mountStatus");
+  root.attributeOp("registryRootSm",
+                   Op::kInstantiate,
+                   {tables_.config,
+                    tables_.status,
+                    tables_.registrationRootDir,
+                    tables_.controllerStatus,
+                    tables_.peerTable,
+                    tables_.serviceConfigDir,
+                    tables_.overrideServiceConfigDir,
+                    tables_.allClientsServiceStatusDir,
+                    tables_.publishedMountsTable});
+  root.attributeOp("mountsRegistrySm",
+                   Op::kInstantiate,
+                   {mountsRegistry,
+                    tables_.controllerStatus,
+                    newDir("serviceMountStatus"),
+                    tables_.publishedMountsTable,
+                    registeredSwitchTable,
+                    tables_.allClientsServiceStatusDir});
+  root.attributeOp("serviceConfigDirSm",
+                   Op::kInstantiate,
+                   {mountConfigDir,
+                    mountStatusDir,
+                    newDir("publishConfig"),
+                    newDir("publishStatus"),
+                    tables_.publishedMountsTable,
+                    mountsRegistry});
+  root.attributeOp("initialMountSm",
+                   Op::kInstantiate,
+                   {mountConfigDir,
+                    mountStatusDir,
+                    Nox::make<Controller::Heartbeat::Config>("heartbeatConfig"),
+                    registeredSwitchTable,
+                    tables_.peerTable});
+}
+
+}  // namespace Agent

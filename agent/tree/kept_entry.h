@@ -1,0 +1,21 @@
+// What a switch keeps in its registration beside "config" and "status".
+#pragma once
+
+#include "agent/document/json_reader.h"
+#include "framework/entity.h"
+
+namespace Agent {
+
+/// An entity like any other for the registry, which never looks inside; its content goes with it.
+class KeptEntry final : public Nox::Entity {
+ public:
+  KeptEntry(Nox::Name name, Json content) : Entity(std::move(name)), content_(std::move(content)) {}
+
+  Json const& content() const noexcept { return content_; }
+  void contentIs(Json content) { content_ = std::move(content); }
+
+ private:
+  Json content_;
+};
+
+}  // namespace Agent

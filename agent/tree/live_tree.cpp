@@ -1,0 +1,143 @@
+// Turns: what goes in, and which documents come out differently.
+#include "agent/tree/live_tree.h"
+
+#include <algorithm>
+
+#include "agent/tree/batch_check.h"
+#include "agent/tree/changed_paths.h"
+
+namespace Agent {
+namespace {
+
+/// Does `work`, about the document at `path`: what it throws says so.
+template <class Work>
+void about(std::string const& path, Work const& work) {
+  try {
+    work();
+  } catch (InputError& error) {
+    error.pathIs(path);
+    throw;
+  }
+}
+
+}  // namespace
+
+LiveTree::LiveTree(Nox::Library const& library, TreeDocuments& documents)
+    : kept_(documents), host_(library, [this](Tables& tables) { restore(tables); }) {
+  firstTurn_.turn.revision = kept_.revision + 1;
+  auto known = kept_.documents.begin();
+  // Both are in the same order, so that a document that the registry no longer has is one that was passed over.
+  std::vector<std::string> gone;
+  tree_->forEach([&](std::string const& path, Json const& document) {
+    for (; known != kept_.documents.end() && known->first < path; ++known) gone.push_back(known->first);
+    if (known != kept_.documents.end() && known->first == path) ++known;
+    compare(path, &document, firstTurn_);
+  });
+  for (; known != kept_.documents.end(); ++known) gone.push_back(known->first);
+  for (std::string const& path : gone) compare(path, nullptr, firstTurn_);
+  if (!firstTurn_.turn.changes.empty()) ++kept_.revision;
+}
+
+void LiveTree::restore(Tables& tables) {
+  tree_.emplace(tables);
+  for (auto const& [path, document] : kept_.documents) {
+    about(path, [&, &path = path, &document = document] { tree_->restore(parsePath(path), readJson(*document.text)); });
+  }
+}
+
+TurnResult LiveTree::apply(std::span<Operation const> operations, std::optional<std::chrono::milliseconds> timeToLive,
+                           std::size_t* refused) {
+  std::size_t at = 0;
+  check(operations, refused != nullptr ? *refused : at);
+  TurnResult result;
+  ChangedPaths changed(tables());
+  for (Operation const& operation : operations) note(operation, changed);
+  try {
+    Nox::Turn turn;
+    for (Operation const& operation : operations) {
+      if (operation.value)
+        tree_->put(operation.path, *operation.value);
+      else
+        tree_->remove(operation.path);
+    }
+  } catch (std::exception const& exception) {
+    result.failure = printable(exception.what(), 1000);
+  }
+  collect(changed, result);
+  std::size_t const changes = result.turn.changes.size();
+  for (Operation const& operation : operations)
+    if (operation.value && std::holds_alternative<At::Heartbeat>(operation.path))
+      renew(toText(operation.path), timeToLive, result, changes);
+  return result;
+}
+
+// In the heartbeat's own change if it is among the first `changes`, which are in order; otherwise as a renewal.
+void LiveTree::renew(std::string const& path, std::optional<std::chrono::milliseconds> timeToLive, TurnResult& result,
+                     std::size_t changes) {
+  auto const known = kept_.documents.find(path);
+  if (known == kept_.documents.end() || known->second.timeToLive == timeToLive) return;
+  Document& document = known->second;
+  Document const before = document;
+  document.timeToLive = timeToLive;
+  auto& all = result.turn.changes;
+  auto const end = all.begin() + static_cast<std::ptrdiff_t>(changes);
+  auto const change = std::lower_bound(
+      all.begin(), end, path, [](DocumentChange const& c, std::string const& p) { return c.path < p; });
+  if (change != end && change->path == path) {
+    change->timeToLive = timeToLive;
+  } else {
+    all.push_back({path, document.text, document.revision, timeToLive, true, std::nullopt});
+    result.before.push_back({path, before});
+  }
+}
+
+void LiveTree::check(std::span<Operation const> operations, std::size_t& at) const {
+  BatchCheck batch(kept_.documents);
+  for (at = 0; at < operations.size(); ++at) {
+    about(toText(operations[at].path), [&] {
+      StateTree::check(operations[at].path, operations[at].value ? &*operations[at].value : nullptr);
+      if (operations.size() > 1) batch.add(operations[at]);
+    });
+  }
+}
+
+// What an operation changes by itself, and the writes of records do not tell.
+void LiveTree::note(Operation const& operation, ChangedPaths& changed) const {
+  if (!std::holds_alternative<At::Registration>(operation.path)) return changed.add(operation.path);
+  auto const [begin, end] = withPrefix(kept_.documents, toText(operation.path) + "/");
+  for (auto at = begin; at != end; ++at) changed.add(parsePath(at->first));
+}
+
+void LiveTree::collect(ChangedPaths& changed, TurnResult& result) {
+  for (std::string const& prefix : changed.prefixes()) {
+    auto const [begin, end] = withPrefix(kept_.documents, prefix);
+    for (auto at = begin; at != end; ++at) changed.add(parsePath(at->first));
+  }
+  result.turn.revision = kept_.revision + 1;
+  for (auto const& [path, place] : changed.paths()) {
+    std::optional<Json> const document = tree_->read(place);
+    compare(path, document ? &*document : nullptr, result);
+  }
+  result.turn.revision = result.turn.changes.empty() ? kept_.revision : ++kept_.revision;
+}
+
+void LiveTree::compare(std::string const& path, Json const* document, TurnResult& result) {
+  Revision const revision = result.turn.revision;
+  auto const known = kept_.documents.find(path);
+  if (document == nullptr) {
+    if (known == kept_.documents.end()) return;
+    result.before.push_back({path, std::move(known->second)});
+    kept_.documents.erase(known);
+    result.turn.changes.push_back({path, nullptr, revision, std::nullopt});
+    return;
+  }
+  std::string text = document->dump();
+  if (known != kept_.documents.end() && *known->second.text == text) return;
+  result.before.push_back({path, known != kept_.documents.end() ? std::optional(known->second) : std::nullopt});
+  Document& kept = known != kept_.documents.end() ? known->second : kept_.documents[path];
+  kept.text = std::make_shared<std::string const>(std::move(text));
+  kept.revision = revision;
+  result.turn.changes.push_back({path, kept.text, kept.revision, kept.timeToLive});
+}
+
+}  // namespace Agent
