@@ -20,8 +20,8 @@
 #include <vector>
 
 #include "agent/document/json_reader.h"
-#include "agent/net/event_stream.h"
 #include "agent/net/http_client.h"
+#include "agent/net/server_event_reader.h"
 #include "bench/serve_network.h"
 #include "bench/server_process.h"
 
@@ -144,7 +144,7 @@ class AnswerWatch {
  private:
   void follow() {
     HttpClient client(server_.url());
-    Agent::EventStream events;
+    Agent::ServerEventReader events;
     auto const begin = [this](HttpResponse const& head) { return hasBegun_ = head.status == 200; };
     client.stream({"GET", "/v1/watch?prefix=registration/", {}, {}}, begin, [&](std::string_view piece) {
       return events.feed(piece, [this](Agent::ServerEvent const& event) { return take(event); });

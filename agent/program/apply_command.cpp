@@ -30,7 +30,7 @@ struct Portion {
 };
 
 /// "FILE:LINE: " for a line of what was sent; as much of it as is known.
-std::string placeOf(Portion const& portion, std::optional<std::uint64_t> line) {
+std::string linePrefix(Portion const& portion, std::optional<std::uint64_t> line) {
   for (Part const& part : portion.parts) {
     if (!line) break;
     if (*line <= part.lines)
@@ -60,7 +60,7 @@ class Sender {
     HttpResponse const response = connection_.request(request);
     if (response.status >= 400) {
       Refusal const refusal = readRefusal(response);
-      throw ClientFailure(exitCode(refusal), placeOf(portion, refusal.line) + refusalText(refusal));
+      throw ClientFailure(exitCode(refusal), linePrefix(portion, refusal.line) + refusalText(refusal));
     }
     requireSuccess(response);
     understanding([&] {

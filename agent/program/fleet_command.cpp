@@ -8,7 +8,7 @@
 #include <set>
 #include <thread>
 
-#include "agent/client/change_feed.h"
+#include "agent/client/follow_changes.h"
 #include "agent/document/input_error.h"
 #include "agent/net/http_client.h"
 #include "agent/program/client_commands.h"
@@ -36,13 +36,13 @@ class Readiness {
   /// The thread's work.
   void follow(Connection const& connection) {
     try {
-      FeedRequest request;
+      FollowRequest request;
       request.prefix = std::string(kPrefix);
       request.after = "0";
       request.sleep = [this](milliseconds time) { return sleep(time); };
       request.note = [this](std::string_view line) { note(line); };
       request.isEnough = [this] { return isOver(); };
-      followChanges(connection, request, [this](FeedEvent const& event) { return take(event); });
+      followChanges(connection, request, [this](FollowedEvent const& event) { return take(event); });
     } catch (...) {
       std::scoped_lock const lock(mutex_);
       failure_ = std::current_exception();
@@ -93,14 +93,14 @@ class Readiness {
     return !changed_.wait_for(lock, time, [this] { return isOver_; });
   }
 
-  bool take(FeedEvent const& event) {
+  bool take(FollowedEvent const& event) {
     std::scoped_lock const lock(mutex_);
     if (isOver_) return false;
     // What was ready may be no longer, and if so is not told of.
-    if (event.kind == FeedEvent::Kind::kResync) unconfirmed_ = ready_;
-    if (event.kind == FeedEvent::Kind::kSynced)
+    if (event.kind == FollowedEvent::Kind::kResync) unconfirmed_ = ready_;
+    if (event.kind == FollowedEvent::Kind::kSynced)
       for (std::string const& systemId : std::exchange(unconfirmed_, {})) tell(systemId, false);
-    if (event.kind != FeedEvent::Kind::kChange || !event.path.starts_with(kPrefix)) return true;
+    if (event.kind != FollowedEvent::Kind::kChange || !event.path.starts_with(kPrefix)) return true;
     std::string const systemId = event.path.substr(kPrefix.size());
     auto const found = names_.find(systemId);
     if (found == names_.end()) return true;

@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "agent/document/scenario.h"
-#include "agent/program/memory_table.h"
+#include "agent/program/memory_usage.h"
 #include "agent/store/output_file.h"
 #include "agent/tree/host.h"
 #include "agent/tree/key_order.h"
@@ -124,8 +124,8 @@ std::string statsText(Tables const& tables, MemoryCounts const& before, std::chr
   rusage usage{};
   getrusage(RUSAGE_SELF, &usage);
   std::ostringstream text;
-  text << memoryTable(before, switches) << std::fixed << std::setprecision(3) << "\ntime         " << duration.count()
-       << " s\n"
+  text << memoryUsageTable(before, switches) << std::fixed << std::setprecision(3) << "\ntime         "
+       << duration.count() << " s\n"
        << "peak memory  " << std::setprecision(1) << static_cast<double>(usage.ru_maxrss) / 1024 << " MiB\n";
   return text.str();
 }

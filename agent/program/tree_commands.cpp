@@ -1,7 +1,7 @@
 // The commands that read many documents: `enrolix dump`, `watch` and `switches`.
 #include <utility>
 
-#include "agent/client/change_feed.h"
+#include "agent/client/follow_changes.h"
 #include "agent/document/input_error.h"
 #include "agent/program/client_commands.h"
 #include "agent/program/tree_members.h"
@@ -53,45 +53,45 @@ class Batched {
   std::string text_;
 };
 
-std::string changeLine(FeedEvent const& event, bool areColoursUsed) {
+std::string changeLine(FollowedEvent const& event, bool areColoursUsed) {
   std::string const path = printable(event.path, event.path.size());
   return std::to_string(event.revision) + "  " + coloured(path, areColoursUsed ? Colour::kCyan : Colour::kNone) + "  " +
          (event.value.is_null() ? "deleted\n" : jsonLine(event.value));
 }
 
 /// What a watch says of an event that is no change; empty if nothing.
-std::string_view nameOf(FeedEvent::Kind kind) {
+std::string_view nameOf(FollowedEvent::Kind kind) {
   switch (kind) {
-    case FeedEvent::Kind::kResync:
+    case FollowedEvent::Kind::kResync:
       return "resync";
-    case FeedEvent::Kind::kSynced:
+    case FollowedEvent::Kind::kSynced:
       return "synced";
-    case FeedEvent::Kind::kShutdown:
+    case FollowedEvent::Kind::kShutdown:
       return "shutdown";
-    case FeedEvent::Kind::kChange:
-    case FeedEvent::Kind::kCaughtUp:
+    case FollowedEvent::Kind::kChange:
+    case FollowedEvent::Kind::kCaughtUp:
       break;
   }
   return {};
 }
 
-std::string eventLine(FeedEvent const& event, ClientCommonOptions const& common, bool areColoursUsed) {
+std::string eventLine(FollowedEvent const& event, ClientCommonOptions const& common, bool areColoursUsed) {
   bool const isJson = common.format == OutputFormat::kJson;
-  if (event.kind == FeedEvent::Kind::kChange) {
+  if (event.kind == FollowedEvent::Kind::kChange) {
     if (!isJson) return changeLine(event, areColoursUsed);
     return jsonLine({{"revision", event.revision}, {"path", event.path}, {"value", event.value}});
   }
   std::string const name(nameOf(event.kind));
   if (name.empty()) return {};
-  bool const isStop = event.kind == FeedEvent::Kind::kShutdown;
+  bool const isStop = event.kind == FollowedEvent::Kind::kShutdown;
   if (!isJson) return (isStop ? "-" : std::to_string(event.revision)) + "  " + name + "\n";
   Json line = {{"event", name}};
   if (!isStop) line["revision"] = event.revision;
   return jsonLine(line);
 }
 
-FeedRequest feedOf(std::string prefix, std::optional<std::string> after, ClientSurroundings const& surroundings) {
-  FeedRequest request;
+FollowRequest feedOf(std::string prefix, std::optional<std::string> after, ClientSurroundings const& surroundings) {
+  FollowRequest request;
   request.prefix = std::move(prefix);
   request.after = std::move(after);
   request.sleep = surroundings.sleep;
@@ -116,20 +116,20 @@ class LiveTable {
 
   void follow() {
     Connection const connection = surroundings_.connect(options_.common);
-    FeedRequest request = feedOf("", "0", surroundings_);
+    FollowRequest request = feedOf("", "0", surroundings_);
     request.isEnough = [this] {
       if (isWhole_) draw();
       return false;
     };
-    followChanges(connection, request, [this](FeedEvent const& event) {
+    followChanges(connection, request, [this](FollowedEvent const& event) {
       take(event);
       return true;
     });
   }
 
  private:
-  void take(FeedEvent const& event) {
-    using Kind = FeedEvent::Kind;
+  void take(FollowedEvent const& event) {
+    using Kind = FollowedEvent::Kind;
     if (event.kind == Kind::kResync) {
       documents_.clear();
       isChanged_ = true;
@@ -188,10 +188,10 @@ ExitCode runCommand(DumpOptions const& options, ClientSurroundings const& surrou
 ExitCode runCommand(WatchOptions const& options, ClientSurroundings const& surroundings) {
   Connection const connection = surroundings.connect(options.common);
   bool const areColoursUsed = isColoured(options.common, surroundings);
-  followChanges(connection, feedOf(options.prefix, options.after, surroundings), [&](FeedEvent const& event) {
+  followChanges(connection, feedOf(options.prefix, options.after, surroundings), [&](FollowedEvent const& event) {
     std::string const line = eventLine(event, options.common, areColoursUsed);
     if (!line.empty()) surroundings.print(line);
-    return !(options.isOnce && event.kind == FeedEvent::Kind::kCaughtUp);
+    return !(options.isOnce && event.kind == FollowedEvent::Kind::kCaughtUp);
   });
   return ExitCode::kDone;
 }

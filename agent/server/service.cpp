@@ -65,7 +65,7 @@ Service::Service(EventLoop& loop, Nox::Library const& library, Store& store, Ser
       nextSign_(loop.now() + kSignsOfLife) {
   std::map<std::string, std::chrono::milliseconds> left;
   kept_ = readDocuments(store_, &left);
-  watches_ = std::make_shared<WatchHub>(options_.history, kept_, store_.history());
+  watches_ = std::make_shared<ServerWatches>(options_.history, kept_, store_.history());
   // Documents that no tree can have had end it here, before anything is written.
   start(left);
   try {

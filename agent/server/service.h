@@ -16,7 +16,7 @@
 #include "agent/server/backup.h"
 #include "agent/server/event_log.h"
 #include "agent/server/lifetimes.h"
-#include "agent/server/watch.h"
+#include "agent/server/server_watches.h"
 #include "agent/store/store.h"
 #include "agent/tree/live_tree.h"
 
@@ -64,7 +64,7 @@ class Service {
   /// Why the store takes no writes; nothing if it does.
   std::optional<std::string> const& storeProblem() const noexcept { return problem_; }
 
-  WatchHub& watches() noexcept { return *watches_; }
+  ServerWatches& watches() noexcept { return *watches_; }
 
   /// All documents as they are now, which must be when `whenKept()` says that they are kept, as the body of a response.
   std::unique_ptr<BodySource> backup();
@@ -100,7 +100,7 @@ class Service {
   TreeDocuments kept_;
   /// The registry on these documents; none while the store takes no writes.
   std::unique_ptr<LiveTree> tree_;
-  std::shared_ptr<WatchHub> watches_;
+  std::shared_ptr<ServerWatches> watches_;
   std::shared_ptr<BackupHub> backups_;
   Lifetimes lifetimes_;
   EventLoop::Clock::time_point lastTick_;

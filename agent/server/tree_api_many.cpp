@@ -186,7 +186,7 @@ void TreeApi::watch(Call& call) {
   call.requireParameters({"prefix", "after"});
   auto const last = findField(call.request.fields, "Last-Event-ID");
   auto const after = call.target.query.find("after");
-  WatchHub& hub = service_.watches();
+  ServerWatches& hub = service_.watches();
   std::optional<Revision> from = hub.revision();
   if (last && !last->empty())
     from = parseEventId(*last, hub.history(), "Last-Event-ID");

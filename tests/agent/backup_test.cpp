@@ -228,7 +228,7 @@ class Reader {
 
   void connect(ServiceWorld& world) {
     mirror_.lose();
-    WatchHub& hub = world.service->watches();
+    ServerWatches& hub = world.service->watches();
     source_ = hub.watch(mirror_.prefix(), parseEventId(mirror_.id(), hub.history(), "id"));
   }
   /// Takes so many pieces at most.

@@ -25,6 +25,6 @@ MemoryCounts countMemory();
 /// and for these sums also what was made, what has gone since included. These numbers are divided by `switches`;
 /// without a switch they are not. The last row is never divided: what of `before` lives still, as many of each class as
 /// there are, and what was made until then. No other thread makes or deletes objects meanwhile.
-std::string memoryTable(MemoryCounts before, std::size_t switches);
+std::string memoryUsageTable(MemoryCounts before, std::size_t switches);
 
 }  // namespace Agent

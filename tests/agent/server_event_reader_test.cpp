@@ -1,19 +1,19 @@
 // Events come out of a stream whole, however it is cut.
-#include "agent/net/event_stream.h"
+#include "agent/net/server_event_reader.h"
 
 #include <gtest/gtest.h>
 
 #include <random>
 #include <vector>
 
-namespace Agent::EventStreamTest {
+namespace Agent::ServerEventReaderTest {
 namespace {
 
 using Texts = std::vector<std::string>;
 
 /// "NAME|DATA|ID" of every event, with the stream cut behind each of the sizes in turn.
 Texts read(std::string_view text, std::vector<std::size_t> const& sizes, std::string* lastId = nullptr) {
-  EventStream stream;
+  ServerEventReader stream;
   Texts events;
   for (std::size_t i = 0; !text.empty(); ++i) {
     std::size_t const size = std::min(text.size(), sizes[i % sizes.size()]);
@@ -27,7 +27,7 @@ Texts read(std::string_view text, std::vector<std::size_t> const& sizes, std::st
   return events;
 }
 
-TEST(EventStream, TakesFieldsAsTheyAreMeant) {
+TEST(ServerEventReader, TakesFieldsAsTheyAreMeant) {
   struct {
     std::string text;
     Texts events;
@@ -59,7 +59,7 @@ TEST(EventStream, TakesFieldsAsTheyAreMeant) {
   }
 }
 
-TEST(EventStream, GivesTheSameForEveryWayOfCutting) {
+TEST(ServerEventReader, GivesTheSameForEveryWayOfCutting) {
   std::mt19937 random(7);
   for (int round = 0; round < 200; ++round) {
     std::string text;
@@ -82,22 +82,22 @@ TEST(EventStream, GivesTheSameForEveryWayOfCutting) {
   }
 }
 
-TEST(EventStream, GoesNoFurtherThanIsWanted) {
-  EventStream stream;
+TEST(ServerEventReader, GoesNoFurtherThanIsWanted) {
+  ServerEventReader stream;
   int taken = 0;
   EXPECT_FALSE(stream.feed("data: a\n\ndata: b\n\n", [&](ServerEvent const&) { return ++taken < 1; }));
   EXPECT_EQ(taken, 1);
 }
 
-TEST(EventStream, RefusesAnEventWithoutEnd) {
-  EventStream stream;
+TEST(ServerEventReader, RefusesAnEventWithoutEnd) {
+  ServerEventReader stream;
   std::string const piece(1024 * 1024, 'x');
   auto const feedAll = [&](std::string const& end) {
-    for (std::size_t size = 0; size <= EventStream::kMaximumBytes; size += piece.size())
+    for (std::size_t size = 0; size <= ServerEventReader::kMaximumBytes; size += piece.size())
       stream.feed("data: " + piece + end, [](ServerEvent const&) { return true; });
   };
   EXPECT_THROW(feedAll("\n"), EventTooLong);
 }
 
 }  // namespace
-}  // namespace Agent::EventStreamTest
+}  // namespace Agent::ServerEventReaderTest

@@ -1,5 +1,5 @@
 // A watch is followed over all that can happen to its connection.
-#include "agent/client/change_feed.h"
+#include "agent/client/follow_changes.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -8,7 +8,7 @@
 
 #include "support/client_world.h"
 
-namespace Agent::ChangeFeedTest {
+namespace Agent::FollowChangesTest {
 namespace {
 
 using testing::ElementsAre;
@@ -29,7 +29,7 @@ WatchOptions watch(std::optional<std::string> after, bool isOnce = false) {
   return options;
 }
 
-TEST(ChangeFeed, PrintsALineAChange) {
+TEST(FollowChanges, PrintsALineAChange) {
   ClientWorld world;
   world.stream({change(8, "a/b", "{\"x\": 1}", false) + change(8, "c", "null"),
                 "event: resync\ndata: {\"revision\":9}\n\n" + change(9, "d", "true", false) +
@@ -50,7 +50,7 @@ TEST(ChangeFeed, PrintsALineAChange) {
             "{\"event\":\"shutdown\"}\n");
 }
 
-TEST(ChangeFeed, PathsAreColoured) {
+TEST(FollowChanges, PathsAreColoured) {
   ClientWorld world;
   world.isTerminal = true;
   world.stream({change(8, "a", "1")});
@@ -58,7 +58,7 @@ TEST(ChangeFeed, PathsAreColoured) {
   EXPECT_EQ(world.printed, "8  \x1B[36ma\x1B[0m  1\n");
 }
 
-TEST(ChangeFeed, GoesOnBehindTheLastIdAfterABreak) {
+TEST(FollowChanges, GoesOnBehindTheLastIdAfterABreak) {
   ClientWorld world;
   // What came without an id behind it is told again.
   world.stream({change(8, "a", "1"), change(9, "b", "2", false)}, "7", true);
@@ -79,7 +79,7 @@ TEST(ChangeFeed, GoesOnBehindTheLastIdAfterABreak) {
   EXPECT_EQ(world.sleeps.back(), 5000);
 }
 
-TEST(ChangeFeed, FromNowOnStaysThatNowAfterABreak) {
+TEST(FollowChanges, FromNowOnStaysThatNowAfterABreak) {
   ClientWorld world;
   world.stream({}, "41", true);
   world.stream({}, "50");
@@ -88,7 +88,7 @@ TEST(ChangeFeed, FromNowOnStaysThatNowAfterABreak) {
   EXPECT_EQ(world.asked(1), "GET /v1/watch?prefix= Last-Event-ID: 41");
 }
 
-TEST(ChangeFeed, OnceEndsWithWhatStoodAtTheBeginning) {
+TEST(FollowChanges, OnceEndsWithWhatStoodAtTheBeginning) {
   struct {
     std::vector<std::string> pieces;
     std::string after;
@@ -119,7 +119,7 @@ TEST(ChangeFeed, OnceEndsWithWhatStoodAtTheBeginning) {
   }
 }
 
-TEST(ChangeFeed, ARefusalEndsItUnlessItPasses) {
+TEST(FollowChanges, ARefusalEndsItUnlessItPasses) {
   ClientWorld world;
   world.refuse(400, R"({"reason": "no such prefix"})");
   EXPECT_EQ(world.run(watch("0")), 1);
@@ -138,7 +138,7 @@ TEST(ChangeFeed, ARefusalEndsItUnlessItPasses) {
           "the server ended the watch; trying again", "the server ended the watch; trying again", "no such prefix"));
 }
 
-TEST(ChangeFeed, WhatCannotBeUnderstoodEndsIt) {
+TEST(FollowChanges, WhatCannotBeUnderstoodEndsIt) {
   for (char const* event : {"event: change\ndata: {}\n\n",
                             "event: change\ndata: nonsense\n\n",
                             "id: x\n\n",
@@ -155,4 +155,4 @@ TEST(ChangeFeed, WhatCannotBeUnderstoodEndsIt) {
 }
 
 }  // namespace
-}  // namespace Agent::ChangeFeedTest
+}  // namespace Agent::FollowChangesTest

@@ -15,14 +15,14 @@ struct ServerEvent {
   std::string data;
 };
 
-/// A stream that holds an event of more than `EventStream::kMaximumBytes`.
+/// A stream that holds an event of more than `ServerEventReader::kMaximumBytes`.
 class EventTooLong : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
 /// Takes pieces of a stream and gives whole events. An event that the stream's end cuts short is never given.
-class EventStream {
+class ServerEventReader {
  public:
   /// An event may hold this many bytes: more than the longest document takes.
   static constexpr std::size_t kMaximumBytes = 32u * 1024 * 1024;

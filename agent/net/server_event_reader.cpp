@@ -1,11 +1,11 @@
 // Takes a stream of events apart line by line.
-#include "agent/net/event_stream.h"
+#include "agent/net/server_event_reader.h"
 
 #include <utility>
 
 namespace Agent {
 
-bool EventStream::feed(std::string_view piece, Taker const& take) {
+bool ServerEventReader::feed(std::string_view piece, Taker const& take) {
   while (!piece.empty()) {
     if (isAfterReturn_ && piece.front() == '\n') piece.remove_prefix(1);
     isAfterReturn_ = false;
@@ -21,7 +21,7 @@ bool EventStream::feed(std::string_view piece, Taker const& take) {
   return true;
 }
 
-bool EventStream::endLine(Taker const& take) {
+bool ServerEventReader::endLine(Taker const& take) {
   std::string const kept = std::exchange(line_, {});
   std::string_view line = kept;
   constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";

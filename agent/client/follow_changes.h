@@ -11,7 +11,7 @@
 namespace Agent {
 
 /// What a watch tells.
-struct FeedEvent {
+struct FollowedEvent {
   enum class Kind {
     kChange,    ///< The document at `path` is now `value`, null if it has gone.
     kResync,    ///< All that was known under the prefix is to be forgotten; what stands follows as changes.
@@ -26,7 +26,7 @@ struct FeedEvent {
 };
 
 /// What is to be followed, and how.
-struct FeedRequest {
+struct FollowRequest {
   std::string prefix;
   /// What came behind this event, its id or a revision of the present history; from now on if absent.
   std::optional<std::string> after;
@@ -41,7 +41,7 @@ struct FeedRequest {
 /// Calls `take` with all that happens until it returns false. A connection that breaks, and a server that stops, are
 /// waited for; what was missed meanwhile is told then, or everything anew. Throws an HttpError if there never was a
 /// connection, and a ClientFailure if the server refuses or cannot be understood.
-void followChanges(Connection const& connection, FeedRequest const& request,
-                   std::function<bool(FeedEvent const& event)> const& take);
+void followChanges(Connection const& connection, FollowRequest const& request,
+                   std::function<bool(FollowedEvent const& event)> const& take);
 
 }  // namespace Agent

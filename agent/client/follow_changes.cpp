@@ -1,11 +1,11 @@
 // Makes watches anew behind the last id that was seen.
-#include "agent/client/change_feed.h"
+#include "agent/client/follow_changes.h"
 
 #include <algorithm>
 #include <string_view>
 
-#include "agent/net/event_stream.h"
 #include "agent/net/http_client.h"
+#include "agent/net/server_event_reader.h"
 
 namespace Agent {
 namespace {
@@ -14,7 +14,8 @@ using std::chrono::milliseconds;
 
 class Feed {
  public:
-  Feed(Connection const& connection, FeedRequest const& request, std::function<bool(FeedEvent const&)> const& take)
+  Feed(Connection const& connection, FollowRequest const& request,
+       std::function<bool(FollowedEvent const&)> const& take)
       : connection_(connection), request_(request), take_(take) {}
 
   void run() {
@@ -37,7 +38,7 @@ class Feed {
  private:
   // One connection until it ends; returns why it did.
   std::string watchOnce() {
-    stream_ = EventStream();
+    stream_ = ServerEventReader();
     std::string refusal;
     std::function<bool(std::string_view)> read = [this](std::string_view piece) { return feed(piece); };
     auto const begun = [&](HttpResponse const& head) {
@@ -116,8 +117,8 @@ class Feed {
   }
 
   void tell(ServerEvent const& event) {
-    using Kind = FeedEvent::Kind;
-    FeedEvent told;
+    using Kind = FollowedEvent::Kind;
+    FollowedEvent told;
     if (event.name == "change")
       told.kind = Kind::kChange;
     else if (event.name == "resync")
@@ -143,8 +144,8 @@ class Feed {
   void reach(std::uint64_t revision) {
     if (!goal_ || revision < *goal_ || isDone_) return;
     goal_.reset();
-    FeedEvent caughtUp;
-    caughtUp.kind = FeedEvent::Kind::kCaughtUp;
+    FollowedEvent caughtUp;
+    caughtUp.kind = FollowedEvent::Kind::kCaughtUp;
     caughtUp.revision = revision;
     if (!take_(caughtUp)) isDone_ = true;
   }
@@ -155,9 +156,9 @@ class Feed {
   }
 
   Connection const& connection_;
-  FeedRequest const& request_;
-  std::function<bool(FeedEvent const&)> const& take_;
-  EventStream stream_;
+  FollowRequest const& request_;
+  std::function<bool(FollowedEvent const&)> const& take_;
+  ServerEventReader stream_;
   int status_ = 200;
   std::optional<std::string> lastId_;
   /// The revision that the server had when the watch began, until it is reached.
@@ -170,8 +171,8 @@ class Feed {
 
 }  // namespace
 
-void followChanges(Connection const& connection, FeedRequest const& request,
-                   std::function<bool(FeedEvent const& event)> const& take) {
+void followChanges(Connection const& connection, FollowRequest const& request,
+                   std::function<bool(FollowedEvent const& event)> const& take) {
   Feed(connection, request, take).run();
 }
 

@@ -7,7 +7,7 @@
 #include "support/service_world.h"
 #include "support/store_model.h"
 
-namespace Agent::WatchTest {
+namespace Agent::ServerWatchesTest {
 namespace {
 
 using namespace std::chrono_literals;
@@ -17,7 +17,7 @@ using ::testing::HasSubstr;
 /// A reader that keeps the tree as the events tell it.
 class Reader {
  public:
-  Reader(WatchHub& hub, std::string prefix, Revision after) : hub_(hub), mirror_(std::move(prefix), after) {
+  Reader(ServerWatches& hub, std::string prefix, Revision after) : hub_(hub), mirror_(std::move(prefix), after) {
     reconnect();
   }
 
@@ -48,7 +48,7 @@ class Reader {
   std::size_t pieceBytes() const { return pieceBytes_; }
 
  private:
-  WatchHub& hub_;
+  ServerWatches& hub_;
   std::unique_ptr<BodySource> source_;
   Test::Mirror mirror_;
   std::size_t pieceBytes_ = 0;
@@ -61,7 +61,7 @@ std::map<std::string, std::string> documentsOf(ServiceWorld const& world, std::s
   return all;
 }
 
-TEST(Watch, TellsEachChangedDocumentOfATurnOnceAndItsRevisionWithTheLast) {
+TEST(ServerWatches, TellsEachChangedDocumentOfATurnOnceAndItsRevisionWithTheLast) {
   ServiceWorld world;
   auto const source = world.service->watches().watch("controller/", world.service->revision());
   EXPECT_EQ(source->next(), "");
@@ -82,7 +82,7 @@ TEST(Watch, TellsEachChangedDocumentOfATurnOnceAndItsRevisionWithTheLast) {
   EXPECT_EQ(source->next(), "");
 }
 
-TEST(Watch, TellsNothingBeforeItIsKept) {
+TEST(ServerWatches, TellsNothingBeforeItIsKept) {
   ServiceWorld world;
   auto const source = world.service->watches().watch("", world.service->revision());
   Operation const operation = parseOperation(R"({"put": "mount/ready/x", "value": true})");
@@ -92,7 +92,7 @@ TEST(Watch, TellsNothingBeforeItIsKept) {
   EXPECT_THAT(*source->next(), HasSubstr("mount/ready/x"));
 }
 
-TEST(Watch, FromTheBeginningItTellsTheWholePrefix) {
+TEST(ServerWatches, FromTheBeginningItTellsTheWholePrefix) {
   ServiceWorld world;
   world.put("mount/ready/x", "true");
   world.put("mount/ready/y", "true");
@@ -107,7 +107,7 @@ TEST(Watch, FromTheBeginningItTellsTheWholePrefix) {
   EXPECT_THAT(byTree.events(), ElementsAre("resync", "change", "change", "synced"));
 }
 
-TEST(Watch, ARevisionThatHasNotBeenIsAnsweredWithAResync) {
+TEST(ServerWatches, ARevisionThatHasNotBeenIsAnsweredWithAResync) {
   ServiceWorld world;
   Reader reader(world.service->watches(), "", world.service->revision() + 5);
   reader.readAll();
@@ -115,7 +115,7 @@ TEST(Watch, ARevisionThatHasNotBeenIsAnsweredWithAResync) {
   EXPECT_EQ(reader.told(), world.service->revision());
 }
 
-TEST(Watch, SaysWhenThePastHasBeenTold) {
+TEST(ServerWatches, SaysWhenThePastHasBeenTold) {
   ServiceWorld world;
   world.put("mount/ready/x", "true");
   world.put("controller/config", R"({"enabled": true})");
@@ -128,7 +128,7 @@ TEST(Watch, SaysWhenThePastHasBeenTold) {
   EXPECT_EQ(*world.service->watches().watch("mount/", 2)->next(), "id: 3@" + history + "\n\n");
 }
 
-TEST(Watch, GivesASignOfLifeThatMovesThePlaceToResumeFrom) {
+TEST(ServerWatches, GivesASignOfLifeThatMovesThePlaceToResumeFrom) {
   ServiceWorld world;
   Reader reader(world.service->watches(), "mount/", world.service->revision());
   reader.readAll();
@@ -142,7 +142,7 @@ TEST(Watch, GivesASignOfLifeThatMovesThePlaceToResumeFrom) {
 }
 
 // What it knew was forgotten at the first word, and is not there again before the last.
-TEST(Watch, AReaderThatIsLostInAResyncGetsAllOfTheNextOne) {
+TEST(ServerWatches, AReaderThatIsLostInAResyncGetsAllOfTheNextOne) {
   ServiceWorld world;
   for (int i = 0; i < 20; ++i) world.put("registration/a/" + std::to_string(i), '"' + std::string(10'000, 'x') + '"');
   Reader reader(world.service->watches(), "registration/", 0);
@@ -161,7 +161,7 @@ TEST(Watch, AReaderThatIsLostInAResyncGetsAllOfTheNextOne) {
 }
 
 // A reader that does not read holds up one piece, whatever there is to tell.
-TEST(Watch, ALongDocumentIsToldInShortPieces) {
+TEST(ServerWatches, ALongDocumentIsToldInShortPieces) {
   ServiceWorld world;
   for (std::size_t const size : {1, 65'000, 65'400, 65'536, 65'600, 131'072, 1'000'000})
     world.put("registration/a/" + std::to_string(size), '"' + std::string(size, 'x') + '"');
@@ -179,7 +179,7 @@ TEST(Watch, ALongDocumentIsToldInShortPieces) {
   EXPECT_EQ(reader.events().back(), "shutdown");
 }
 
-TEST(Watch, IsToldWhenTheAgentStops) {
+TEST(ServerWatches, IsToldWhenTheAgentStops) {
   ServiceWorld world;
   auto const source = world.service->watches().watch("", world.service->revision());
   EXPECT_EQ(source->next(), "");
@@ -188,7 +188,7 @@ TEST(Watch, IsToldWhenTheAgentStops) {
   EXPECT_EQ(source->next(), std::nullopt);
 }
 
-TEST(Watch, IsToldTheRestBeforeTheAgentStops) {
+TEST(ServerWatches, IsToldTheRestBeforeTheAgentStops) {
   ServiceWorld world;
   auto const source = world.service->watches().watch("mount/", world.service->revision());
   EXPECT_EQ(source->next(), "");
@@ -199,7 +199,7 @@ TEST(Watch, IsToldTheRestBeforeTheAgentStops) {
               ::testing::AllOf(HasSubstr("mount/ready/x"), ::testing::EndsWith("shutdown\ndata: {}\n\n")));
 }
 
-TEST(Watch, AWholePrefixIsNoPlaceToResumeFromBeforeAllOfItIsKept) {
+TEST(ServerWatches, AWholePrefixIsNoPlaceToResumeFromBeforeAllOfItIsKept) {
   ServiceWorld world;
   world.put("mount/ready/x", "true");
   world.put("mount/ready/y", "true");
@@ -219,7 +219,7 @@ TEST(Watch, AWholePrefixIsNoPlaceToResumeFromBeforeAllOfItIsKept) {
   EXPECT_EQ(reader.told(), world.service->revision());
 }
 
-TEST(Watch, ATimeToLiveIsNobodysBusiness) {
+TEST(ServerWatches, ATimeToLiveIsNobodysBusiness) {
   ServiceWorld world;
   world.put("controller/config", R"({"enabled": true})");
   for (int i = 1; i < 9; ++i)
@@ -230,7 +230,7 @@ TEST(Watch, ATimeToLiveIsNobodysBusiness) {
   EXPECT_EQ(reader.resyncs(), 0);
 }
 
-TEST(Watch, ALongDocumentComesInPiecesAndIsSharedByItsReaders) {
+TEST(ServerWatches, ALongDocumentComesInPiecesAndIsSharedByItsReaders) {
   ServiceWorld world;
   Revision const before = world.service->revision();
   world.put("registration/a/blob", '"' + std::string(1'000'000, 'x') + '"');
@@ -244,7 +244,7 @@ TEST(Watch, ALongDocumentComesInPiecesAndIsSharedByItsReaders) {
   EXPECT_EQ(reader.documents().at("registration/a/blob").size(), 1'000'002u);
 }
 
-TEST(Watch, ASlowReaderKeepsNothingAlive) {
+TEST(ServerWatches, ASlowReaderKeepsNothingAlive) {
   ServiceOptions options;
   options.history.changes = 4;
   ServiceWorld world(options);
@@ -256,7 +256,7 @@ TEST(Watch, ASlowReaderKeepsNothingAlive) {
 }
 
 // Whatever the paces, losses and ends: when a reader has read all, it has the tree.
-TEST(Watch, EveryReaderEndsWithTheTree) {
+TEST(ServerWatches, EveryReaderEndsWithTheTree) {
   std::vector<std::string> const prefixes{"", "registration/", "registration/a/", "controller/", "service/status/"};
   int resyncs = 0;
   for (unsigned seed = 0; seed < 30; ++seed) {
@@ -304,4 +304,4 @@ TEST(Watch, EveryReaderEndsWithTheTree) {
 }
 
 }  // namespace
-}  // namespace Agent::WatchTest
+}  // namespace Agent::ServerWatchesTest

@@ -1,5 +1,5 @@
 // Writes events: a reader's place is a revision in the history, or a path in the tree while it gets the whole prefix.
-#include "agent/server/watch.h"
+#include "agent/server/server_watches.h"
 
 #include <algorithm>
 #include <utility>
@@ -23,9 +23,9 @@ std::string revisionData(Revision revision) { return "data: {\"revision\":" + st
 }  // namespace
 
 /// One reader.
-class Watch final : public BodySource {
+class ServerWatch final : public BodySource {
  public:
-  Watch(std::shared_ptr<WatchHub> hub, std::string prefix, std::optional<Revision> after)
+  ServerWatch(std::shared_ptr<ServerWatches> hub, std::string prefix, std::optional<Revision> after)
       : hub_(std::move(hub)),
         prefix_(std::move(prefix)),
         told_(after.value_or(0)),
@@ -33,7 +33,7 @@ class Watch final : public BodySource {
         era_(after ? hub_->era_ : 0) {
     ++hub_->watches_;
   }
-  ~Watch() override {
+  ~ServerWatch() override {
     --hub_->watches_;
     hub_->waiting_.erase(this);
   }
@@ -62,7 +62,7 @@ class Watch final : public BodySource {
   /// Makes `told_` the place to resume from.
   std::string idLine();
 
-  std::shared_ptr<WatchHub> hub_;
+  std::shared_ptr<ServerWatches> hub_;
   std::string prefix_;
   /// All turns up to this one have been told.
   Revision told_;
@@ -87,7 +87,7 @@ class Watch final : public BodySource {
   bool isFarewellSaid_ = false;
 };
 
-std::optional<std::string> Watch::next() {
+std::optional<std::string> ServerWatch::next() {
   if (isFarewellSaid_) return std::nullopt;
   std::string piece;
   while (piece.size() < kPieceBytes) {
@@ -121,7 +121,7 @@ std::optional<std::string> Watch::next() {
 }
 
 // Tells what is left of a turn, or of it what there is room for; false if all turns have been told.
-bool Watch::tellTurn(std::string& to) {
+bool ServerWatch::tellTurn(std::string& to) {
   if (turn_ == nullptr) {
     if (told_ == hub_->last_) return false;
     turn_ = hub_->turns_[hub_->turns_.size() - static_cast<std::size_t>(hub_->last_ - told_)];
@@ -145,7 +145,7 @@ bool Watch::tellTurn(std::string& to) {
 }
 
 // Documents that changed later than the prefix was begun are left to the history, which then has them.
-void Watch::beginPrefix(std::string& to) {
+void ServerWatch::beginPrefix(std::string& to) {
   era_ = hub_->era_;
   undone_ = hub_->undone_;
   told_ = hub_->last_;
@@ -158,7 +158,7 @@ void Watch::beginPrefix(std::string& to) {
   to += "event: resync\nid: 0\n" + revisionData(told_);
 }
 
-void Watch::tellPrefix(std::string& to) {
+void ServerWatch::tellPrefix(std::string& to) {
   Documents const& documents = hub_->tree_->documents;
   auto at = toldPath_->empty() ? documents.lower_bound(prefix_) : documents.upper_bound(*toldPath_);
   for (; at != documents.end() && at->first.starts_with(prefix_) && to.size() < kPieceBytes; ++at) {
@@ -170,20 +170,20 @@ void Watch::tellPrefix(std::string& to) {
   syncedAt_ = hub_->tree_->revision;
 }
 
-void Watch::tellSynced(std::string& to) {
+void ServerWatch::tellSynced(std::string& to) {
   syncedAt_ = std::nullopt;
   to += "event: synced\n" + idLine() + revisionData(told_);
 }
 
-std::string Watch::idLine() {
+std::string ServerWatch::idLine() {
   idTold_ = told_;
   return "id: " + std::to_string(told_) + "@" + hub_->history_ + "\n";
 }
 
 // Only the last event of a turn carries its revision as the place to resume from: a reader that loses the connection in
 // the middle of a turn gets all of it again.
-void Watch::tellChange(std::string& to, std::string_view path, DocumentText const& text, Revision revision,
-                       bool isLast) {
+void ServerWatch::tellChange(std::string& to, std::string_view path, DocumentText const& text, Revision revision,
+                             bool isLast) {
   to += "event: change\n";
   if (isLast) told_ = revision;
   if (isLast && !syncedAt_) to += idLine();
@@ -198,7 +198,7 @@ void Watch::tellChange(std::string& to, std::string_view path, DocumentText cons
 }
 
 // What there is no room for follows in the next pieces.
-void Watch::tellText(std::string& to) {
+void ServerWatch::tellText(std::string& to) {
   std::size_t const room = kPieceBytes - std::min(kPieceBytes, to.size());
   std::size_t const size = std::min(room, text_->size() - textTold_);
   to.append(*text_, textTold_, size);
@@ -208,7 +208,7 @@ void Watch::tellText(std::string& to) {
   to += "}\n\n";
 }
 
-void WatchHub::add(CommittedTurn turn) {
+void ServerWatches::add(CommittedTurn turn) {
   NOX_ASSERT(turn.revision == last_ + 1, "turns are told one after the other");
   last_ = turn.revision;
   changes_ += turn.changes.size();
@@ -222,7 +222,7 @@ void WatchHub::add(CommittedTurn turn) {
   wakeAll();
 }
 
-void WatchHub::restart(HistoryId history) {
+void ServerWatches::restart(HistoryId history) {
   last_ = tree_->revision;
   history_ = std::move(history);
   turns_.clear();
@@ -232,27 +232,27 @@ void WatchHub::restart(HistoryId history) {
   wakeAll();
 }
 
-void WatchHub::close() {
+void ServerWatches::close() {
   isClosed_ = true;
   wakeAll();
 }
 
-void WatchHub::detach() {
+void ServerWatches::detach() {
   tree_ = nullptr;
   wakeAll();
 }
 
 // Each is taken off before it is woken: it may wait again at once. Those that have gone meanwhile have taken themselves
 // off.
-void WatchHub::wakeAll(bool isForSign) {
-  for (Watch* const watch : std::set<Watch*>(waiting_))
+void ServerWatches::wakeAll(bool isForSign) {
+  for (ServerWatch* const watch : std::set<ServerWatch*>(waiting_))
     if (waiting_.erase(watch) != 0) watch->goOn(isForSign);
 }
 
-void WatchHub::keepAlive() { wakeAll(true); }
+void ServerWatches::keepAlive() { wakeAll(true); }
 
-std::unique_ptr<BodySource> WatchHub::watch(std::string prefix, std::optional<Revision> after) {
-  return std::make_unique<Watch>(shared_from_this(), std::move(prefix), after);
+std::unique_ptr<BodySource> ServerWatches::watch(std::string prefix, std::optional<Revision> after) {
+  return std::make_unique<ServerWatch>(shared_from_this(), std::move(prefix), after);
 }
 
 }  // namespace Agent

@@ -1,5 +1,5 @@
 // Where the memory is, as the program tells it behind a replay.
-#include "agent/program/memory_table.h"
+#include "agent/program/memory_usage.h"
 
 #include <gmock/gmock.h>
 
@@ -12,7 +12,7 @@
 
 #include "support/program.h"
 
-namespace Agent::MemoryTableTest {
+namespace Agent::MemoryUsageTest {
 namespace {
 
 using testing::MatchesRegex;
@@ -43,7 +43,7 @@ std::vector<MemoryRow> memoryRows(std::string const& text) {
   return rows;
 }
 
-TEST(MemoryTable, TellsWhereTheMemoryIs) {
+TEST(MemoryUsage, TellsWhereTheMemoryIs) {
   Folder folder;
   folder.write("s", kOneSwitch);
   // So many services of one switch that what there is once is less than a hundredth.
@@ -112,7 +112,7 @@ std::string numbers(MemoryRow const& row) {
   return row.liveBytes + " " + row.live + " " + row.madeBytes + " " + row.made;
 }
 
-TEST(MemoryTable, DividesNoMemoryWithoutASwitch) {
+TEST(MemoryUsage, DividesNoMemoryWithoutASwitch) {
   Folder folder;
   folder.write("s", "{\"put\": \"service/config/a\", \"value\": {\"enabled\": true}}\n");
   Outcome const run = runProgram(folder, "replay --stats s");
@@ -123,7 +123,7 @@ TEST(MemoryTable, DividesNoMemoryWithoutASwitch) {
     EXPECT_THAT(numbers(row), MatchesRegex("[0-9]+ [0-9]+ [-0-9]+ [-0-9]+")) << row.name;
 }
 
-TEST(MemoryTable, CountsApartWhatLivedBeforeTheFirstOperation) {
+TEST(MemoryUsage, CountsApartWhatLivedBeforeTheFirstOperation) {
   Folder folder;
   folder.write("s", kOneSwitch);
   std::vector<MemoryRow> const rows = memoryRows(runProgram(folder, "replay --stats - </dev/null").out);
@@ -134,7 +134,7 @@ TEST(MemoryTable, CountsApartWhatLivedBeforeTheFirstOperation) {
   EXPECT_EQ(numbers(memoryRows(runProgram(folder, "replay --stats s").out).back()), numbers(before));
 }
 
-TEST(MemoryTable, TellsOfTheMemoryBehindTheTable) {
+TEST(MemoryUsage, TellsOfTheMemoryBehindTheTable) {
   Folder folder;
   folder.write("s", kOneSwitch);
   std::string const table = runProgram(folder, "replay --table s").out;
@@ -143,4 +143,4 @@ TEST(MemoryTable, TellsOfTheMemoryBehindTheTable) {
 }
 
 }  // namespace
-}  // namespace Agent::MemoryTableTest
+}  // namespace Agent::MemoryUsageTest

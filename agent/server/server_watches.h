@@ -12,7 +12,7 @@
 
 namespace Agent {
 
-class Watch;
+class ServerWatch;
 
 /// How much of the past is kept for readers that are behind.
 struct HistoryLimits {
@@ -23,11 +23,11 @@ struct HistoryLimits {
 
 /// The turns that were committed last, and the readers that wait for the next one. A reader is no more than a place in
 /// this history: one that is slow costs no more than that, and one that is so slow that its place is gone is told so.
-class WatchHub : public std::enable_shared_from_this<WatchHub> {
+class ServerWatches : public std::enable_shared_from_this<ServerWatches> {
  public:
   /// Of these documents, which are those of the store now; later they may be ahead of it, by turns that are not yet
   /// kept. They outlive the hub or its being detached.
-  WatchHub(HistoryLimits const& limits, TreeDocuments const& documents, HistoryId history)
+  ServerWatches(HistoryLimits const& limits, TreeDocuments const& documents, HistoryId history)
       : limits_(limits), tree_(&documents), last_(documents.revision), history_(std::move(history)) {}
 
   /// A turn was committed: the next one after those before.
@@ -54,7 +54,7 @@ class WatchHub : public std::enable_shared_from_this<WatchHub> {
   HistoryId const& history() const noexcept { return history_; }
 
  private:
-  friend class Watch;
+  friend class ServerWatch;
 
   bool reachesBackTo(Revision after) const { return after <= last_ && after + turns_.size() >= last_; }
   void wakeAll(bool isForSign = false);
@@ -73,7 +73,7 @@ class WatchHub : public std::enable_shared_from_this<WatchHub> {
   std::size_t undone_ = 0;
   bool isClosed_ = false;
   std::size_t watches_ = 0;
-  std::set<Watch*> waiting_;
+  std::set<ServerWatch*> waiting_;
 };
 
 }  // namespace Agent

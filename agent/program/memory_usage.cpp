@@ -1,5 +1,5 @@
 // Names the objects of the pool, sums them up, and lines the sums up.
-#include "agent/program/memory_table.h"
+#include "agent/program/memory_usage.h"
 
 #include <cxxabi.h>
 
@@ -97,7 +97,7 @@ MemoryCounts countMemory() {
   return counts;
 }
 
-std::string memoryTable(MemoryCounts before, std::size_t switches) {
+std::string memoryUsageTable(MemoryCounts before, std::size_t switches) {
   MemoryCounts now = countMemory();
   split(now.objectsMade, before.objectsMade);
   split(now.internal, before.internal);
