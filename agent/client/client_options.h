@@ -11,6 +11,8 @@
 #include <variant>
 #include <vector>
 
+#include "agent/client/requests.h"
+
 namespace CLI {
 class App;
 }  // namespace CLI
@@ -28,9 +30,6 @@ struct ClientCommonOptions {
   /// How long the server may be silent while it owes an answer.
   std::chrono::milliseconds patience = std::chrono::seconds(30);
 };
-
-/// The revision that must stand; absent for any.
-using IfMatch = std::optional<std::uint64_t>;
 
 /// `enrolix get`: prints one document.
 struct GetOptions {

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <string_view>
 
+#include "agent/client/failure.h"
+#include "agent/client/requests.h"
 #include "agent/net/http_client.h"
 #include "agent/net/server_event_reader.h"
 
@@ -57,7 +59,7 @@ class Feed {
     } catch (HttpError const& error) {
       return error.what();
     } catch (EventTooLong const& error) {
-      throw ClientFailure(ExitCode::kNoAnswer, error.what());
+      throw ClientFailure(FailureKind::kNoAnswer, error.what());
     }
     if (status_ == 200) return isShutdown_ ? "the server stops" : "the server ended the watch";
     HttpResponse response;
@@ -111,7 +113,7 @@ class Feed {
     std::string const& text = stream_.lastId();
     auto const revision = readNumber(std::string_view(text).substr(0, text.find('@')));
     if (!revision)
-      throw ClientFailure(ExitCode::kNoAnswer, "the server's answer cannot be understood: an id is no revision");
+      throw ClientFailure(FailureKind::kNoAnswer, "the server's answer cannot be understood: an id is no revision");
     lastId_ = text;
     reach(*revision);
   }

@@ -6,7 +6,8 @@
 #include <optional>
 #include <string>
 
-#include "agent/client/client.h"
+#include "agent/client/connection.h"
+#include "agent/document/json_reader.h"
 
 namespace Agent {
 

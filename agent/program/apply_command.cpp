@@ -2,6 +2,8 @@
 #include <algorithm>
 #include <vector>
 
+#include "agent/client/failure.h"
+#include "agent/client/requests.h"
 #include "agent/document/input_error.h"
 #include "agent/document/scenario_pieces.h"
 #include "agent/program/client_commands.h"
@@ -60,7 +62,7 @@ class Sender {
     HttpResponse const response = connection_.request(request);
     if (response.status >= 400) {
       Refusal const refusal = readRefusal(response);
-      throw ClientFailure(exitCode(refusal), linePrefix(portion, refusal.line) + refusalText(refusal));
+      throw ClientFailure(failureKind(refusal), linePrefix(portion, refusal.line) + refusalText(refusal));
     }
     requireSuccess(response);
     understanding([&] {
@@ -122,7 +124,7 @@ class Application {
         if (!options_.isAtomic) send();
       }
     } catch (InputError const& error) {
-      throw ClientFailure(ExitCode::kRefused, errorLine(file, pieces.line(), error));
+      throw ClientFailure(FailureKind::kRefused, errorLine(file, pieces.line(), error));
     }
   }
 

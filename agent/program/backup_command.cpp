@@ -1,4 +1,6 @@
 // The command that copies a server's state to a file.
+#include "agent/client/failure.h"
+#include "agent/client/requests.h"
 #include "agent/program/client_commands.h"
 #include "agent/store/backup_reader.h"
 #include "agent/store/output_file.h"
@@ -28,7 +30,7 @@ ExitCode runCommand(BackupOptions const& options, ClientSurroundings const& surr
     requireSuccess(refused);
     reader.finish();
   } catch (InputError const& error) {
-    throw ClientFailure(ExitCode::kNoAnswer,
+    throw ClientFailure(FailureKind::kNoAnswer,
                         "the server's answer cannot be understood: " + errorLine("backup", reader.line(), error));
   }
   output.finish();

@@ -3,7 +3,10 @@
 
 #include <array>
 
+#include "agent/client/failure.h"
+#include "agent/client/requests.h"
 #include "agent/document/input_error.h"
+#include "agent/document/json_reader.h"
 #include "agent/document/scenario.h"
 #include "agent/net/http_client.h"
 #include "agent/view/tree_text.h"
@@ -37,7 +40,7 @@ ExitCode runCommand(GetOptions const& options, ClientSurroundings const& surroun
   HttpResponse const response =
       surroundings.connect(options.common).request(makeRequest("GET", documentTarget(options.path), options.ifMatch));
   if (response.status == 404)
-    throw ClientFailure(ExitCode::kNotFound, printable(options.path, options.path.size()) + ": not found");
+    throw ClientFailure(FailureKind::kNotFound, printable(options.path, options.path.size()) + ": not found");
   requireSuccess(response);
   Json document;
   understanding([&] { document = readJson(response.body); });
@@ -75,7 +78,7 @@ int runClient(ClientOptions const& options, ClientSurroundings const& surroundin
     code = ExitCode::kNoAnswer;
   } catch (ClientFailure const& failure) {
     surroundings.note(failure.what());
-    code = failure.code();
+    code = exitCode(failure.kind());
   } catch (FileError const& error) {
     surroundings.note(error.what());
     code = ExitCode::kRefused;

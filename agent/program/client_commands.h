@@ -1,7 +1,8 @@
 // The commands that ask a server: one call each.
 #pragma once
 
-#include "agent/client/client.h"
+#include "agent/program/client_surroundings.h"
+#include "agent/program/exit_code.h"
 
 namespace Agent {
 

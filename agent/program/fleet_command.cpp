@@ -8,7 +8,9 @@
 #include <set>
 #include <thread>
 
+#include "agent/client/failure.h"
 #include "agent/client/follow_changes.h"
+#include "agent/client/requests.h"
 #include "agent/document/input_error.h"
 #include "agent/net/http_client.h"
 #include "agent/program/client_commands.h"

@@ -7,9 +7,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <iostream>
-#include <memory>
 
-#include "agent/net/http_client.h"
 #include "agent/store/output_file.h"
 
 namespace Agent {
@@ -21,16 +19,6 @@ sigset_t interrupts() {
   sigaddset(&set, SIGINT);
   sigaddset(&set, SIGTERM);
   return set;
-}
-
-Connection connect(ClientCommonOptions const& options) {
-  auto const client = std::make_shared<HttpClient>(options.server, options.patience);
-  Connection connection;
-  connection.request = [client](HttpRequest const& request) { return client->request(request); };
-  connection.stream = [client](auto const& request, auto const& begun, auto const& piece) {
-    return client->stream(request, begun, piece);
-  };
-  return connection;
 }
 
 bool sleep(std::chrono::milliseconds time) {
@@ -53,7 +41,7 @@ bool sleep(std::chrono::milliseconds time) {
 
 ClientSurroundings systemSurroundings() {
   ClientSurroundings surroundings;
-  surroundings.connect = connect;
+  surroundings.connect = [](ClientCommonOptions const& options) { return connectTo(options.server, options.patience); };
   surroundings.print = [](std::string_view text) {
     OutputFile output(std::nullopt);
     output.write(text);

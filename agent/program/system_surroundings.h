@@ -1,7 +1,7 @@
 // What the client commands find around them when the program runs.
 #pragma once
 
-#include "agent/client/client.h"
+#include "agent/program/client_surroundings.h"
 
 namespace Agent {
 

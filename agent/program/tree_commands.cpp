@@ -1,7 +1,9 @@
 // The commands that read many documents: `enrolix dump`, `watch` and `switches`.
 #include <utility>
 
+#include "agent/client/failure.h"
 #include "agent/client/follow_changes.h"
+#include "agent/client/requests.h"
 #include "agent/document/input_error.h"
 #include "agent/program/client_commands.h"
 #include "agent/program/tree_members.h"

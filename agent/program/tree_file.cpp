@@ -3,7 +3,7 @@
 
 #include <unordered_set>
 
-#include "agent/client/client.h"
+#include "agent/client/failure.h"
 #include "agent/document/scenario.h"
 #include "agent/program/tree_members.h"
 #include "agent/tree/state_tree.h"
@@ -39,7 +39,7 @@ TreeFile::TreeFile(std::string const& file) {
     while (std::size_t const size = source->read(chunk.data(), chunk.size())) members.feed({chunk.data(), size});
     members.finish();
   } catch (InputError const& error) {
-    throw ClientFailure(ExitCode::kRefused, errorLine(file, members.line(), error));
+    throw ClientFailure(FailureKind::kRefused, errorLine(file, members.line(), error));
   }
 }
 

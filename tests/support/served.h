@@ -21,7 +21,7 @@
 #include <utility>
 #include <vector>
 
-#include "agent/client/client.h"
+#include "agent/client/requests.h"
 #include "agent/document/json_reader.h"
 #include "agent/net/http_client.h"
 #include "agent/store/store.h"
