@@ -20,8 +20,8 @@
 #include <system_error>
 #include <vector>
 
+#include "framework/one_line.h"
 #include "framework/swiftlog_file.h"
-#include "framework/trace.h"
 
 namespace Swiftlog {
 

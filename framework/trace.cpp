@@ -10,6 +10,8 @@
 #include <utility>
 #include <vector>
 
+#include "framework/one_line.h"
+
 namespace Nox {
 
 std::ostream* coverageStream_ = nullptr;
@@ -30,16 +32,6 @@ Facility& settingsOf(std::string_view facility) {
 }
 
 TraceSink theSink;
-
-/// Whether the byte at `i` is a control character, or part of one of those that UTF-8 writes as 0xC2 and a byte from
-/// 0x80 to 0x9F.
-bool isControl(std::string_view text, std::size_t i) {
-  auto const byteAt = [text](std::size_t at) { return at < text.size() ? static_cast<unsigned char>(text[at]) : 0U; };
-  unsigned const byte = byteAt(i);
-  auto const isTail = [](unsigned tail) { return tail >= 0x80 && tail < 0xA0; };
-  return byte < 0x20 || byte == 0x7F || (byte == 0xC2 && isTail(byteAt(i + 1))) ||
-         (isTail(byte) && i > 0 && byteAt(i - 1) == 0xC2);
-}
 
 /// The streams that are not lent out. There are as many as ever were lent out at once.
 std::vector<std::unique_ptr<std::stringstream>> spareStreams;
@@ -84,31 +76,6 @@ void sendText(TraceHandle const& handle, std::stringstream& text, int level, cha
               char const* function) {
   static String8 const context("<unknown>");
   traceHelper(handle.name().charPtr(), context, text, level, handle.wants(level), file, line, function);
-}
-
-void writeOneLine(std::ostream& out, std::string_view text) {
-  constexpr char kDigits[] = "0123456789ABCDEF";
-  std::size_t plain = 0;  // start of what is not written yet
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (!isControl(text, i)) continue;
-    out << text.substr(plain, i - plain) << '\\';
-    plain = i + 1;
-    auto const byte = static_cast<unsigned char>(text[i]);
-    switch (byte) {
-      case '\n':
-        out << 'n';
-        break;
-      case '\r':
-        out << 'r';
-        break;
-      case '\t':
-        out << 't';
-        break;
-      default:
-        out << 'x' << kDigits[byte >> 4U] << kDigits[byte & 0xFU];
-    }
-  }
-  out << text.substr(plain);
 }
 
 void ScratchStream::take() {

@@ -105,10 +105,6 @@ inline bool tracesAny(TraceHandle const& handle, TraceLevels levels) {
 NOX_EXPORT void traceHelper(char const* name, Nox::String8 context, std::stringstream& text, int level, bool enabled,
                             char const* file, int line, char const* function);
 
-/// Writes a text with its control characters escaped, so that it stays one line and harmless: `\n`, `\r`, `\t`,
-/// otherwise each byte as in `\x1B`.
-NOX_EXPORT void writeOneLine(std::ostream& out, std::string_view text);
-
 // What the macros below expand to.
 
 /// A string stream of precision 12 that is lent out: taken on first use and given back, with its buffer, at the end of

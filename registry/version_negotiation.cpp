@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "framework/assertion.h"
+#include "framework/assertion_about.h"
 #include "framework/shared_text.h"
 #include "registry/switch_config_sm.h"
 #include "registry/trace.h"

@@ -23,6 +23,7 @@
 #include "agent/tree/state_tree.h"
 #include "agent/view/switch_table.h"
 #include "agent/view/tree_text.h"
+#include "framework/one_line.h"
 #include "framework/swiftlog.h"
 #include "framework/trace.h"
 

@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "framework/one_line.h"
 #include "framework/swiftlog.h"
 #include "framework/swiftlog_reader.h"
 #include "framework/trace.h"
