@@ -1,7 +1,7 @@
 // The framework's own assertions: on in every build, fatal, with texts that are part of the contract.
 #pragma once
 
-#include "framework/fwd.h"
+#include "framework/export.h"
 
 namespace Nox {
 

@@ -1,10 +1,5 @@
-// Forward declarations of the framework, and the mark for symbols that leave a library.
+// The numbers that the framework counts in, and its classes, declared ahead.
 #pragma once
-
-#include <cstdint>
-
-/// Everything is hidden by default; what another library uses is marked with this.
-#define NOX_EXPORT __attribute__((visibility("default")))
 
 namespace Nox {
 

@@ -13,6 +13,7 @@
 
 #include "framework/name.h"
 #include "framework/ptr.h"
+#include "framework/text_form.h"
 #include "framework/turn.h"
 #include "framework/type.h"
 #include "framework/type_name.h"
@@ -20,16 +21,6 @@
 namespace Nox {
 
 struct AttrRow;
-
-/// A type that generic values carry as text specialises this beside itself: static `std::optional<T> parse(view)` and
-/// `String8 print(T const&)`.
-template <class T>
-struct TextForm;
-template <class T>
-concept HasTextForm = requires(T const& t, std::string_view text) {
-  { TextForm<T>::parse(text) } -> std::same_as<std::optional<T>>;
-  { TextForm<T>::print(t) } -> std::same_as<String8>;
-};
 
 /// The object that a text names, in the form that `valueToStrepOfRawPtr` prints: null unless it is a live framework
 /// object at this moment, whatever the number. Throws RangeException "junk at column ... deserializing ..." (error id

@@ -1,9 +1,10 @@
 // The untyped core of the keyed collections: links, buckets, order, growth, and iterators that survive removals.
 #pragma once
 
+#include <cstdint>
 #include <utility>
 
-#include "framework/fwd.h"
+#include "framework/export.h"
 #include "framework/pool.h"
 
 namespace Nox {

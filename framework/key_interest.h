@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "framework/export.h"
 #include "framework/fwd.h"
 #include "framework/ptr_interface.h"
 

@@ -4,7 +4,7 @@
 #include <iosfwd>
 #include <string_view>
 
-#include "framework/fwd.h"
+#include "framework/export.h"
 
 namespace Nox {
 

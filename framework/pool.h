@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <new>
 
-#include "framework/fwd.h"
+#include "framework/export.h"
 
 namespace Nox {
 

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <functional>
 
-#include "framework/fwd.h"
+#include "framework/export.h"
 
 namespace Nox {
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "framework/counted_word.h"
+#include "framework/export.h"
 #include "framework/fwd.h"
 #include "framework/pool.h"
 

@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "framework/counted_word.h"
-#include "framework/fwd.h"
+#include "framework/export.h"
 #include "framework/reverse_bits.h"
 
 namespace Nox {

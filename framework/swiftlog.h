@@ -12,7 +12,7 @@
 #include <string_view>
 #include <vector>
 
-#include "framework/fwd.h"
+#include "framework/export.h"
 #include "framework/swiftlog_file.h"
 
 /// One thread writes: the one that delivers notifications. Nothing here is locked.

@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <iosfwd>
 
-#include "framework/fwd.h"
+#include "framework/export.h"
 
 namespace Swiftlog {
 

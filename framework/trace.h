@@ -14,7 +14,7 @@
 #include <string_view>
 #include <type_traits>
 
-#include "framework/fwd.h"
+#include "framework/export.h"
 #include "framework/string8.h"
 #include "framework/swiftlog.h"
 

@@ -5,6 +5,7 @@
 #include <exception>
 #include <string_view>
 
+#include "framework/export.h"
 #include "framework/fwd.h"
 #include "framework/ptr_interface.h"
 

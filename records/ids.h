@@ -6,7 +6,7 @@
 #include <optional>
 #include <string_view>
 
-#include "framework/generic_if.h"
+#include "framework/text_form.h"
 
 namespace Lumo {
 
