@@ -258,16 +258,23 @@ consteval auto memberOf(Ptr<V> (C::*read)(K const&) const) {
   return read;
 }
 
+namespace detail {
+inline std::string_view attrNameOf(AttrRows const& table, AttributeId id) noexcept {
+  AttrRow const* const row = ownAttrRow(table, id);
+  return row != nullptr ? row->name : std::string_view();
+}
+}  // namespace detail
+
 /// The rows of one class.
 template <std::size_t N>
 struct AttrTable {
-  static_assert(N > 0 && N <= AttrRows::kSlots / 5, "a seed is found among a few hundred");
+  static_assert(N > 0 && N <= kAttrSlots / 5, "a seed is found among a few hundred");
 
   std::array<AttrRow, N> rows{};
-  std::array<std::uint8_t, AttrRows::kSlots> slots{};
+  std::array<std::uint8_t, kAttrSlots> slots{};
   std::uint64_t seed = 0x9E3779B97F4A7C15;
 
-  constexpr AttrRows view() const { return {rows.data(), slots.data(), seed, N}; }
+  constexpr AttrRows view() const { return {rows.data(), slots.data(), seed, N, &detail::attrNameOf}; }
 };
 
 /// The rows of one class, numbered consecutively from `first`.
@@ -279,9 +286,9 @@ consteval AttrTable<sizeof...(Rows)> attrTable(AttributeId first, Rows... rows) 
     row.key = AttrKey(row.name);
   }
   auto const hasPlacedAll = [&table] {
-    std::array<bool, AttrRows::kSlots> isTaken{};
+    std::array<bool, kAttrSlots> isTaken{};
     for (std::size_t i = 0; i < table.rows.size(); ++i) {
-      std::size_t const slot = AttrRows::slotOf(table.rows[i].key, table.seed);
+      std::size_t const slot = attrSlot(table.rows[i].key, table.seed);
       if (std::exchange(isTaken[slot], true)) return false;
       table.slots[slot] = static_cast<std::uint8_t>(i);
     }

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "framework/assertion.h"
-#include "framework/attr_table.h"
 
 namespace Nox {
 
@@ -14,14 +13,7 @@ WriteObserver* writeObserver_ = nullptr;
 
 static Ptr<Entity> newEntity(Name const& name) { return make<Entity>(name); }
 
-/// The attributes of every entity: their numbers lie below those of a class's own.
-static constexpr auto kEntityAttrs = attrTable(
-    1, plain<&Entity::name>("name"), plain<&Entity::isNondestructing, &Entity::isNondestructingIs>("isNondestructing"),
-    plain<static_cast<Ptr<Entity const> (Entity::*)() const>(&Entity::parent)>("parent"),
-    plain<&Entity::parentAttr>("parentAttr"), plain<&Entity::parentAttrId>("parentAttrId"),
-    plain<&Entity::uriPath>("uriPath"), plain<&Entity::fullName>("fullName"));
-
-constinit NoxType Entity::noxType{"Nox::Entity", &ptrInterfaceType, &newEntity, kEntityAttrs.view()};
+constinit NoxType Entity::noxType{"Nox::Entity", &ptrInterfaceType, &newEntity};
 
 void Entity::isNondestructingIs(bool on) {
   if (on == isNondestructing()) return;
@@ -53,10 +45,7 @@ String8 Entity::fullName() const {
   return text;
 }
 
-String8 Entity::attributeString(AttributeId id) const {
-  AttrRow const* const row = fwkType().row(id);
-  return row != nullptr ? String8(row->name) : String8();
-}
+String8 Entity::attributeString(AttributeId id) const { return String8(fwkType().attributeName(id)); }
 void Entity::noxNotifieeAdapterIs(Ptr<Entity const> const& /*adapter*/) {}
 void Entity::handleParent(Ptr<Entity> const& /*parent*/) {}
 

@@ -60,15 +60,23 @@ GenericIf::GenericIf(Ptr<PtrInterface const> const& object)
 GenericIfEntity::GenericIfEntity(Ptr<Entity> const& entity) : GenericIf(Ptr<PtrInterface>(entity)) {}
 GenericIfEntity::GenericIfEntity(Ptr<Entity const> const& entity) : GenericIf(Ptr<PtrInterface const>(entity)) {}
 
+AttrRow const* attrRow(NoxType const& type, AttrKey const& attribute) noexcept {
+  for (NoxType const* t = &type; t != nullptr; t = t->base)
+    if (AttrRow const* const row = ownAttrRow(*t, attribute); row != nullptr) return row;
+  return nullptr;
+}
+AttrRow const* attrRow(NoxType const& type, AttributeId id) noexcept {
+  for (NoxType const* t = &type; t != nullptr; t = t->base)
+    if (AttrRow const* const row = ownAttrRow(t->rows(), id); row != nullptr) return row;
+  return nullptr;
+}
+
 AttributeId GenericIf::attributeId(std::string_view name) const {
-  AttrRow const* const row = type_->row(name);
+  AttrRow const* const row = attrRow(*type_, name);
   return row != nullptr ? row->id : 0;
 }
 
-String8 GenericIf::attributeString(AttributeId id) const {
-  AttrRow const* const row = type_->row(id);
-  return row != nullptr ? String8(row->name) : String8();
-}
+String8 GenericIf::attributeString(AttributeId id) const { return String8(type_->attributeName(id)); }
 String8 GenericIfEntity::attributeString(AttributeId id) const {
   return static_cast<Entity const&>(*object()).attributeString(id);
 }
@@ -78,12 +86,12 @@ GenericIf::Value GenericIf::change(AttrRow const& row, Op op, Value const* args,
   return inTurn([&] { return row.on(op)(const_cast<PtrInterface&>(*object_), row, {args, count}); });
 }
 GenericIf::Value GenericIf::performByName(std::string_view name, Op op, std::span<Value const> args) const {
-  AttrRow const* const row = type_->row(name);
+  AttrRow const* const row = attrRow(*type_, name);
   if (row == nullptr || !row->does(op)) throwOpNotSupportedException(name, op);
   return perform(*row, op, args);
 }
 GenericIf::Value GenericIf::attributeOp(AttributeId id, Op op, std::span<Value const> args) const {
-  AttrRow const* const row = type_->row(id);
+  AttrRow const* const row = attrRow(*type_, id);
   if (row == nullptr || !row->does(op)) throwOpNotSupportedException(std::to_string(id), op);
   return perform(*row, op, args);
 }
@@ -92,10 +100,10 @@ GenericIf::Value GenericIf::attributeOp(AttributeId id, Op op, std::initializer_
 }
 
 std::unique_ptr<GenericIf::AttributeIterator> GenericIf::attributeIteratorConst(AttributeId id) const {
-  return iterate(*this, type_->row(id), std::to_string(id));
+  return iterate(*this, attrRow(*type_, id), std::to_string(id));
 }
 std::unique_ptr<GenericIf::AttributeIterator> GenericIf::attributeIteratorConst(std::string_view name) const {
-  return iterate(*this, type_->row(name), name);
+  return iterate(*this, attrRow(*type_, name), name);
 }
 
 void GenericIf::throwConstException() { throw ConstException("attempting to modify a const instance"); }
@@ -151,7 +159,7 @@ std::vector<Name> GenericIf::List_::names(Value const& list) {
   std::vector<Name> found;
   for (Value const& element : held->elements()) {
     auto const object = element.object();
-    AttrRow const* const row = object ? object->fwkType().row(std::string_view("name")) : nullptr;
+    AttrRow const* const row = object ? attrRow(object->fwkType(), std::string_view("name")) : nullptr;
     Value const name = row != nullptr ? GenericIf(object).attributeOp("name", Op::kRead) : Value();
     if (!name.is<Name>()) throwTypeException("name", element.type());
     found.push_back(name.as<Name>());

@@ -11,6 +11,7 @@
 #include <variant>
 #include <vector>
 
+#include "framework/attr_key.h"
 #include "framework/name.h"
 #include "framework/ptr.h"
 #include "framework/text_form.h"
@@ -221,10 +222,22 @@ struct AttrRow {
   constexpr bool isInstantiating() const { return does(Op::kInstantiate) || does(Op::kCall); }
 };
 
-inline AttrRow const* NoxType::ownRow(AttrKey const& attribute) const noexcept {
+/// How many slots the hash of a table has, and which one is a name's.
+inline constexpr std::size_t kAttrSlots = 256;
+constexpr std::size_t attrSlot(AttrKey const& name, std::uint64_t seed) noexcept { return name.hash(seed) >> 56; }
+
+/// The row of an attribute of the class or of those it derives from; null if there is none.
+NOX_EXPORT AttrRow const* attrRow(NoxType const& type, AttrKey const& attribute) noexcept;
+NOX_EXPORT AttrRow const* attrRow(NoxType const& type, AttributeId id) noexcept;
+/// The same of the class's own attributes alone.
+inline AttrRow const* ownAttrRow(NoxType const& type, AttrKey const& attribute) noexcept {
+  AttrRows const& rows = type.rows();
   if (rows.count == 0) return nullptr;
-  AttrRow const& row = rows.rows[rows.slots[AttrRows::slotOf(attribute, rows.seed)]];
+  AttrRow const& row = rows.rows[rows.slots[attrSlot(attribute, rows.seed)]];
   return row.key == attribute ? &row : nullptr;
+}
+constexpr AttrRow const* ownAttrRow(AttrRows const& rows, AttributeId id) noexcept {
+  return rows.count != 0 && id - rows.rows[0].id < rows.count ? &rows.rows[id - rows.rows[0].id] : nullptr;
 }
 
 inline GenericIf::Value GenericIf::perform(AttrRow const& row, Op op, std::span<Value const> args) const {
@@ -233,7 +246,7 @@ inline GenericIf::Value GenericIf::perform(AttrRow const& row, Op op, std::span<
 }
 // Inline, so that the key of a literal is made by the compiler: a read takes 3 ns instead of 7.
 inline GenericIf::Value GenericIf::attributeOp(std::string_view name, Op op, std::span<Value const> args) const {
-  AttrRow const* const row = type_->ownRow(name);
+  AttrRow const* const row = ownAttrRow(*type_, name);
   if (row == nullptr || !row->does(op)) return performByName(name, op, args);
   return perform(*row, op, args);
 }

@@ -6,23 +6,6 @@
 
 namespace Nox {
 
-NoxAttr::NoxAttrIntrospectionFlags::NoxAttrIntrospectionFlags(unsigned value) : value_(value) {
-  if (value > 0x3f) throwRangeException("NoxAttrIntrospectionFlags::value > 0x3f not allowed");
-}
-
-void NoxAttr::attrDel(NoxType& type, Name const& name) {
-  auto const attr = type.attr(name.view());
-  if (!attr) return;
-  type.remove(const_cast<NoxAttr&>(*attr));
-}
-
-NoxAttr& NoxAttr::attrIs(NoxType& type, Name const& name, Name const& attrType, unsigned flags,
-                         NoxAttrIntrospectionFlags introspectionFlags, AttributeId id) {
-  auto const attr = make<NoxAttr>(name, attrType, flags, introspectionFlags, id);
-  type.append(attr);
-  return *attr;
-}
-
 IntrospectionReactor& IntrospectionReactor::global() noexcept {
   static IntrospectionReactor reactor;
   return reactor;
@@ -62,7 +45,7 @@ void registerType(NoxType& type, IntrospectionReactor& reactor) {
   reactor.handleType(type, type.base);
   type.isEntityIs(type.isA(Entity::noxType));
   type.hasGenericIfSupportIs(true);
-  for (AttrRow const& row : std::span(type.rows.rows, type.rows.count)) {
+  for (AttrRow const& row : std::span(type.rows().rows, type.rows().count)) {
     if (!row.isListed) continue;
     Name const name(row.name);
     Name const attrType(row.type);
@@ -82,5 +65,10 @@ void registerType(NoxType& type, IntrospectionReactor& reactor) {
   }
   reactor.handleScopeExit();
 }
+
+DescribedType::DescribedType(NoxType& type) : registration_(type), type_(type) {
+  registerType(type, IntrospectionReactor::global());
+}
+DescribedType::~DescribedType() { IntrospectionReactor::global().typeDel(type_); }
 
 }  // namespace Nox

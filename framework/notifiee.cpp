@@ -1,17 +1,11 @@
 // How a reactor comes to its notifier and leaves it.
 #include "framework/notifiee.h"
 
-#include "framework/attr_table.h"
 #include "framework/entity.h"
 
 namespace Nox {
 
-/// What every reactor answers by name: enough to walk a collection of reactors.
-static constexpr auto kNotifieeAttrs = attrTable(1, plain<&PtrInterface::NotifieeConst::name>("name"),
-                                                 plain<&PtrInterface::NotifieeConst::notifier>("notifier"));
-
-constinit NoxType PtrInterface::NotifieeConst::noxType{
-    "Nox::PtrInterface::NotifieeConst", &ptrInterfaceType, nullptr, kNotifieeAttrs.view()};
+constinit NoxType PtrInterface::NotifieeConst::noxType{"Nox::PtrInterface::NotifieeConst", &ptrInterfaceType};
 
 ActivityConfig::~ActivityConfig() = default;
 

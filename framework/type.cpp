@@ -1,20 +1,15 @@
-// Types: their attributes by name, and the directory, a list that the registrations themselves form.
+// Types: their descriptions, and the directory, a list that the registrations themselves form.
 #include "framework/type.h"
 
-#include "framework/attr_table.h"
+#include "framework/assertion.h"
 
 namespace Nox {
 
-AttrRow const* NoxType::row(AttrKey const& attribute) const noexcept {
+std::string_view NoxType::attributeName(AttributeId id) const noexcept {
   for (NoxType const* t = this; t != nullptr; t = t->base)
-    if (AttrRow const* const row = t->ownRow(attribute); row != nullptr) return row;
-  return nullptr;
-}
-
-AttrRow const* NoxType::row(AttributeId id) const noexcept {
-  for (NoxType const* t = this; t != nullptr; t = t->base)
-    if (t->rows.count != 0 && id - t->rows.rows[0].id < t->rows.count) return &t->rows.rows[id - t->rows.rows[0].id];
-  return nullptr;
+    if (t->rows_.nameOf != nullptr)
+      if (std::string_view const found = t->rows_.nameOf(t->rows_, id); !found.empty()) return found;
+  return {};
 }
 
 Ptr<NoxAttr const> NoxType::attr(std::string_view attribute) const {
@@ -45,16 +40,14 @@ void NoxType::constructorArgTypeQEnq(Name const& type) {
 
 static constinit TypeRegistration* registrations = nullptr;
 
-TypeRegistration::TypeRegistration(NoxType& type) : type_(type), next_(registrations) {
+TypeRegistration::TypeRegistration(NoxType const& type) noexcept : type_(type), next_(registrations) {
   registrations = this;
-  if (type.rows.count != 0) registerType(type, IntrospectionReactor::global());
 }
 
 TypeRegistration::~TypeRegistration() {
   TypeRegistration** at = &registrations;
   while (*at != this) at = &(*at)->next_;
   *at = next_;
-  if (type_.rows.count != 0) IntrospectionReactor::global().typeDel(type_);
 }
 
 NoxType const* typeNamed(std::string_view name) noexcept {

@@ -3,25 +3,21 @@
 
 #include <string_view>
 
-#include "framework/attr_key.h"
-#include "framework/introspection.h"
+#include "framework/attribute.h"
 
 namespace Nox {
 
 struct AttrRow;
 
-/// The rows of a class's attribute table, as its type finds them: by name through a hash without collisions, by id by
-/// counting from the first. Made by `AttrTable`.
+/// The rows of a class's attribute table, which access by name reads: by name through a hash without collisions, by id
+/// by counting from the first. Made by `AttrTable`. The core asks for names alone.
 struct AttrRows {
   AttrRow const* rows = nullptr;
   std::uint8_t const* slots = nullptr;  ///< The place of a row by the hash of its name; of any row where none has it.
   std::uint64_t seed = 0;
   unsigned count = 0;
-
-  static constexpr std::size_t kSlots = 256;
-  static constexpr std::size_t slotOf(AttrKey const& name, std::uint64_t seed) noexcept {
-    return name.hash(seed) >> 56;
-  }
+  /// The name of the attribute of that id; empty for one that the table does not have.
+  std::string_view (*nameOf)(AttrRows const& table, AttributeId id) noexcept = nullptr;
 };
 
 /// What is known of a class at run time. One object per class; its address is the class's identity across libraries.
@@ -34,12 +30,11 @@ class NOX_EXPORT NoxType : public LinkQueueLink<> {
 
   constexpr NoxType(std::string_view className, NoxType const* baseType, NewEntity maker = nullptr,
                     AttrRows attributeRows = {}) noexcept
-      : name(className), base(baseType), newEntity(maker), rows(attributeRows) {}
+      : name(className), base(baseType), newEntity(maker), rows_(attributeRows) {}
 
   std::string_view const name;  ///< The class's full name, "Controller::ServiceStatusDir".
   NoxType const* const base;    ///< The class it derives from, or null.
   NewEntity const newEntity;    ///< Null where a name is not enough to make one.
-  AttrRows const rows;          ///< The class's own attributes; empty where none is reached by name.
 
   /// Whether this class is `other` or derives from it.
   bool isA(NoxType const& other) const noexcept {
@@ -48,11 +43,12 @@ class NOX_EXPORT NoxType : public LinkQueueLink<> {
     return false;
   }
 
-  /// The row of an attribute of the class or of those it derives from; null if there is none.
-  AttrRow const* row(AttrKey const& attribute) const noexcept;
-  AttrRow const* row(AttributeId id) const noexcept;
-  /// The same of the class's own attributes alone.
-  AttrRow const* ownRow(AttrKey const& attribute) const noexcept;
+  /// The class's own attributes; empty where none is reached by name.
+  AttrRows const& rows() const noexcept { return rows_; }
+  /// Gives the rows to a class that cannot state them itself, before it is reached by name.
+  void rowsIs(AttrRows const& rows) noexcept { rows_ = rows; }
+  /// The name of an attribute of the class or of those it derives from; empty if there is none of that id.
+  std::string_view attributeName(AttributeId id) const noexcept;
 
   // The description, as it was registered.
 
@@ -72,6 +68,7 @@ class NOX_EXPORT NoxType : public LinkQueueLink<> {
   void append(Ptr<NoxAttr> const& attr);
   void remove(NoxAttr& attr);
 
+  AttrRows rows_;
   AttrQueue attrs_;
   NoxAttr* last_ = nullptr;
   bool isEntity_ = false;
@@ -87,18 +84,18 @@ class NOX_EXPORT Typed : public Base {
   NoxType const& fwkType() const override { return Self::noxType; }
 };
 
-/// Enters a type into the directory for as long as the registration lives, and describes it to the introspection
-/// reactor if it has attributes: one per class that is made by type name or reached by name.
+/// Enters a type into the directory for as long as the registration lives: one per class that is made by type name. A
+/// class that is reached by name has a `DescribedType` instead.
 class NOX_EXPORT TypeRegistration {
  public:
-  explicit TypeRegistration(NoxType& type);
+  explicit TypeRegistration(NoxType const& type) noexcept;
   ~TypeRegistration();
   TypeRegistration(TypeRegistration const&) = delete;
   TypeRegistration& operator=(TypeRegistration const&) = delete;
 
  private:
   friend NOX_EXPORT NoxType const* typeNamed(std::string_view name) noexcept;
-  NoxType& type_;
+  NoxType const& type_;
   TypeRegistration* next_;
 };
 

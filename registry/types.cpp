@@ -1,12 +1,14 @@
 // The attribute table of every class in Controllerdb, in the order of declaration: what is described to an agent, and
 // what the agent reads, sets, instantiates, deletes and calls by name.
 #include "framework/attr_table.h"
+#include "framework/introspection.h"
 #include "registry/EnrolixSm.h"
 
 namespace Controllerdb {
 
 using Nox::attrTable;
 using Nox::child;
+using Nox::DescribedType;
 using Nox::handler;
 using Nox::keyed;
 using Nox::keyedChild;
@@ -15,7 +17,6 @@ using Nox::memberOf;
 using Nox::NoxType;
 using Nox::plain;
 using Nox::toggle;
-using Nox::TypeRegistration;
 using Nox::unkeyed;
 using Nox::unlisted;
 using Nox::whole;
@@ -206,10 +207,10 @@ constinit NoxType SwitchConfigSm::noxType{
 constinit NoxType SystemPublishSm::noxType{
     "Controllerdb::SystemPublishSm", &PtrInterface::ptrInterfaceType, nullptr, kSystemPublishSm.view()};
 
-static TypeRegistration const rootType(Root::noxType);
-static TypeRegistration const registryRootSmType(RegistryRootSm::noxType);
-static TypeRegistration const switchRegistrySmType(SwitchRegistrySm::noxType);
-static TypeRegistration const switchConfigSmType(SwitchConfigSm::noxType);
-static TypeRegistration const systemPublishSmType(SystemPublishSm::noxType);
+static DescribedType const rootType(Root::noxType);
+static DescribedType const registryRootSmType(RegistryRootSm::noxType);
+static DescribedType const switchRegistrySmType(SwitchRegistrySm::noxType);
+static DescribedType const switchConfigSmType(SwitchConfigSm::noxType);
+static DescribedType const systemPublishSmType(SystemPublishSm::noxType);
 
 }  // namespace Controllerdb

@@ -336,7 +336,7 @@ TYPED_TEST(OperationByName, IsComparedForEveryRow) {
   for (Step const& step : steps<TypeParam>()) compared.insert(form(step.attribute, step.op, step.argCount));
   for (std::string const& form : formsOf(type)) EXPECT_TRUE(compared.contains(form)) << form << " is not compared";
   for (Nox::NoxAttr const& attr : type.attrs()) {
-    Nox::AttrRow const* const row = type.row(attr.name().view());
+    Nox::AttrRow const* const row = Nox::attrRow(type, attr.name().view());
     ASSERT_NE(row, nullptr) << attr.name();
     EXPECT_EQ(attr.introspectionFlags().value(), row->ops) << attr.name();
   }

@@ -213,7 +213,7 @@ template <class Operation>
 void perform(Lines& lines, Side& side, Ptr<PtrInterface> const& machine, Operation operation) {
   auto const readAll = [&] {
     lines.push_back("the machine is" + Side::flags(*machine));
-    Nox::AttrRows const& rows = machine->fwkType().rows;
+    Nox::AttrRows const& rows = machine->fwkType().rows();
     for (Nox::AttrRow const& row : std::span(rows.rows, rows.count))
       if (row.does(Op::kRead))
         lines.push_back(std::string(row.name) + ": " + side.text(GenericIf(machine).attributeOp(row.name, Op::kRead)));
@@ -266,7 +266,7 @@ inline std::string form(std::string_view attribute, Op op, std::size_t argCount)
 /// Every form that a class's rows have; a collection is read and removed from as a whole and by key.
 inline std::set<std::string> formsOf(Nox::NoxType const& type) {
   std::set<std::string> forms;
-  for (Nox::AttrRow const& row : std::span(type.rows.rows, type.rows.count)) {
+  for (Nox::AttrRow const& row : std::span(type.rows().rows, type.rows().count)) {
     std::size_t const keys = (row.flags & Nox::NoxAttr::kKeyed) != 0 ? 1 : 0;
     for (Op const op : {Op::kRead, Op::kSet, Op::kInstantiate, Op::kNew, Op::kDelete, Op::kCall}) {
       if (!row.does(op)) continue;
