@@ -6,8 +6,8 @@
 #include <string>
 
 #include "bench/bench.h"
-#include "framework/attr_table.h"
-#include "framework/generic_if.h"
+#include "framework/by_name/attr_table.h"
+#include "framework/by_name/generic_if.h"
 
 #ifdef BENCH_HAS_GOBJECT
 #include <glib-object.h>

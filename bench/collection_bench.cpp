@@ -18,8 +18,8 @@
 #include <vector>
 
 #include "bench/bench.h"
-#include "framework/collections.h"
-#include "framework/name.h"
+#include "framework/core/collections.h"
+#include "framework/text/name.h"
 
 #ifdef BENCH_HAS_ABSEIL
 #include <absl/container/btree_map.h>

@@ -1,7 +1,7 @@
 // The registry's inputs as writes to its records, and its records as documents.
 #include "bench/end_to_end_ours.h"
 
-#include "framework/shared_text.h"
+#include "framework/text/shared_text.h"
 
 namespace EndToEnd {
 

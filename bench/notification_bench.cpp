@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "bench/bench.h"
-#include "framework/entity.h"
+#include "framework/core/entity.h"
 
 #ifdef BENCH_HAS_BOOST
 #include <boost/signals2.hpp>

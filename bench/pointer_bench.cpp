@@ -7,7 +7,7 @@
 #include <memory>
 
 #include "bench/bench.h"
-#include "framework/ptr.h"
+#include "framework/core/ptr.h"
 
 #ifdef BENCH_HAS_BOOST
 #include <boost/smart_ptr/intrusive_ptr.hpp>

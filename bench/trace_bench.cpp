@@ -12,8 +12,8 @@
 #include <unistd.h>
 
 #include "bench/bench.h"
-#include "framework/name.h"
-#include "framework/trace.h"
+#include "framework/text/name.h"
+#include "framework/trace/trace.h"
 
 #ifdef BENCH_HAS_SPDLOG
 #include <spdlog/sinks/null_sink.h>

@@ -23,8 +23,8 @@ install(
   COMPONENT development
   FILES_MATCHING
   PATTERN *.h
-  PATTERN framework/page_map.h EXCLUDE
-  PATTERN framework/pool_heap.h EXCLUDE)
+  PATTERN framework/memory/page_map.h EXCLUDE
+  PATTERN framework/memory/pool_heap.h EXCLUDE)
 
 # Versions below 1 promise nothing from one minor version to the next.
 write_basic_package_version_file(

@@ -1,7 +1,7 @@
 // The agent's own configuration and status.
 #pragma once
 
-#include "framework/entity.h"
+#include "framework/core/entity.h"
 #include "records/attributes.h"
 
 namespace Controllerdb {

@@ -3,7 +3,7 @@
 
 #include <string_view>
 
-#include "framework/collections.h"
+#include "framework/core/collections.h"
 
 namespace Nox {
 

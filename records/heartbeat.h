@@ -1,7 +1,7 @@
 // Heartbeats: the peers that the controller hears.
 #pragma once
 
-#include "framework/entity.h"
+#include "framework/core/entity.h"
 #include "records/attributes.h"
 #include "records/ids.h"
 

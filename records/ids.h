@@ -6,7 +6,7 @@
 #include <optional>
 #include <string_view>
 
-#include "framework/text_form.h"
+#include "framework/text/text_form.h"
 
 namespace Lumo {
 

@@ -1,8 +1,8 @@
 // Mounts: what switches offer, and the registry of remote mounts that the root owns.
 #pragma once
 
-#include "framework/dir.h"
-#include "framework/entity.h"
+#include "framework/core/dir.h"
+#include "framework/core/entity.h"
 #include "records/attributes.h"
 #include "records/ids.h"
 

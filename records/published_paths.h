@@ -5,7 +5,7 @@
 #include <set>
 #include <utility>
 
-#include "framework/string8.h"
+#include "framework/text/string8.h"
 
 namespace Controller {
 struct MountDesc;

@@ -1,7 +1,7 @@
 // The records that a switch and the controller exchange, and the controller's table of switches.
 #pragma once
 
-#include "framework/entity.h"
+#include "framework/core/entity.h"
 #include "records/attributes.h"
 #include "records/ids.h"
 #include "records/mount.h"

@@ -3,7 +3,7 @@
 
 #include <compare>
 
-#include "framework/entity.h"
+#include "framework/core/entity.h"
 #include "records/attributes.h"
 
 namespace Controller {

@@ -2,8 +2,8 @@
 // its inputs, keeps its reactors and empty collections, and does nothing else: their work belongs to those libraries.
 #pragma once
 
-#include "framework/dir.h"
-#include "framework/state_machine.h"
+#include "framework/core/dir.h"
+#include "framework/core/state_machine.h"
 #include "records/heartbeat.h"
 #include "records/mount.h"
 #include "records/registration.h"

@@ -1,5 +1,5 @@
 // The one way into the library for a host that loads it at run time.
-#include "framework/library.h"
+#include "framework/by_name/library.h"
 
 #include "registry/root.h"
 

@@ -1,7 +1,7 @@
 // The registry root: how registration directories come and go, and what the agent's `enabled` does.
 #include "registry/registry_root_sm.h"
 
-#include "framework/assertion_about.h"
+#include "framework/text/assertion_about.h"
 #include "registry/trace.h"
 
 namespace Controllerdb {

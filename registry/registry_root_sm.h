@@ -1,7 +1,7 @@
 // The registry root: one switch registry per registration directory, for as long as the agent is enabled.
 #pragma once
 
-#include "framework/state_machine.h"
+#include "framework/core/state_machine.h"
 #include "records/agent.h"
 #include "records/heartbeat.h"
 #include "records/mount.h"

@@ -1,8 +1,8 @@
 // The root: the one entity through which an agent builds and owns the registry.
 #pragma once
 
-#include "framework/dir.h"
-#include "framework/state_machine.h"
+#include "framework/core/dir.h"
+#include "framework/core/state_machine.h"
 #include "records/heartbeat.h"
 #include "records/mount.h"
 #include "records/siblings.h"

@@ -1,7 +1,7 @@
 // One switch: whether it is ready, what it is answered, and which versions of its services are negotiated.
 #pragma once
 
-#include "framework/state_machine.h"
+#include "framework/core/state_machine.h"
 #include "records/heartbeat.h"
 #include "records/mount.h"
 #include "records/registration.h"

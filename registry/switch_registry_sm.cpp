@@ -1,7 +1,7 @@
 // One registration directory: when its switch is registered, and when it no longer is.
 #include "registry/switch_registry_sm.h"
 
-#include "framework/assertion_about.h"
+#include "framework/text/assertion_about.h"
 #include "registry/registry_root_sm.h"
 #include "registry/trace.h"
 

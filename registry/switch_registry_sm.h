@@ -1,8 +1,8 @@
 // One registration directory: a switch is registered while its directory holds "config" and "status".
 #pragma once
 
-#include "framework/dir.h"
-#include "framework/state_machine.h"
+#include "framework/core/dir.h"
+#include "framework/core/state_machine.h"
 #include "records/registration.h"
 #include "registry/switch_config_sm.h"
 

@@ -1,7 +1,7 @@
 // What one switch is published: the mounts that it offers, per service.
 #pragma once
 
-#include "framework/state_machine.h"
+#include "framework/core/state_machine.h"
 #include "records/mount.h"
 #include "records/registration.h"
 

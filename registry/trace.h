@@ -1,7 +1,7 @@
 // Trace statements of the registry: facility "Enrolix", source file "EnrolixSm".
 #pragma once
 
-#include "framework/trace.h"
+#include "framework/trace/trace.h"
 
 namespace Controllerdb {
 

@@ -1,7 +1,7 @@
 // The attribute table of every class in Controllerdb, in the order of declaration: what is described to an agent, and
 // what the agent reads, sets, instantiates, deletes and calls by name.
-#include "framework/attr_table.h"
-#include "framework/introspection.h"
+#include "framework/by_name/attr_table.h"
+#include "framework/by_name/introspection.h"
 #include "registry/EnrolixSm.h"
 
 namespace Controllerdb {

@@ -4,9 +4,9 @@
 #include <algorithm>
 #include <optional>
 
-#include "framework/assertion.h"
-#include "framework/assertion_about.h"
-#include "framework/shared_text.h"
+#include "framework/memory/assertion.h"
+#include "framework/text/assertion_about.h"
+#include "framework/text/shared_text.h"
 #include "registry/switch_config_sm.h"
 #include "registry/trace.h"
 

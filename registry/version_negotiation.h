@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "framework/ptr.h"
+#include "framework/core/ptr.h"
 #include "records/service.h"
 
 namespace Controllerdb {

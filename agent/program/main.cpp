@@ -14,7 +14,7 @@
 #include "agent/program/system_surroundings.h"
 #include "agent/program/types_command.h"
 #include "agent/store/output_file.h"
-#include "framework/swiftlog_reader.h"
+#include "framework/trace/swiftlog_reader.h"
 
 namespace {
 

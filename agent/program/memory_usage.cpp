@@ -13,7 +13,7 @@
 #include <typeinfo>
 #include <vector>
 
-#include "framework/ptr_interface.h"
+#include "framework/core/ptr_interface.h"
 
 namespace Agent {
 namespace {

@@ -23,9 +23,9 @@
 #include "agent/tree/state_tree.h"
 #include "agent/view/switch_table.h"
 #include "agent/view/tree_text.h"
-#include "framework/one_line.h"
-#include "framework/swiftlog.h"
-#include "framework/trace.h"
+#include "framework/text/one_line.h"
+#include "framework/trace/swiftlog.h"
+#include "framework/trace/trace.h"
 
 namespace Agent {
 namespace {

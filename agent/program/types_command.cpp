@@ -7,9 +7,9 @@
 #include "agent/document/input_error.h"
 #include "agent/document/json_reader.h"
 #include "agent/tree/library_path.h"
-#include "framework/introspection.h"
-#include "framework/library.h"
-#include "framework/type.h"
+#include "framework/by_name/introspection.h"
+#include "framework/by_name/library.h"
+#include "framework/core/type.h"
 
 namespace Agent {
 namespace {

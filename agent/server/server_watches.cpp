@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "framework/assertion.h"
+#include "framework/memory/assertion.h"
 
 namespace Agent {
 namespace {

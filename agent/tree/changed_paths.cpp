@@ -1,7 +1,7 @@
 // Finds the document that a written entity is part of: its own, or that of the entity that holds it.
 #include "agent/tree/changed_paths.h"
 
-#include "framework/assertion.h"
+#include "framework/memory/assertion.h"
 
 namespace Agent {
 namespace {

@@ -6,7 +6,7 @@
 
 #include "agent/document/path.h"
 #include "agent/tree/tables.h"
-#include "framework/write_observer.h"
+#include "framework/core/write_observer.h"
 
 namespace Agent {
 

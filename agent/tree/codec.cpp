@@ -6,7 +6,7 @@
 
 #include "agent/document/path.h"
 #include "agent/tree/key_order.h"
-#include "framework/shared_text.h"
+#include "framework/text/shared_text.h"
 #include "records/agent.h"
 #include "records/attributes.h"
 #include "records/registration.h"

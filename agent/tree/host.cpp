@@ -1,7 +1,7 @@
 // Builds the root, attribute by attribute and by name: the tables first, then the machines that take them.
 #include "agent/tree/host.h"
 
-#include "framework/generic_if.h"
+#include "framework/by_name/generic_if.h"
 
 namespace Agent {
 namespace {

@@ -4,7 +4,7 @@
 #include <functional>
 
 #include "agent/tree/tables.h"
-#include "framework/library.h"
+#include "framework/by_name/library.h"
 
 namespace Agent {
 

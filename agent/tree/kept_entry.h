@@ -2,7 +2,7 @@
 #pragma once
 
 #include "agent/document/json_reader.h"
-#include "framework/entity.h"
+#include "framework/core/entity.h"
 
 namespace Agent {
 

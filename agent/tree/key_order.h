@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "framework/hash_map.h"
+#include "framework/core/hash_map.h"
 #include "records/ids.h"
 
 namespace Agent {

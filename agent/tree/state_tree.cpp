@@ -3,7 +3,7 @@
 
 #include "agent/tree/codec.h"
 #include "agent/tree/kept_entry.h"
-#include "framework/shared_text.h"
+#include "framework/text/shared_text.h"
 
 namespace Agent {
 

@@ -1,7 +1,7 @@
 // The entities that the registry shares with the outside: everything that the state tree shows.
 #pragma once
 
-#include "framework/dir.h"
+#include "framework/core/dir.h"
 #include "records/agent.h"
 #include "records/heartbeat.h"
 #include "records/mount.h"

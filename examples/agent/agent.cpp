@@ -2,9 +2,9 @@
 #include <exception>
 #include <iostream>
 
-#include "framework/dir.h"
-#include "framework/generic_if.h"
-#include "framework/library.h"
+#include "framework/by_name/generic_if.h"
+#include "framework/by_name/library.h"
+#include "framework/core/dir.h"
 #include "records/agent.h"
 #include "records/heartbeat.h"
 #include "records/registration.h"

@@ -7,7 +7,7 @@
 #include <set>
 
 #include "agent/program/replay.h"
-#include "framework/trace.h"
+#include "framework/trace/trace.h"
 #include "support/program.h"
 #include "support/tree_world.h"
 

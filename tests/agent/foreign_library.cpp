@@ -1,5 +1,5 @@
 // Libraries that have the entry point and are no registry for this program, each built with the answer that it gives.
-#include "framework/library.h"
+#include "framework/by_name/library.h"
 
 namespace {
 

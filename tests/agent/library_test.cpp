@@ -1,5 +1,5 @@
 // The registry as an agent meets it: a library that is loaded, driven by name, and unloaded.
-#include "framework/library.h"
+#include "framework/by_name/library.h"
 
 #include <gmock/gmock.h>
 
@@ -11,7 +11,7 @@
 #include "agent/tree/host.h"
 #include "agent/tree/library_path.h"
 #include "agent/tree/state_tree.h"
-#include "framework/generic_if.h"
+#include "framework/by_name/generic_if.h"
 #include "support/program.h"
 
 namespace LibraryTest {

@@ -1,5 +1,5 @@
 // Keys of attribute names, of every length that is read in another way.
-#include "framework/attr_key.h"
+#include "framework/by_name/attr_key.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // What records keep their keyed attributes in: values, child entities, the single child.
-#include "framework/collections.h"
+#include "framework/core/collections.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "framework/entity.h"
+#include "framework/core/entity.h"
 #include "support/sample.h"
 
 namespace CollectionsTest {

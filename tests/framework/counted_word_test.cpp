@@ -1,5 +1,5 @@
 // The counted word: counting, flags beside the count, static objects, and the road to destruction.
-#include "framework/counted_word.h"
+#include "framework/memory/counted_word.h"
 
 #include <gtest/gtest.h>
 
@@ -9,8 +9,8 @@
 #include <thread>
 #include <vector>
 
-#include "framework/name.h"
-#include "framework/ptr.h"
+#include "framework/core/ptr.h"
+#include "framework/text/name.h"
 #include "support/sample.h"
 
 namespace CountedWordTest {

@@ -1,5 +1,5 @@
 // Directories: every mutator, what it announces, and which is the parent of which afterwards.
-#include "framework/dir.h"
+#include "framework/core/dir.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

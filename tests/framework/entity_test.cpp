@@ -1,5 +1,5 @@
 // Entities: names, parents, the common bodies of mutators, and the log of writes.
-#include "framework/entity.h"
+#include "framework/core/entity.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

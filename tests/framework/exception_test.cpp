@@ -1,12 +1,12 @@
 // The framework's exceptions: what they carry and what throws which.
-#include "framework/exception.h"
+#include "framework/text/exception.h"
 
 #include <gtest/gtest.h>
 
 #include <set>
 #include <string>
 
-#include "framework/generic_if.h"
+#include "framework/by_name/generic_if.h"
 
 namespace ExceptionTest {
 namespace {

@@ -1,5 +1,5 @@
 // Operations by name on a class of this test's own: what each kind of row does, and what is refused.
-#include "framework/generic_if.h"
+#include "framework/by_name/generic_if.h"
 
 #include <gmock/gmock.h>
 
@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "framework/attr_table.h"
-#include "framework/entity.h"
+#include "framework/by_name/attr_table.h"
+#include "framework/core/entity.h"
 
 namespace Sample {
 

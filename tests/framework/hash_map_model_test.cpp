@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "framework/hash_map.h"
+#include "framework/core/hash_map.h"
 #include "support/members.h"
 
 namespace HashMapModelTest {

@@ -1,5 +1,5 @@
 // The keyed collection: its order, its growth, and iterators under every kind of insertion and removal.
-#include "framework/hash_map.h"
+#include "framework/core/hash_map.h"
 
 #include <gtest/gtest.h>
 

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "framework/entity.h"
-#include "framework/key_interest.h"
+#include "framework/core/entity.h"
+#include "framework/core/key_interest.h"
 
 namespace KeyInterestTest {
 namespace {

@@ -1,5 +1,5 @@
 // Queues through the members' own links: order, removal under a walk, and what holds what.
-#include "framework/linked_queue.h"
+#include "framework/core/linked_queue.h"
 
 #include <gmock/gmock.h>
 

@@ -1,5 +1,5 @@
 // Names and strings: shared buffers, order, the frozen hash.
-#include "framework/name.h"
+#include "framework/text/name.h"
 
 #include <gtest/gtest.h>
 
@@ -11,8 +11,8 @@
 #include <string_view>
 #include <vector>
 
-#include "framework/hash_map.h"
-#include "framework/string8.h"
+#include "framework/core/hash_map.h"
+#include "framework/text/string8.h"
 
 namespace NameTest {
 namespace {

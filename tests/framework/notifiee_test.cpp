@@ -1,5 +1,5 @@
 // Reactors: how they register with their notifier, leave it, and are switched on and off.
-#include "framework/notifiee.h"
+#include "framework/core/notifiee.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

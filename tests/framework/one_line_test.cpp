@@ -1,5 +1,5 @@
 // Texts with control characters, as they are written on one line.
-#include "framework/one_line.h"
+#include "framework/text/one_line.h"
 
 #include <gtest/gtest.h>
 

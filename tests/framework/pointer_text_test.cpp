@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "framework/entity.h"
-#include "framework/generic_if.h"
+#include "framework/by_name/generic_if.h"
+#include "framework/core/entity.h"
 
 namespace PointerTextTest {
 namespace {

@@ -1,5 +1,5 @@
 // What the pool tells of itself: how much it has handed out, and what of it lives.
-#include "framework/pool_counts.h"
+#include "framework/memory/pool_counts.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@
 #include <set>
 #include <vector>
 
-#include "framework/pool.h"
+#include "framework/memory/pool.h"
 
 namespace PoolCountsTest {
 namespace {

@@ -1,5 +1,5 @@
 // The pool: what it hands out, what it calls live, and that any thread may delete what another one made.
-#include "framework/pool.h"
+#include "framework/memory/pool.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -20,7 +20,7 @@
 #include <utility>
 #include <vector>
 
-#include "framework/pool_counts.h"
+#include "framework/memory/pool_counts.h"
 
 namespace PoolTest {
 namespace {

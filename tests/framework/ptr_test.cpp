@@ -1,5 +1,5 @@
 // Counted pointers: what each operation does to the count, and pointers that are never null.
-#include "framework/ptr.h"
+#include "framework/core/ptr.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@
 #include <unordered_set>
 #include <utility>
 
-#include "framework/entity.h"
+#include "framework/core/entity.h"
 #include "support/sample.h"
 
 namespace PtrTest {

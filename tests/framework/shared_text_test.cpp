@@ -1,5 +1,5 @@
 // Texts that share their buffers.
-#include "framework/shared_text.h"
+#include "framework/text/shared_text.h"
 
 #include <gtest/gtest.h>
 
@@ -8,9 +8,9 @@
 #include <thread>
 #include <vector>
 
-#include "framework/name.h"
-#include "framework/pool_counts.h"
-#include "framework/string8.h"
+#include "framework/memory/pool_counts.h"
+#include "framework/text/name.h"
+#include "framework/text/string8.h"
 
 namespace Nox::SharedTextTest {
 namespace {

@@ -1,5 +1,5 @@
 // State machines: switching on and off, zombies, and machines that go while they run.
-#include "framework/state_machine.h"
+#include "framework/core/state_machine.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

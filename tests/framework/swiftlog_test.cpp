@@ -1,5 +1,5 @@
 // The ring-buffer trace: what a statement leaves in the file, and what the reader makes of it.
-#include "framework/swiftlog.h"
+#include "framework/trace/swiftlog.h"
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -19,11 +19,11 @@
 #include <system_error>
 #include <vector>
 
-#include "framework/name.h"
-#include "framework/string8.h"
-#include "framework/swiftlog_file.h"
-#include "framework/swiftlog_reader.h"
-#include "framework/trace.h"
+#include "framework/text/name.h"
+#include "framework/text/string8.h"
+#include "framework/trace/swiftlog_file.h"
+#include "framework/trace/swiftlog_reader.h"
+#include "framework/trace/trace.h"
 #include "tests/support/trace_capture.h"
 
 namespace SwiftlogTest {

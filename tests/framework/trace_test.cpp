@@ -1,5 +1,5 @@
 // The text trace: when a statement speaks, what it says, and where that goes.
-#include "framework/trace.h"
+#include "framework/trace/trace.h"
 
 #include <gtest/gtest.h>
 
@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "framework/name.h"
-#include "framework/string8.h"
+#include "framework/text/name.h"
+#include "framework/text/string8.h"
 #include "tests/support/trace_capture.h"
 
 namespace TraceTest {

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "framework/turn.h"
+#include "framework/core/turn.h"
 #include "support/sample.h"
 
 namespace TurnModelTest {

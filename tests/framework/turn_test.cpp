@@ -1,5 +1,5 @@
 // Turns: what waits, in which order it is delivered, what is dropped, and what may go meanwhile.
-#include "framework/turn.h"
+#include "framework/core/turn.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -13,8 +13,8 @@
 #include <utility>
 #include <vector>
 
-#include "framework/generic_if.h"
-#include "framework/pool_counts.h"
+#include "framework/by_name/generic_if.h"
+#include "framework/memory/pool_counts.h"
 #include "support/sample.h"
 
 namespace TurnTest {

@@ -1,7 +1,7 @@
 // Tests of what single records do beyond their tables: children, look-ups, creation by type name.
 #include <gmock/gmock.h>
 
-#include "framework/dir.h"
+#include "framework/core/dir.h"
 #include "support/listeners.h"
 #include "support/write_log.h"
 

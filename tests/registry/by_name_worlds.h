@@ -14,7 +14,7 @@
 #include <utility>
 #include <vector>
 
-#include "framework/attr_table.h"
+#include "framework/by_name/attr_table.h"
 #include "publication_support.h"
 #include "support/trace_capture.h"
 #include "support/write_log.h"

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "framework/write_observer.h"
+#include "framework/core/write_observer.h"
 #include "registry/switch_config_sm.h"
 #include "support/trace_capture.h"
 #include "support/world.h"

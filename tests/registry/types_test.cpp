@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "framework/attr_table.h"
-#include "framework/introspection.h"
+#include "framework/by_name/attr_table.h"
+#include "framework/by_name/introspection.h"
 #include "registry/EnrolixSm.h"
 
 namespace TypesTest {

@@ -8,8 +8,8 @@
 
 #include <gtest/gtest.h>
 
-#include "framework/dir.h"
-#include "framework/state_machine.h"
+#include "framework/core/dir.h"
+#include "framework/core/state_machine.h"
 #include "support/sample.h"
 
 namespace Sample {

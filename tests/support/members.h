@@ -6,8 +6,8 @@
 #include <utility>
 #include <vector>
 
-#include "framework/hash_map.h"
-#include "framework/name.h"
+#include "framework/core/hash_map.h"
+#include "framework/text/name.h"
 
 namespace Sample {
 

@@ -6,8 +6,8 @@
 #include <utility>
 #include <vector>
 
-#include "framework/collections.h"
-#include "framework/entity.h"
+#include "framework/core/collections.h"
+#include "framework/core/entity.h"
 
 namespace Sample {
 

@@ -12,10 +12,10 @@
 #include <utility>
 #include <vector>
 
-#include "framework/one_line.h"
-#include "framework/swiftlog.h"
-#include "framework/swiftlog_reader.h"
-#include "framework/trace.h"
+#include "framework/text/one_line.h"
+#include "framework/trace/swiftlog.h"
+#include "framework/trace/swiftlog_reader.h"
+#include "framework/trace/trace.h"
 
 /// Collects the text trace: TraceCapture capture({1, 3, 5}); ... EXPECT_EQ(capture.lines(), ...). One at a time for a
 /// facility, which is off again afterwards.

@@ -7,8 +7,8 @@
 #include <utility>
 #include <vector>
 
-#include "framework/entity.h"
-#include "framework/write_observer.h"
+#include "framework/core/entity.h"
+#include "framework/core/write_observer.h"
 
 /// Collects the writes for the length of a scope, those that change nothing too:
 ///   WriteLog log; ... EXPECT_THAT(log.lines(), ElementsAre("leaf-1.clientShutdownAck = 1", ...));

@@ -1,0 +1,255 @@
+// State machines, the reactors that call them, and the slots that hold a machine's inputs: their common shape, written
+// once.
+#pragma once
+
+#include <array>
+#include <tuple>
+
+#include "framework/core/collections.h"
+#include "framework/core/entity.h"
+
+namespace Nox {
+
+template <class R>
+class Input;
+
+/// A reactor nested in a state machine: watches one input of type `In` (const where the machine only reads it) and
+/// calls the machine. A concrete reactor lists only the operations that its machine handles, each as `if (auto sm =
+/// live()) sm->handleX();`.
+template <class Sm, class In>
+class Reactor : public In::NotifieeConst {
+ public:
+  using InputType = In;
+  using Base = typename In::NotifieeConst;
+
+  Reactor(Ptr<In> const& input, Sm* sm) : sm_(sm) {
+    Base::notifierIs(input);
+    this->isRegisteredNotifieeIs(true);
+  }
+
+  Ptr<In> input() const { return Ptr<In>(rawInput()); }
+  /// The same, not counted.
+  In* rawInput() const noexcept { return static_cast<In*>(const_cast<PtrInterface*>(this->notifier().get())); }
+
+  /// Points the reactor at another input and, unless there is none, runs the machine's pass over it.
+  void notifierIs(Ptr<PtrInterface const> const& notifier) override {
+    Turn turn;
+    Held<Reactor> const keep(this);  // the pass may let go of the machine, and that of its reactors
+    Ptr<In const> const next = ptrCast<In const>(notifier);
+    if (next == this->notifier()) return;
+    Base::notifierIs(next);
+    if (next)
+      if (auto sm = live()) handleNotifier(*sm);
+    this->isRegisteredNotifieeIs(true);
+  }
+
+  /// Makes the reactor a zombie, which nothing reaches any more, or brings it back.
+  virtual void noxDoZombieReactors(bool zombie) {
+    if (zombie == this->noxMarkedForDeletion()) return;
+    if (this->notifier()) this->hasNotificationActiveIs(!zombie);
+    if (Held<Sm> const sm(sm_); sm) handleZombie(*sm);
+    this->noxMarkedForDeletionIs(zombie);
+  }
+
+ protected:
+  /// The machine to call, held while its handler runs: null for a zombie and for a reactor whose machine has let go of
+  /// it.
+  Held<Sm> live() const noexcept { return Held<Sm>(this->noxMarkedForDeletion() ? nullptr : sm_); }
+  Sm* sm() const noexcept { return sm_; }
+  /// The body of the mutator that is named after the machine.
+  void smIs(Sm* sm) noexcept { sm_ = sm; }
+
+  /// Tells the machine that the zombie state is about to change.
+  virtual void handleZombie(Sm& /*sm*/) {}
+  /// The machine's pass over a new input; none unless the reactor says so.
+  virtual void handleNotifier(Sm& /*sm*/) {}
+
+ private:
+  template <class Self>
+  friend class StateMachine;
+  template <class R>
+  friend class Nox::Input;
+
+  Sm* sm_;  // the machine owns the reactor, and clears this before it goes
+};
+
+/// A machine's slot for one input, which is held through its reactor `R`. The two verbs are the two policies of a
+/// changed input.
+template <class R>
+class Input {
+ public:
+  using In = typename R::InputType;
+
+  Ptr<In> get() const { return Ptr<In>(raw()); }
+  /// The input kept alive for as long as a handler reads it: two plain additions, where a counted pointer costs two
+  /// locked ones.
+  Held<In> held() const noexcept { return Held<In>(raw()); }
+  In* raw() const noexcept { return reactor_ ? reactor_->rawInput() : nullptr; }
+  Ptr<R> const& reactor() const noexcept { return reactor_; }
+
+  /// Sets the first reactor, at construction; none for a null input.
+  template <class Sm>
+  void start(Sm& sm, ValidPtr<R> (Sm::*newReactor)(Ptr<In> const&), Ptr<In> const& input) {
+    if (input) reactor_ = (sm.*newReactor)(input);
+  }
+  /// Retires the reactor of another input and makes a fresh one, which runs no pass.
+  template <class Sm>
+  void replace(Sm& sm, ValidPtr<R> (Sm::*newReactor)(Ptr<In> const&), Ptr<In> const& input) {
+    if (get() == input) return;
+    Turn turn;
+    retire();
+    start(sm, newReactor, input);
+  }
+  /// Points the present reactor at the other input, which runs its pass; makes one if there is none.
+  template <class Sm>
+  void repoint(Sm& sm, ValidPtr<R> (Sm::*newReactor)(Ptr<In> const&), Ptr<In> const& input) {
+    Turn turn;
+    if (reactor_)
+      reactor_->notifierIs(input);
+    else
+      start(sm, newReactor, input);
+  }
+  /// Makes the reactor a zombie that knows no machine, and releases it.
+  void retire() {
+    if (!reactor_) return;
+    reactor_->noxDoZombieReactors(true);
+    reactor_->smIs(nullptr);
+    reactor_ = nullptr;
+  }
+
+ private:
+  Ptr<R> reactor_;
+};
+
+// What a slot holds, one object at a time, each kept alive while `f` runs; `f` may remove any of them.
+template <class R, class F>
+void forEach(Input<R> const& slot, F f) {
+  if (Ptr<R> const keep(slot.reactor().get()); keep) f(*keep);
+}
+template <class T, class F>
+void forEach(Ptr<T> const& slot, F f) {
+  if (Ptr<T> const keep(slot.get()); keep) f(*keep);
+}
+template <class V, class K, class F>
+void forEach(HashMap<V, K> const& slot, F f) {
+  for (typename HashMap<V, K>::IteratorConst at(slot); at; ++at) {
+    Ptr<V> const keep = at.member();
+    f(*keep);
+  }
+}
+
+/// Base of a state machine. `Self` names its parts once, each in its order:
+///   auto reactors()   the slots that are switched on and off, made zombies, and orphaned at the end
+///   auto childSms()   the machines that are switched on and off with it
+/// A machine starts switched off, with its reactors on.
+template <class Self>
+class StateMachine : public PtrInterface {
+ public:
+  static NoxType const& _fwkType() { return Self::noxType; }
+  NoxType const& fwkType() const override { return Self::noxType; }
+
+  bool initialized() const noexcept { return initialized_; }
+  void initializedIs(bool initialized) noexcept { initialized_ = initialized; }
+
+  /// The activity under which the agent runs the machine's handlers; null where it has set none.
+  Ptr<ActivityConfig> const& noxFwkActivity() const noexcept { return activity_; }
+  void noxFwkActivityIs(Ptr<ActivityConfig> const& activity) { activity_ = activity; }
+
+  void hasNotificationActiveIs(bool on) override {
+    if (on == hasNotificationActive()) return;
+    PtrInterface::hasNotificationActiveIs(on);
+    forAll(self().reactors(), [on](auto& reactor) { reactor.hasNotificationActiveIs(on); });
+    forAll(self().childSms(), [on](auto& sm) { sm.hasNotificationActiveIs(on); });
+  }
+  /// Makes the reactors zombies, or brings them back. Does not reach child machines.
+  virtual void noxDoZombieReactors(bool zombie) {
+    if (zombie == noxMarkedForDeletion()) return;
+    forAll(self().reactors(), [zombie](auto& reactor) { reactor.noxDoZombieReactors(zombie); });
+    noxMarkedForDeletionIs(zombie);
+  }
+
+ protected:
+  auto childSms() { return std::tuple<>(); }
+
+  /// Makes a reactor on an input; it shares the machine's zombie state.
+  template <class R>
+  ValidPtr<R> newReactor(Ptr<typename R::InputType> const& input) {
+    ValidPtr<R> reactor = make<R>(input, &self());
+    reactor->noxDoZombieReactors(noxMarkedForDeletion());
+    return reactor;
+  }
+  /// Clears every reactor's way back; part of each destructor.
+  void orphanReactors() {
+    forAll(self().reactors(), [](auto& reactor) { reactor.smIs(nullptr); });
+  }
+
+ private:
+  Self& self() noexcept { return static_cast<Self&>(*this); }
+  template <class Slots, class F>
+  static void forAll(Slots slots, F f) {
+    std::apply([&](auto&... slot) { (forEach(slot, f), ...); }, slots);
+  }
+
+  Ptr<ActivityConfig> activity_;
+  bool initialized_ = false;
+};
+
+/// The body of an instantiating mutator of a single state machine: keeps the one that holds these very arguments;
+/// otherwise puts a new one in its place, and only releases the old one. Says whether the machine is new.
+template <class Owner, class C, class... A>
+bool instantiateSm(Owner& owner, Ptr<C>& field, ValidPtr<C> (Owner::*newSm)(A const&...), A const&... args) {
+  if (field && field->constructorArgs() == std::tie(args...)) return false;
+  field = (owner.*newSm)(args...);
+  return true;
+}
+
+/// The same, for a machine that its owner switches on once it is in place.
+template <class Owner, class C, class... A>
+ValidPtr<C> instantiateSwitchedOn(Owner& owner, Ptr<C>& field, ValidPtr<C> (Owner::*newSm)(A const&...),
+                                  A const&... args) {
+  Turn turn;
+  if (instantiateSm(owner, field, newSm, args...)) field->hasNotificationActiveIs(true);
+  return field;
+}
+
+/// The body of the matching removal: takes the machine out and switches it off. Null if there was none.
+template <class C>
+Ptr<C> switchedOff(Ptr<C>& field) {
+  Turn turn;
+  Ptr<C> old = std::exchange(field, nullptr);
+  if (old) old->hasNotificationActiveIs(false);
+  return old;
+}
+
+/// The position through which an owner removes members of one of its collections; `Notify` is the owner's operation
+/// that hears of each.
+template <class Map, auto Notify>
+class OwnedIterator;
+template <class Map, class Owner, class K, class V, void (Owner::*Notify)(K, Ptr<V> const&)>
+class OwnedIterator<Map, Notify> final : public Map::Iterator {
+ public:
+  OwnedIterator(Owner& owner, Map const& map) : Map::Iterator(map), owner_(owner) {}
+  template <class Key>
+  OwnedIterator(Owner& owner, Map const& map, Key const& key) : Map::Iterator(map, key), owner_(owner) {}
+  void deleteNotify(Ptr<V> const& member) const override { (owner_.*Notify)(member->fwkKey(), member); }
+
+ private:
+  Owner& owner_;
+};
+
+/// Throws the name-in-use exception at the first constructor argument (pointers all) that differs from what the member
+/// holds.
+template <class... A>
+void checkConstructorArgs(std::tuple<A...> const& held, std::tuple<A const&...> const& given,
+                          std::array<char const*, sizeof...(A)> const& names) {
+  auto check = [](auto const& was, auto const& is, char const* name) {
+    if (was == is) return;
+    throwNameInUseException(String8("Reinstantiating the pointer interface where constructor parameter attribute _") +
+                            name + " has a different value of " + valueToStrepOfRawPtr(is.get()) +
+                            " than the current value of " + valueToStrepOfRawPtr(was.get()) + " not allowed");
+  };
+  [&]<std::size_t... I>(std::index_sequence<I...>) { (check(std::get<I>(held), std::get<I>(given), names[I]), ...); }
+  (std::index_sequence_for<A...>());
+}
+
+}  // namespace Nox
