@@ -12,6 +12,7 @@
 #include "agent/tree/library_path.h"
 #include "agent/tree/state_tree.h"
 #include "framework/by_name/generic_if.h"
+#include "framework/by_name/introspection.h"
 #include "support/program.h"
 
 namespace LibraryTest {
