@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "agent/document/export.h"
 #include "agent/net/http.h"
 
 namespace Agent {
@@ -22,6 +23,7 @@ struct Connection {
 /// A connection to `server`, "http://HOST[:PORT]", which is made when it is first needed. `patience` is how long the
 /// server may be silent while it owes an answer. Throws a std::invalid_argument, in one line, for a server that is
 /// none.
-Connection connectTo(std::string const& server, std::chrono::milliseconds patience = std::chrono::seconds(30));
+ENROLIX_EXPORT Connection connectTo(std::string const& server,
+                                    std::chrono::milliseconds patience = std::chrono::seconds(30));
 
 }  // namespace Agent

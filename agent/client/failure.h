@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "agent/document/export.h"
 #include "agent/net/http.h"
 
 namespace Agent {
@@ -19,7 +20,7 @@ enum class FailureKind {
 };
 
 /// The server's refusal, or an answer that cannot be understood. what() is one line for people that says why.
-class ClientFailure : public std::runtime_error {
+class ENROLIX_EXPORT ClientFailure : public std::runtime_error {
  public:
   ClientFailure(FailureKind kind, std::string const& line) : std::runtime_error(line), kind_(kind) {}
   FailureKind kind() const { return kind_; }
@@ -40,15 +41,15 @@ struct Refusal {
 };
 
 /// Of a response from a server of another kind, only status and reason are known.
-Refusal readRefusal(HttpResponse const& response);
+ENROLIX_EXPORT Refusal readRefusal(HttpResponse const& response);
 /// "PATH: FIELD: reason"; parts that do not exist are left out.
-std::string refusalText(Refusal const& refusal);
-FailureKind failureKind(Refusal const& refusal);
+ENROLIX_EXPORT std::string refusalText(Refusal const& refusal);
+ENROLIX_EXPORT FailureKind failureKind(Refusal const& refusal);
 /// Throws a ClientFailure if the response is an error.
-void requireSuccess(HttpResponse const& response);
+ENROLIX_EXPORT void requireSuccess(HttpResponse const& response);
 
 /// Calls `understand`, which reads what the server sent; throws a ClientFailure where it throws an InputError or an
 /// error of the JSON library.
-void understanding(std::function<void()> const& understand);
+ENROLIX_EXPORT void understanding(std::function<void()> const& understand);
 
 }  // namespace Agent

@@ -6,7 +6,6 @@
 
 #include "agent/client/failure.h"
 #include "agent/client/requests.h"
-#include "agent/net/http_client.h"
 #include "agent/net/server_event_reader.h"
 
 namespace Agent {

@@ -7,7 +7,8 @@
 #include <string>
 
 #include "agent/client/connection.h"
-#include "agent/document/json_reader.h"
+#include "agent/document/export.h"
+#include "agent/document/json.h"
 
 namespace Agent {
 
@@ -42,7 +43,7 @@ struct FollowRequest {
 /// Calls `take` with all that happens until it returns false. A connection that breaks, and a server that stops, are
 /// waited for; what was missed meanwhile is told then, or everything anew. Throws an HttpError if there never was a
 /// connection, and a ClientFailure if the server refuses or cannot be understood.
-void followChanges(Connection const& connection, FollowRequest const& request,
-                   std::function<bool(FollowedEvent const& event)> const& take);
+ENROLIX_EXPORT void followChanges(Connection const& connection, FollowRequest const& request,
+                                  std::function<bool(FollowedEvent const& event)> const& take);
 
 }  // namespace Agent

@@ -3,19 +3,15 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include "agent/document/input_error.h"
+#include "agent/document/json.h"
 
 namespace Agent {
-
-/// A document in memory. Members keep the order in which they were written, so look-up by key takes time in proportion
-/// to their number: walk large objects instead.
-using Json = nlohmann::ordered_json;
 
 /// Members of an object in the order in which they were read.
 using JsonMembers = std::vector<std::pair<std::string, Json>>;

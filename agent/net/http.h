@@ -4,10 +4,13 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
+
+#include "agent/document/export.h"
 
 namespace Agent {
 
@@ -15,10 +18,17 @@ namespace Agent {
 using HttpFields = std::vector<std::pair<std::string, std::string>>;
 
 /// Whether two names of fields, codings or hosts are the same: letters of either case are.
-bool sameWithoutCase(std::string_view left, std::string_view right);
+ENROLIX_EXPORT bool sameWithoutCase(std::string_view left, std::string_view right);
 
 /// The value of the first field of that name; nothing if there is none.
-std::optional<std::string_view> findField(HttpFields const& fields, std::string_view name);
+ENROLIX_EXPORT std::optional<std::string_view> findField(HttpFields const& fields, std::string_view name);
+
+/// No answer: no connection, a broken one, a time that ran out, or what is no HTTP. what() is one line that names the
+/// server.
+class ENROLIX_EXPORT HttpError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
 
 struct HttpRequest {
   std::string method = "GET";

@@ -4,20 +4,12 @@
 #include <chrono>
 #include <functional>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 
 #include "agent/net/http.h"
 
 namespace Agent {
-
-/// No answer: no connection, a broken one, a time that ran out, or what is no HTTP. what() is one line that names the
-/// server.
-class HttpError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
 
 /// One connection to one server, made when it is first needed and kept for the next request. Calls block. One thread
 /// uses it.

@@ -8,7 +8,6 @@
 #include "agent/document/input_error.h"
 #include "agent/document/json_reader.h"
 #include "agent/document/scenario.h"
-#include "agent/net/http_client.h"
 #include "agent/view/tree_text.h"
 
 namespace Agent {

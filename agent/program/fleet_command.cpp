@@ -12,7 +12,6 @@
 #include "agent/client/follow_changes.h"
 #include "agent/client/requests.h"
 #include "agent/document/input_error.h"
-#include "agent/net/http_client.h"
 #include "agent/program/client_commands.h"
 #include "agent/program/fleet.h"
 #include "agent/view/colours.h"
