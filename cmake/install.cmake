@@ -11,7 +11,7 @@ set(program_package enrolix)
 
 install(TARGETS enrolix_program RUNTIME COMPONENT program)
 install(
-  TARGETS nox records registry
+  TARGETS nox records registry client
   EXPORT enrolix
   LIBRARY COMPONENT libraries NAMELINK_COMPONENT development)
 
@@ -25,6 +25,18 @@ install(
   PATTERN *.h
   PATTERN framework/memory/page_map.h EXCLUDE
   PATTERN framework/memory/pool_heap.h EXCLUDE)
+
+# Of the host, the client's room and what its headers include.
+set(include_folder ${CMAKE_INSTALL_INCLUDEDIR}/enrolix/agent)
+install(
+  DIRECTORY agent/client
+  DESTINATION ${include_folder}
+  COMPONENT development
+  FILES_MATCHING
+  PATTERN *.h)
+install(FILES agent/net/http.h DESTINATION ${include_folder}/net COMPONENT development)
+install(FILES agent/document/export.h agent/document/json.h DESTINATION ${include_folder}/document
+        COMPONENT development)
 
 # Versions below 1 promise nothing from one minor version to the next.
 write_basic_package_version_file(
@@ -41,11 +53,13 @@ install(
   COMPONENT development)
 
 file(RELATIVE_PATH way_to_prefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
-configure_file(cmake/enrolix.pc.in ${PROJECT_BINARY_DIR}/enrolix.pc @ONLY)
-install(
-  FILES ${PROJECT_BINARY_DIR}/enrolix.pc
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
-  COMPONENT development)
+foreach(name IN ITEMS enrolix enrolix-client)
+  configure_file(cmake/${name}.pc.in ${PROJECT_BINARY_DIR}/${name}.pc @ONLY)
+  install(
+    FILES ${PROJECT_BINARY_DIR}/${name}.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+    COMPONENT development)
+endforeach()
 
 # Documents stand as they do in the source, so that their links to each other hold, in the folder of their package. Each
 # package carries the licence under Debian's name for it.
@@ -55,8 +69,12 @@ install(
   DIRECTORY examples
   DESTINATION ${doc_folder}/${program_package}
   COMPONENT program
-  PATTERN agent EXCLUDE)
-install(DIRECTORY examples/agent DESTINATION ${doc_folder}/${development_package}/examples COMPONENT development)
+  PATTERN agent EXCLUDE
+  PATTERN client EXCLUDE)
+install(
+  DIRECTORY examples/agent examples/client
+  DESTINATION ${doc_folder}/${development_package}/examples
+  COMPONENT development)
 foreach(component IN ITEMS libraries development program)
   install(
     FILES LICENSE

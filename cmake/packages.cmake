@@ -26,15 +26,17 @@ set(CPACK_DEBIAN_LIBRARIES_PACKAGE_SECTION libs)
 set(CPACK_COMPONENT_LIBRARIES_DESCRIPTION
     "switch registry of a network controller, libraries
 The registry that a controller's agent loads, the records that switches,
-operators and the controller share through it, and their framework.")
+operators and the controller share through it, their framework, and the library
+of programs that ask an agent.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME ${development_package})
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS ${same_version})
+# The headers of the client show documents as the JSON library has them.
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${same_version}, nlohmann-json3-dev (>= 3.11)")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
     "switch registry of a network controller, development files
-Headers, CMake package and pkg-config file of the registry's libraries, and an
-example of an agent that loads it.")
+Headers, CMake package and pkg-config files of the registry's libraries, and
+examples of an agent that loads it and of a client that asks an agent.")
 
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_NAME ${program_package})
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_SECTION net)
