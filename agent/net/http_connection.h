@@ -20,7 +20,6 @@
 #include "agent/net/http_request_parser.h"
 #include "agent/net/http_server.h"
 #include "agent/net/http_text.h"
-#include "framework/memory/assertion.h"
 
 namespace Agent {
 

@@ -1,5 +1,5 @@
-// A small client: writes two documents to the service whose address it is given, follows what has changed, and shows how
-// a refusal and a missing server are told.
+// A small client: writes two documents to the service whose address it is given, follows what has changed, and shows
+// how a refusal and a missing server are told.
 #include <chrono>
 #include <iostream>
 #include <stdexcept>
