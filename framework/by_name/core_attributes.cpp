@@ -14,7 +14,7 @@ static constexpr auto kEntityAttrs = attrTable(
 static constexpr auto kNotifieeAttrs = attrTable(1, plain<&PtrInterface::NotifieeConst::name>("name"),
                                                  plain<&PtrInterface::NotifieeConst::notifier>("notifier"));
 
-/// They are there once the framework is loaded, before any object is reached by name.
+/// Entered when the framework is loaded, before any object is reached by name.
 [[maybe_unused]] static bool const areCoreAttributesEntered = [] {
   Entity::noxType.rowsIs(kEntityAttrs.view());
   PtrInterface::NotifieeConst::noxType.rowsIs(kNotifieeAttrs.view());

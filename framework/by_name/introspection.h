@@ -1,4 +1,5 @@
-// What a library tells of its classes when it is loaded, and where that is kept.
+// Descriptions of classes. A library registers one for each class that is reached by name when it is loaded; the
+// introspection reactor keeps it until the library is unloaded.
 #pragma once
 
 #include "framework/core/type.h"

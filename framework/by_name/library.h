@@ -7,8 +7,8 @@
 
 namespace Nox {
 
-/// What a library tells of itself through its one exported C function. The version stands first and is compared before
-/// anything else is read.
+/// What a library's one exported C function returns. The version stands first, and the loader compares it before it
+/// reads anything else.
 struct LibraryInterface {
   /// The version of this structure and of all that is reached through it.
   static constexpr unsigned kVersion = 1;

@@ -1,4 +1,4 @@
-// Names of C++ types as descriptions spell them.
+// Names of C++ types as descriptions spell them. The names are part of what `enrolix types` prints.
 #pragma once
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// Attributes enter the description of their type, and leave it.
+// How an attribute is entered into the description of its type, and removed from it.
 #include "framework/core/attribute.h"
 
 #include "framework/core/type.h"

@@ -1,5 +1,5 @@
-// What records keep their keyed attributes in: collections of values, collections of child entities, and the single
-// child.
+// What a record keeps its keyed attributes and its children in: collections of values, collections of child entities,
+// and the single child. A child that is removed, or that outlives its owner, has no parent.
 #pragma once
 
 #include "framework/core/hash_map.h"
@@ -44,7 +44,6 @@ class ValueMap : public HashMap<R, Key> {
 };
 
 /// Keyed collection of child entities, made from their key alone. `Id` is the owner's attribute that holds them.
-/// Removed children, and those that outlive the owner, lose their parent.
 template <class V, class Key, AttributeId Id>
 class ChildMap : public HashMap<V, Key> {
  public:
@@ -74,7 +73,7 @@ class ChildMap : public HashMap<V, Key> {
   }
 };
 
-/// The one child entity of an attribute, or none. The owner's end clears the parent of a child that stays.
+/// The one child entity of an attribute, or none.
 template <class T, AttributeId Id>
 class Child {
  public:

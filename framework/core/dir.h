@@ -1,4 +1,5 @@
-// Directories: entities that hold named entries and named entity pointers.
+// Directories: entities that hold named entries and named entity pointers. An entity that is entered without a
+// parent becomes the directory's child; the directory clears that link when it lets the entity go.
 #pragma once
 
 #include "framework/core/collections.h"

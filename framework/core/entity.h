@@ -14,8 +14,8 @@
 
 namespace Nox {
 
-/// A named framework object. Its parent is a plain link, not a reference: an owner that goes clears it in the children
-/// that stay.
+/// A named framework object. Its parent is a plain link, not a reference: a parent that is destroyed clears it in the
+/// children that live on.
 class NOX_EXPORT Entity : public PtrInterface {
  public:
   class NotifieeConst;
@@ -49,7 +49,7 @@ class NOX_EXPORT Entity : public PtrInterface {
   virtual void noxNotifieeAdapterIs(Ptr<Entity const> const& adapter);
   /// Called when the parent has changed.
   virtual void handleParent(Ptr<Entity> const& parent);
-  // Attribute-log streaming: no host of this registry streams, so these hold their places and do nothing.
+  // Attribute-log streaming: no host of this registry streams. These functions keep the slots and do nothing.
   virtual void* noxNboAttrLogSa() const { return nullptr; }
   virtual void* noxNboAttrLogSa() { return nullptr; }
   virtual bool noxHasAttrLogInterface() const { return false; }

@@ -1,4 +1,4 @@
-// The numbers that the framework counts in, and its classes, declared ahead.
+// Forward declarations of the framework's classes, and the types of its numbers.
 #pragma once
 
 namespace Nox {

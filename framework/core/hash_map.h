@@ -1,4 +1,5 @@
-// Keyed collections of counted members, in one deterministic order.
+// Keyed collections of counted members. Members of different keys stand in an order that depends on the keys alone,
+// whatever was inserted and removed before.
 #pragma once
 
 #include <iterator>
@@ -27,8 +28,8 @@ bool isBookmark(Key const& /*key*/) noexcept {
 template <class Value, class Key>
 class HashMap;
 
-/// The function table of one kind of collection, made on first use and shared by all its instances. It goes with the
-/// library whose collections it serves.
+/// The function table of one kind of collection, made on first use and shared by all its instances. It is destroyed
+/// when the library whose collections it serves is unloaded.
 template <class Value, class Key>
 struct HashMapVTable : HashMapVTableGeneric {
   static HashMapVTable const& table() {

@@ -1,4 +1,4 @@
-// The untyped core of the keyed collections.
+// Insertion, removal, growth and the moving of positions. Every chain stays ordered by (bit-reversed hash, key).
 #include "framework/core/hash_map_generic.h"
 
 #include <bit>
@@ -84,7 +84,7 @@ void HashMapGeneric::deleteMemberG(HashMapVTableGeneric const& ops, HashMapLink*
   ++modifications_;
 }
 
-/// Positions on a member that goes keep its key, and go on with the next one of that key.
+/// A position on a member that is removed keeps the member's key, and goes on with the next member of that key.
 void HashMapGeneric::moveIterators(HashMapVTableGeneric const& ops, HashMapLink* m, void const* key) {
   HashMapLink* const next = findNextG(m);
   HashMapLink* const twin = next != nullptr && next->hash_ == m->hash_ && ops.keyEquals(key, next) ? next : nullptr;

@@ -33,7 +33,8 @@ class NOX_EXPORT HashMapLink {
   std::uint32_t hash_ = 0;  // the reversed hash, kept so that walking a chain need not ask the key
 };
 
-/// What the core must know of a member: made once for each kind of member and key, shared by all its collections.
+/// The functions by which the untyped code reads a member: one table for each kind of member and key, shared by all its
+/// collections.
 struct HashMapVTableGeneric : NoxMemPool {
   std::uint32_t (*hash)(HashMapLink const* member);
   bool (*keyEquals)(void const* key, HashMapLink const* member);

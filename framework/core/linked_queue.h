@@ -1,4 +1,5 @@
-// Ordered queues of objects that carry their own links.
+// Ordered queues of objects that carry their own links. An object is in one queue per link at a time, and is removed
+// from it before it is destroyed.
 #pragma once
 
 #include <iterator>
@@ -23,8 +24,8 @@ class LinkQueueLink {
   LinkQueueLink* previous_ = nullptr;  // the first one's is the last one, null is "in no queue"
 };
 
-/// Queue through the members' link number `Index`. Holds nothing: a member is removed before it goes. A walk survives
-/// the removal of any member, and visits what is appended behind it.
+/// Queue through the members' link number `Index`. It counts no reference. A walk survives the removal of any member,
+/// and visits what is appended behind it.
 template <class Member, unsigned Index = 0>
 class LinkQueue {
  public:

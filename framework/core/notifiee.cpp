@@ -1,4 +1,4 @@
-// How a reactor comes to its notifier and leaves it.
+// Reactors: registration with a notifier, withdrawal from it, and the end of a reactor.
 #include "framework/core/notifiee.h"
 
 #include "framework/core/entity.h"

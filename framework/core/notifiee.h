@@ -108,9 +108,8 @@ class NOX_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
     state_ = order << kOrderShift | (state_ & ((1U << kOrderShift) - 1));
   }
 
-  // What deliveries and lists use comes first. The order and the bits are one word that is written as a whole, as a
-  // part of it that is written alone holds up the next reading: withdrawing and registering again, in any order among
-  // 100,000, takes 61 instead of 98 ns.
+  // What deliveries and lists use comes first. The order and the bits are one word that is written as a whole: after a
+  // write to a part of it, the processor would wait before it reads the whole.
   mutable NotifieeConst* next_ = nullptr;      // the last one's, if it states a key, is the first that does
   mutable NotifieeConst* previous_ = nullptr;  // the first one's is the last one
   mutable std::uint64_t state_;

@@ -1,4 +1,4 @@
-// Counted pointers.
+// Counted pointers: `Ptr` may be null, `ValidPtr` never is. Each holds one reference to its object.
 #pragma once
 
 #include <concepts>

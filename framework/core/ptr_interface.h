@@ -53,7 +53,7 @@ class NOX_EXPORT PtrInterface : public VFPtrInterface {
   void release() const noexcept {
     if (word_.release(kCountMask)) handleZeroRef();
   }
-  /// The road to destruction: taken when the count reaches zero. Opens a turn, so what dies may still write.
+  /// Called when the count reaches zero. Opens a turn, so that the destructors may still write.
   void handleZeroRef() const noexcept;
 
   /// Keeps the object from being destroyed without counting, while one of its handlers runs or a change of it waits.

@@ -1,5 +1,4 @@
-// State machines, the reactors that call them, and the slots that hold a machine's inputs: their common shape, written
-// once.
+// Bases of state machines, of the reactors that call them, and of the slots that hold a machine's inputs.
 #pragma once
 
 #include <array>
@@ -81,8 +80,7 @@ class Input {
   using In = typename R::InputType;
 
   Ptr<In> get() const { return Ptr<In>(raw()); }
-  /// The input kept alive for as long as a handler reads it: two plain additions, where a counted pointer costs two
-  /// locked ones.
+  /// The input, kept alive without counting for as long as a handler reads it.
   Held<In> held() const noexcept { return Held<In>(raw()); }
   In* raw() const noexcept { return reactor_ ? reactor_->rawInput() : nullptr; }
   Ptr<R> const& reactor() const noexcept { return reactor_; }

@@ -1,4 +1,4 @@
-// Types: their descriptions, and the directory, a list that the registrations themselves form.
+// Types: their descriptions, and the directory of types, which is a list of the registrations.
 #include "framework/core/type.h"
 
 #include "framework/memory/assertion.h"

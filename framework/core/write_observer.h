@@ -1,5 +1,5 @@
-// A place to watch every write of an attribute, equal writes included: for a host that keeps what is written, and for
-// tests of the order.
+// The observer that is told of every write of an attribute, equal writes included. A host that keeps what is written
+// sets one, and so do tests of the order.
 #pragma once
 
 #include <concepts>

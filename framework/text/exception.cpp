@@ -1,4 +1,5 @@
-// The framework's exceptions; their keys are emitted here, once for all libraries.
+// The framework's exceptions. Their type information is emitted here alone, so that a handler in one library catches
+// what another one throws.
 #include "framework/text/exception.h"
 
 namespace Nox {

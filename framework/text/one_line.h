@@ -1,4 +1,4 @@
-// A text from outside on one line: for traces, and for the messages that name it.
+// The escaping of control characters, so that a text from outside stays on one line of a trace or a message.
 #pragma once
 
 #include <iosfwd>

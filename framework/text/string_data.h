@@ -1,4 +1,4 @@
-// The shared 8-bit character buffer under names and strings.
+// The counted 8-bit character buffer that names and strings share. Its bytes never change once it is shared.
 #pragma once
 
 #include <compare>

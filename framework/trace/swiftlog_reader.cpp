@@ -1,4 +1,4 @@
-// Reading of the ring-buffer trace file: everything is checked before anything is printed.
+// Reading of the ring-buffer trace file, which checks everything before it prints anything.
 #include "framework/trace/swiftlog_reader.h"
 
 #include <fcntl.h>
