@@ -22,15 +22,15 @@ static Name const kConfig("config");
 static Name const kStatus("status");
 
 OurRegistry::OurRegistry() {
-  root_->registryRootSmIs(config_,
-                          status_,
-                          registrations_,
-                          controllerStatus_,
-                          peers_,
-                          serviceConfigDir_,
-                          overrideServiceConfigDir_,
-                          serviceStatusDirs_,
-                          mounts_);
+  root_->registryRootSmIs(tables_.config,
+                          tables_.status,
+                          tables_.registrationRootDir,
+                          tables_.controllerStatus,
+                          tables_.peers,
+                          tables_.serviceConfigDir,
+                          tables_.overrideServiceConfigDir,
+                          tables_.allClientsServiceStatusDir,
+                          tables_.publishedMountsTable);
 }
 
 /// Writes what differs. Members that are no longer listed go first.
@@ -65,15 +65,15 @@ void OurRegistry::put(Controller::ServiceConfigDir& dir, ServiceInput const& ser
 void OurRegistry::putOverride(ServiceInput const& service) {
   Nox::Turn turn;
   Name const name = sharedText<Name>(service.name);
-  if (Ptr<ServiceConfigV1> const present = overrideServiceConfigDir_->overrideService(name))
+  if (Ptr<ServiceConfigV1> const present = tables_.overrideServiceConfigDir->overrideService(name))
     write(service, *present);
   else
-    overrideServiceConfigDir_->overrideServiceIs(newService(service, name));
+    tables_.overrideServiceConfigDir->overrideServiceIs(newService(service, name));
 }
 
 void OurRegistry::putOffer(std::uint64_t systemId, std::vector<MountInput> const& mounts) {
   Nox::Turn turn;
-  ValidPtr<Controller::SystemPublishedMount> const offer = mounts_->systemIs(SystemId(systemId));
+  ValidPtr<Controller::SystemPublishedMount> const offer = tables_.publishedMountsTable->systemIs(SystemId(systemId));
   for (auto at = offer->publishedMountIteratorConst(); at; ++at) {
     String8 const path = at->fwkKey();
     bool isListed = false;
@@ -90,10 +90,10 @@ void OurRegistry::putOffer(std::uint64_t systemId, std::vector<MountInput> const
 }
 
 void OurRegistry::enter(Name const& switchName, Name const& entry, ValidPtr<Nox::Entity> const& entity) {
-  Ptr<Nox::Dir> dir = registrations_->entity<Nox::Dir>(switchName);
+  Ptr<Nox::Dir> dir = tables_.registrationRootDir->entity<Nox::Dir>(switchName);
   if (!dir) {
     dir = Nox::make<Nox::Dir>(switchName);
-    registrations_->entityIs(switchName, dir);
+    tables_.registrationRootDir->entityIs(switchName, dir);
   }
   dir->entityIs(entry, entity);
 }
@@ -101,7 +101,7 @@ void OurRegistry::enter(Name const& switchName, Name const& entry, ValidPtr<Nox:
 void OurRegistry::putConfig(SwitchInput const& input) {
   Nox::Turn turn;
   Name const name = sharedText<Name>(input.name);
-  Ptr<Nox::Dir> const dir = registrations_->entity<Nox::Dir>(name);
+  Ptr<Nox::Dir> const dir = tables_.registrationRootDir->entity<Nox::Dir>(name);
   Ptr<SwitchConfig> const present = dir ? dir->entity<SwitchConfig>(kConfig) : nullptr;
   Ptr<SwitchConfig> const record = present ? present : Ptr<SwitchConfig>(Nox::make<SwitchConfig>(name));
   record->systemIdIs(SystemId(input.systemId));
@@ -125,14 +125,14 @@ void OurRegistry::putConfig(SwitchInput const& input) {
 
 void OurRegistry::putGeneration(std::string const& switchName, unsigned generation) {
   Nox::Turn turn;
-  Ptr<Nox::Dir> const dir = registrations_->entity<Nox::Dir>(sharedText<Name>(switchName));
+  Ptr<Nox::Dir> const dir = tables_.registrationRootDir->entity<Nox::Dir>(sharedText<Name>(switchName));
   dir->entity<SwitchConfig>(kConfig)->registrationGenIdIs(generation);
 }
 
 void OurRegistry::putStatus(std::string const& switchName) {
   Nox::Turn turn;
   Name const name = sharedText<Name>(switchName);
-  Ptr<Nox::Dir> const dir = registrations_->entity<Nox::Dir>(name);
+  Ptr<Nox::Dir> const dir = tables_.registrationRootDir->entity<Nox::Dir>(name);
   if (dir && dir->entityRef(kStatus)) return;
   enter(name, kStatus, Nox::make<SwitchStatus>(name));
 }
@@ -140,10 +140,10 @@ void OurRegistry::putStatus(std::string const& switchName) {
 void OurRegistry::removeEntry(std::string const& switchName, Name const& entry) {
   Nox::Turn turn;
   Name const name = sharedText<Name>(switchName);
-  Ptr<Nox::Dir> const dir = registrations_->entity<Nox::Dir>(name);
+  Ptr<Nox::Dir> const dir = tables_.registrationRootDir->entity<Nox::Dir>(name);
   if (!dir) return;
   dir->entityDel(entry);
-  if (dir->entries().empty()) registrations_->entityDel(name);
+  if (dir->entries().empty()) tables_.registrationRootDir->entityDel(name);
 }
 
 // Documents.
@@ -181,20 +181,20 @@ static std::map<std::string, std::string> fieldsOf(SwitchStatus const& status) {
 
 Documents OurRegistry::documents() const {
   Documents all;
-  all["controller/status"] = {{"controllerUUID", textOf(status_->controllerUUID())},
-                              {"enabled", textOf(status_->enabled())}};
-  for (auto const& row : controllerStatus_->switchConfig())
+  all["controller/status"] = {{"controllerUUID", textOf(tables_.status->controllerUUID())},
+                              {"enabled", textOf(tables_.status->enabled())}};
+  for (auto const& row : tables_.controllerStatus->switchConfig())
     all["controller/switch/" + textOf(row.fwkKey().stringValue())]["switchConfig"] = textOf(row.value()->name());
-  for (auto const& row : controllerStatus_->switchStatus())
+  for (auto const& row : tables_.controllerStatus->switchStatus())
     all["controller/switch/" + textOf(row.fwkKey().stringValue())]["switchStatus"] = textOf(row.value()->name());
-  for (auto const& row : controllerStatus_->registeredSwitch())
+  for (auto const& row : tables_.controllerStatus->registeredSwitch())
     all["controller/switch/" + textOf(row.fwkKey().stringValue())]["registeredSwitch"] = textOf(row.value());
-  for (auto const& entry : registrations_->entries()) {
+  for (auto const& entry : tables_.registrationRootDir->entries()) {
     Ptr<Nox::Dir> const dir = Nox::ptrCast<Nox::Dir>(entry.entityRef());
     if (Ptr<SwitchStatus> const status = dir->entity<SwitchStatus>(kStatus))
       all["registration/" + textOf(entry.name()) + "/status"] = fieldsOf(*status);
   }
-  for (auto const& entry : serviceStatusDirs_->entries()) {
+  for (auto const& entry : tables_.allClientsServiceStatusDir->entries()) {
     auto const dir = Nox::ptrCast<Controller::ServiceStatusDir>(entry.entityRef());
     for (ServiceStatusV1 const& service : dir->service())
       add(service, "", all["service/status/" + textOf(entry.name()) + "/" + textOf(service.name())]);

@@ -118,7 +118,8 @@ void refuseSameFiles(ReplayOptions const& options) {
 }
 
 /// The memory in use, by kind and apart from what was in use `before`, and what the replay took.
-std::string statsText(Tables const& tables, MemoryCounts const& before, std::chrono::duration<double> duration) {
+std::string statsText(Controllerdb::AgentTables const& tables, MemoryCounts const& before,
+                      std::chrono::duration<double> duration) {
   std::size_t switches = 0;
   for (auto const& [name, entry] : sortedByKey(tables.registrationRootDir->entries()))
     if (Nox::ptrCast<Nox::Dir>(entry->entityRef())) ++switches;

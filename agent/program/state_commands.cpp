@@ -15,7 +15,6 @@
 #include "agent/store/output_file.h"
 #include "agent/store/sqlite_store.h"
 #include "agent/tree/state_tree.h"
-#include "agent/tree/tables.h"
 
 namespace Agent {
 namespace {
@@ -68,7 +67,7 @@ class Candidates {
   }
 
  private:
-  Tables tables_{.publishedMountsTable = Nox::make<Controller::PublishedMountsTable>("publishedMounts")};
+  Controllerdb::AgentTables tables_;
   StateTree tree_{tables_};
 };
 

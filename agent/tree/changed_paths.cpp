@@ -12,7 +12,7 @@ std::string nameOf(Nox::Entity const& entity) { return std::string(entity.name()
 
 }  // namespace
 
-ChangedPaths::ChangedPaths(Tables const& tables) : tables_(tables) {
+ChangedPaths::ChangedPaths(Controllerdb::AgentTables const& tables) : tables_(tables) {
   NOX_ASSERT(Nox::writeObserver_ == nullptr, "somebody else observes the writes");
   Nox::writeObserver_ = this;
 }

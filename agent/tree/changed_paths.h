@@ -5,8 +5,8 @@
 #include <string>
 
 #include "agent/document/path.h"
-#include "agent/tree/tables.h"
 #include "framework/core/write_observer.h"
+#include "records/tables.h"
 
 namespace Agent {
 
@@ -14,7 +14,7 @@ namespace Agent {
 /// of; whether a document has changed is for its reader to find out. Scopes do not nest.
 class ChangedPaths final : public Nox::WriteObserver {
  public:
-  explicit ChangedPaths(Tables const& tables);
+  explicit ChangedPaths(Controllerdb::AgentTables const& tables);
   ChangedPaths(ChangedPaths const&) = delete;
   ChangedPaths& operator=(ChangedPaths const&) = delete;
   virtual ~ChangedPaths();
@@ -32,7 +32,7 @@ class ChangedPaths final : public Nox::WriteObserver {
   void removed(Nox::Entity const& entity, std::string_view operation, bool changed, Nox::WriteText key) override;
   void note(Nox::Entity const& entity, Nox::WriteText key);
 
-  Tables const& tables_;
+  Controllerdb::AgentTables const& tables_;
   std::map<std::string, Path> paths_;
   std::vector<std::string> prefixes_;
 };

@@ -22,7 +22,7 @@ Nox::Ptr<Controller::PublishedMountsTable> publishedMountsTable(Nox::Ptr<Nox::En
 
 }  // namespace
 
-Host::Host(Nox::Library const& library, std::function<void(Tables& tables)> const& fill)
+Host::Host(Nox::Library const& library, std::function<void(Controllerdb::AgentTables& tables)> const& fill)
     : root_(library.rootFactory("enrolix")), tables_{.publishedMountsTable = publishedMountsTable(root_)} {
   Nox::Turn turn;
   if (fill) fill(tables_);
@@ -41,7 +41,7 @@ Host::Host(Nox::Library const& library, std::function<void(Tables& tables)> cons
                     tables_.status,
                     tables_.registrationRootDir,
                     tables_.controllerStatus,
-                    tables_.peerTable,
+                    tables_.peers,
                     tables_.serviceConfigDir,
                     tables_.overrideServiceConfigDir,
                     tables_.allClientsServiceStatusDir,
@@ -68,7 +68,7 @@ Host::Host(Nox::Library const& library, std::function<void(Tables& tables)> cons
                     mountStatusDir,
                     Nox::make<Controller::Heartbeat::Config>("heartbeatConfig"),
                     registeredSwitchTable,
-                    tables_.peerTable});
+                    tables_.peers});
 }
 
 }  // namespace Agent

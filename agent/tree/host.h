@@ -3,8 +3,8 @@
 
 #include <functional>
 
-#include "agent/tree/tables.h"
 #include "framework/by_name/library.h"
+#include "records/tables.h"
 
 namespace Agent {
 
@@ -15,16 +15,16 @@ class Host {
  public:
   /// `fill` may enter into the tables what is there before the registry is: it finds that at its first passes, which
   /// run when all is in place, in one turn. What `fill` throws is thrown on.
-  explicit Host(Nox::Library const& library, std::function<void(Tables& tables)> const& fill = {});
+  explicit Host(Nox::Library const& library, std::function<void(Controllerdb::AgentTables& tables)> const& fill = {});
   Host(Host const&) = delete;
   Host& operator=(Host const&) = delete;
 
-  Tables& tables() noexcept { return tables_; }
+  Controllerdb::AgentTables& tables() noexcept { return tables_; }
   Nox::Ptr<Nox::Entity> const& root() const noexcept { return root_; }
 
  private:
   Nox::Ptr<Nox::Entity> root_;
-  Tables tables_;
+  Controllerdb::AgentTables tables_;
 };
 
 }  // namespace Agent

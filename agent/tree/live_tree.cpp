@@ -23,7 +23,7 @@ void about(std::string const& path, Work const& work) {
 }  // namespace
 
 LiveTree::LiveTree(Nox::Library const& library, TreeDocuments& documents)
-    : kept_(documents), host_(library, [this](Tables& tables) { restore(tables); }) {
+    : kept_(documents), host_(library, [this](Controllerdb::AgentTables& tables) { restore(tables); }) {
   firstTurn_.turn.revision = kept_.revision + 1;
   auto known = kept_.documents.begin();
   // Both are in the same order, so that a document that the registry no longer has is one that was passed over.
@@ -38,7 +38,7 @@ LiveTree::LiveTree(Nox::Library const& library, TreeDocuments& documents)
   if (!firstTurn_.turn.changes.empty()) ++kept_.revision;
 }
 
-void LiveTree::restore(Tables& tables) {
+void LiveTree::restore(Controllerdb::AgentTables& tables) {
   tree_.emplace(tables);
   for (auto const& [path, document] : kept_.documents) {
     about(path, [&, &path = path, &document = document] { tree_->restore(parsePath(path), readJson(*document.text)); });

@@ -45,7 +45,7 @@ class LiveTree {
   /// What the first passes changed in what was stored. In a new store that is the whole tree.
   TurnResult const& firstTurn() const noexcept { return firstTurn_; }
 
-  Tables const& tables() noexcept { return host_.tables(); }
+  Controllerdb::AgentTables const& tables() noexcept { return host_.tables(); }
 
   /// Applies the operations in one turn, or none of them. Heartbeats that are put get this time to live. Throws an
   /// InputError with its path, and a field that starts inside the document, if the tree does not take one; `refused`,
@@ -54,7 +54,7 @@ class LiveTree {
                    std::size_t* refused = nullptr);
 
  private:
-  void restore(Tables& tables);
+  void restore(Controllerdb::AgentTables& tables);
   void check(std::span<Operation const> operations, std::size_t& at) const;
   void note(Operation const& operation, ChangedPaths& changed) const;
   void collect(ChangedPaths& changed, TurnResult& result);

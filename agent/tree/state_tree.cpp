@@ -135,7 +135,7 @@ struct StateTree::Put {
   }
   void operator()(At::Heartbeat const& at) const {
     tree.heartbeats_.insert_or_assign(at.systemId.address().bits(), document);
-    tree.tables_.peerTable->peerIs(at.systemId);
+    tree.tables_.peers->peerIs(at.systemId);
   }
   void operator()(At::ServiceConfig const& at) const {
     Controller::ServiceConfigDir& dir = *tree.tables_.serviceConfigDir;
@@ -196,7 +196,7 @@ struct StateTree::Remove {
   void operator()(At::OtherEntry const& at) const { tree.removeEntry(at.switchName, at.entry); }
   void operator()(At::Heartbeat const& at) const {
     tree.heartbeats_.erase(at.systemId.address().bits());
-    tree.tables_.peerTable->peerDel(at.systemId);
+    tree.tables_.peers->peerDel(at.systemId);
   }
   void operator()(At::ServiceConfig const& at) const {
     tree.tables_.serviceConfigDir->serviceDel(sharedText<Name>(at.service));

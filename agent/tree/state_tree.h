@@ -9,7 +9,7 @@
 
 #include "agent/document/json_reader.h"
 #include "agent/document/path.h"
-#include "agent/tree/tables.h"
+#include "records/tables.h"
 
 namespace Agent {
 
@@ -24,7 +24,7 @@ class PathRefusal : public InputError {
 /// write what it writes.
 class StateTree {
  public:
-  explicit StateTree(Tables& tables) : tables_(tables) {}
+  explicit StateTree(Controllerdb::AgentTables& tables) : tables_(tables) {}
   StateTree(StateTree const&) = delete;
   StateTree& operator=(StateTree const&) = delete;
 
@@ -65,7 +65,7 @@ class StateTree {
   void removeEntry(std::string const& switchName, std::string const& entry);
   Nox::Ptr<Nox::Entity> entry(std::string const& switchName, std::string const& entry) const;
 
-  Tables& tables_;
+  Controllerdb::AgentTables& tables_;
   /// What the heartbeats say, by the bits of the system id: one for every member of the peer table.
   std::unordered_map<std::uint64_t, Json> heartbeats_;
 };

@@ -120,7 +120,7 @@ void StateTree::forEach(std::function<void(std::string const&, Json const&)> con
   show(At::ControllerConfig{});
   show(At::ControllerStatus{});
   for (SystemId const& id : systemIdsIn(*tables_.controllerStatus)) show(At::ControllerSwitch{id});
-  for (auto const& [key, peer] : sortedByKey(tables_.peerTable->peer())) show(At::Heartbeat{peer->systemId()});
+  for (auto const& [key, peer] : sortedByKey(tables_.peers->peer())) show(At::Heartbeat{peer->systemId()});
   for (auto const& [key, offer] : sortedByKey(tables_.publishedMountsTable->system()))
     show(At::MountOffer{offer->systemId()});
   for (auto const& [service, row] : sortedByKey(tables_.publishedMountsTable->servicePublishReady()))

@@ -12,7 +12,7 @@ using ::testing::HasSubstr;
 
 /// Tables without a registry, and their tree.
 struct BareTree {
-  Tables tables{.publishedMountsTable = Nox::make<Controller::PublishedMountsTable>("publishedMounts")};
+  Controllerdb::AgentTables tables;
   StateTree tree{tables};
 
   std::string restore(std::string const& path, std::string const& document) {

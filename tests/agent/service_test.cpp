@@ -272,7 +272,7 @@ TEST(Service, WhatOthersWriteIsTakenOver) {
 // The tree of a fresh registry that finds the stored documents.
 std::string loaded(ServiceWorld& world) {
   std::optional<StateTree> tree;
-  Host const host(world.library, [&](Tables& tables) {
+  Host const host(world.library, [&](Controllerdb::AgentTables& tables) {
     tree.emplace(tables);
     // The table of switches is the registry's to write: it finds none.
     MemoryStore(world.memory).load([&](DocumentChange const& document) {

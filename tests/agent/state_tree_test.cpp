@@ -34,7 +34,7 @@ class Quiet {
   }
   Nox::Ptr<Nox::Dir> registration(char const* name) { return tables.registrationRootDir->entity<Nox::Dir>(name); }
 
-  Tables tables{.publishedMountsTable = Nox::make<Controller::PublishedMountsTable>("publishedMountsTable")};
+  Controllerdb::AgentTables tables;
   StateTree tree{tables};
 };
 
@@ -262,7 +262,7 @@ TEST(StateTree, APutOverAnEntityChangesThatEntity) {
             quiet.registration("a")->entityRef("other"),
             quiet.tables.serviceConfigDir->service("s"),
             quiet.tables.overrideServiceConfigDir->overrideService("s"),
-            std::as_const(*quiet.tables.peerTable).peer(kSystemId),
+            std::as_const(*quiet.tables.peers).peer(kSystemId),
             mounts->system(kSystemId)};
   };
   putAll("false");

@@ -190,7 +190,7 @@ TEST(Publication, WithoutATableNothingIsReady) {
 }
 
 TEST(Publication, WithoutAStatusNothingIsWrittenAndTheMachineIsMadeAndDroppedAllTheSame) {
-  WorldRecords records;
+  Controllerdb::AgentTables records;
   auto const config = Nox::make<ControllerRegistration::SwitchConfig>("leaf-1");
   config->systemIdIs(systemId(1));
   config->enabledIs(true);

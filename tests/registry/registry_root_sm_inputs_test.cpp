@@ -133,7 +133,7 @@ TEST(RegistryRootSmInputs, MayAllBeAbsent) {
 }
 
 TEST(RegistryRootSmSwitches, StartsOffWithItsReactorsOn) {
-  WorldRecords records;
+  Controllerdb::AgentTables records;
   auto const sm = Nox::make<RegistryRootSm>(RegistryRootSm::ConfigPtr(records.config),
                                             records.status,
                                             records.registrationRootDir,
@@ -198,7 +198,7 @@ struct AtRemoval final : Nox::WriteObserver {
 };
 
 TEST(RegistryRootSmSwitches, CleansUpBeforeItCountsAsInitialized) {
-  WorldRecords records;
+  Controllerdb::AgentTables records;
   records.allClientsServiceStatusDir->entityIs("stale", Nox::make<Nox::Entity>("stale"));
   auto const sm = Nox::make<RegistryRootSm>(
       nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, records.allClientsServiceStatusDir, nullptr);

@@ -82,7 +82,7 @@ TEST(RegistryRootSm, ServesADirectoryThatIsAddedWhileDisabledUntilTheNextCleanUp
 }
 
 TEST(RegistryRootSm, EmptiesTheServiceStatusDirectoriesBeforeItsFirstPass) {
-  WorldRecords records;
+  Controllerdb::AgentTables records;
   records.config->enabledIs(true);
   records.allClientsServiceStatusDir->entityIs("stale", something());
   records.registrationRootDir->entityIs("leaf-1", Nox::make<Nox::Dir>("leaf-1"));

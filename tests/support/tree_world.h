@@ -60,7 +60,7 @@ class TreeWorld {
 
   Nox::Library library{libraryPath(std::nullopt)};
   Host host{library};
-  Tables& tables = host.tables();
+  Controllerdb::AgentTables& tables = host.tables();
   StateTree tree{tables};
 };
 

@@ -3,31 +3,15 @@
 
 #include <string>
 
+#include "records/tables.h"
 #include "registry/EnrolixSm.h"
 
 /// The address 02:00:00:00:00:NN.
 Controller::SystemId systemId(unsigned number);
 
-/// The records that an agent shares with the registry, as they are at the start: the agent disabled, all tables empty.
-struct WorldRecords {
-  Nox::ValidPtr<Controllerdb::Config> config = Nox::make<Controllerdb::Config>("config");
-  Nox::ValidPtr<Controllerdb::Status> status = Nox::make<Controllerdb::Status>("status");
-  Nox::ValidPtr<Nox::Dir> registrationRootDir = Nox::make<Nox::Dir>("registration");
-  Nox::ValidPtr<ControllerRegistration::ControllerStatus> controllerStatus =
-      Nox::make<ControllerRegistration::ControllerStatus>("controllerStatus");
-  Nox::ValidPtr<Controller::PeerTable> peers = Nox::make<Controller::PeerTable>("peers");
-  Nox::ValidPtr<Controller::ServiceConfigDir> serviceConfigDir =
-      Nox::make<Controller::ServiceConfigDir>("serviceConfig");
-  Nox::ValidPtr<Controller::OverrideServiceConfigDir> overrideServiceConfigDir =
-      Nox::make<Controller::OverrideServiceConfigDir>("overrideServiceConfig");
-  Nox::ValidPtr<Nox::Dir> allClientsServiceStatusDir = Nox::make<Nox::Dir>("serviceStatus");
-  Nox::ValidPtr<Controller::PublishedMountsTable> publishedMountsTable =
-      Nox::make<Controller::PublishedMountsTable>("publishedMounts");
-};
-
-/// The records, and a root with its registry root machine over them. Every verb is one turn, as an agent's put or
-/// delete is, but for `enrol`, which is two puts.
-class World : public WorldRecords {
+/// The tables of an agent, and a root with its registry root machine over them. Every verb is one turn, as an agent's
+/// put or delete is, but for `enrol`, which is two puts.
+class World : public Controllerdb::AgentTables {
  public:
   /// Disabled and empty; the controller's identity is "uuid-1".
   World();
