@@ -268,36 +268,20 @@ inline std::string_view attrNameOf(AttrRows const& table, AttributeId id) noexce
 /// The rows of one class.
 template <std::size_t N>
 struct AttrTable {
-  static_assert(N > 0 && N <= kAttrSlots / 5, "a seed is found among a few hundred");
+  static_assert(N > 0);
 
   std::array<AttrRow, N> rows{};
-  std::array<std::uint8_t, kAttrSlots> slots{};
-  std::uint64_t seed = 0x9E3779B97F4A7C15;
 
-  constexpr AttrRows view() const { return {rows.data(), slots.data(), seed, N, &detail::attrNameOf}; }
+  constexpr AttrRows view() const { return {rows.data(), N, &detail::attrNameOf}; }
 };
 
-/// The rows of one class, numbered consecutively from `first`.
+/// The rows of one class, numbered consecutively from `first`. Two rows of one name do not compile.
 template <class... Rows>
 consteval AttrTable<sizeof...(Rows)> attrTable(AttributeId first, Rows... rows) {
   AttrTable<sizeof...(Rows)> table{.rows = {rows...}};
   for (AttrRow& row : table.rows) {
     row.id = first++;
-    row.key = AttrKey(row.name);
-  }
-  auto const hasPlacedAll = [&table] {
-    std::array<bool, kAttrSlots> isTaken{};
-    for (std::size_t i = 0; i < table.rows.size(); ++i) {
-      std::size_t const slot = attrSlot(table.rows[i].key, table.seed);
-      if (std::exchange(isTaken[slot], true)) return false;
-      table.slots[slot] = static_cast<std::uint8_t>(i);
-    }
-    return true;
-  };
-  // Seeds are tried until every name has a slot of its own.
-  while (!hasPlacedAll()) {
-    table.slots = {};
-    table.seed += 0x9E3779B97F4A7C16;
+    if (std::ranges::count(table.rows, row.name, &AttrRow::name) != 1) throw "two rows of one name";
   }
   return table;
 }

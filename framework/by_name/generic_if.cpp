@@ -1,6 +1,7 @@
 // The generic interface: from a name to the row of an attribute, and the checks that stand before every operation.
 #include "framework/by_name/generic_if.h"
 
+#include <algorithm>
 #include <charconv>
 #include <ostream>
 
@@ -60,9 +61,12 @@ GenericIf::GenericIf(Ptr<PtrInterface const> const& object)
 GenericIfEntity::GenericIfEntity(Ptr<Entity> const& entity) : GenericIf(Ptr<PtrInterface>(entity)) {}
 GenericIfEntity::GenericIfEntity(Ptr<Entity const> const& entity) : GenericIf(Ptr<PtrInterface const>(entity)) {}
 
-AttrRow const* attrRow(NoxType const& type, AttrKey const& attribute) noexcept {
-  for (NoxType const* t = &type; t != nullptr; t = t->base)
-    if (AttrRow const* const row = ownAttrRow(*t, attribute); row != nullptr) return row;
+AttrRow const* attrRow(NoxType const& type, std::string_view attribute) noexcept {
+  for (NoxType const* t = &type; t != nullptr; t = t->base) {
+    std::span<AttrRow const> const rows(t->rows().rows, t->rows().count);
+    auto const found = std::ranges::find(rows, attribute, &AttrRow::name);
+    if (found != rows.end()) return &*found;
+  }
   return nullptr;
 }
 AttrRow const* attrRow(NoxType const& type, AttributeId id) noexcept {
@@ -81,14 +85,19 @@ String8 GenericIfEntity::attributeString(AttributeId id) const {
   return static_cast<Entity const&>(*object()).attributeString(id);
 }
 
-GenericIf::Value GenericIf::change(AttrRow const& row, Op op, Value const* args, std::size_t count) const {
+GenericIf::Value GenericIf::perform(AttrRow const& row, Op op, std::span<Value const> args) const {
+  auto& object = const_cast<PtrInterface&>(*object_);
+  if (op == Op::kRead) return row.on(op)(object, row, args);
   if (isConst_) throwConstException();
-  return inTurn([&] { return row.on(op)(const_cast<PtrInterface&>(*object_), row, {args, count}); });
+  return inTurn([&] { return row.on(op)(object, row, args); });
 }
-GenericIf::Value GenericIf::performByName(std::string_view name, Op op, std::span<Value const> args) const {
+GenericIf::Value GenericIf::attributeOp(std::string_view name, Op op, std::span<Value const> args) const {
   AttrRow const* const row = attrRow(*type_, name);
   if (row == nullptr || !row->does(op)) throwOpNotSupportedException(name, op);
   return perform(*row, op, args);
+}
+GenericIf::Value GenericIf::attributeOp(std::string_view name, Op op, std::initializer_list<Value> args) const {
+  return attributeOp(name, op, std::span(args.begin(), args.size()));
 }
 GenericIf::Value GenericIf::attributeOp(AttributeId id, Op op, std::span<Value const> args) const {
   AttrRow const* const row = attrRow(*type_, id);

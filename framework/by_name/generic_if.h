@@ -11,7 +11,6 @@
 #include <variant>
 #include <vector>
 
-#include "framework/by_name/attr_key.h"
 #include "framework/by_name/type_name.h"
 #include "framework/core/ptr.h"
 #include "framework/core/turn.h"
@@ -93,8 +92,6 @@ class NOX_EXPORT GenericIf {
 
  private:
   Value perform(AttrRow const& row, Op op, std::span<Value const> args) const;
-  Value change(AttrRow const& row, Op op, Value const* args, std::size_t count) const;
-  Value performByName(std::string_view name, Op op, std::span<Value const> args) const;
 
   Ptr<PtrInterface const> object_;
   NoxType const* type_;
@@ -196,7 +193,7 @@ struct ArgRow {
 inline constexpr std::size_t kMaxArgs = 10;
 
 /// One row of a class's attribute table: what the description says of an attribute, and the functions that operate on
-/// it. `attrTable` fills in the key and the id.
+/// it. `attrTable` fills in the id.
 struct AttrRow {
   using Op = GenericIf::Op;
   using Value = GenericIf::Value;
@@ -205,7 +202,6 @@ struct AttrRow {
 
   std::string_view name;
   std::string_view type;
-  AttrKey key{};                     ///< Of the name.
   std::array<Perform, 6> perform{};  ///< By operation; null for one that the attribute does not have.
   unsigned ops = 0;                  ///< One bit for each operation.
   unsigned flags = 0;
@@ -222,36 +218,12 @@ struct AttrRow {
   constexpr bool isInstantiating() const { return does(Op::kInstantiate) || does(Op::kCall); }
 };
 
-/// How many slots the hash of a table has, and which one is a name's.
-inline constexpr std::size_t kAttrSlots = 256;
-constexpr std::size_t attrSlot(AttrKey const& name, std::uint64_t seed) noexcept { return name.hash(seed) >> 56; }
-
 /// The row of an attribute of the class or of those it derives from; null if there is none.
-NOX_EXPORT AttrRow const* attrRow(NoxType const& type, AttrKey const& attribute) noexcept;
+NOX_EXPORT AttrRow const* attrRow(NoxType const& type, std::string_view attribute) noexcept;
 NOX_EXPORT AttrRow const* attrRow(NoxType const& type, AttributeId id) noexcept;
 /// The same of the class's own attributes alone.
-inline AttrRow const* ownAttrRow(NoxType const& type, AttrKey const& attribute) noexcept {
-  AttrRows const& rows = type.rows();
-  if (rows.count == 0) return nullptr;
-  AttrRow const& row = rows.rows[rows.slots[attrSlot(attribute, rows.seed)]];
-  return row.key == attribute ? &row : nullptr;
-}
 constexpr AttrRow const* ownAttrRow(AttrRows const& rows, AttributeId id) noexcept {
   return rows.count != 0 && id - rows.rows[0].id < rows.count ? &rows.rows[id - rows.rows[0].id] : nullptr;
-}
-
-inline GenericIf::Value GenericIf::perform(AttrRow const& row, Op op, std::span<Value const> args) const {
-  if (op != Op::kRead) return change(row, op, args.data(), args.size());
-  return row.on(op)(const_cast<PtrInterface&>(*object_), row, args);
-}
-// Inline, so that the key of a literal is made by the compiler: a read takes 3 ns instead of 7.
-inline GenericIf::Value GenericIf::attributeOp(std::string_view name, Op op, std::span<Value const> args) const {
-  AttrRow const* const row = ownAttrRow(*type_, name);
-  if (row == nullptr || !row->does(op)) return performByName(name, op, args);
-  return perform(*row, op, args);
-}
-inline GenericIf::Value GenericIf::attributeOp(std::string_view name, Op op, std::initializer_list<Value> args) const {
-  return attributeOp(name, op, std::span(args.begin(), args.size()));
 }
 
 /// The generic interface of an entity: names of attributes are the entity's own answer.

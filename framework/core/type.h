@@ -9,12 +9,10 @@ namespace Nox {
 
 struct AttrRow;
 
-/// The rows of a class's attribute table, which access by name reads: by name through a hash without collisions, by id
-/// by counting from the first. Made by `AttrTable`. The core asks for names alone.
+/// The rows of a class's attribute table, by ascending ids without a gap. Made by `AttrTable`. The core asks for names
+/// alone.
 struct AttrRows {
   AttrRow const* rows = nullptr;
-  std::uint8_t const* slots = nullptr;  ///< The place of a row by the hash of its name; of any row where none has it.
-  std::uint64_t seed = 0;
   unsigned count = 0;
   /// The name of the attribute of that id; empty for one that the table does not have.
   std::string_view (*nameOf)(AttrRows const& table, AttributeId id) noexcept = nullptr;
