@@ -61,7 +61,6 @@ static constinit std::uint64_t registrationClock = 0;
 std::uint64_t NotifieeList::clock() noexcept { return registrationClock; }
 
 void NotifieeList::append(PtrInterface::NotifieeConst const& n) noexcept {
-  if (detail::turnState.isOffList) detail::queueTheRest(this);
   auto* const reactor = const_cast<PtrInterface::NotifieeConst*>(&n);
   reactor->orderIs(++registrationClock);
   auto* const keyed = firstKeyed();
@@ -84,7 +83,6 @@ void NotifieeList::append(PtrInterface::NotifieeConst const& n) noexcept {
 }
 
 void NotifieeList::remove(PtrInterface::NotifieeConst const& n) noexcept {
-  if (detail::turnState.isOffList) detail::queueTheRest(this);
   ++registrationClock;
   if (detail::turnState.changesByKeyWait != 0) detail::noteStay(n, n.order());
   auto* const last = first_->previous_;

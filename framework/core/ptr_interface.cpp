@@ -24,15 +24,6 @@ void PtrInterface::zeroReferencesIs(bool zero) {
 
 void PtrInterface::handleZeroRef() const noexcept {
   if (held_ != 0) return;
-  if (!Turn::isOpen() || detail::turnState.isOffList) return handleZeroRefUnqueued();
-  const_cast<PtrInterface*>(this)->zeroReferencesIs(true);
-}
-
-void PtrInterface::handleZeroRefUnqueued() const noexcept {
-  if (detail::turnState.isOffList) {
-    detail::queueTheRest(nullptr);
-    return handleZeroRef();
-  }
   Turn turn(Turn::Reports::kLater);
   const_cast<PtrInterface*>(this)->zeroReferencesIs(true);
 }

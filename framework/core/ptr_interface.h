@@ -87,10 +87,6 @@ class NOX_EXPORT PtrInterface : public VFPtrInterface {
   /// time.
   static constexpr std::uint32_t kDying = 0x08000000;
 
-  /// What handleZeroRef does where a turn must be opened first, or a change queued: kept apart, as most objects go in
-  /// an open turn.
-  [[gnu::noinline]] void handleZeroRefUnqueued() const noexcept;
-
   mutable CountedWord word_;
   mutable std::uint32_t held_ : 31 = 0;
   std::uint32_t isNondestructing_ : 1 = 0;

@@ -34,7 +34,6 @@ struct TurnState {
   /// How many changes wait for those that state their key. While there are any, a registration that ends is noted: its
   /// reactor may register again before they are delivered.
   unsigned changesByKeyWait = 0;
-  bool isOffList = false;  ///< Whether a change is being delivered to reactors that are read off their list.
 };
 /// Named to the compiler as memory that is reached without a call, here and in the libraries above. So a host that
 /// loads the libraries late needs room for it in what the loader keeps for such data, a few hundred bytes.
@@ -82,10 +81,6 @@ NOX_EXPORT void queueNotification(Entity const& notifier, Notification const& wh
 
 namespace detail {
 
-/// To be called while a change is being delivered off its list, before that list changes or, with null, before an
-/// object dies: from then on it matters which reactors the change was written for, and what is left of it goes into the
-/// queue.
-void queueTheRest(NotifieeList const* list) noexcept;
 void noteStay(PtrInterface::NotifieeConst const& reactor, std::uint64_t registeredAt) noexcept;
 void forgetStays(PtrInterface::NotifieeConst const& reactor) noexcept;
 /// Destroys a reactor, which has lost its last reference while changes may wait for it.
