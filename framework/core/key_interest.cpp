@@ -1,10 +1,12 @@
-// The index from keys to the reactors that follow them.
+// The index from keys to the reactors that follow them, and the delivery that asks it.
 #include "framework/core/key_interest.h"
 
-#include <memory>
-#include <vector>
+#include <algorithm>
+#include <utility>
 
+#include "framework/core/entity.h"
 #include "framework/core/notifiee.h"
+#include "framework/core/turn.h"
 #include "framework/core/type.h"
 
 namespace Nox {
@@ -13,8 +15,6 @@ namespace Nox {
 /// left behind at the end, and records that live longer than other data find it.
 class KeyIndex {
  public:
-  static KeyIndex* present() noexcept { return index_; }
-
   static void enter(KeySource const& source) {
     if (index_ == nullptr) index_ = new KeyIndex;
     index_->add(source);
@@ -31,13 +31,16 @@ class KeyIndex {
     index_->link(source);
   }
 
-  KeySource const* first(std::uint64_t key) const noexcept { return sameKey(buckets_[bucket(key)], key); }
-  /// The first one from there on that has the key.
-  static KeySource const* sameKey(KeySource const* source, std::uint64_t key) noexcept {
-    while (source != nullptr && source->key_ != key) source = source->next_;
-    return source;
+  /// Calls `f(reactor)` for every reactor that cares about the key, in no order.
+  template <class F>
+  static void forEach(std::uint64_t key, F const& f) {
+    if (index_ == nullptr) return;
+    for (KeySource const* s = index_->buckets_[index_->bucket(key)]; s != nullptr; s = s->next_)
+      if (s->key_ == key)
+        for (KeyInterest const* i = s->interests_; i != nullptr; i = i->next_) f(i->reactor_);
   }
 
+  /// A number that changes whenever a reactor begins to follow a key.
   static constinit std::uint64_t generation;
 
  private:
@@ -117,17 +120,6 @@ void KeyInterest::leave() noexcept {
   source_ = nullptr;
 }
 
-KeySource const* KeyInterest::firstSource(std::uint64_t key) noexcept {
-  KeyIndex const* const index = KeyIndex::present();
-  return index != nullptr ? index->first(key) : nullptr;
-}
-
-KeySource const* KeyInterest::nextSource(KeySource const& source) noexcept {
-  return KeyIndex::sameKey(source.next_, source.key_);
-}
-
-std::uint64_t KeyInterest::generation() noexcept { return KeyIndex::generation; }
-
 static constinit IgnoredChangesShow* firstOfAll = nullptr;
 
 IgnoredChangesShow::IgnoredChangesShow(NoxType const& notifier, bool (*now)()) noexcept
@@ -144,5 +136,81 @@ bool IgnoredChangesShow::ofNotifier(NoxType const& type) noexcept {
     if (type.isA(s->notifier_) && s->now_()) return true;
   return false;
 }
+
+namespace detail {
+
+void KeyedDelivery::noteStay(Reactor const& reactor) {
+  stays_[&reactor].push_back({reactor.list(), reactor.order(), NotifieeList::clock()});
+}
+
+void KeyedDelivery::replace(Reactor const& reactor, Reactor& by) noexcept {
+  for (Due& due : due_)
+    if (due.reactor == &reactor) due.reactor = &by;
+}
+
+void KeyedDelivery::begin(Entity const& notifier, Notification const& what, KeySlot const& key,
+                          std::uint64_t writtenAt) {
+  notifier_ = &notifier;
+  what_ = &what;
+  key_ = what.keyWord(&key);
+  writtenAt_ = writtenAt;
+}
+
+void KeyedDelivery::add(Reactor& named) { due_.push_back({placeOf(named), &named}); }
+
+PtrInterface::NotifieeConst* KeyedDelivery::next() {
+  bool const goesToAll = IgnoredChangesShow::ofNotifier(notifier_->fwkType());
+  if (called_ == 0 || KeyIndex::generation != generation_ || goesToAll != goesToAll_) {
+    goesToAll_ = goesToAll;
+    addInterested();
+  }
+  return called_ != due_.size() ? due_[called_++].reactor : nullptr;
+}
+
+void KeyedDelivery::end() noexcept {
+  due_.clear();
+  called_ = 0;
+  // A reactor that goes takes its stays along only while such changes wait.
+  if (--turnState.changesByKeyWait == 0 && !stays_.empty()) stays_.clear();
+}
+
+/// Adds those that state the change's key now and come behind those that have been called.
+void KeyedDelivery::addInterested() {
+  generation_ = KeyIndex::generation;
+  auto const uncalled = [&] { return due_.begin() + static_cast<std::ptrdiff_t>(called_); };
+  std::size_t const sorted = due_.size();
+  auto const add = [&](Reactor& reactor) {
+    if (!reactor.understands(*what_)) return;
+    Due const due{placeOf(reactor), &reactor};
+    if (due.place == 0 || (called_ != 0 && !(due_[called_ - 1] < due))) return;
+    if (std::binary_search(uncalled(), due_.begin() + static_cast<std::ptrdiff_t>(sorted), due)) return;
+    reactor.stateBitIs(Reactor::kIsNamed, true);
+    due_.push_back(due);
+  };
+  if (goesToAll_) {
+    for (Reactor* r = notifier_->noxNotifiees().firstKeyed(); r != nullptr; r = NotifieeList::next(*r)) add(*r);
+    for (auto const& [r, stays] : stays_)  // they may register again before their turn comes
+      if (r->stateHas(Reactor::kStatesKey) && !(r->list() == notifier_ && NotifieeList::isLinked(*r)))
+        add(const_cast<Reactor&>(*r));
+  } else {
+    KeyIndex::forEach(key_, add);
+  }
+  if (due_.size() != sorted) std::sort(uncalled(), due_.end());
+}
+
+/// The reactor's place among those that were registered when the change was written; 0 if it was not, or has left for
+/// good.
+std::uint64_t KeyedDelivery::placeOf(Reactor const& reactor) const noexcept {
+  if (reactor.list() == notifier_ && NotifieeList::isLinked(reactor) && reactor.order() <= writtenAt_)
+    return reactor.order();
+  if (stays_.empty()) return 0;
+  auto const at = stays_.find(&reactor);
+  if (at != stays_.end())
+    for (Stay const& stay : at->second)
+      if (stay.notifier == notifier_ && stay.from <= writtenAt_ && writtenAt_ < stay.until) return stay.from;
+  return 0;
+}
+
+}  // namespace detail
 
 }  // namespace Nox

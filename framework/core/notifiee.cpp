@@ -14,7 +14,7 @@ PtrInterface::NotifieeConst::NotifieeConst(bool /*flag*/) noexcept : PtrInterfac
 PtrInterface::NotifieeConst::~NotifieeConst() {
   if (NotifieeList::isLinked(*this)) list()->noxNotifiees().remove(*this);
   if (stateHas(kIsNamed) && detail::turnState.queueInUse) detail::forgetReactor(*this);
-  if (detail::turnState.changesByKeyWait != 0) detail::forgetStays(*this);
+  if (detail::turnState.changesByKeyWait != 0) detail::KeyedDelivery::ofThread().forgetStays(*this);
 }
 
 void PtrInterface::NotifieeConst::statesKey() noexcept {
@@ -84,7 +84,7 @@ void NotifieeList::append(PtrInterface::NotifieeConst const& n) noexcept {
 
 void NotifieeList::remove(PtrInterface::NotifieeConst const& n) noexcept {
   ++registrationClock;
-  if (detail::turnState.changesByKeyWait != 0) detail::noteStay(n, n.order());
+  if (detail::turnState.changesByKeyWait != 0) detail::KeyedDelivery::ofThread().noteStay(n);
   auto* const last = first_->previous_;
   auto* const after = next(n);
   if (statesKey(n) && last->next_ == &n) last->next_ = n.next_;  // the first that states a key goes

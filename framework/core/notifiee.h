@@ -75,6 +75,7 @@ class NOX_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
 
  private:
   friend class KeyInterest;
+  friend class detail::KeyedDelivery;
   friend class NotifieeList;
   friend class TurnQueue;
 
@@ -84,6 +85,10 @@ class NOX_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
   /// Makes it a reactor that is called for the changes under its key alone.
   void statesKey() noexcept;
 
+  /// Whether its interface has the operation that the change calls.
+  bool understands(Notification const& what) const noexcept {
+    return notifierType_ != nullptr && notifierType_->isA(*what.notifier);
+  }
   /// Whether it lets itself be called at all.
   bool isListening() const noexcept {
     return (noxWord() & (kNotificationActive | kMarkedForDeletion)) == kNotificationActive;
@@ -139,6 +144,9 @@ class NOX_EXPORT NotifieeList {
   static PtrInterface::NotifieeConst* next(PtrInterface::NotifieeConst const& n) noexcept {
     return statesKey(n) && n.next_->order() <= n.order() ? nullptr : n.next_;
   }
+  /// Calls `f(reactor)` for the reactors in the order of their registrations: for all, or for those that state no key.
+  template <class F>
+  void forEach(bool forAll, F const& f) const;
   static bool isLinked(PtrInterface::NotifieeConst const& n) noexcept { return n.previous_ != nullptr; }
   /// Rises with every registration and withdrawal.
   static std::uint64_t clock() noexcept;
@@ -152,6 +160,17 @@ class NOX_EXPORT NotifieeList {
 
   PtrInterface::NotifieeConst* first_ = nullptr;
 };
+
+template <class F>
+void NotifieeList::forEach(bool forAll, F const& f) const {
+  PtrInterface::NotifieeConst* const firstWithKey = firstKeyed();
+  PtrInterface::NotifieeConst* ordinary = first_;
+  for (auto* keyed = forAll ? firstWithKey : nullptr; keyed != nullptr; keyed = next(*keyed)) {
+    for (; ordinary != firstWithKey && ordinary->order() < keyed->order(); ordinary = ordinary->next_) f(*ordinary);
+    f(*keyed);
+  }
+  for (; ordinary != firstWithKey; ordinary = ordinary->next_) f(*ordinary);
+}
 
 /// Base of the notifiee interface of class T: `Base` is the class that T derives from.
 template <class T, class Base>

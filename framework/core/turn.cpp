@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <exception>
-#include <unordered_map>
 #include <vector>
 
 #include "framework/core/entity.h"
@@ -19,9 +18,9 @@ inline bool PtrInterface::NotifieeConst::hears(Entity const* entity) const noexc
   return notifier_.get() == entity && (state_ & both) == both && isListening();
 }
 
-/// The changes that wait on one thread. Each names the reactors that were registered when it was written, except those
-/// that state a key if it has one: they are looked up when it is delivered, as they may state another one by then. A
-/// reactor that goes is not looked for among those that are named: it leaves a dead one behind, which hears nothing.
+/// The changes that wait on one thread. Each names the reactors that were registered when it was written; of those that
+/// state a key, KeyedDelivery finds the ones that a change with a choosable key is for. A reactor that goes is not
+/// looked for among those that are named: it leaves a dead one behind, which hears nothing.
 class TurnQueue {
  public:
   using Reactor = PtrInterface::NotifieeConst;
@@ -29,13 +28,12 @@ class TurnQueue {
   void push(Entity const& notifier, Notification const& what, KeySlot key) {
     std::size_t const from = reactors_.size();
     NotifieeList const& list = notifier.noxNotifiees();
-    Reactor* const firstKeyed = list.firstKeyed();
-    bool const byKey = firstKeyed != nullptr && what.keyWord != nullptr;
-    if (byKey || firstKeyed == nullptr) {
-      for (Reactor* r = list.first(); r != firstKeyed; r = r->next_) name(*r, what);
-    } else {
-      nameBothParts(list.first(), firstKeyed, what);
-    }
+    bool const byKey = what.keyWord != nullptr && list.firstKeyed() != nullptr;
+    list.forEach(!byKey, [&](Reactor& reactor) {
+      if (!reactor.understands(what)) return;
+      reactor.stateBitIs(Reactor::kIsNamed, true);
+      reactors_.push_back(&reactor);
+    });
     if (reactors_.size() == from && !byKey) return drop(what, key);
     if (byKey) ++turnState.changesByKeyWait;
     notifier.hold();
@@ -50,8 +48,6 @@ class TurnQueue {
         while (nextReactor_ < change.reactorsEnd) deliver(change, *reactors_[nextReactor_++]);
       } else {
         deliverByKey(change);
-        // A reactor that goes takes its stays along only while such changes wait.
-        if (--turnState.changesByKeyWait == 0 && !stays_.empty()) stays_.clear();
       }
       drop(*change.what, change.key);
       change.notifier->unhold();
@@ -65,10 +61,7 @@ class TurnQueue {
     if (firstException_) std::rethrow_exception(std::exchange(firstException_, nullptr));
   }
 
-  void noteStay(Reactor const& reactor, std::uint64_t from) {
-    stays_[&reactor].push_back({reactor.list(), from, NotifieeList::clock()});
-  }
-  void forgetStays(Reactor const& reactor) noexcept { stays_.erase(&reactor); }
+  detail::KeyedDelivery& byKey() noexcept { return byKey_; }
 
   /// Destroys a reactor that may be named. Its memory stays until nothing waits, with a dead reactor in it: so nothing
   /// need be looked for here, and no other reactor can come to stand where this one was named.
@@ -88,8 +81,7 @@ class TurnQueue {
   void forget(Reactor const& reactor) noexcept {
     static Reactor dead{Reactor::Dead()};
     std::replace(reactors_.begin(), reactors_.end(), const_cast<Reactor*>(&reactor), &dead);
-    for (Due& due : due_)
-      if (due.reactor == &reactor) due.reactor = &dead;
+    byKey_.replace(reactor, dead);
   }
 
  private:
@@ -103,19 +95,6 @@ class TurnQueue {
     std::uint64_t writtenAt;  // for a change by key: the registration clock at that time
   };
   static constexpr std::uint64_t kForNamed = ~std::uint64_t{0};
-  /// A registration that has ended: from its place in the order to the time of its end.
-  struct Stay {
-    Entity const* notifier;
-    std::uint64_t from;
-    std::uint64_t until;
-  };
-  /// A reactor that is to be called, and its place in the order.
-  struct Due {
-    std::uint64_t place;
-    Reactor* reactor;
-    friend bool operator<(Due const& a, Due const& b) noexcept { return a.place < b.place; }
-  };
-
   /// The memory of a reactor that has gone, and the dead one in it.
   struct Grave {
     Reactor* dead;
@@ -126,77 +105,13 @@ class TurnQueue {
   static void drop(Notification const& what, KeySlot& key) noexcept {
     if (what.dropKey != nullptr) what.dropKey(&key);
   }
-  /// Names the reactor as one that the change is for, if it is.
-  void name(Reactor& reactor, Notification const& what) {
-    if (!understands(reactor, what)) return;
-    reactor.stateBitIs(Reactor::kIsNamed, true);
-    reactors_.push_back(&reactor);
-  }
-  static bool understands(Reactor const& r, Notification const& what) noexcept {
-    return r.noxNotifierType() != nullptr && r.noxNotifierType()->isA(*what.notifier);
-  }
-
-  /// Names those of a list's two parts, in the order of their registrations.
-  void nameBothParts(Reactor* ordinary, Reactor* const firstKeyed, Notification const& what) {
-    for (Reactor* keyed = firstKeyed; keyed != nullptr; keyed = NotifieeList::next(*keyed)) {
-      for (; ordinary != firstKeyed && ordinary->order() < keyed->order(); ordinary = ordinary->next_)
-        name(*ordinary, what);
-      name(*keyed, what);
-    }
-    for (; ordinary != firstKeyed; ordinary = ordinary->next_) name(*ordinary, what);
-  }
-
   /// Calls the named reactors and those that state the key, in the order of their registrations.
   void deliverByKey(Change const& change) noexcept {
-    due_.clear();
-    for (; nextReactor_ < change.reactorsEnd; ++nextReactor_)
-      due_.push_back({placeOf(*reactors_[nextReactor_], change), reactors_[nextReactor_]});
-    for (std::size_t i = 0;; ++i) {
-      bool const goesToAll = IgnoredChangesShow::ofNotifier(change.notifier->fwkType());
-      if (i == 0 || KeyInterest::generation() != generation_ || goesToAll != goesToAll_) {
-        goesToAll_ = goesToAll;
-        addInterested(change, i);
-      }
-      if (i == due_.size()) break;
-      deliver(change, *due_[i].reactor);
-    }
+    byKey_.begin(*change.notifier, *change.what, change.key, change.writtenAt);
+    for (; nextReactor_ < change.reactorsEnd; ++nextReactor_) byKey_.add(*reactors_[nextReactor_]);
+    while (Reactor* const reactor = byKey_.next()) deliver(change, *reactor);
+    byKey_.end();
   }
-  /// Adds those that state the change's key now and come behind the first `served` of `due_`.
-  void addInterested(Change const& change, std::size_t served) {
-    generation_ = KeyInterest::generation();
-    std::size_t const sorted = due_.size();
-    auto const add = [&](Reactor& r) {
-      if (!understands(r, *change.what)) return;
-      Due const due{placeOf(r, change), &r};
-      if (due.place == 0 || (served != 0 && !(due_[served - 1] < due))) return;
-      auto const middle = due_.begin() + static_cast<std::ptrdiff_t>(sorted);
-      if (std::binary_search(due_.begin() + static_cast<std::ptrdiff_t>(served), middle, due)) return;
-      r.stateBitIs(Reactor::kIsNamed, true);
-      due_.push_back(due);
-    };
-    if (goesToAll_) {
-      for (Reactor* r = change.notifier->noxNotifiees().firstKeyed(); r != nullptr; r = NotifieeList::next(*r)) add(*r);
-      for (auto const& [r, stays] : stays_)  // they may register again before their turn comes
-        if (r->stateHas(Reactor::kStatesKey) && !(r->list() == change.notifier && NotifieeList::isLinked(*r)))
-          add(const_cast<Reactor&>(*r));
-    } else {
-      KeyInterest::forEach(change.what->keyWord(&change.key), add);
-    }
-    if (due_.size() != sorted) std::sort(due_.begin() + static_cast<std::ptrdiff_t>(served), due_.end());
-  }
-  /// The reactor's place among those that were registered when the change was written; 0 if it was not, or has left for
-  /// good.
-  std::uint64_t placeOf(Reactor const& r, Change const& change) const noexcept {
-    if (r.list() == change.notifier && NotifieeList::isLinked(r) && r.order() <= change.writtenAt) return r.order();
-    if (stays_.empty()) return 0;
-    auto const at = stays_.find(&r);
-    if (at != stays_.end())
-      for (Stay const& stay : at->second)
-        if (stay.notifier == change.notifier && stay.from <= change.writtenAt && change.writtenAt < stay.until)
-          return stay.from;
-    return 0;
-  }
-
   void deliver(Change const& change, Reactor& reactor) noexcept {
     if (!reactor.hears(change.notifier)) return;
     reactor.hold();  // for as long as its own handler runs
@@ -221,7 +136,6 @@ class TurnQueue {
     if (nextChange_ == changes_.size()) {
       changes_.clear();
       reactors_.clear();
-      due_.clear();
       nextChange_ = nextReactor_ = 0;
       if (!graves_.empty()) clearGraves();
     } else if (nextChange_ > kCompactAt && nextChange_ > changes_.size() / 2) {
@@ -246,11 +160,8 @@ class TurnQueue {
   std::vector<Reactor*> reactors_;  // alive, or dead in memory that is kept
   std::size_t nextChange_ = 0;
   std::size_t nextReactor_ = 0;
-  std::vector<Due> due_;                                         // of the change that is being delivered by key
-  std::uint64_t generation_ = 0;                                 // of the interests when `due_` was filled
-  bool goesToAll_ = false;                                       // what was answered then
-  std::unordered_map<Reactor const*, std::vector<Stay>> stays_;  // while changes by key wait
-  std::vector<Grave> graves_;                                    // until nothing waits
+  detail::KeyedDelivery byKey_;
+  std::vector<Grave> graves_;  // until nothing waits
   std::exception_ptr firstException_;
 };
 
@@ -266,11 +177,7 @@ void detail::closeOutermostTurn(bool reportsNow) {
   if (reportsNow) waiting.report();
 }
 
-void detail::noteStay(PtrInterface::NotifieeConst const& reactor, std::uint64_t registeredAt) noexcept {
-  queue().noteStay(reactor, registeredAt);
-}
-
-void detail::forgetStays(PtrInterface::NotifieeConst const& reactor) noexcept { queue().forgetStays(reactor); }
+detail::KeyedDelivery& detail::KeyedDelivery::ofThread() noexcept { return queue().byKey(); }
 
 void detail::endWhileNamed(PtrInterface::NotifieeConst& reactor) noexcept { queue().endNamed(reactor); }
 

@@ -81,8 +81,6 @@ NOX_EXPORT void queueNotification(Entity const& notifier, Notification const& wh
 
 namespace detail {
 
-void noteStay(PtrInterface::NotifieeConst const& reactor, std::uint64_t registeredAt) noexcept;
-void forgetStays(PtrInterface::NotifieeConst const& reactor) noexcept;
 /// Destroys a reactor, which has lost its last reference while changes may wait for it.
 void endWhileNamed(PtrInterface::NotifieeConst& reactor) noexcept;
 /// Takes a reactor that is destroyed by other means off what waits.
