@@ -13,7 +13,7 @@
 #include "bench/end_to_end_ours.h"
 #include "bench/end_to_end_plain.h"
 #include "bench/end_to_end_scenario.h"
-#include "framework/memory/pool_counts.h"
+#include "framework/memory/pool.h"
 
 namespace {
 

@@ -15,16 +15,13 @@ install(
   EXPORT enrolix
   LIBRARY COMPONENT libraries NAMELINK_COMPONENT development)
 
-# The headers include each other from the top folder, so include/enrolix is what users have on their path. These two are
-# the pool's inside, which no other header includes.
+# The headers include each other from the top folder, so include/enrolix is what users have on their path.
 install(
   DIRECTORY framework records registry
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/enrolix
   COMPONENT development
   FILES_MATCHING
-  PATTERN *.h
-  PATTERN framework/memory/page_map.h EXCLUDE
-  PATTERN framework/memory/pool_heap.h EXCLUDE)
+  PATTERN *.h)
 
 # Of the host, the client's room and what its headers include.
 set(include_folder ${CMAKE_INSTALL_INCLUDEDIR}/enrolix/agent)

@@ -6,7 +6,7 @@
 #include <string>
 #include <typeindex>
 
-#include "framework/memory/pool_counts.h"
+#include "framework/memory/pool.h"
 
 namespace Agent {
 

@@ -8,7 +8,7 @@
 #include <thread>
 #include <vector>
 
-#include "framework/memory/pool_counts.h"
+#include "framework/memory/pool.h"
 #include "framework/text/name.h"
 #include "framework/text/string8.h"
 

@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "framework/by_name/generic_if.h"
-#include "framework/memory/pool_counts.h"
+#include "framework/memory/pool.h"
 #include "support/sample.h"
 
 namespace TurnTest {
@@ -390,7 +390,7 @@ TEST_F(TurnTest, AReactorThatIsDestroyedByOtherMeansIsNoLongerCalledEither) {
     onStack->emplace("stack", log, device);
     a->then = end;
     device->speedIs(device->speed() + 1);
-    EXPECT_THAT(log, ElementsAre("a speed", "a speed")) << "delivered off the list";
+    EXPECT_THAT(log, ElementsAre("a speed", "a speed")) << "written outside any turn";
   }
 }
 
