@@ -21,27 +21,8 @@ namespace {
 
 }  // namespace
 
-void TreeApi::Call::requireMethod(std::initializer_list<std::string_view> methods) const {
-  std::string allowed;
-  for (std::string_view const method : methods) {
-    if (isMethod(method) || (method == "GET" && isMethod("HEAD"))) return;
-    allowed.append(allowed.empty() ? "" : ", ").append(method == "GET" ? "GET, HEAD" : method);
-  }
-  HttpProblem problem(405, InputError("", "expected one of " + allowed + ", found " + inQuotes(request.method)));
-  problem.allow = allowed;
-  throw problem;
-}
-
-void TreeApi::Call::requireParameters(std::initializer_list<std::string_view> names) const {
-  for (auto const& [name, value] : target.query) {
-    if (std::find(names.begin(), names.end(), name) == names.end())
-      throw HttpProblem(400, InputError("", "the parameter " + inQuotes(name) + " means nothing here"));
-  }
-}
-
 void TreeApi::Call::requireRevision(Revision revision, std::string const& path) const {
-  bool const isRead = isMethod("GET") || isMethod("HEAD");
-  if (auto const none = findField(request.fields, "If-None-Match"); none && !isRead) {
+  if (auto const none = findField(request.fields, "If-None-Match"); none && !isRead()) {
     if (*none != "*") refuseParameter("If-None-Match", "*", *none);
     if (revision != 0) refuseRevision("none", revision, path);
   }

@@ -1,7 +1,6 @@
 // One call of the HTTP interface: what its parts must be, and how it is answered.
 #pragma once
 
-#include <initializer_list>
 #include <optional>
 #include <string_view>
 
@@ -30,12 +29,15 @@ struct TreeApi::Call {
   HttpRequest request;
   HttpAnswer answer;
   Target target;
+  /// The document that the target names; nothing for any other resource.
+  std::optional<Path> document;
 
-  bool isMethod(std::string_view method) const { return request.method == method; }
-  /// Throws a 405 for a method that is none of these; where there is GET, HEAD is as good.
-  void requireMethod(std::initializer_list<std::string_view> methods) const;
-  /// Throws a 400 for a parameter of the query that is none of these.
-  void requireParameters(std::initializer_list<std::string_view> names) const;
+  bool isRead() const { return request.method == "GET" || request.method == "HEAD"; }
+  /// The route that the request takes, which also gives `document`. Throws a 404 if there is no such resource, a 405
+  /// for a method that it does not take, and a 400 for what is no path of a document.
+  Route const& findRoute();
+  /// Throws a 400 for a parameter of the query that the route does not take.
+  void requireParameters(Route const& route) const;
   /// Throws a 412 if the request is for another revision than this one, which is that of what stands at `path`.
   void requireRevision(Revision revision, std::string const& path) const;
   /// The parameter `ttl`, in seconds; 0 for ever.

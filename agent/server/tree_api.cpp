@@ -1,4 +1,4 @@
-// Routes: the document at a path, and what the program says of itself.
+// Takes a request to its route. The routes of single documents, and what the program says of itself.
 #include "agent/server/tree_api.h"
 
 #include "agent/server/api_call.h"
@@ -10,15 +10,17 @@ HttpResponse TreeApi::problem(int status, std::string const& reason) {
 }
 
 void TreeApi::handle(HttpRequest request, HttpAnswer answer) {
-  Call call{std::move(request), std::move(answer), {}};
+  Call call{std::move(request), std::move(answer), {}, {}};
   try {
     if (isStopping_) throw HttpProblem(503, InputError("", "the agent stops"));
     // Any web page that a browser shows may send requests here, and the browser says so.
-    bool const isRead = call.isMethod("GET") || call.isMethod("HEAD");
-    if (!isRead && findField(call.request.fields, "Origin"))
+    if (!call.isRead() && findField(call.request.fields, "Origin"))
       throw HttpProblem(403, InputError("", "web pages may not write here"));
     call.target = parseTarget(call.request.target);
-    route(call);
+    Route const& route = call.findRoute();
+    call.requireParameters(route);
+    if ((route.traits & Route::kConditional) != 0) requireRevision(call);
+    (this->*route.handle)(call);
   } catch (HttpProblem const& problem) {
     refuse(call, problem);
   } catch (InputError const& error) {
@@ -41,33 +43,16 @@ void TreeApi::refuse(Call& call, HttpProblem const& problem) {
     call.answer(std::move(response));
 }
 
-void TreeApi::route(Call& call) {
-  constexpr std::string_view kTree = "/v1/tree/";
-  std::string const& path = call.target.path;
-  if (path == "/v1/tree") return tree(call);
-  if (path.starts_with(kTree)) return document(call, path.substr(kTree.size()));
-  if (path == "/v1/watch") return watch(call);
-  if (path == "/v1/backup") return backup(call);
-  if (path == "/healthz") return health(call, false);
-  if (path == "/readyz") return health(call, true);
-  throw HttpProblem(
-      404, InputError("", "no such resource; there are /v1/tree, /v1/watch, /v1/backup, /healthz and /readyz"));
+// A condition is about the document that is named, or about the tree.
+void TreeApi::requireRevision(Call const& call) const {
+  if (call.document)
+    call.requireRevision(revisionAt(service_.documents(), *call.document), toText(*call.document));
+  else
+    call.requireRevision(service_.revision(), "");
 }
 
-void TreeApi::document(Call& call, std::string const& pathText) {
-  Path const path = pathOf(pathText);
-  std::string const text = toText(path);
-  call.requireMethod({"GET", "PUT", "DELETE"});
-  call.requireParameters(call.isMethod("PUT") && std::holds_alternative<At::Heartbeat>(path)
-                             ? std::initializer_list<std::string_view>{"ttl"}
-                             : std::initializer_list<std::string_view>{});
-  call.requireRevision(revisionAt(service_.documents(), path), text);
-  if (call.isMethod("PUT")) return putDocument(call, path);
-  if (call.isMethod("DELETE")) return deleteDocument(call, path);
-  getDocument(call, text);
-}
-
-void TreeApi::getDocument(Call& call, std::string const& path) {
+void TreeApi::getDocument(Call& call) {
+  std::string const path = toText(call.document.value());
   auto const found = service_.documents().find(path);
   if (found == service_.documents().end()) {
     InputError error("", "there is no document here");
@@ -79,7 +64,8 @@ void TreeApi::getDocument(Call& call, std::string const& path) {
   readWhenKept(call, std::move(response));
 }
 
-void TreeApi::putDocument(Call& call, Path const& path) {
+void TreeApi::putDocument(Call& call) {
+  Path const& path = call.document.value();
   std::string const text = toText(path);
   Operation const operation{path, bodyOf(call.request, text)};
   applyOne(service_, operation, call.timeToLive());
@@ -88,14 +74,16 @@ void TreeApi::putDocument(Call& call, Path const& path) {
   replyWhenKept(call.answer, revisionResponse(revision));
 }
 
-void TreeApi::deleteDocument(Call& call, Path const& path) {
-  applyOne(service_, Operation{path, std::nullopt}, std::nullopt);
+void TreeApi::deleteDocument(Call& call) {
+  applyOne(service_, Operation{call.document.value(), std::nullopt}, std::nullopt);
   replyWhenKept(call.answer, revisionResponse(service_.revision()));
 }
 
-void TreeApi::health(Call& call, bool isReadiness) {
-  call.requireMethod({"GET"});
-  call.requireParameters({});
+void TreeApi::health(Call& call) { tellHealth(call, 200); }
+
+void TreeApi::readiness(Call& call) { tellHealth(call, service_.storeProblem() ? 503 : 200); }
+
+void TreeApi::tellHealth(Call& call, int status) {
   auto const& problem = service_.storeProblem();
   Json body{{"status", problem ? "no writes" : "ok"},
             {"revision", service_.watches().revision()},
@@ -104,7 +92,7 @@ void TreeApi::health(Call& call, bool isReadiness) {
             {"switches", service_.switches()},
             {"watches", service_.watches().watches()}};
   if (problem) body["reason"] = *problem;
-  call.answer(jsonResponse(isReadiness && problem ? 503 : 200, service_.watches().revision(), body.dump() + "\n"));
+  call.answer(jsonResponse(status, service_.watches().revision(), body.dump() + "\n"));
 }
 
 void TreeApi::replyWhenKept(HttpAnswer answer, HttpResponse response) {

@@ -4,7 +4,9 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <span>
 #include <string>
+#include <string_view>
 
 #include "agent/net/http.h"
 #include "agent/net/url.h"
@@ -26,7 +28,30 @@ class HttpProblem;
 
 /// Answers requests from a service. All on the service's thread; the service and the loop outlive it.
 class TreeApi {
+  struct Call;
+
  public:
+  /// One kind of request that is taken: a row of the table of routes.
+  struct Route {
+    /// What a route may be, as bits of `traits`.
+    enum Trait : unsigned {
+      kConditional = 1,  ///< If-Match and If-None-Match are heeded.
+      kRepeatable = 2,   ///< Sent again, as after an answer that was lost, it changes nothing more.
+    };
+
+    /// With GET, HEAD is taken too.
+    std::string_view method;
+    /// The path of the request; `<path>` at its end stands for the path of any document.
+    std::string_view resource;
+    /// What the query may have, as the documents write it: "prefix=P&after=ID".
+    std::string_view query;
+    unsigned traits;
+    void (TreeApi::*handle)(Call& call);
+  };
+  /// The table of routes, in the order of the documents. The answers 404 and 405 and the refusal of unknown parameters
+  /// are made of it.
+  static std::span<Route const> routes();
+
   TreeApi(EventLoop& loop, Service& service, ApiLimits const& limits)
       : loop_(loop), service_(service), limits_(limits) {}
 
@@ -41,16 +66,13 @@ class TreeApi {
   void stop() { isStopping_ = true; }
 
  private:
-  struct Call;
   struct Batch;
 
-  void route(Call& call);
   void refuse(Call& call, HttpProblem const& problem);
-  void tree(Call& call);
-  void document(Call& call, std::string const& pathText);
-  void getDocument(Call& call, std::string const& path);
-  void putDocument(Call& call, Path const& path);
-  void deleteDocument(Call& call, Path const& path);
+  void requireRevision(Call const& call) const;
+  void getDocument(Call& call);
+  void putDocument(Call& call);
+  void deleteDocument(Call& call);
   void listDocuments(Call& call);
   void postBatch(Call& call);
   void goOn(std::shared_ptr<Batch> const& batch);
@@ -58,7 +80,9 @@ class TreeApi {
   void finish(std::shared_ptr<Batch> const& batch);
   void watch(Call& call);
   void backup(Call& call);
-  void health(Call& call, bool isReadiness);
+  void health(Call& call);
+  void readiness(Call& call);
+  void tellHealth(Call& call, int status);
   void replyWhenKept(HttpAnswer answer, HttpResponse response);
   void readWhenKept(Call& call, HttpResponse response);
 

@@ -28,14 +28,6 @@ class Body final : public ByteSource {
 
 }  // namespace
 
-void TreeApi::tree(Call& call) {
-  call.requireMethod({"GET", "POST"});
-  if (call.isMethod("POST"))
-    postBatch(call);
-  else
-    listDocuments(call);
-}
-
 /// A batch on its way: what has been read of it, and how far it has come.
 struct TreeApi::Batch {
   HttpAnswer answer;
@@ -73,8 +65,6 @@ struct TreeApi::Batch {
 
 // All lines are read before the first is applied; what cannot be read ends the batch when it is its turn.
 void TreeApi::postBatch(Call& call) {
-  call.requireParameters({"atomic", "ttl"});
-  call.requireRevision(service_.revision(), "");
   bool const isAtomic = call.flag("atomic");
   auto const batch = std::make_shared<Batch>();
   batch->timeToLive = call.timeToLive();

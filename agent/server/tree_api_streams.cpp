@@ -33,16 +33,12 @@ class TreeBody final : public BodySource {
 }  // namespace
 
 void TreeApi::listDocuments(Call& call) {
-  call.requireParameters({"prefix"});
-  call.requireRevision(service_.revision(), "");
   HttpResponse response = jsonResponse(200, service_.revision(), "");
   response.source = std::make_unique<TreeBody>(service_.documents(), call.parameter("prefix"));
   readWhenKept(call, std::move(response));
 }
 
 void TreeApi::watch(Call& call) {
-  call.requireMethod({"GET"});
-  call.requireParameters({"prefix", "after"});
   auto const last = findField(call.request.fields, "Last-Event-ID");
   auto const after = call.target.query.find("after");
   ServerWatches& hub = service_.watches();
@@ -67,9 +63,6 @@ void TreeApi::watch(Call& call) {
 
 // The copy begins when all that is visible is kept.
 void TreeApi::backup(Call& call) {
-  call.requireMethod({"GET"});
-  call.requireParameters({});
-  call.requireRevision(service_.revision(), "");
   if (service_.backups() >= limits_.backups) {
     throw HttpProblem(
         429,

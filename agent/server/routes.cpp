@@ -1,0 +1,85 @@
+// The table of routes, and what requests for anything else are told.
+#include <algorithm>
+#include <vector>
+
+#include "agent/server/api_call.h"
+
+namespace Agent {
+namespace {
+
+constexpr std::string_view kAnyPath = "<path>";
+
+bool isOfDocument(std::string_view resource) { return resource.ends_with(kAnyPath); }
+
+bool isAt(std::string_view resource, std::string_view path) {
+  return isOfDocument(resource) ? path.starts_with(resource.substr(0, resource.size() - kAnyPath.size()))
+                                : path == resource;
+}
+
+/// Whether a query that is written "name=VALUE&other=VALUE" has a parameter of that name.
+bool hasParameter(std::string_view query, std::string_view name) {
+  while (!query.empty()) {
+    if (query.substr(0, query.find('=')) == name) return true;
+    query.remove_prefix(std::min(query.find('&'), query.size() - 1) + 1);
+  }
+  return false;
+}
+
+[[noreturn]] void refuseResource() {
+  std::vector<std::string_view> resources;
+  for (TreeApi::Route const& route : TreeApi::routes()) {
+    bool const isKnown = !resources.empty() && resources.back() == route.resource;
+    if (!isKnown && !isOfDocument(route.resource)) resources.push_back(route.resource);
+  }
+  std::string list;
+  for (std::string_view const& resource : resources) {
+    bool const isLast = &resource == &resources.back();
+    list.append(list.empty() ? "" : isLast ? " and " : ", ").append(resource);
+  }
+  throw HttpProblem(404, InputError("", "no such resource; there are " + list));
+}
+
+}  // namespace
+
+std::span<TreeApi::Route const> TreeApi::routes() {
+  constexpr unsigned kConditional = Route::kConditional;
+  constexpr unsigned kRepeatable = Route::kRepeatable;
+  static constexpr Route kRoutes[] = {
+      {"GET", "/v1/tree/<path>", "", kConditional | kRepeatable, &TreeApi::getDocument},
+      {"PUT", "/v1/tree/<path>", "ttl=SECONDS", kConditional | kRepeatable, &TreeApi::putDocument},
+      {"DELETE", "/v1/tree/<path>", "", kConditional | kRepeatable, &TreeApi::deleteDocument},
+      {"GET", "/v1/tree", "prefix=P", kConditional | kRepeatable, &TreeApi::listDocuments},
+      {"POST", "/v1/tree", "atomic=1&ttl=SECONDS", kConditional, &TreeApi::postBatch},
+      {"GET", "/v1/watch", "prefix=P&after=ID", kRepeatable, &TreeApi::watch},
+      {"GET", "/v1/backup", "", kConditional | kRepeatable, &TreeApi::backup},
+      {"GET", "/healthz", "", kRepeatable, &TreeApi::health},
+      {"GET", "/readyz", "", kRepeatable, &TreeApi::readiness},
+  };
+  return kRoutes;
+}
+
+TreeApi::Route const& TreeApi::Call::findRoute() {
+  std::string allowed;
+  for (Route const& route : routes()) {
+    if (!isAt(route.resource, target.path)) continue;
+    if (isOfDocument(route.resource) && !document)
+      document = pathOf(target.path.substr(route.resource.size() - kAnyPath.size()));
+    if (request.method == route.method || (route.method == "GET" && isRead())) return route;
+    allowed.append(allowed.empty() ? "" : ", ").append(route.method == "GET" ? "GET, HEAD" : route.method);
+  }
+  if (allowed.empty()) refuseResource();
+  HttpProblem problem(405, InputError("", "expected one of " + allowed + ", found " + inQuotes(request.method)));
+  problem.allow = allowed;
+  throw problem;
+}
+
+void TreeApi::Call::requireParameters(Route const& route) const {
+  for (auto const& [name, value] : target.query) {
+    // Of single documents, only a heartbeat has a time to live.
+    bool const isOfOther = name == "ttl" && document && !std::holds_alternative<At::Heartbeat>(*document);
+    if (isOfOther || !hasParameter(route.query, name))
+      throw HttpProblem(400, InputError("", "the parameter " + inQuotes(name) + " means nothing here"));
+  }
+}
+
+}  // namespace Agent
