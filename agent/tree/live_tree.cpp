@@ -4,7 +4,7 @@
 #include <algorithm>
 
 #include "agent/tree/batch_check.h"
-#include "agent/tree/changed_paths.h"
+#include "agent/tree/written_documents.h"
 
 namespace Agent {
 namespace {
@@ -50,7 +50,7 @@ TurnResult LiveTree::apply(std::span<Operation const> operations, std::optional<
   std::size_t at = 0;
   check(operations, refused != nullptr ? *refused : at);
   TurnResult result;
-  ChangedPaths changed(tables());
+  WrittenDocuments changed(tables());
   for (Operation const& operation : operations) note(operation, changed);
   try {
     Nox::Turn turn;
@@ -102,13 +102,13 @@ void LiveTree::check(std::span<Operation const> operations, std::size_t& at) con
 }
 
 // What an operation changes by itself, and the writes of records do not tell.
-void LiveTree::note(Operation const& operation, ChangedPaths& changed) const {
+void LiveTree::note(Operation const& operation, WrittenDocuments& changed) const {
   if (!std::holds_alternative<At::Registration>(operation.path)) return changed.add(operation.path);
   auto const [begin, end] = withPrefix(kept_.documents, toText(operation.path) + "/");
   for (auto at = begin; at != end; ++at) changed.add(parsePath(at->first));
 }
 
-void LiveTree::collect(ChangedPaths& changed, TurnResult& result) {
+void LiveTree::collect(WrittenDocuments& changed, TurnResult& result) {
   for (std::string const& prefix : changed.prefixes()) {
     auto const [begin, end] = withPrefix(kept_.documents, prefix);
     for (auto at = begin; at != end; ++at) changed.add(parsePath(at->first));

@@ -12,7 +12,7 @@
 
 namespace Agent {
 
-class ChangedPaths;
+class WrittenDocuments;
 
 /// What stood at a path before a turn changed it; nothing if there was no document.
 struct DocumentBefore {
@@ -56,8 +56,8 @@ class LiveTree {
  private:
   void restore(Controllerdb::AgentTables& tables);
   void check(std::span<Operation const> operations, std::size_t& at) const;
-  void note(Operation const& operation, ChangedPaths& changed) const;
-  void collect(ChangedPaths& changed, TurnResult& result);
+  void note(Operation const& operation, WrittenDocuments& changed) const;
+  void collect(WrittenDocuments& changed, TurnResult& result);
   void renew(std::string const& path, std::optional<std::chrono::milliseconds> timeToLive, TurnResult& result,
              std::size_t changes);
   void compare(std::string const& path, Json const* document, TurnResult& result);

@@ -1,4 +1,4 @@
-// Which documents the registry may have changed.
+// Which documents a turn may have changed: those that its writes are part of.
 #pragma once
 
 #include <map>
@@ -12,12 +12,12 @@ namespace Agent {
 
 /// Watches the registry's writes for the length of a scope, and collects the paths of the documents that they are part
 /// of; whether a document has changed is for its reader to find out. Scopes do not nest.
-class ChangedPaths final : public Nox::WriteObserver {
+class WrittenDocuments final : public Nox::WriteObserver {
  public:
-  explicit ChangedPaths(Controllerdb::AgentTables const& tables);
-  ChangedPaths(ChangedPaths const&) = delete;
-  ChangedPaths& operator=(ChangedPaths const&) = delete;
-  virtual ~ChangedPaths();
+  explicit WrittenDocuments(Controllerdb::AgentTables const& tables);
+  WrittenDocuments(WrittenDocuments const&) = delete;
+  WrittenDocuments& operator=(WrittenDocuments const&) = delete;
+  virtual ~WrittenDocuments();
 
   void add(Path const& path) { paths_.try_emplace(toText(path), path); }
 

@@ -1,5 +1,5 @@
 // Finds the document that a written entity is part of: its own, or that of the entity that holds it.
-#include "agent/tree/changed_paths.h"
+#include "agent/tree/written_documents.h"
 
 #include "framework/memory/assertion.h"
 
@@ -12,24 +12,24 @@ std::string nameOf(Nox::Entity const& entity) { return std::string(entity.name()
 
 }  // namespace
 
-ChangedPaths::ChangedPaths(Controllerdb::AgentTables const& tables) : tables_(tables) {
-  NOX_ASSERT(Nox::writeObserver_ == nullptr, "somebody else observes the writes");
+WrittenDocuments::WrittenDocuments(Controllerdb::AgentTables const& tables) : tables_(tables) {
+  NOX_ASSERT(Nox::writeObserver_ == nullptr, "another observer watches the writes");
   Nox::writeObserver_ = this;
 }
 
-ChangedPaths::~ChangedPaths() { Nox::writeObserver_ = nullptr; }
+WrittenDocuments::~WrittenDocuments() { Nox::writeObserver_ = nullptr; }
 
-void ChangedPaths::written(Nox::Entity const& entity, std::string_view /*operation*/, bool changed, Nox::WriteText key,
-                           Nox::WriteText /*value*/) {
+void WrittenDocuments::written(Nox::Entity const& entity, std::string_view /*operation*/, bool changed,
+                               Nox::WriteText key, Nox::WriteText /*value*/) {
   if (changed) note(entity, key);
 }
 
-void ChangedPaths::removed(Nox::Entity const& entity, std::string_view /*operation*/, bool changed,
-                           Nox::WriteText key) {
+void WrittenDocuments::removed(Nox::Entity const& entity, std::string_view /*operation*/, bool changed,
+                               Nox::WriteText key) {
   if (changed) note(entity, key);
 }
 
-void ChangedPaths::note(Nox::Entity const& entity, Nox::WriteText key) {
+void WrittenDocuments::note(Nox::Entity const& entity, Nox::WriteText key) {
   if (&entity == tables_.status.get()) return add(At::ControllerStatus{});
   if (&entity == tables_.controllerStatus.get()) {
     if (auto const address = Lumo::EthAddr::parse(key.text())) add(At::ControllerSwitch{SystemId(*address)});
