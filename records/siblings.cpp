@@ -22,14 +22,14 @@ MountsRegistrySm::MountsRegistrySm(MountsRegistryPtr const& mountsRegistry, Cont
                                    Ptr<Dir> const& serviceMountStatusDir,
                                    Ptr<PublishedMountsTable> const& publishedMountsTable,
                                    Ptr<RegisteredSwitchTable> const& registeredSwitchTable,
-                                   Ptr<Dir const> const& allClientsServiceStatusDir)
-    : serviceMountStatusDir_(serviceMountStatusDir),
-      publishedMountsTable_(publishedMountsTable),
-      registeredSwitchTable_(registeredSwitchTable) {
-  mountsRegistry_.start(*this, &MountsRegistrySm::newMountsRegistry, mountsRegistry);
-  controllerStatus_.start(*this, &MountsRegistrySm::newControllerStatus, controllerStatus);
-  allClientsServiceStatusDir_.start(
-      *this, &MountsRegistrySm::newAllClientsServiceStatusDir, allClientsServiceStatusDir);
+                                   Ptr<Dir const> const& allClientsServiceStatusDir) {
+  Inputs::start(*this,
+                mountsRegistry,
+                controllerStatus,
+                serviceMountStatusDir,
+                publishedMountsTable,
+                registeredSwitchTable,
+                allClientsServiceStatusDir);
 }
 
 MountsRegistrySm::~MountsRegistrySm() {
@@ -65,12 +65,9 @@ ValidPtr<MountsRegistrySm> MountsRegistrySm::MountsRegistrySmIs(MountsRegistryPt
 ServiceConfigDirSm::ServiceConfigDirSm(Ptr<Dir const> const& mountConfigDir, Ptr<Dir> const& mountStatusDir,
                                        Ptr<Dir const> const& publishConfigDir, Ptr<Dir> const& publishStatusDir,
                                        Ptr<PublishedMountsTable> const& publishedMountsTable,
-                                       Ptr<MountsRegistry> const& mountsRegistry)
-    : publishedMountsTable_(publishedMountsTable), mountsRegistry_(mountsRegistry) {
-  mountConfigDir_.start(*this, &ServiceConfigDirSm::newMountConfigDir, mountConfigDir);
-  mountStatusDir_.start(*this, &ServiceConfigDirSm::newMountStatusDir, mountStatusDir);
-  publishConfigDir_.start(*this, &ServiceConfigDirSm::newPublishConfigDir, publishConfigDir);
-  publishStatusDir_.start(*this, &ServiceConfigDirSm::newPublishStatusDir, publishStatusDir);
+                                       Ptr<MountsRegistry> const& mountsRegistry) {
+  Inputs::start(
+      *this, mountConfigDir, mountStatusDir, publishConfigDir, publishStatusDir, publishedMountsTable, mountsRegistry);
 }
 
 ServiceConfigDirSm::~ServiceConfigDirSm() {
@@ -97,12 +94,8 @@ ValidPtr<ServiceConfigDirSm> ServiceConfigDirSm::ServiceConfigDirSmIs(
 InitialMountSm::InitialMountSm(Ptr<Dir const> const& mountConfigDir, Ptr<Dir> const& mountStatusDir,
                                Ptr<Heartbeat::Config const> const& heartbeatConfig,
                                Ptr<RegisteredSwitchTable const> const& registeredSwitchTable,
-                               Ptr<PeerTable const> const& peerTable)
-    : heartbeatConfig_(heartbeatConfig) {
-  mountConfigDir_.start(*this, &InitialMountSm::newMountConfigDir, mountConfigDir);
-  mountStatusDir_.start(*this, &InitialMountSm::newMountStatusDir, mountStatusDir);
-  registeredSwitchTable_.start(*this, &InitialMountSm::newRegisteredSwitchTable, registeredSwitchTable);
-  peerTable_.start(*this, &InitialMountSm::newPeerTable, peerTable);
+                               Ptr<PeerTable const> const& peerTable) {
+  Inputs::start(*this, mountConfigDir, mountStatusDir, heartbeatConfig, registeredSwitchTable, peerTable);
 }
 
 InitialMountSm::~InitialMountSm() {

@@ -76,12 +76,6 @@ class NOX_EXPORT MountsRegistrySm final : public Nox::StateMachine<MountsRegistr
   using ControllerStatusPtr = Nox::Ptr<ControllerRegistration::ControllerStatus const>;
   static Nox::NoxType noxType;
 
-  /// Makes the machine and runs its first passes.
-  static Nox::ValidPtr<MountsRegistrySm> MountsRegistrySmIs(
-      MountsRegistryPtr const& mountsRegistry, ControllerStatusPtr const& controllerStatus,
-      Nox::Ptr<Nox::Dir> const& serviceMountStatusDir, Nox::Ptr<PublishedMountsTable> const& publishedMountsTable,
-      Nox::Ptr<RegisteredSwitchTable> const& registeredSwitchTable,
-      Nox::Ptr<Nox::Dir const> const& allClientsServiceStatusDir);
   MountsRegistrySm(MountsRegistryPtr const& mountsRegistry, ControllerStatusPtr const& controllerStatus,
                    Nox::Ptr<Nox::Dir> const& serviceMountStatusDir,
                    Nox::Ptr<PublishedMountsTable> const& publishedMountsTable,
@@ -89,13 +83,9 @@ class NOX_EXPORT MountsRegistrySm final : public Nox::StateMachine<MountsRegistr
                    Nox::Ptr<Nox::Dir const> const& allClientsServiceStatusDir);
   ~MountsRegistrySm() override;
 
-  Nox::ValidPtr<NoxMountsRegistry> newMountsRegistry(MountsRegistryPtr const& input) {
-    return newReactor<NoxMountsRegistry>(input);
-  }
-  Nox::ValidPtr<NoxControllerStatus> newControllerStatus(ControllerStatusPtr const& input) {
-    return newReactor<NoxControllerStatus>(input);
-  }
-  Nox::ValidPtr<NoxAllClientsServiceStatusDir> newAllClientsServiceStatusDir(Nox::Ptr<Nox::Dir const> const& input) {
+  auto newMountsRegistry(MountsRegistryPtr const& input) { return newReactor<NoxMountsRegistry>(input); }
+  auto newControllerStatus(ControllerStatusPtr const& input) { return newReactor<NoxControllerStatus>(input); }
+  auto newAllClientsServiceStatusDir(Nox::Ptr<Nox::Dir const> const& input) {
     return newReactor<NoxAllClientsServiceStatusDir>(input);
   }
   void handleMountEntry() { Nox::Turn const turn; }
@@ -103,18 +93,8 @@ class NOX_EXPORT MountsRegistrySm final : public Nox::StateMachine<MountsRegistr
   void handleClientStatus() { Nox::Turn const turn; }
   void handleInitialized();
 
-  auto constructorArgs() const {
-    return std::tuple(mountsRegistry_.get(),
-                      controllerStatus_.get(),
-                      serviceMountStatusDir_,
-                      publishedMountsTable_,
-                      registeredSwitchTable_,
-                      allClientsServiceStatusDir_.get());
-  }
-
  private:
   friend class Nox::StateMachine<MountsRegistrySm>;
-  auto reactors() { return std::tie(mountsRegistry_, controllerStatus_, allClientsServiceStatusDir_); }
   auto childSms() { return std::tie(mountEntrySm_, publishEntrySm_, clientStatusSm_); }
 
   Nox::Input<NoxMountsRegistry> mountsRegistry_;
@@ -126,6 +106,17 @@ class NOX_EXPORT MountsRegistrySm final : public Nox::StateMachine<MountsRegistr
   Nox::HashMap<MountsRegistryEntrySm, Nox::Name> mountEntrySm_;
   Nox::HashMap<PublishRegistryEntrySm, Nox::Name> publishEntrySm_;
   Nox::HashMap<ConnectionServiceStatusDirSm, Nox::Name> clientStatusSm_;
+
+  using T = MountsRegistrySm;
+
+ public:
+  /// What it is built from.
+  using Inputs = Nox::Inputs<&T::mountsRegistry_, &T::controllerStatus_, &T::serviceMountStatusDir_,
+                             &T::publishedMountsTable_, &T::registeredSwitchTable_, &T::allClientsServiceStatusDir_>;
+  /// A function that makes a machine of its inputs, given in their order.
+  using Maker = Inputs::Function<Nox::ValidPtr<MountsRegistrySm>>;
+  /// Makes the machine and runs its first passes.
+  static Maker MountsRegistrySmIs;
 };
 
 /// The mount library's machine over the configured mounts and publications of services.
@@ -151,43 +142,20 @@ class NOX_EXPORT ServiceConfigDirSm final : public Nox::StateMachine<ServiceConf
   };
   static Nox::NoxType noxType;
 
-  /// Makes the machine and runs its first pass.
-  static Nox::ValidPtr<ServiceConfigDirSm> ServiceConfigDirSmIs(
-      Nox::Ptr<Nox::Dir const> const& mountConfigDir, Nox::Ptr<Nox::Dir> const& mountStatusDir,
-      Nox::Ptr<Nox::Dir const> const& publishConfigDir, Nox::Ptr<Nox::Dir> const& publishStatusDir,
-      Nox::Ptr<PublishedMountsTable> const& publishedMountsTable, Nox::Ptr<MountsRegistry> const& mountsRegistry);
   ServiceConfigDirSm(Nox::Ptr<Nox::Dir const> const& mountConfigDir, Nox::Ptr<Nox::Dir> const& mountStatusDir,
                      Nox::Ptr<Nox::Dir const> const& publishConfigDir, Nox::Ptr<Nox::Dir> const& publishStatusDir,
                      Nox::Ptr<PublishedMountsTable> const& publishedMountsTable,
                      Nox::Ptr<MountsRegistry> const& mountsRegistry);
   ~ServiceConfigDirSm() override;
 
-  Nox::ValidPtr<NoxMountConfigDir> newMountConfigDir(Nox::Ptr<Nox::Dir const> const& input) {
-    return newReactor<NoxMountConfigDir>(input);
-  }
-  Nox::ValidPtr<NoxMountStatusDir> newMountStatusDir(Nox::Ptr<Nox::Dir> const& input) {
-    return newReactor<NoxMountStatusDir>(input);
-  }
-  Nox::ValidPtr<NoxPublishConfigDir> newPublishConfigDir(Nox::Ptr<Nox::Dir const> const& input) {
-    return newReactor<NoxPublishConfigDir>(input);
-  }
-  Nox::ValidPtr<NoxPublishStatusDir> newPublishStatusDir(Nox::Ptr<Nox::Dir> const& input) {
-    return newReactor<NoxPublishStatusDir>(input);
-  }
+  auto newMountConfigDir(Nox::Ptr<Nox::Dir const> const& input) { return newReactor<NoxMountConfigDir>(input); }
+  auto newMountStatusDir(Nox::Ptr<Nox::Dir> const& input) { return newReactor<NoxMountStatusDir>(input); }
+  auto newPublishConfigDir(Nox::Ptr<Nox::Dir const> const& input) { return newReactor<NoxPublishConfigDir>(input); }
+  auto newPublishStatusDir(Nox::Ptr<Nox::Dir> const& input) { return newReactor<NoxPublishStatusDir>(input); }
   void handleInitialized();
-
-  auto constructorArgs() const {
-    return std::tuple(mountConfigDir_.get(),
-                      mountStatusDir_.get(),
-                      publishConfigDir_.get(),
-                      publishStatusDir_.get(),
-                      publishedMountsTable_,
-                      mountsRegistry_);
-  }
 
  private:
   friend class Nox::StateMachine<ServiceConfigDirSm>;
-  auto reactors() { return std::tie(mountConfigDir_, mountStatusDir_, publishConfigDir_, publishStatusDir_); }
   auto childSms() { return std::tie(mountConfigSm_, publishConfigSm_); }
 
   Nox::Input<NoxMountConfigDir> mountConfigDir_;
@@ -198,6 +166,17 @@ class NOX_EXPORT ServiceConfigDirSm final : public Nox::StateMachine<ServiceConf
   Nox::Ptr<MountsRegistry> mountsRegistry_;
   Nox::HashMap<ServiceMountConfigSm, Nox::Name> mountConfigSm_;
   Nox::HashMap<ServicePublishConfigSm, Nox::Name> publishConfigSm_;
+
+  using T = ServiceConfigDirSm;
+
+ public:
+  /// What it is built from.
+  using Inputs = Nox::Inputs<&T::mountConfigDir_, &T::mountStatusDir_, &T::publishConfigDir_, &T::publishStatusDir_,
+                             &T::publishedMountsTable_, &T::mountsRegistry_>;
+  /// A function that makes a machine of its inputs, given in their order.
+  using Maker = Inputs::Function<Nox::ValidPtr<ServiceConfigDirSm>>;
+  /// Makes the machine and runs its first pass.
+  static Maker ServiceConfigDirSmIs;
 };
 
 /// The heartbeat library's machine over the initial mounts.
@@ -223,39 +202,22 @@ class NOX_EXPORT InitialMountSm final : public Nox::StateMachine<InitialMountSm>
   };
   static Nox::NoxType noxType;
 
-  /// Makes the machine and runs its first pass.
-  static Nox::ValidPtr<InitialMountSm> InitialMountSmIs(
-      Nox::Ptr<Nox::Dir const> const& mountConfigDir, Nox::Ptr<Nox::Dir> const& mountStatusDir,
-      Nox::Ptr<Heartbeat::Config const> const& heartbeatConfig,
-      Nox::Ptr<RegisteredSwitchTable const> const& registeredSwitchTable, Nox::Ptr<PeerTable const> const& peerTable);
   InitialMountSm(Nox::Ptr<Nox::Dir const> const& mountConfigDir, Nox::Ptr<Nox::Dir> const& mountStatusDir,
                  Nox::Ptr<Heartbeat::Config const> const& heartbeatConfig,
                  Nox::Ptr<RegisteredSwitchTable const> const& registeredSwitchTable,
                  Nox::Ptr<PeerTable const> const& peerTable);
   ~InitialMountSm() override;
 
-  Nox::ValidPtr<NoxMountConfigDir> newMountConfigDir(Nox::Ptr<Nox::Dir const> const& input) {
-    return newReactor<NoxMountConfigDir>(input);
-  }
-  Nox::ValidPtr<NoxMountStatusDir> newMountStatusDir(Nox::Ptr<Nox::Dir> const& input) {
-    return newReactor<NoxMountStatusDir>(input);
-  }
-  Nox::ValidPtr<NoxRegisteredSwitchTable> newRegisteredSwitchTable(Nox::Ptr<RegisteredSwitchTable const> const& input) {
+  auto newMountConfigDir(Nox::Ptr<Nox::Dir const> const& input) { return newReactor<NoxMountConfigDir>(input); }
+  auto newMountStatusDir(Nox::Ptr<Nox::Dir> const& input) { return newReactor<NoxMountStatusDir>(input); }
+  auto newRegisteredSwitchTable(Nox::Ptr<RegisteredSwitchTable const> const& input) {
     return newReactor<NoxRegisteredSwitchTable>(input);
   }
-  Nox::ValidPtr<NoxPeerTable> newPeerTable(Nox::Ptr<PeerTable const> const& input) {
-    return newReactor<NoxPeerTable>(input);
-  }
+  auto newPeerTable(Nox::Ptr<PeerTable const> const& input) { return newReactor<NoxPeerTable>(input); }
   void handleInitialized();
-
-  auto constructorArgs() const {
-    return std::tuple(
-        mountConfigDir_.get(), mountStatusDir_.get(), heartbeatConfig_, registeredSwitchTable_.get(), peerTable_.get());
-  }
 
  private:
   friend class Nox::StateMachine<InitialMountSm>;
-  auto reactors() { return std::tie(mountConfigDir_, mountStatusDir_, registeredSwitchTable_, peerTable_); }
   auto childSms() { return std::tie(initialMountSm_); }
 
   Nox::Input<NoxMountConfigDir> mountConfigDir_;
@@ -264,6 +226,17 @@ class NOX_EXPORT InitialMountSm final : public Nox::StateMachine<InitialMountSm>
   Nox::Input<NoxRegisteredSwitchTable> registeredSwitchTable_;
   Nox::Input<NoxPeerTable> peerTable_;
   Nox::HashMap<ServiceInitialMountSm, Nox::Name> initialMountSm_;
+
+  using T = InitialMountSm;
+
+ public:
+  /// What it is built from.
+  using Inputs = Nox::Inputs<&T::mountConfigDir_, &T::mountStatusDir_, &T::heartbeatConfig_, &T::registeredSwitchTable_,
+                             &T::peerTable_>;
+  /// A function that makes a machine of its inputs, given in their order.
+  using Maker = Inputs::Function<Nox::ValidPtr<InitialMountSm>>;
+  /// Makes the machine and runs its first pass.
+  static Maker InitialMountSmIs;
 };
 
 }  // namespace Controller

@@ -1,4 +1,4 @@
-// The one way into the library for a host that loads it at run time.
+// The function that an agent looks up when it loads the library at run time.
 #include "framework/by_name/library.h"
 
 #include "registry/root.h"

@@ -1,4 +1,5 @@
-// The registry root: how registration directories come and go, and what the agent's `enabled` does.
+// The registry root: what it does when a registration directory is added or removed, and when the agent's `enabled`
+// changes.
 #include "registry/registry_root_sm.h"
 
 #include "framework/text/assertion_about.h"
@@ -14,16 +15,17 @@ RegistryRootSm::RegistryRootSm(ConfigPtr const& controllerdbConfig, StatusPtr co
                                DirPtr const& registrationRootDir, ControllerStatusPtr const& controllerStatus,
                                PeerTablePtr const& heartbeatPeerTable, ServiceConfigDirPtr const& serviceConfigDir,
                                OverrideDirPtr const& overrideServiceConfigDir, DirPtr const& allClientsServiceStatusDir,
-                               MountsTablePtr const& publishedMountsTable)
-    : controllerdbStatus_(controllerdbStatus),
-      heartbeatPeerTable_(heartbeatPeerTable),
-      serviceConfigDir_(serviceConfigDir),
-      overrideServiceConfigDir_(overrideServiceConfigDir),
-      allClientsServiceStatusDir_(allClientsServiceStatusDir),
-      publishedMountsTable_(publishedMountsTable) {
-  controllerdbConfig_.start(*this, &RegistryRootSm::newControllerdbConfig, controllerdbConfig);
-  registrationRootDir_.start(*this, &RegistryRootSm::newRegistrationRootDir, registrationRootDir);
-  controllerStatus_.start(*this, &RegistryRootSm::newControllerStatus, controllerStatus);
+                               MountsTablePtr const& publishedMountsTable) {
+  Inputs::start(*this,
+                controllerdbConfig,
+                controllerdbStatus,
+                registrationRootDir,
+                controllerStatus,
+                heartbeatPeerTable,
+                serviceConfigDir,
+                overrideServiceConfigDir,
+                allClientsServiceStatusDir,
+                publishedMountsTable);
 }
 
 /// Does not run `doCleanup`: the all-clients service status directory keeps its entries, which the next root empties.
@@ -68,7 +70,7 @@ ValidPtr<SwitchRegistrySm> RegistryRootSm::registrySmIs(Name const& name, DirPtr
   if (!member) return newRegistrySm(name, switchDir, serviceStatusDir, publishedMountsTable, heartbeatPeerTable);
   Nox::checkConstructorArgs(member->constructorArgs(),
                             std::tie(switchDir, serviceStatusDir, publishedMountsTable, heartbeatPeerTable),
-                            {"switchDir", "serviceStatusDir", "publishedMountsTable", "heartbeatPeerTable"});
+                            SwitchRegistrySm::Inputs::names);
   return member;
 }
 
@@ -91,8 +93,8 @@ void RegistryRootSm::registrySmDelAll() {
   for (RegistrySmIterator at(*this, registrySm_); at; ++at) remove(at);
 }
 
-/// The removed machine is switched off before it is released, and finds no way back to a root that may go before it
-/// does.
+/// The removed machine is switched off before it is released. Its pointer to the root is cleared: the root may go
+/// before it does.
 void RegistryRootSm::remove(RegistrySmIterator const& at) {
   Nox::Turn turn(Nox::Turn::Reports::kLater);
   Ptr<SwitchRegistrySm> const member = registrySm_.deleteMember(at);

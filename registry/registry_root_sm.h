@@ -14,7 +14,7 @@ namespace Controllerdb {
 /// status directory per switch in the all-clients service status directory.
 class NOX_EXPORT RegistryRootSm final : public Nox::StateMachine<RegistryRootSm> {
  public:
-  /// A reactor of this machine: its way back is set and cleared by name.
+  /// A reactor of this machine, whose pointer to the machine has a mutator of the machine's name.
   template <class In>
   class Watch : public Nox::Reactor<RegistryRootSm, In> {
    public:
@@ -76,31 +76,19 @@ class NOX_EXPORT RegistryRootSm final : public Nox::StateMachine<RegistryRootSm>
   // The inputs that are watched. A mutator points the present reactor at the other input, which runs its pass.
 
   ConfigPtr controllerdbConfig() const { return controllerdbConfig_.get(); }
-  void controllerdbConfigIs(ConfigPtr const& config) {
-    controllerdbConfig_.repoint(*this, &RegistryRootSm::newControllerdbConfig, config);
-  }
+  void controllerdbConfigIs(ConfigPtr const& config) { controllerdbConfig_.repoint(*this, config); }
   void controllerdbConfigDel() { controllerdbConfig_.retire(); }
-  Nox::ValidPtr<NoxControllerdbConfig> newControllerdbConfig(ConfigPtr const& config) {
-    return newReactor<NoxControllerdbConfig>(config);
-  }
+  auto newControllerdbConfig(ConfigPtr const& config) { return newReactor<NoxControllerdbConfig>(config); }
 
   DirPtr registrationRootDir() const { return registrationRootDir_.get(); }
-  void registrationRootDirIs(DirPtr const& dir) {
-    registrationRootDir_.repoint(*this, &RegistryRootSm::newRegistrationRootDir, dir);
-  }
+  void registrationRootDirIs(DirPtr const& dir) { registrationRootDir_.repoint(*this, dir); }
   void registrationRootDirDel() { registrationRootDir_.retire(); }
-  Nox::ValidPtr<NoxRegistrationRootDir> newRegistrationRootDir(DirPtr const& dir) {
-    return newReactor<NoxRegistrationRootDir>(dir);
-  }
+  auto newRegistrationRootDir(DirPtr const& dir) { return newReactor<NoxRegistrationRootDir>(dir); }
 
   ControllerStatusPtr controllerStatus() const { return controllerStatus_.get(); }
-  void controllerStatusIs(ControllerStatusPtr const& status) {
-    controllerStatus_.repoint(*this, &RegistryRootSm::newControllerStatus, status);
-  }
+  void controllerStatusIs(ControllerStatusPtr const& status) { controllerStatus_.repoint(*this, status); }
   void controllerStatusDel() { controllerStatus_.retire(); }
-  Nox::ValidPtr<NoxControllerStatus> newControllerStatus(ControllerStatusPtr const& status) {
-    return newReactor<NoxControllerStatus>(status);
-  }
+  auto newControllerStatus(ControllerStatusPtr const& status) { return newReactor<NoxControllerStatus>(status); }
 
   // The inputs that are held.
 
@@ -128,7 +116,7 @@ class NOX_EXPORT RegistryRootSm final : public Nox::StateMachine<RegistryRootSm>
   /// Removes the member, switched off and without its way back, and releases it.
   void registrySmDel(Nox::Name const& name);
   void registrySmDelAll();
-  /// Hears of each member that leaves the collection; has nothing to do.
+  /// The collection's hook for each member that leaves; does nothing.
   void registrySmNotify(Nox::Name const& /*name*/, Nox::Ptr<SwitchRegistrySm> const& /*member*/) {}
   using RegistrySmIterator = Nox::OwnedIterator<RegistrySmMap, &RegistryRootSm::registrySmNotify>;
 
@@ -142,21 +130,8 @@ class NOX_EXPORT RegistryRootSm final : public Nox::StateMachine<RegistryRootSm>
   /// Removes every switch registry, and every entry of the all-clients service status directory.
   void doCleanup();
 
-  auto constructorArgs() const {
-    return std::tuple(controllerdbConfig(),
-                      controllerdbStatus_,
-                      registrationRootDir(),
-                      controllerStatus(),
-                      heartbeatPeerTable_,
-                      serviceConfigDir_,
-                      overrideServiceConfigDir_,
-                      allClientsServiceStatusDir_,
-                      publishedMountsTable_);
-  }
-
  private:
   friend class Nox::StateMachine<RegistryRootSm>;
-  auto reactors() { return std::tie(controllerdbConfig_, registrationRootDir_, controllerStatus_); }
   auto childSms() { return std::tie(registrySm_); }
   void remove(RegistrySmIterator const& at);
 
@@ -170,15 +145,19 @@ class NOX_EXPORT RegistryRootSm final : public Nox::StateMachine<RegistryRootSm>
   DirPtr allClientsServiceStatusDir_;
   MountsTablePtr publishedMountsTable_;
   RegistrySmMap registrySm_{1};
+
+  using T = RegistryRootSm;
+
+ public:
+  /// What it is built from.
+  using Inputs = Nox::Inputs<&T::controllerdbConfig_, &T::controllerdbStatus_, &T::registrationRootDir_,
+                             &T::controllerStatus_, &T::heartbeatPeerTable_, &T::serviceConfigDir_,
+                             &T::overrideServiceConfigDir_, &T::allClientsServiceStatusDir_, &T::publishedMountsTable_>;
+  /// A function that makes a registry root of its inputs, given in their order.
+  using Maker = Inputs::Function<Nox::ValidPtr<RegistryRootSm>>;
 };
 
 /// Makes a registry root, runs its first pass and switches it on. The inputs may be null; what is null is skipped.
-NOX_EXPORT Nox::ValidPtr<RegistryRootSm> registryRootSmFactory(
-    RegistryRootSm::ConfigPtr const& controllerdbConfig, RegistryRootSm::StatusPtr const& controllerdbStatus,
-    RegistryRootSm::DirPtr const& registrationRootDir, RegistryRootSm::ControllerStatusPtr const& controllerStatus,
-    RegistryRootSm::PeerTablePtr const& heartbeatPeerTable, RegistryRootSm::ServiceConfigDirPtr const& serviceConfigDir,
-    RegistryRootSm::OverrideDirPtr const& overrideServiceConfigDir,
-    RegistryRootSm::DirPtr const& allClientsServiceStatusDir,
-    RegistryRootSm::MountsTablePtr const& publishedMountsTable);
+NOX_EXPORT RegistryRootSm::Maker registryRootSmFactory;
 
 }  // namespace Controllerdb

@@ -1,4 +1,4 @@
-// The root: what it builds, and in which order it lets go.
+// The root: how its attributes are made and kept, and the order in which it releases them.
 #include "registry/root.h"
 
 namespace Controllerdb {

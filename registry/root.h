@@ -67,60 +67,25 @@ class NOX_EXPORT Root final : public Nox::Typed<Root, Nox::Entity> {
   SwitchTablePtr registeredSwitchTableDel() { return registeredSwitchTable_.take(); }
 
   // The state machines. `xIs` keeps the machine that was built from the same arguments; otherwise it builds another,
-  // switches it on, and only releases the old one. `xDel` switches the machine off and returns it, or null.
+  // switches it on, and only releases the old one. `xDel` switches the machine off and returns it, or null. A `Maker`
+  // is a function of the machine's inputs, in the order of its `Inputs`.
 
   Nox::Ptr<RegistryRootSm> const& registryRootSm() const noexcept { return registryRootSm_; }
-  Nox::ValidPtr<RegistryRootSm> registryRootSmIs(RegistryRootSm::ConfigPtr const& controllerdbConfig,
-                                                 RegistryRootSm::StatusPtr const& controllerdbStatus,
-                                                 DirPtr const& registrationRootDir,
-                                                 RegistryRootSm::ControllerStatusPtr const& controllerStatus,
-                                                 RegistryRootSm::PeerTablePtr const& heartbeatPeerTable,
-                                                 RegistryRootSm::ServiceConfigDirPtr const& serviceConfigDir,
-                                                 RegistryRootSm::OverrideDirPtr const& overrideServiceConfigDir,
-                                                 DirPtr const& allClientsServiceStatusDir,
-                                                 RegistryRootSm::MountsTablePtr const& publishedMountsTable);
-  Nox::ValidPtr<RegistryRootSm> newRegistryRootSm(RegistryRootSm::ConfigPtr const& controllerdbConfig,
-                                                  RegistryRootSm::StatusPtr const& controllerdbStatus,
-                                                  DirPtr const& registrationRootDir,
-                                                  RegistryRootSm::ControllerStatusPtr const& controllerStatus,
-                                                  RegistryRootSm::PeerTablePtr const& heartbeatPeerTable,
-                                                  RegistryRootSm::ServiceConfigDirPtr const& serviceConfigDir,
-                                                  RegistryRootSm::OverrideDirPtr const& overrideServiceConfigDir,
-                                                  DirPtr const& allClientsServiceStatusDir,
-                                                  RegistryRootSm::MountsTablePtr const& publishedMountsTable);
+  RegistryRootSm::Maker registryRootSmIs;
+  RegistryRootSm::Maker newRegistryRootSm;
   Nox::Ptr<RegistryRootSm> registryRootSmDel() { return Nox::switchedOff(registryRootSm_); }
 
   using MountsRegistrySmPtr = Nox::Ptr<Controller::MountsRegistrySm>;
   using ConstControllerStatusPtr = Nox::Ptr<ControllerRegistration::ControllerStatus const>;
   MountsRegistrySmPtr const& mountsRegistrySm() const noexcept { return mountsRegistrySm_; }
-  Nox::ValidPtr<Controller::MountsRegistrySm> mountsRegistrySmIs(MountsRegistryPtr const& mountsRegistry,
-                                                                 ConstControllerStatusPtr const& controllerStatus,
-                                                                 DirPtr const& serviceMountStatusDir,
-                                                                 MountsTablePtr const& publishedMountsTable,
-                                                                 SwitchTablePtr const& registeredSwitchTable,
-                                                                 ConstDirPtr const& allClientsServiceStatusDir);
-  Nox::ValidPtr<Controller::MountsRegistrySm> newMountsRegistrySm(MountsRegistryPtr const& mountsRegistry,
-                                                                  ConstControllerStatusPtr const& controllerStatus,
-                                                                  DirPtr const& serviceMountStatusDir,
-                                                                  MountsTablePtr const& publishedMountsTable,
-                                                                  SwitchTablePtr const& registeredSwitchTable,
-                                                                  ConstDirPtr const& allClientsServiceStatusDir);
+  Controller::MountsRegistrySm::Maker mountsRegistrySmIs;
+  Controller::MountsRegistrySm::Maker newMountsRegistrySm;
   MountsRegistrySmPtr mountsRegistrySmDel() { return Nox::switchedOff(mountsRegistrySm_); }
 
   using ServiceConfigDirSmPtr = Nox::Ptr<Controller::ServiceConfigDirSm>;
   ServiceConfigDirSmPtr const& serviceConfigDirSm() const noexcept { return serviceConfigDirSm_; }
-  Nox::ValidPtr<Controller::ServiceConfigDirSm> serviceConfigDirSmIs(ConstDirPtr const& mountConfigDir,
-                                                                     DirPtr const& mountStatusDir,
-                                                                     ConstDirPtr const& publishConfigDir,
-                                                                     DirPtr const& publishStatusDir,
-                                                                     MountsTablePtr const& publishedMountsTable,
-                                                                     MountsRegistryPtr const& mountsRegistry);
-  Nox::ValidPtr<Controller::ServiceConfigDirSm> newServiceConfigDirSm(ConstDirPtr const& mountConfigDir,
-                                                                      DirPtr const& mountStatusDir,
-                                                                      ConstDirPtr const& publishConfigDir,
-                                                                      DirPtr const& publishStatusDir,
-                                                                      MountsTablePtr const& publishedMountsTable,
-                                                                      MountsRegistryPtr const& mountsRegistry);
+  Controller::ServiceConfigDirSm::Maker serviceConfigDirSmIs;
+  Controller::ServiceConfigDirSm::Maker newServiceConfigDirSm;
   ServiceConfigDirSmPtr serviceConfigDirSmDel() { return Nox::switchedOff(serviceConfigDirSm_); }
 
   using InitialMountSmPtr = Nox::Ptr<Controller::InitialMountSm>;
@@ -128,16 +93,8 @@ class NOX_EXPORT Root final : public Nox::Typed<Root, Nox::Entity> {
   using ConstSwitchTablePtr = Nox::Ptr<Controller::RegisteredSwitchTable const>;
   using PeerTablePtr = Nox::Ptr<Controller::PeerTable const>;
   InitialMountSmPtr const& initialMountSm() const noexcept { return initialMountSm_; }
-  Nox::ValidPtr<Controller::InitialMountSm> initialMountSmIs(ConstDirPtr const& mountConfigDir,
-                                                             DirPtr const& mountStatusDir,
-                                                             HeartbeatConfigPtr const& heartbeatConfig,
-                                                             ConstSwitchTablePtr const& registeredSwitchTable,
-                                                             PeerTablePtr const& peerTable);
-  Nox::ValidPtr<Controller::InitialMountSm> newInitialMountSm(ConstDirPtr const& mountConfigDir,
-                                                              DirPtr const& mountStatusDir,
-                                                              HeartbeatConfigPtr const& heartbeatConfig,
-                                                              ConstSwitchTablePtr const& registeredSwitchTable,
-                                                              PeerTablePtr const& peerTable);
+  Controller::InitialMountSm::Maker initialMountSmIs;
+  Controller::InitialMountSm::Maker newInitialMountSm;
   InitialMountSmPtr initialMountSmDel() { return Nox::switchedOff(initialMountSm_); }
 
  private:
@@ -151,7 +108,7 @@ class NOX_EXPORT Root final : public Nox::Typed<Root, Nox::Entity> {
   InitialMountSmPtr initialMountSm_;
 };
 
-/// The exported way in: a new, empty root of that name.
+/// Makes a new root of that name, with every attribute null.
 NOX_EXPORT Nox::Ptr<Root> rootFactory(Nox::Name name);
 
 }  // namespace Controllerdb

@@ -10,28 +10,24 @@ using Nox::Name;
 using Nox::Ptr;
 using Nox::ValidPtr;
 
-SwitchConfigSm::SwitchConfigSm(StatusPtr const& status, ControllerStatusPtr const& controllerStatus,
-                               Nox::String8 const& controllerUUID, ServiceStatusDirPtr const& serviceStatusDir,
-                               Name const& switchId, SwitchRegistrySm* switchRegistrySm)
-    : status_(status),
-      controllerStatus_(controllerStatus),
-      controllerUUID_(controllerUUID),
-      serviceStatusDir_(serviceStatusDir),
-      switchId_(switchId),
-      switchRegistrySm_(switchRegistrySm) {}
-
 /// Delegates, so that a first pass that throws ends in the destructor: the rows that it has written go again.
 SwitchConfigSm::SwitchConfigSm(ConfigPtr const& config, StatusPtr const& status, PeerTablePtr const& heartbeatPeerTable,
                                ControllerStatusPtr const& controllerStatus, ServiceConfigDirPtr const& serviceConfigDir,
                                OverrideDirPtr const& overrideServiceConfigDir, Nox::String8 const& controllerUUID,
                                ServiceStatusDirPtr const& serviceStatusDir, Name const& switchId,
                                MountsTablePtr const& publishedMountsTable, SwitchRegistrySm* switchRegistrySm)
-    : SwitchConfigSm(status, controllerStatus, controllerUUID, serviceStatusDir, switchId, switchRegistrySm) {
-  config_.start(*this, &SwitchConfigSm::newConfig, config);
-  heartbeatPeerTable_.start(*this, &SwitchConfigSm::newHeartbeatPeerTable, heartbeatPeerTable);
-  serviceConfigDir_.start(*this, &SwitchConfigSm::newServiceConfigDir, serviceConfigDir);
-  overrideServiceConfigDir_.start(*this, &SwitchConfigSm::newOverrideServiceConfigDir, overrideServiceConfigDir);
-  publishedMountsTable_.start(*this, &SwitchConfigSm::newPublishedMountsTable, publishedMountsTable);
+    : SwitchConfigSm(switchRegistrySm) {
+  Inputs::start(*this,
+                config,
+                status,
+                heartbeatPeerTable,
+                controllerStatus,
+                serviceConfigDir,
+                overrideServiceConfigDir,
+                controllerUUID,
+                serviceStatusDir,
+                switchId,
+                publishedMountsTable);
   handleServiceConfig();
   handleLocalServiceConfig();
   handleInitialized();

@@ -173,50 +173,34 @@ class NOX_EXPORT SwitchConfigSm final : public Nox::StateMachine<SwitchConfigSm>
   ConfigPtr config() const { return config_.get(); }
   void configIs(ConfigPtr const& config) {
     Nox::Turn turn;
-    config_.replace(*this, &SwitchConfigSm::newConfig, config);
+    config_.replace(*this, config);
     followSystemId();
   }
   void configDel() {
     config_.retire();
     followSystemId();
   }
-  Nox::ValidPtr<NoxConfig> newConfig(ConfigPtr const& config) { return newReactor<NoxConfig>(config); }
+  auto newConfig(ConfigPtr const& config) { return newReactor<NoxConfig>(config); }
 
   PeerTablePtr heartbeatPeerTable() const { return heartbeatPeerTable_.get(); }
-  void heartbeatPeerTableIs(PeerTablePtr const& table) {
-    heartbeatPeerTable_.replace(*this, &SwitchConfigSm::newHeartbeatPeerTable, table);
-  }
+  void heartbeatPeerTableIs(PeerTablePtr const& table) { heartbeatPeerTable_.replace(*this, table); }
   void heartbeatPeerTableDel() { heartbeatPeerTable_.retire(); }
-  Nox::ValidPtr<NoxHeartbeatPeerTable> newHeartbeatPeerTable(PeerTablePtr const& table) {
-    return newReactor<NoxHeartbeatPeerTable>(table);
-  }
+  auto newHeartbeatPeerTable(PeerTablePtr const& table) { return newReactor<NoxHeartbeatPeerTable>(table); }
 
   ServiceConfigDirPtr serviceConfigDir() const { return serviceConfigDir_.get(); }
-  void serviceConfigDirIs(ServiceConfigDirPtr const& dir) {
-    serviceConfigDir_.replace(*this, &SwitchConfigSm::newServiceConfigDir, dir);
-  }
+  void serviceConfigDirIs(ServiceConfigDirPtr const& dir) { serviceConfigDir_.replace(*this, dir); }
   void serviceConfigDirDel() { serviceConfigDir_.retire(); }
-  Nox::ValidPtr<NoxServiceConfigDir> newServiceConfigDir(ServiceConfigDirPtr const& dir) {
-    return newReactor<NoxServiceConfigDir>(dir);
-  }
+  auto newServiceConfigDir(ServiceConfigDirPtr const& dir) { return newReactor<NoxServiceConfigDir>(dir); }
 
   OverrideDirPtr overrideServiceConfigDir() const { return overrideServiceConfigDir_.get(); }
-  void overrideServiceConfigDirIs(OverrideDirPtr const& dir) {
-    overrideServiceConfigDir_.replace(*this, &SwitchConfigSm::newOverrideServiceConfigDir, dir);
-  }
+  void overrideServiceConfigDirIs(OverrideDirPtr const& dir) { overrideServiceConfigDir_.replace(*this, dir); }
   void overrideServiceConfigDirDel() { overrideServiceConfigDir_.retire(); }
-  Nox::ValidPtr<NoxOverrideServiceConfigDir> newOverrideServiceConfigDir(OverrideDirPtr const& dir) {
-    return newReactor<NoxOverrideServiceConfigDir>(dir);
-  }
+  auto newOverrideServiceConfigDir(OverrideDirPtr const& dir) { return newReactor<NoxOverrideServiceConfigDir>(dir); }
 
   MountsTablePtr publishedMountsTable() const { return publishedMountsTable_.get(); }
-  void publishedMountsTableIs(MountsTablePtr const& table) {
-    publishedMountsTable_.replace(*this, &SwitchConfigSm::newPublishedMountsTable, table);
-  }
+  void publishedMountsTableIs(MountsTablePtr const& table) { publishedMountsTable_.replace(*this, table); }
   void publishedMountsTableDel() { publishedMountsTable_.retire(); }
-  Nox::ValidPtr<NoxPublishedMountsTable> newPublishedMountsTable(MountsTablePtr const& table) {
-    return newReactor<NoxPublishedMountsTable>(table);
-  }
+  auto newPublishedMountsTable(MountsTablePtr const& table) { return newReactor<NoxPublishedMountsTable>(table); }
 
   // The inputs that are held.
 
@@ -273,10 +257,8 @@ class NOX_EXPORT SwitchConfigSm final : public Nox::StateMachine<SwitchConfigSm>
 
   Nox::Ptr<SystemPublishSm> const& systemPublishSm() const noexcept { return systemPublishSm_; }
   /// Keeps the machine that was built from these arguments; otherwise builds another and releases the old one.
-  Nox::ValidPtr<SystemPublishSm> systemPublishSmIs(SystemPublishSm::MountPtr const& mount, StatusPtr const& status,
-                                                   MountsTablePtr const& table);
-  Nox::ValidPtr<SystemPublishSm> newSystemPublishSm(SystemPublishSm::MountPtr const& mount, StatusPtr const& status,
-                                                    MountsTablePtr const& table);
+  SystemPublishSm::Maker systemPublishSmIs;
+  SystemPublishSm::Maker newSystemPublishSm;
   void systemPublishSmDel() { systemPublishSm_ = nullptr; }
 
   // Handlers.
@@ -302,35 +284,10 @@ class NOX_EXPORT SwitchConfigSm final : public Nox::StateMachine<SwitchConfigSm>
   /// Removes the switch's rows from the controller's table.
   void doCleanup();
 
-  /// What the owner compares before it keeps this machine.
-  auto constructorArgs() const {
-    return std::tuple(config(),
-                      status_,
-                      heartbeatPeerTable(),
-                      controllerStatus_,
-                      serviceConfigDir(),
-                      overrideServiceConfigDir(),
-                      controllerUUID_,
-                      serviceStatusDir_,
-                      switchId_,
-                      publishedMountsTable());
-  }
-
  private:
   friend class Nox::StateMachine<SwitchConfigSm>;
-  /// Holds what is not watched, and does nothing yet.
-  SwitchConfigSm(StatusPtr const& status, ControllerStatusPtr const& controllerStatus,
-                 Nox::String8 const& controllerUUID, ServiceStatusDirPtr const& serviceStatusDir,
-                 Nox::Name const& switchId, SwitchRegistrySm* switchRegistrySm);
-  auto reactors() {
-    return std::tie(config_,
-                    heartbeatPeerTable_,
-                    serviceConfigDir_,
-                    overrideServiceConfigDir_,
-                    publishedMountsTable_,
-                    serviceConfig_,
-                    localServiceConfig_);
-  }
+  explicit SwitchConfigSm(SwitchRegistrySm* switchRegistrySm) : switchRegistrySm_(switchRegistrySm) {}
+  auto reactors() { return std::tuple_cat(Inputs::watched(*this), std::tie(serviceConfig_, localServiceConfig_)); }
   /// Tells the reactors that care about the system id whose it is, at every change of `config`.
   void followSystemId();
   void shutDown();
@@ -350,16 +307,20 @@ class NOX_EXPORT SwitchConfigSm final : public Nox::StateMachine<SwitchConfigSm>
   ServiceConfigMap serviceConfig_;
   LocalServiceConfigMap localServiceConfig_;
   Nox::Ptr<SystemPublishSm> systemPublishSm_;
+
+  using T = SwitchConfigSm;
+
+ public:
+  /// What it is built from, and beside it the owner, which is not compared.
+  using Inputs = Nox::Inputs<&T::config_, &T::status_, &T::heartbeatPeerTable_, &T::controllerStatus_,
+                             &T::serviceConfigDir_, &T::overrideServiceConfigDir_, &T::controllerUUID_,
+                             &T::serviceStatusDir_, &T::switchId_, &T::publishedMountsTable_>;
+  /// A function that makes a machine of its inputs, given in their order.
+  using Maker = Inputs::Function<Nox::ValidPtr<SwitchConfigSm>>;
 };
 
 /// Makes the machine of one switch, runs its first pass and switches it on. Any input may be null; what is null is
-/// skipped.
-NOX_EXPORT Nox::ValidPtr<SwitchConfigSm> switchConfigSmFactory(
-    SwitchConfigSm::ConfigPtr const& config, SwitchConfigSm::StatusPtr const& status,
-    SwitchConfigSm::PeerTablePtr const& heartbeatPeerTable, SwitchConfigSm::ControllerStatusPtr const& controllerStatus,
-    SwitchConfigSm::ServiceConfigDirPtr const& serviceConfigDir,
-    SwitchConfigSm::OverrideDirPtr const& overrideServiceConfigDir, Nox::String8 const& controllerUUID,
-    SwitchConfigSm::ServiceStatusDirPtr const& serviceStatusDir, Nox::Name const& switchId,
-    SwitchConfigSm::MountsTablePtr const& publishedMountsTable, SwitchRegistrySm* switchRegistrySm);
+/// skipped. Takes the inputs, then the owner.
+NOX_EXPORT SwitchConfigSm::Inputs::Function<Nox::ValidPtr<SwitchConfigSm>, SwitchRegistrySm*> switchConfigSmFactory;
 
 }  // namespace Controllerdb

@@ -14,12 +14,8 @@ SwitchRegistrySm::SwitchRegistrySm(Name const& name, DirPtr const& switchDir,
                                    ServiceStatusDirPtr const& serviceStatusDir,
                                    MountsTablePtr const& publishedMountsTable, PeerTablePtr const& heartbeatPeerTable,
                                    RegistryRootSm* registryRootSm)
-    : name_(name),
-      serviceStatusDir_(serviceStatusDir),
-      publishedMountsTable_(publishedMountsTable),
-      heartbeatPeerTable_(heartbeatPeerTable),
-      registryRootSm_(registryRootSm) {
-  switchDir_.start(*this, &SwitchRegistrySm::newSwitchDir, switchDir);
+    : name_(name), registryRootSm_(registryRootSm) {
+  Inputs::start(*this, switchDir, serviceStatusDir, publishedMountsTable, heartbeatPeerTable);
 }
 
 SwitchRegistrySm::~SwitchRegistrySm() {

@@ -52,9 +52,9 @@ class NOX_EXPORT SwitchRegistrySm final : public Nox::StateMachine<SwitchRegistr
 
   DirPtr switchDir() const { return switchDir_.get(); }
   /// Points the present reactor at the other directory, which runs its pass.
-  void switchDirIs(DirPtr const& dir) { switchDir_.repoint(*this, &SwitchRegistrySm::newSwitchDir, dir); }
+  void switchDirIs(DirPtr const& dir) { switchDir_.repoint(*this, dir); }
   void switchDirDel() { switchDir_.retire(); }
-  Nox::ValidPtr<NoxSwitchDir> newSwitchDir(DirPtr const& dir) { return newReactor<NoxSwitchDir>(dir); }
+  auto newSwitchDir(DirPtr const& dir) { return newReactor<NoxSwitchDir>(dir); }
 
   ServiceStatusDirPtr const& serviceStatusDir() const noexcept { return serviceStatusDir_; }
   MountsTablePtr const& publishedMountsTable() const noexcept { return publishedMountsTable_; }
@@ -68,24 +68,8 @@ class NOX_EXPORT SwitchRegistrySm final : public Nox::StateMachine<SwitchRegistr
   /// Keeps the machine that was built from these arguments; otherwise builds another and only releases the old one: its
   /// clean-up then removes the rows that the new one has just written, and they stay away until the next pass.
   /// Deliberate.
-  Nox::ValidPtr<SwitchConfigSm> configSmIs(SwitchConfigSm::ConfigPtr const& config,
-                                           SwitchConfigSm::StatusPtr const& status,
-                                           SwitchConfigSm::PeerTablePtr const& heartbeatPeerTable,
-                                           SwitchConfigSm::ControllerStatusPtr const& controllerStatus,
-                                           SwitchConfigSm::ServiceConfigDirPtr const& serviceConfigDir,
-                                           SwitchConfigSm::OverrideDirPtr const& overrideServiceConfigDir,
-                                           Nox::String8 const& controllerUUID,
-                                           ServiceStatusDirPtr const& serviceStatusDir, Nox::Name const& switchId,
-                                           MountsTablePtr const& publishedMountsTable);
-  Nox::ValidPtr<SwitchConfigSm> newConfigSm(SwitchConfigSm::ConfigPtr const& config,
-                                            SwitchConfigSm::StatusPtr const& status,
-                                            SwitchConfigSm::PeerTablePtr const& heartbeatPeerTable,
-                                            SwitchConfigSm::ControllerStatusPtr const& controllerStatus,
-                                            SwitchConfigSm::ServiceConfigDirPtr const& serviceConfigDir,
-                                            SwitchConfigSm::OverrideDirPtr const& overrideServiceConfigDir,
-                                            Nox::String8 const& controllerUUID,
-                                            ServiceStatusDirPtr const& serviceStatusDir, Nox::Name const& switchId,
-                                            MountsTablePtr const& publishedMountsTable);
+  SwitchConfigSm::Maker configSmIs;
+  SwitchConfigSm::Maker newConfigSm;
   /// Takes the machine out, switches it off and releases it.
   void configSmDel();
 
@@ -95,14 +79,8 @@ class NOX_EXPORT SwitchRegistrySm final : public Nox::StateMachine<SwitchRegistr
   void handleEntry();
   void handleEntry(Nox::Name entry);
 
-  /// What the owner compares before it keeps this machine under its name.
-  auto constructorArgs() const {
-    return std::tuple(switchDir(), serviceStatusDir_, publishedMountsTable_, heartbeatPeerTable_);
-  }
-
  private:
   friend class Nox::StateMachine<SwitchRegistrySm>;
-  auto reactors() { return std::tie(switchDir_); }
   auto childSms() { return std::tie(configSm_); }
 
   Nox::Name name_;
@@ -112,6 +90,12 @@ class NOX_EXPORT SwitchRegistrySm final : public Nox::StateMachine<SwitchRegistr
   PeerTablePtr heartbeatPeerTable_;
   RegistryRootSm* registryRootSm_;
   Nox::Ptr<SwitchConfigSm> configSm_;
+
+  using T = SwitchRegistrySm;
+
+ public:
+  /// What it is built from, and beside it its name and its owner, which are not compared.
+  using Inputs = Nox::Inputs<&T::switchDir_, &T::serviceStatusDir_, &T::publishedMountsTable_, &T::heartbeatPeerTable_>;
 };
 
 }  // namespace Controllerdb

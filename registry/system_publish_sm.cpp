@@ -1,4 +1,4 @@
-// What one switch is published: publishing and withdrawing, path by path.
+// The mounts of one switch: which of them are written to its status, path by path.
 #include "registry/system_publish_sm.h"
 
 #include "registry/trace.h"
@@ -11,10 +11,8 @@ using Nox::Ptr;
 using Nox::String8;
 
 SystemPublishSm::SystemPublishSm(MountPtr const& systemPublishedMount, StatusPtr const& status,
-                                 MountsTablePtr const& publishedMountsTable)
-    : status_(status) {
-  systemPublishedMount_.start(*this, &SystemPublishSm::newSystemPublishedMount, systemPublishedMount);
-  publishedMountsTable_.start(*this, &SystemPublishSm::newPublishedMountsTable, publishedMountsTable);
+                                 MountsTablePtr const& publishedMountsTable) {
+  Inputs::start(*this, systemPublishedMount, status, publishedMountsTable);
 }
 
 SystemPublishSm::~SystemPublishSm() {

@@ -1,4 +1,4 @@
-// What one switch is published: the mounts that it offers, per service.
+// The publication machine of one switch: the mounts that it offers, written to its status by service.
 #pragma once
 
 #include "framework/core/state_machine.h"
@@ -12,7 +12,7 @@ namespace Controllerdb {
 /// active, so it works from its construction to its end, also while its switch is not ready. Its end withdraws nothing.
 class NOX_EXPORT SystemPublishSm final : public Nox::StateMachine<SystemPublishSm> {
  public:
-  /// A reactor of this machine: its way back is set and cleared by name.
+  /// A reactor of this machine, whose pointer to the machine has a mutator of the machine's name.
   template <class In>
   class Watch : public Nox::Reactor<SystemPublishSm, In> {
    public:
@@ -54,22 +54,14 @@ class NOX_EXPORT SystemPublishSm final : public Nox::StateMachine<SystemPublishS
   // The inputs that are watched. A mutator points the present reactor at the other input; no pass is run.
 
   MountPtr systemPublishedMount() const { return systemPublishedMount_.get(); }
-  void systemPublishedMountIs(MountPtr const& mount) {
-    systemPublishedMount_.repoint(*this, &SystemPublishSm::newSystemPublishedMount, mount);
-  }
+  void systemPublishedMountIs(MountPtr const& mount) { systemPublishedMount_.repoint(*this, mount); }
   void systemPublishedMountDel() { systemPublishedMount_.retire(); }
-  Nox::ValidPtr<NoxSystemPublishedMount> newSystemPublishedMount(MountPtr const& mount) {
-    return newReactor<NoxSystemPublishedMount>(mount);
-  }
+  auto newSystemPublishedMount(MountPtr const& mount) { return newReactor<NoxSystemPublishedMount>(mount); }
 
   MountsTablePtr publishedMountsTable() const { return publishedMountsTable_.get(); }
-  void publishedMountsTableIs(MountsTablePtr const& table) {
-    publishedMountsTable_.repoint(*this, &SystemPublishSm::newPublishedMountsTable, table);
-  }
+  void publishedMountsTableIs(MountsTablePtr const& table) { publishedMountsTable_.repoint(*this, table); }
   void publishedMountsTableDel() { publishedMountsTable_.retire(); }
-  Nox::ValidPtr<NoxPublishedMountsTable> newPublishedMountsTable(MountsTablePtr const& table) {
-    return newReactor<NoxPublishedMountsTable>(table);
-  }
+  auto newPublishedMountsTable(MountsTablePtr const& table) { return newReactor<NoxPublishedMountsTable>(table); }
 
   StatusPtr const& status() const noexcept { return status_; }
 
@@ -81,18 +73,22 @@ class NOX_EXPORT SystemPublishSm final : public Nox::StateMachine<SystemPublishS
   /// Decides one path: publishes it if it is offered, otherwise withdraws it from the first service that holds it.
   void handlePublishedMount(Nox::String8 path);
 
-  /// What the owner compares before it keeps this machine.
-  auto constructorArgs() const { return std::tuple(systemPublishedMount(), status_, publishedMountsTable()); }
-
  private:
   friend class Nox::StateMachine<SystemPublishSm>;
-  auto reactors() { return std::tie(systemPublishedMount_, publishedMountsTable_); }
   void publish(Controller::MountDesc published);
   void withdraw(Nox::String8 const& path);
 
   Nox::Input<NoxSystemPublishedMount> systemPublishedMount_;
   StatusPtr status_;
   Nox::Input<NoxPublishedMountsTable> publishedMountsTable_;
+
+  using T = SystemPublishSm;
+
+ public:
+  /// What it is built from.
+  using Inputs = Nox::Inputs<&T::systemPublishedMount_, &T::status_, &T::publishedMountsTable_>;
+  /// A function that makes a machine of its inputs, given in their order.
+  using Maker = Inputs::Function<Nox::ValidPtr<SystemPublishSm>>;
 };
 
 }  // namespace Controllerdb

@@ -21,6 +21,17 @@ using Nox::unkeyed;
 using Nox::unlisted;
 using Nox::whole;
 
+/// The names of the inputs of the machine that a mutator makes.
+template <class Owner, class Sm, class... A>
+static constexpr auto inputNames(Nox::ValidPtr<Sm> (Owner::*)(A...)) {
+  return Sm::Inputs::names;
+}
+/// The row of a machine: its arguments by name are its inputs.
+template <auto Read, auto Is, auto New, auto Del>
+static constexpr Nox::AttrRow machine(std::string_view name) {
+  return std::apply([name](auto... inputs) { return child<Read, Is, New, Del>(name, inputs...); }, inputNames(Is));
+}
+
 /// A class's own attributes are numbered from here.
 static constexpr Nox::AttributeId kFirst = 256;
 
@@ -46,40 +57,13 @@ static constexpr auto kRoot = [] {
             &T::registeredSwitchTableIs,
             &T::newRegisteredSwitchTable,
             &T::registeredSwitchTableDel>("registeredSwitchTable"),
-      child<&T::registryRootSm, &T::registryRootSmIs, &T::newRegistryRootSm, &T::registryRootSmDel>(
-          "registryRootSm",
-          "controllerdbConfig",
-          "controllerdbStatus",
-          "registrationRootDir",
-          "controllerStatus",
-          "heartbeatPeerTable",
-          "serviceConfigDir",
-          "overrideServiceConfigDir",
-          "allClientsServiceStatusDir",
-          "publishedMountsTable"),
-      child<&T::mountsRegistrySm, &T::mountsRegistrySmIs, &T::newMountsRegistrySm, &T::mountsRegistrySmDel>(
-          "mountsRegistrySm",
-          "mountsRegistry",
-          "controllerStatus",
-          "serviceMountStatusDir",
-          "publishedMountsTable",
-          "registeredSwitchTable",
-          "allClientsServiceStatusDir"),
-      child<&T::serviceConfigDirSm, &T::serviceConfigDirSmIs, &T::newServiceConfigDirSm, &T::serviceConfigDirSmDel>(
-          "serviceConfigDirSm",
-          "mountConfigDir",
-          "mountStatusDir",
-          "publishConfigDir",
-          "publishStatusDir",
-          "publishedMountsTable",
-          "mountsRegistry"),
-      child<&T::initialMountSm, &T::initialMountSmIs, &T::newInitialMountSm, &T::initialMountSmDel>(
-          "initialMountSm",
-          "mountConfigDir",
-          "mountStatusDir",
-          "heartbeatConfig",
-          "registeredSwitchTable",
-          "peerTable"));
+      machine<&T::registryRootSm, &T::registryRootSmIs, &T::newRegistryRootSm, &T::registryRootSmDel>("registryRootSm"),
+      machine<&T::mountsRegistrySm, &T::mountsRegistrySmIs, &T::newMountsRegistrySm, &T::mountsRegistrySmDel>(
+          "mountsRegistrySm"),
+      machine<&T::serviceConfigDirSm, &T::serviceConfigDirSmIs, &T::newServiceConfigDirSm, &T::serviceConfigDirSmDel>(
+          "serviceConfigDirSm"),
+      machine<&T::initialMountSm, &T::initialMountSmIs, &T::newInitialMountSm, &T::initialMountSmDel>(
+          "initialMountSm"));
 }();
 static_assert(kRoot.rows[2].id == Root::registrationRootDirId && Root::registrationRootDirId == 258);
 static_assert(kRoot.rows.back().id == Root::initialMountSmId && Root::initialMountSmId == 265);
@@ -99,13 +83,16 @@ static constexpr auto kRegistryRootSm = [] {
       plain<&T::publishedMountsTable>("publishedMountsTable"),
       plain<&T::noxFwkActivity, &T::noxFwkActivityIs>("noxFwkActivity"),
       handler<keyed(&T::handleRegistration), unkeyed(&T::handleRegistration)>("handleRegistration", "name"),
-      keyedChild<whole(&T::registrySm),
-                 memberOf(&T::registrySm),
-                 &T::registrySmIs,
-                 &T::newRegistrySm,
-                 &T::registrySmDel,
-                 &T::registrySmDelAll>(
-          "registrySm", "switchDir", "serviceStatusDir", "publishedMountsTable", "heartbeatPeerTable"),
+      std::apply(
+          [](auto... inputs) {
+            return keyedChild<whole(&T::registrySm),
+                              memberOf(&T::registrySm),
+                              &T::registrySmIs,
+                              &T::newRegistrySm,
+                              &T::registrySmDel,
+                              &T::registrySmDelAll>("registrySm", inputs...);
+          },
+          inputNames(&T::registrySmIs)),
       handler<&T::handleEnabled>("handleEnabled"),
       handler<&T::doCleanup>("doCleanup"),
       handler<&T::handleInitialized>("handleInitialized"),
@@ -124,17 +111,7 @@ static constexpr auto kSwitchRegistrySm = [] {
                    plain<&T::registryRootSm>("registryRootSm"),
                    plain<&T::noxFwkActivity, &T::noxFwkActivityIs>("noxFwkActivity"),
                    handler<keyed(&T::handleEntry), unkeyed(&T::handleEntry)>("handleEntry", "name"),
-                   child<&T::configSm, &T::configSmIs, &T::newConfigSm, &T::configSmDel>("configSm",
-                                                                                         "config",
-                                                                                         "status",
-                                                                                         "heartbeatPeerTable",
-                                                                                         "controllerStatus",
-                                                                                         "serviceConfigDir",
-                                                                                         "overrideServiceConfigDir",
-                                                                                         "controllerUUID",
-                                                                                         "serviceStatusDir",
-                                                                                         "switchId",
-                                                                                         "publishedMountsTable"),
+                   machine<&T::configSm, &T::configSmIs, &T::newConfigSm, &T::configSmDel>("configSm"),
                    handler<&T::handleInitialized>("handleInitialized"),
                    plain<&T::fwkKey>("fwkKey"),
                    toggle<&T::hasNotificationActiveIs>("hasNotificationActiveIs"),
@@ -172,8 +149,8 @@ static constexpr auto kSwitchConfigSm = [] {
                  &T::localServiceConfigIs,
                  &T::localServiceConfigDel,
                  &T::localServiceConfigDelAll>("localServiceConfig"),
-      child<&T::systemPublishSm, &T::systemPublishSmIs, &T::newSystemPublishSm, &T::systemPublishSmDel>(
-          "systemPublishSm", "systemPublishedMount", "status", "publishedMountsTable"),
+      machine<&T::systemPublishSm, &T::systemPublishSmIs, &T::newSystemPublishSm, &T::systemPublishSmDel>(
+          "systemPublishSm"),
       handler<keyed(&T::handleSystemPublish), unkeyed(&T::handleSystemPublish)>("handleSystemPublish", "systemId"),
       handler<&T::handleServicePublishReady>("handleServicePublishReady", "service"),
       handler<&T::doCleanup>("doCleanup"),

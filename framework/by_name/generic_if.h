@@ -11,10 +11,10 @@
 #include <variant>
 #include <vector>
 
-#include "framework/by_name/type_name.h"
 #include "framework/core/ptr.h"
 #include "framework/core/turn.h"
 #include "framework/core/type.h"
+#include "framework/core/type_name.h"
 #include "framework/text/name.h"
 #include "framework/text/text_form.h"
 

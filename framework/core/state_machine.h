@@ -1,4 +1,5 @@
-// Bases of state machines, of the reactors that call them, and of the slots that hold a machine's inputs.
+// What every state machine is made of: the reactors that call it, the slots that hold its inputs, the list of those
+// inputs, the base class, and what its owner does with it.
 #pragma once
 
 #include <array>
@@ -6,6 +7,7 @@
 
 #include "framework/core/collections.h"
 #include "framework/core/entity.h"
+#include "framework/core/type_name.h"
 
 namespace Nox {
 
@@ -72,8 +74,8 @@ class Reactor : public In::NotifieeConst {
   Sm* sm_;  // the machine owns the reactor, and clears this before it goes
 };
 
-/// A machine's slot for one input, which is held through its reactor `R`. The two verbs are the two policies of a
-/// changed input.
+/// A machine's slot for one input, which is held through its reactor `R`. A machine's mutators follow one of two
+/// policies for another input: `replace` or `repoint`.
 template <class R>
 class Input {
  public:
@@ -87,25 +89,25 @@ class Input {
 
   /// Sets the first reactor, at construction; none for a null input.
   template <class Sm>
-  void start(Sm& sm, ValidPtr<R> (Sm::*newReactor)(Ptr<In> const&), Ptr<In> const& input) {
-    if (input) reactor_ = (sm.*newReactor)(input);
+  void start(Sm& sm, Ptr<In> const& input) {
+    if (input) reactor_ = sm.template newReactor<R>(input);
   }
   /// Retires the reactor of another input and makes a fresh one, which runs no pass.
   template <class Sm>
-  void replace(Sm& sm, ValidPtr<R> (Sm::*newReactor)(Ptr<In> const&), Ptr<In> const& input) {
+  void replace(Sm& sm, Ptr<In> const& input) {
     if (get() == input) return;
     Turn turn;
     retire();
-    start(sm, newReactor, input);
+    start(sm, input);
   }
   /// Points the present reactor at the other input, which runs its pass; makes one if there is none.
   template <class Sm>
-  void repoint(Sm& sm, ValidPtr<R> (Sm::*newReactor)(Ptr<In> const&), Ptr<In> const& input) {
+  void repoint(Sm& sm, Ptr<In> const& input) {
     Turn turn;
     if (reactor_)
       reactor_->notifierIs(input);
     else
-      start(sm, newReactor, input);
+      start(sm, input);
   }
   /// Makes the reactor a zombie that knows no machine, and releases it.
   void retire() {
@@ -117,6 +119,75 @@ class Input {
 
  private:
   Ptr<R> reactor_;
+};
+
+namespace detail {
+
+// A slot is an `Input`, or a field of the input's own type where the input is held and not watched.
+
+template <class T>
+T const& inputOf(T const& held) {
+  return held;
+}
+template <class R>
+Ptr<typename R::InputType> inputOf(Input<R> const& watched) {
+  return watched.get();
+}
+template <auto Slot>
+struct SlotInput;
+template <class Sm, class T, T Sm::*Slot>
+struct SlotInput<Slot> {
+  using Type = std::remove_cvref_t<decltype(inputOf(std::declval<T const&>()))>;
+};
+template <auto Slot>
+using InputOf = typename SlotInput<Slot>::Type;
+
+template <class Sm, class T>
+void startSlot(Sm& /*sm*/, T& held, T const& input) {
+  held = input;
+}
+template <class Sm, class R>
+void startSlot(Sm& sm, Input<R>& watched, Ptr<typename R::InputType> const& input) {
+  watched.start(sm, input);
+}
+
+template <class T>
+std::tuple<> ifWatched(T& /*held*/) {
+  return {};
+}
+template <class R>
+std::tuple<Input<R>&> ifWatched(Input<R>& watched) {
+  return watched;
+}
+
+}  // namespace detail
+
+/// The one list of what a machine is built from: its slots in the order of the constructor's arguments. A slot `x_`
+/// holds the argument `x`. Construction, comparison, and the arguments by name read this list.
+template <auto... Slot>
+class Inputs {
+ public:
+  /// A function that takes every input and then `Last`.
+  template <class Result, class... Last>
+  using Function = Result(detail::InputOf<Slot> const&..., Last...);
+
+  static constexpr std::array<std::string_view, sizeof...(Slot)> names{detail::spelledMember<Slot>()...};
+
+  /// Fills the slots of a machine that is being constructed.
+  template <class Sm>
+  static void start(Sm& sm, detail::InputOf<Slot> const&... inputs) {
+    (detail::startSlot(sm, sm.*Slot, inputs), ...);
+  }
+  /// What the slots hold now.
+  template <class Sm>
+  static std::tuple<detail::InputOf<Slot>...> values(Sm const& sm) {
+    return {detail::inputOf(sm.*Slot)...};
+  }
+  /// The slots that have a reactor.
+  template <class Sm>
+  static auto watched(Sm& sm) {
+    return std::tuple_cat(detail::ifWatched(sm.*Slot)...);
+  }
 };
 
 // What a slot holds, one object at a time, each kept alive while `f` runs; `f` may remove any of them.
@@ -137,8 +208,10 @@ void forEach(HashMap<V, K> const& slot, F f) {
 }
 
 /// Base of a state machine. `Self` names its parts once, each in its order:
-///   auto reactors()   the slots that are switched on and off, made zombies, and orphaned at the end
-///   auto childSms()   the machines that are switched on and off with it
+///   Inputs            what it is built from
+///   auto reactors()   the slots that are switched on and off, made zombies, and orphaned at the end, if they are more
+///                     than the watched inputs
+///   auto childSms()   the machines that are switched on and off with it, if there are any
 /// A machine starts switched off, with its reactors on.
 template <class Self>
 class StateMachine : public PtrInterface {
@@ -166,7 +239,11 @@ class StateMachine : public PtrInterface {
     noxMarkedForDeletionIs(zombie);
   }
 
+  /// The inputs as they are now, which an owner compares before it keeps the machine.
+  auto constructorArgs() const { return Self::Inputs::values(static_cast<Self const&>(*this)); }
+
  protected:
+  auto reactors() { return Self::Inputs::watched(self()); }
   auto childSms() { return std::tuple<>(); }
 
   /// Makes a reactor on an input; it shares the machine's zombie state.
@@ -182,6 +259,9 @@ class StateMachine : public PtrInterface {
   }
 
  private:
+  template <class R>
+  friend class Nox::Input;
+
   Self& self() noexcept { return static_cast<Self&>(*this); }
   template <class Slots, class F>
   static void forAll(Slots slots, F f) {
@@ -239,11 +319,11 @@ class OwnedIterator<Map, Notify> final : public Map::Iterator {
 /// holds.
 template <class... A>
 void checkConstructorArgs(std::tuple<A...> const& held, std::tuple<A const&...> const& given,
-                          std::array<char const*, sizeof...(A)> const& names) {
-  auto check = [](auto const& was, auto const& is, char const* name) {
+                          std::array<std::string_view, sizeof...(A)> const& names) {
+  auto check = [](auto const& was, auto const& is, std::string_view name) {
     if (was == is) return;
     throwNameInUseException(String8("Reinstantiating the pointer interface where constructor parameter attribute _") +
-                            name + " has a different value of " + valueToStrepOfRawPtr(is.get()) +
+                            String8(name) + " has a different value of " + valueToStrepOfRawPtr(is.get()) +
                             " than the current value of " + valueToStrepOfRawPtr(was.get()) + " not allowed");
   };
   [&]<std::size_t... I>(std::index_sequence<I...>) { (check(std::get<I>(held), std::get<I>(given), names[I]), ...); }

@@ -125,6 +125,38 @@ TEST_F(StateMachineOwner, AnOwnerHearsOfEachMemberThatItRemoves) {
               ElementsAre("notified " + order[0], order[0] + " gone", "notified " + order[2], order[2] + " gone"));
 }
 
+// The list of a machine's inputs.
+
+/// Holds one input and watches another.
+class HoldsAndWatches : public Nox::StateMachine<HoldsAndWatches> {
+ public:
+  static Nox::NoxType noxType;
+  class NoxDevice : public Nox::Reactor<HoldsAndWatches, Device const> {
+   public:
+    using Reactor::Reactor;
+  };
+  ~HoldsAndWatches() override { orphanReactors(); }
+
+  std::string held_;
+  Nox::Input<NoxDevice> watched_;
+  using Inputs = Nox::Inputs<&HoldsAndWatches::watched_, &HoldsAndWatches::held_>;
+};
+constinit Nox::NoxType HoldsAndWatches::noxType{"Sample::HoldsAndWatches", nullptr, nullptr};
+
+TEST_F(StateMachineOwner, InputsAreNamedFilledAndReadInTheOrderOfTheirList) {
+  using Inputs = HoldsAndWatches::Inputs;
+  static_assert(std::is_same_v<Inputs::Function<int, bool>, int(Ptr<Device const> const&, std::string const&, bool)>);
+  EXPECT_THAT(Inputs::names, ElementsAre("watched", "held"));
+  auto const sm = Nox::make<HoldsAndWatches>();
+  EXPECT_EQ(sm->constructorArgs(), std::tuple(Ptr<Device const>(), std::string()));
+  Inputs::start(*sm, device, "text");
+  EXPECT_EQ(sm->constructorArgs(), std::tuple(Ptr<Device const>(device), std::string("text")));
+  sm->watched_.repoint(*sm, other);
+  EXPECT_EQ(sm->constructorArgs(), std::tuple(Ptr<Device const>(other), std::string("text"))) << "as they are now";
+  sm->noxDoZombieReactors(true);
+  EXPECT_TRUE(sm->watched_.reactor()->noxMarkedForDeletion()) << "what is watched is a reactor of the machine";
+}
+
 std::string nameInUseText(std::tuple<Ptr<Device>, Ptr<Dir>> const& held, Ptr<Device> const& device,
                           Ptr<Dir> const& dir) {
   try {

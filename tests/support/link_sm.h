@@ -82,8 +82,7 @@ class LinkSm : public Nox::StateMachine<LinkSm>, public Nox::HashMapLink, Counte
 
   LinkSm(std::string name, Ptr<Device const> const& deviceInput, Ptr<Dir> const& dirInput)
       : name_(std::move(name)), key_(name_), args_(deviceInput, dirInput) {
-    device_.start(*this, &LinkSm::newDevice, deviceInput);
-    dir_.start(*this, &LinkSm::newDir, dirInput);
+    Inputs::start(*this, deviceInput, dirInput);
     handleInitialized();
   }
   ~LinkSm() override {
@@ -107,8 +106,8 @@ class LinkSm : public Nox::StateMachine<LinkSm>, public Nox::HashMapLink, Counte
 
   Nox::Input<NoxDevice>& device() { return device_; }
   Nox::Input<NoxDir>& dir() { return dir_; }
-  void replaceDevice(Ptr<Device const> const& input) { device_.replace(*this, &LinkSm::newDevice, input); }
-  void repointDevice(Ptr<Device const> const& input) { device_.repoint(*this, &LinkSm::newDevice, input); }
+  void replaceDevice(Ptr<Device const> const& input) { device_.replace(*this, input); }
+  void repointDevice(Ptr<Device const> const& input) { device_.repoint(*this, input); }
   void portIs(Ptr<Device const> const& input) { port_.newMember(newReactor<NoxPort>(input)); }
   Nox::HashMap<NoxPort, Name>& ports() { return port_; }
   ValidPtr<LinkSm> childIs(std::string const& name, Ptr<Device const> const& input) {
@@ -140,6 +139,9 @@ class LinkSm : public Nox::StateMachine<LinkSm>, public Nox::HashMapLink, Counte
   Nox::Input<NoxDir> dir_;
   Nox::HashMap<NoxPort, Name> port_;
   Nox::HashMap<LinkSm, Name> child_;
+
+ public:
+  using Inputs = Nox::Inputs<&LinkSm::device_, &LinkSm::dir_>;
 };
 inline constinit Nox::NoxType LinkSm::noxType{"Sample::LinkSm", nullptr, nullptr};
 

@@ -22,6 +22,16 @@ consteval std::string_view spelledName() {
   return signature.substr(from, signature.find_first_of(";]", from) - from);
 }
 
+/// The name of a member of a class, without the underscore at its end, cut out likewise.
+template <auto Member>
+consteval std::string_view spelledMember() {
+  std::string_view const signature = __PRETTY_FUNCTION__;
+  std::size_t const from = signature.find("Member = ");
+  std::string_view const qualified = signature.substr(from, signature.find_first_of(";]", from) - from);
+  std::string_view const name = qualified.substr(qualified.rfind(':') + 1);
+  return name.substr(0, name.size() - (name.ends_with('_') ? 1 : 0));
+}
+
 /// Texts joined at compile time.
 template <std::string_view const&... Parts>
 struct Joined {
