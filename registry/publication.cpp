@@ -1,4 +1,5 @@
-// When a switch is published: its publication machine comes and goes with its offer, and readiness follows the table.
+// The publication of one switch: its publication machine is made for its offer and dropped without one, and the
+// readiness of its services is written to its status.
 #include "registry/switch_config_sm.h"
 #include "registry/trace.h"
 
@@ -34,33 +35,26 @@ void SwitchConfigSm::handleSystemPublish(SystemId const& systemId) {
   TRACE_TEXT(
       8, 324, "void Controllerdb::SwitchConfigSm::handleSystemPublish(const Controller::SystemId&)", " ", systemId);
   if (!switchReady()) {
-    TRACE_RING(4,
-               327,
-               "void Controllerdb::SwitchConfigSm::handleSystemPublish(const Controller::SystemId&)",
-               " ",
-               systemId,
-               " switch not ready");
-    TRACE_TEXT(4,
-               328,
-               "void Controllerdb::SwitchConfigSm::handleSystemPublish(const Controller::SystemId&)",
-               " ",
-               systemId,
-               " switch not ready");
+    TRACE_RING_TEXT(__func__,
+                    4,
+                    327,
+                    328,
+                    "void Controllerdb::SwitchConfigSm::handleSystemPublish(const Controller::SystemId&)",
+                    " ",
+                    systemId,
+                    " switch not ready");
     return;
   }
   if (systemId != config_.raw()->systemId()) return;
   MountsTablePtr const table = publishedMountsTable_.get();
   if (SystemPublishSm::MountPtr const mount = table ? table->system(systemId) : nullptr) {
-    TRACE_RING(4,
-               338,
-               "void Controllerdb::SwitchConfigSm::handleSystemPublish(const Controller::SystemId&)",
-               " creating systemPublishSm for ",
-               systemId);
-    TRACE_TEXT(4,
-               340,
-               "void Controllerdb::SwitchConfigSm::handleSystemPublish(const Controller::SystemId&)",
-               " creating systemPublishSm for ",
-               systemId);
+    TRACE_RING_TEXT(__func__,
+                    4,
+                    338,
+                    340,
+                    "void Controllerdb::SwitchConfigSm::handleSystemPublish(const Controller::SystemId&)",
+                    " creating systemPublishSm for ",
+                    systemId);
     systemPublishSmIs(mount, status_, table);
     return;
   }
@@ -87,22 +81,16 @@ void SwitchConfigSm::handleServicePublishReady(String8 service) {
   if (!switchReady()) {
     ConfigPtr const config = config_.get();
     SystemId const systemId = config ? config->systemId() : SystemId();
-    TRACE_RING(4,
-               311,
-               "void Controllerdb::SwitchConfigSm::handleServicePublishReady(Nox::String)",
-               " ",
-               service,
-               " ",
-               systemId,
-               " switch not ready");
-    TRACE_TEXT(4,
-               314,
-               "void Controllerdb::SwitchConfigSm::handleServicePublishReady(Nox::String)",
-               " ",
-               service,
-               " ",
-               systemId,
-               " switch not ready");
+    TRACE_RING_TEXT(__func__,
+                    4,
+                    311,
+                    314,
+                    "void Controllerdb::SwitchConfigSm::handleServicePublishReady(Nox::String)",
+                    " ",
+                    service,
+                    " ",
+                    systemId,
+                    " switch not ready");
     return;
   }
   if (!status_) return;

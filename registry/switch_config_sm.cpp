@@ -93,8 +93,7 @@ void SwitchConfigSm::handleSwitchConfig() {
   TRACE_TEXT(5, 89, "void Controllerdb::SwitchConfigSm::handleSwitchConfig()", " ", switchId_);
   TRACE_RING(5, 90, "handleSwitchConfig");
   if (!initialized()) {
-    TRACE_TEXT(5, 92, "handleSwitchConfig", " not initialized");
-    TRACE_RING(5, 93, "handleSwitchConfig", " not initialized");
+    TRACE_TEXT_RING(__func__, 5, 92, 93, "handleSwitchConfig", " not initialized");
     return;
   }
   if (switchReady())
@@ -110,8 +109,7 @@ void SwitchConfigSm::answer(SwitchConfig const& config) {
     Ptr<NoxServiceConfig> const member = at.member();
     member->handleEnabled();
   }
-  TRACE_TEXT_IN("handleSwitchConfig", 5, 103, "handleSwitchConfig", " ready");
-  TRACE_RING(5, 104, "handleSwitchConfig", " ready");
+  TRACE_TEXT_RING("handleSwitchConfig", 5, 103, 104, "handleSwitchConfig", " ready");
   if (controllerStatus_) {
     controllerStatus_->switchConfigIs(config.systemId(), ConfigPtr(&config));
     if (status_) controllerStatus_->switchStatusIs(config.systemId(), status_);
@@ -121,18 +119,17 @@ void SwitchConfigSm::answer(SwitchConfig const& config) {
   }
   handleSystemPublish(config.systemId());
   if (status_) status_->clientShutdownAckIs(false);
-  TRACE_RING(3, 116, "handleSwitchConfig", " sending uuid to switch: ", controllerUUID_);
-  TRACE_TEXT_IN("handleSwitchConfig", 3, 117, "handleSwitchConfig", " sending uuid to switch: ", controllerUUID_);
+  TRACE_RING_TEXT(
+      "handleSwitchConfig", 3, 116, 117, "handleSwitchConfig", " sending uuid to switch: ", controllerUUID_);
   if (status_) status_->controllerUUIDIs(controllerUUID_);
-  TRACE_TEXT_IN("handleSwitchConfig", 1, 128, "handleSwitchConfig", " reflecting genid:", config.registrationGenId());
-  TRACE_RING(1, 130, "handleSwitchConfig", " reflecting genid:", config.registrationGenId());
+  TRACE_TEXT_RING(
+      "handleSwitchConfig", 1, 128, 130, "handleSwitchConfig", " reflecting genid:", config.registrationGenId());
   // Last, so that a switch that reads its own generation here finds the rest of its answer in place.
   if (status_) status_->registrationGenIdIs(config.registrationGenId());
 }
 
 void SwitchConfigSm::shutDown() {
-  TRACE_TEXT_IN("handleSwitchConfig", 1, 133, "handleSwitchConfig", " shutdown");
-  TRACE_RING(1, 134, "handleSwitchConfig", " shutdown");
+  TRACE_TEXT_RING("handleSwitchConfig", 1, 133, 134, "handleSwitchConfig", " shutdown");
   if (status_) status_->clientShutdownAckIs(true);
   doCleanup();
 }
@@ -146,16 +143,14 @@ void SwitchConfigSm::handleHeartbeat(Controller::SystemId const& systemId) {
   Nox::Turn const turn;
   TRACE_TEXT(8,
              142,
-             "void Controllerdb::SwitchConfigSm::handleHeartbeat(const Controller::SystemId&)",
-             " ",
+             "void Controllerdb::SwitchConfigSm::handleHeartbeat(const Controller::SystemId&) ",
              switchId_,
              " ",
              systemId);
   TRACE_RING(8, 144, "handleHeartbeat", " ", systemId);
   SwitchConfig const* const config = config_.raw();
   if (config == nullptr || !(systemId == config->systemId())) return;
-  TRACE_TEXT(8, 146, "handleHeartbeat", " matched");
-  TRACE_RING(8, 147, "handleHeartbeat", " matched");
+  TRACE_TEXT_RING(__func__, 8, 146, 147, "handleHeartbeat", " matched");
   handleSwitchConfig();
 }
 

@@ -131,8 +131,7 @@ void SwitchRegistrySm::handleEntry(Name entry) {
   SwitchConfigSm::StatusPtr const status = dir->entity<ControllerRegistration::SwitchStatus>(statusName);
   NOX_ASSERT_ABOUT(config, "config", "switch", name_.view());
   NOX_ASSERT_ABOUT(status, "status", "switch", name_.view());
-  TRACE_RING(3, 186, "handleEntry", " registered switch: ", name_);
-  TRACE_TEXT(3, 187, "handleEntry", " registered switch: ", name_);
+  TRACE_RING_TEXT(__func__, 3, 186, 187, "handleEntry", " registered switch: ", name_);
   if (registryRootSm_ == nullptr) return;  // left its root: there is no table to enter the switch into
   RegistryRootSm const& root = *registryRootSm_;
   configSmIs(config,

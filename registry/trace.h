@@ -30,3 +30,17 @@ inline NOX_EXPORT Nox::TraceHandle& enrolixTrace() {
 
 /// A message with the same pieces and line tag to the text channel, then to the ring-buffer channel.
 #define TRACE(LEVEL, LINE, ...) NOX_TRACE(::Controllerdb::enrolixTrace(), "EnrolixSm", LEVEL, LINE, __VA_ARGS__)
+
+// A message with the same pieces to both channels, under a line tag for each. The name tells the order of the channels.
+// FUNCTION is as in TRACE_TEXT_IN.
+
+#define TRACE_TEXT_RING(FUNCTION, LEVEL, TEXT, RING, ...) \
+  do {                                                    \
+    TRACE_TEXT_IN(FUNCTION, LEVEL, TEXT, __VA_ARGS__);    \
+    TRACE_RING(LEVEL, RING, __VA_ARGS__);                 \
+  } while (false)
+#define TRACE_RING_TEXT(FUNCTION, LEVEL, RING, TEXT, ...) \
+  do {                                                    \
+    TRACE_RING(LEVEL, RING, __VA_ARGS__);                 \
+    TRACE_TEXT_IN(FUNCTION, LEVEL, TEXT, __VA_ARGS__);    \
+  } while (false)

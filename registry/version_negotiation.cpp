@@ -145,8 +145,7 @@ void SwitchConfigSm::doVersionNegotiation(Name serviceName) {
       return status_->serviceStatusIs(serviceName);
     });
   if (!controller) {
-    TRACE_RING(4, 200, "Controller doesn't support service ", serviceName);
-    TRACE_TEXT(4, 201, "Controller doesn't support service ", serviceName);
+    TRACE_RING_TEXT(__func__, 4, 200, 201, "Controller doesn't support service ", serviceName);
     if (client->enabled() && switchSide) update(*switchSide, true, false, ServiceVersionV1());
     return;
   }
