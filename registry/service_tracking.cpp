@@ -1,4 +1,5 @@
-// The services of both sides, mirrored into one reactor each; every relevant change of one negotiates its service.
+// The services of both sides, each mirrored into a collection of one reactor per service. A relevant change of a
+// service negotiates it.
 #include "registry/switch_config_sm.h"
 #include "registry/trace.h"
 
@@ -10,101 +11,90 @@ using Nox::ValidPtr;
 
 // The members.
 
-void SwitchConfigSm::NoxServiceConfig::handleEnabled() {
+template <class Self>
+void SwitchConfigSm::NoxService<Self>::handleEnabled() {
   Nox::Turn const turn;
   Nox::Held<SwitchConfigSm> const owner(sm());
   if (!owner) return;
-  TRACE_RING(8,
-             282,
-             "void Controllerdb::SwitchConfigSm::NoxServiceConfig::handleEnabled()",
-             " ",
-             owner->switchId(),
-             " ",
-             name());
-  TRACE_TEXT(8,
-             284,
-             "void Controllerdb::SwitchConfigSm::NoxServiceConfig::handleEnabled()",
-             " ",
-             owner->switchId(),
-             " ",
-             name());
+  TRACE_RING_TEXT(
+      __func__, 8, Self::kEnabledRing, Self::kEnabledText, Self::kEnabled, " ", owner->switchId(), " ", name());
   owner->doVersionNegotiation(name());
 }
 
-void SwitchConfigSm::NoxServiceConfig::doCleanup() {
+template <class Self>
+void SwitchConfigSm::NoxService<Self>::doCleanup() {
   if (sm() == nullptr) return;
-  TRACE_TEXT(
-      8, 290, "void Controllerdb::SwitchConfigSm::NoxServiceConfig::doCleanup()", " ", sm()->switchId(), " ", name());
+  TRACE_TEXT(8, Self::kCleanupText, Self::kCleanup, " ", sm()->switchId(), " ", name());
 }
 
-void SwitchConfigSm::NoxLocalServiceConfig::handleEnabled() {
-  Nox::Turn const turn;
-  Nox::Held<SwitchConfigSm> const owner(sm());
-  if (!owner) return;
-  TRACE_RING(8,
-             295,
-             "void Controllerdb::SwitchConfigSm::NoxLocalServiceConfig::handleEnabled()",
-             " ",
-             owner->switchId(),
-             " ",
-             name());
-  TRACE_TEXT(8,
-             297,
-             "void Controllerdb::SwitchConfigSm::NoxLocalServiceConfig::handleEnabled()",
-             " ",
-             owner->switchId(),
-             " ",
-             name());
-  owner->doVersionNegotiation(name());
-}
-
-void SwitchConfigSm::NoxLocalServiceConfig::doCleanup() {
-  if (sm() == nullptr) return;
-  TRACE_TEXT(8,
-             303,
-             "void Controllerdb::SwitchConfigSm::NoxLocalServiceConfig::doCleanup()",
-             " ",
-             sm()->switchId(),
-             " ",
-             name());
-}
+template class SwitchConfigSm::NoxService<SwitchConfigSm::NoxServiceConfig>;
+template class SwitchConfigSm::NoxService<SwitchConfigSm::NoxLocalServiceConfig>;
 
 // What both collections do alike.
 
-/// Points the member of the record's name at the record and gives it the machine's zombie state; false if there is none
-/// to point.
-template <class Members>
-static bool repointMember(Members const& members, SwitchConfigSm::RecordPtr const& record, bool zombie) {
-  auto const member = members.member(record->name());
-  if (!member) return false;
-  if (member->input() == record) return true;
-  member->notifierIs(record);
-  member->noxDoZombieReactors(zombie);
-  return true;
+/// Points the member of the record's name at the record and gives it the machine's zombie state; makes one if there is
+/// none.
+template <class Member>
+static void enter(SwitchConfigSm& sm, Nox::HashMap<Member, Name> const& members,
+                  SwitchConfigSm::RecordPtr const& record,
+                  ValidPtr<Member> (SwitchConfigSm::*newMember)(SwitchConfigSm::RecordPtr const&),
+                  char const* attribute) {
+  if (!record) {
+    Nox::throwRangeException(Nox::String8("null _") + attribute +
+                             " parameter to mutator for Controllerdb::SwitchConfigSm::" + attribute + " not allowed\"");
+  }
+  Nox::Turn turn;
+  Ptr<Member> const member = members.member(record->name());
+  if (!member) {
+    (sm.*newMember)(record);
+  } else if (member->input() != record) {
+    bool const zombie = sm.noxMarkedForDeletion();  // read before the pass, which may let go of the machine
+    member->notifierIs(record);
+    member->noxDoZombieReactors(zombie);
+  }
 }
 
-/// Takes leave of a member that has just been removed.
+template <class Member>
+static ValidPtr<Member> entered(Nox::HashMap<Member, Name>& members, ValidPtr<Member> const& member) {
+  members.newMember(member);
+  return member;
+}
+
+/// Makes a member that has just been removed a zombie that knows no machine.
 template <class Member>
 static void retire(Member& member) {
   member.noxDoZombieReactors(true);
   member.switchConfigSmIs(nullptr);
 }
 
+using ServiceIs = void (SwitchConfigSm::*)(SwitchConfigSm::RecordPtr const&);
+using ServiceDel = void (SwitchConfigSm::*)(Name const&);
+
+/// Gives the service's record its member, or removes the member if there is no record.
+template <class Source>
+static void mirror(SwitchConfigSm& sm, Source const& source, Name const& service, ServiceIs is, ServiceDel del) {
+  if (SwitchConfigSm::RecordPtr const record = source.value(service))
+    (sm.*is)(record);
+  else
+    (sm.*del)(service);
+}
+
+/// Gives every record its member, and removes the members that have none.
+template <class Source, class Members>
+static void mirror(SwitchConfigSm& sm, Source const& source, Members const& members, ServiceIs is, ServiceDel del) {
+  for (typename Source::IteratorConst at(source); at; ++at) (sm.*is)(at->value());
+  for (typename Members::IteratorConst at(members); at; ++at)
+    if (!source.has(at->fwkKey())) (sm.*del)(at->fwkKey());
+}
+
 // The switch's side.
 
 void SwitchConfigSm::serviceConfigIs(RecordPtr const& record) {
-  if (!record) {
-    Nox::throwRangeException(
-        "null _serviceConfig parameter to mutator for Controllerdb::SwitchConfigSm::serviceConfig not allowed\"");
-  }
-  Nox::Turn turn;
-  if (!repointMember(serviceConfig_, record, noxMarkedForDeletion())) newServiceConfig(record);
+  enter(*this, serviceConfig_, record, &SwitchConfigSm::newServiceConfig, "serviceConfig");
 }
 
 ValidPtr<SwitchConfigSm::NoxServiceConfig> SwitchConfigSm::newServiceConfig(RecordPtr const& record) {
-  ValidPtr<NoxServiceConfig> member = newReactor<NoxServiceConfig>(ValidPtr<Controller::ServiceConfigV1 const>(record));
-  serviceConfig_.newMember(member);
-  return member;
+  return entered(serviceConfig_, newReactor<NoxServiceConfig>(ValidPtr<Controller::ServiceConfigV1 const>(record)));
 }
 
 void SwitchConfigSm::serviceConfigDel(Name const& service) {
@@ -121,39 +111,25 @@ void SwitchConfigSm::serviceConfigNotify(Name const& /*service*/, Ptr<NoxService
 
 void SwitchConfigSm::handleServiceConfig() {
   Nox::Turn const turn;
-  ConfigPtr const config = config_.get();
-  if (!config) return;
-  for (auto at = config->serviceConfigIteratorConst(); at; ++at) serviceConfigIs(at->value());
-  for (NoxServiceConfigIterator at(*this, serviceConfig_); at; ++at)
-    if (!config->serviceConfig(at->fwkKey())) serviceConfig_.deleteMember(at);
+  if (ConfigPtr const config = config_.get())
+    mirror(*this, config->serviceConfig(), serviceConfig_, &T::serviceConfigIs, &T::serviceConfigDel);
 }
 
 void SwitchConfigSm::handleServiceConfig(Name const& service) {
   Nox::Turn const turn;
-  ConfigPtr const config = config_.get();
-  if (!config) return;
-  if (RecordPtr const record = config->serviceConfig(service))
-    serviceConfigIs(record);
-  else
-    serviceConfigDel(service);
+  if (ConfigPtr const config = config_.get())
+    mirror(*this, config->serviceConfig(), service, &T::serviceConfigIs, &T::serviceConfigDel);
 }
 
 // The controller's side.
 
 void SwitchConfigSm::localServiceConfigIs(RecordPtr const& record) {
-  if (!record) {
-    Nox::throwRangeException(
-        "null _localServiceConfig parameter to mutator for Controllerdb::SwitchConfigSm::localServiceConfig not allowed\"");
-  }
-  Nox::Turn turn;
-  if (!repointMember(localServiceConfig_, record, noxMarkedForDeletion())) newLocalServiceConfig(record);
+  enter(*this, localServiceConfig_, record, &SwitchConfigSm::newLocalServiceConfig, "localServiceConfig");
 }
 
 ValidPtr<SwitchConfigSm::NoxLocalServiceConfig> SwitchConfigSm::newLocalServiceConfig(RecordPtr const& record) {
-  ValidPtr<NoxLocalServiceConfig> member =
-      newReactor<NoxLocalServiceConfig>(ValidPtr<Controller::ServiceConfigV1 const>(record));
-  localServiceConfig_.newMember(member);
-  return member;
+  return entered(localServiceConfig_,
+                 newReactor<NoxLocalServiceConfig>(ValidPtr<Controller::ServiceConfigV1 const>(record)));
 }
 
 void SwitchConfigSm::localServiceConfigDel(Name const& service) {
@@ -170,21 +146,14 @@ void SwitchConfigSm::localServiceConfigNotify(Name const& /*service*/, Ptr<NoxLo
 
 void SwitchConfigSm::handleLocalServiceConfig() {
   Nox::Turn const turn;
-  ServiceConfigDirPtr const dir = serviceConfigDir_.get();
-  if (!dir) return;
-  for (auto at = dir->serviceIteratorConst(); at; ++at) localServiceConfigIs(at->value());
-  for (NoxLocalServiceConfigIterator at(*this, localServiceConfig_); at; ++at)
-    if (!dir->service(at->fwkKey())) localServiceConfig_.deleteMember(at);
+  if (ServiceConfigDirPtr const dir = serviceConfigDir_.get())
+    mirror(*this, dir->service(), localServiceConfig_, &T::localServiceConfigIs, &T::localServiceConfigDel);
 }
 
 void SwitchConfigSm::handleLocalServiceConfig(Name const& service) {
   Nox::Turn const turn;
-  ServiceConfigDirPtr const dir = serviceConfigDir_.get();
-  if (!dir) return;
-  if (RecordPtr const record = dir->service(service))
-    localServiceConfigIs(record);
-  else
-    localServiceConfigDel(service);
+  if (ServiceConfigDirPtr const dir = serviceConfigDir_.get())
+    mirror(*this, dir->service(), service, &T::localServiceConfigIs, &T::localServiceConfigDel);
 }
 
 }  // namespace Controllerdb

@@ -21,7 +21,7 @@ class NOX_EXPORT SwitchConfigSm final : public Nox::StateMachine<SwitchConfigSm>
   using ConfigPtr = Nox::Ptr<ControllerRegistration::SwitchConfig const>;
   using RecordPtr = Nox::Ptr<Controller::ServiceConfigV1 const>;
 
-  /// A reactor of this machine: its way back is set and cleared by name.
+  /// A reactor of this machine, whose pointer to the machine has a mutator of the machine's name.
   template <class In>
   class Watch : public Nox::Reactor<SwitchConfigSm, In> {
    public:
@@ -111,17 +111,20 @@ class NOX_EXPORT SwitchConfigSm final : public Nox::StateMachine<SwitchConfigSm>
     void onServicePublishReadynoxImmediate() override {}
   };
   /// One service of one side, a member of the collection that mirrors that side. Negotiates the service when its record
-  /// changes `enabled`, or is another record of the same name. Its key is the service's name.
+  /// changes `enabled`, or is another record of the same name. Its key is the service's name. `Self` has the texts and
+  /// the line tags of its messages.
+  template <class Self>
   class NoxService : public Watch<Controller::ServiceConfigV1 const>, public Nox::HashMapLink {
    public:
-    NoxService(RecordPtr const& record, SwitchConfigSm* sm) : Watch(record, sm), name_(record->name()) {}
+    NoxService(RecordPtr const& record, SwitchConfigSm* sm)
+        : Watch<Controller::ServiceConfigV1 const>(record, sm), name_(record->name()) {}
     Nox::Name const& fwkKey() const noexcept { return name_; }
     Nox::Name name() const override { return name_; }
     void onEnabled() override {
       if (auto sm = live()) handleEnabled();
     }
-    virtual void handleEnabled() = 0;
-    virtual void doCleanup() = 0;
+    void handleEnabled();
+    void doCleanup();
 
    protected:
     void handleNotifier(SwitchConfigSm& /*sm*/) override { handleEnabled(); }
@@ -130,21 +133,23 @@ class NOX_EXPORT SwitchConfigSm final : public Nox::StateMachine<SwitchConfigSm>
     Nox::Name name_;
   };
   /// A service of the switch.
-  class NoxServiceConfig final : public NoxService {
+  class NoxServiceConfig final : public NoxService<NoxServiceConfig> {
    public:
     using NoxService::NoxService;
-    void handleEnabled() override;
-    void doCleanup() override;
+    static constexpr char kEnabled[] = "void Controllerdb::SwitchConfigSm::NoxServiceConfig::handleEnabled()";
+    static constexpr char kCleanup[] = "void Controllerdb::SwitchConfigSm::NoxServiceConfig::doCleanup()";
+    static constexpr int kEnabledRing = 282, kEnabledText = 284, kCleanupText = 290;
 
    protected:
     void handleZombie(SwitchConfigSm& sm) override { sm.nox_handleServiceConfig(*this); }
   };
   /// A service of the controller.
-  class NoxLocalServiceConfig final : public NoxService {
+  class NoxLocalServiceConfig final : public NoxService<NoxLocalServiceConfig> {
    public:
     using NoxService::NoxService;
-    void handleEnabled() override;
-    void doCleanup() override;
+    static constexpr char kEnabled[] = "void Controllerdb::SwitchConfigSm::NoxLocalServiceConfig::handleEnabled()";
+    static constexpr char kCleanup[] = "void Controllerdb::SwitchConfigSm::NoxLocalServiceConfig::doCleanup()";
+    static constexpr int kEnabledRing = 295, kEnabledText = 297, kCleanupText = 303;
 
    protected:
     void handleZombie(SwitchConfigSm& sm) override { sm.nox_handleLocalServiceConfig(*this); }
