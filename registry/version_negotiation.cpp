@@ -19,11 +19,11 @@ using Controller::ServiceVersionV1;
 using Nox::Name;
 using Nox::Ptr;
 using Nox::String8;
-using Versions = std::vector<ServiceVersionV1>;
+using VersionList = std::vector<ServiceVersionV1>;
 
 bool sortFunction(ServiceVersionV1 const& a, ServiceVersionV1 const& b) { return a.version() > b.version(); }
 
-void sortVersions(Ptr<ServiceVersionConfigV1 const> const& config, Versions& out, String8 const& /*label*/) {
+void sortVersions(Ptr<ServiceVersionConfigV1 const> const& config, VersionList& out, String8 const& /*label*/) {
   Nox::ValidPtr<ServiceVersionConfigV1 const> const offered(config);
   out.reserve(out.size() + offered->version().members());
   for (auto at = offered->versionIteratorConst(); at; ++at) out.push_back(at->value());
@@ -64,7 +64,7 @@ void updateVersionStatus(Ptr<ServiceVersionStatusV1> versionStatus, bool complet
 
 /// The first number of the client's descending list that is in the controller's too, with the client's description. A
 /// match is one also when its number is 0. Every comparison is a message, so they are made pair by pair.
-static std::optional<ServiceVersionV1> firstMatch(Versions const& client, Versions const& controller) {
+static std::optional<ServiceVersionV1> firstMatch(VersionList const& client, VersionList const& controller) {
   for (ServiceVersionV1 const& c : client) {
     TRACE_TEXT_IN("doVersionNegotiation", 7, 249, "Client ver=", c.version());
     for (ServiceVersionV1 const& k : controller) {
@@ -89,8 +89,8 @@ static std::optional<ServiceVersionV1> highestCommon(ServiceVersionConfigV1 cons
 static std::optional<ServiceVersionV1> match(Ptr<ServiceVersionConfigV1 const> const& client,
                                              Ptr<ServiceVersionConfigV1 const> const& controller) {
   if (!Nox::textTraces(enrolixTrace(), 7)) return highestCommon(*client, *controller);
-  Versions clientVersions;
-  Versions controllerVersions;
+  VersionList clientVersions;
+  VersionList controllerVersions;
   sortVersions(client, clientVersions, "client");
   sortVersions(controller, controllerVersions, "controller");
   return firstMatch(clientVersions, controllerVersions);
