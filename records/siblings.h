@@ -25,31 +25,37 @@ class NOX_EXPORT SiblingMember : public Nox::StateMachine<Self>, public Nox::Has
   Nox::Name name_;
 };
 
+/// One entry of the mounts registry.
 class NOX_EXPORT MountsRegistryEntrySm final : public SiblingMember<MountsRegistryEntrySm> {
  public:
   static Nox::NoxType noxType;
   using SiblingMember::SiblingMember;
 };
+/// One publication of the mounts registry.
 class NOX_EXPORT PublishRegistryEntrySm final : public SiblingMember<PublishRegistryEntrySm> {
  public:
   static Nox::NoxType noxType;
   using SiblingMember::SiblingMember;
 };
+/// The service status of one connected switch.
 class NOX_EXPORT ConnectionServiceStatusDirSm final : public SiblingMember<ConnectionServiceStatusDirSm> {
  public:
   static Nox::NoxType noxType;
   using SiblingMember::SiblingMember;
 };
+/// The configured mounts of one service.
 class NOX_EXPORT ServiceMountConfigSm final : public SiblingMember<ServiceMountConfigSm> {
  public:
   static Nox::NoxType noxType;
   using SiblingMember::SiblingMember;
 };
+/// The configured publications of one service.
 class NOX_EXPORT ServicePublishConfigSm final : public SiblingMember<ServicePublishConfigSm> {
  public:
   static Nox::NoxType noxType;
   using SiblingMember::SiblingMember;
 };
+/// The initial mounts of one service.
 class NOX_EXPORT ServiceInitialMountSm final : public SiblingMember<ServiceInitialMountSm> {
  public:
   static Nox::NoxType noxType;

@@ -19,7 +19,9 @@ class App;
 
 namespace Agent {
 
+/// How answers are printed: for people, or as JSON.
 enum class OutputFormat { kTable, kJson };
+/// Whether tables are coloured; kAuto: if a terminal shows them.
 enum class ColourChoice { kAuto, kAlways, kNever };
 
 /// What every one of them takes.

@@ -12,6 +12,7 @@
 
 namespace Agent {
 
+/// What went wrong, for a program that decides on it.
 enum class FailureKind {
   kRefused,             ///< The server refused, or a file could not be read or written.
   kNotFound,            ///< There is no document at the path.

@@ -12,18 +12,18 @@ namespace Agent {
 namespace {
 
 // A file of the system, closed with the object unless it is standard input.
-class File : public ByteSource {
+class ScenarioFile : public ByteSource {
  public:
-  explicit File(std::string name) : name_(std::move(name)) {
+  explicit ScenarioFile(std::string name) : name_(std::move(name)) {
     if (name_ == "-") return;
     descriptor_ = ::open(name_.c_str(), O_RDONLY | O_CLOEXEC);
     if (descriptor_ < 0) throw FileError(name_, errno);
   }
-  ~File() override {
+  ~ScenarioFile() override {
     if (descriptor_ != STDIN_FILENO) ::close(descriptor_);
   }
-  File(File const&) = delete;
-  File& operator=(File const&) = delete;
+  ScenarioFile(ScenarioFile const&) = delete;
+  ScenarioFile& operator=(ScenarioFile const&) = delete;
 
   std::size_t read(char* to, std::size_t room) override {
     ssize_t count = 0;
@@ -90,7 +90,7 @@ Operation parseOperation(std::string_view text) {
   }
 }
 
-std::unique_ptr<ByteSource> openScenario(std::string const& file) { return std::make_unique<File>(file); }
+std::unique_ptr<ByteSource> openScenario(std::string const& file) { return std::make_unique<ScenarioFile>(file); }
 
 std::optional<Operation> ScenarioReader::next() {
   while (readLine()) {
