@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/dir_world.h"
 #include "support/sample.h"
 #include "support/write_log.h"
 
@@ -19,59 +20,10 @@ using Nox::Dir;
 using Nox::Entity;
 using Nox::Name;
 using Nox::Ptr;
-using Sample::Log;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-/// Writes down every operation of a directory's interface by which it is called.
-class Listener : public Dir::NotifieeConst {
- public:
-  explicit Listener(Log& log) : log_(log) {}
-  void onParent() override { heard("parent"); }
-  void onVersion() override { heard("version"); }
-  void onIsNondestructing() override { heard("isNondestructing"); }
-  void onSubdir(Name n) override { heard("subdir", n); }
-  void onSubdirnoxImmediate() override { heard("subdir immediate"); }
-  void onSubdir() override { heard("subdir"); }
-  void onMountImmediate() override { heard("mount immediate"); }
-  void onEntryState(Name n) override { heard("entryState", n); }
-  void onEntryStatenoxImmediate() override { heard("entryState immediate"); }
-  void onEntryState() override { heard("entryState"); }
-  void onCompatibilityEntryState(Name n) override { heard("compatibilityEntryState", n); }
-  void onCompatibilityEntryStatenoxImmediate() override { heard("compatibilityEntryState immediate"); }
-  void onCompatibilityEntryState() override { heard("compatibilityEntryState"); }
-  void onEntry(Name n) override { heard("entry", n); }
-  void onEntrynoxImmediate() override { heard("entry immediate"); }
-  void onEntry() override { heard("entry"); }
-  void onCompatibilityEntry(Name n) override { heard("compatibilityEntry", n); }
-  void onCompatibilityEntrynoxImmediate() override { heard("compatibilityEntry immediate"); }
-  void onCompatibilityEntry() override { heard("compatibilityEntry"); }
-  void onEntityPtr(Name n) override { heard("entityPtr", n); }
-  void onEntityRef(Name n) override { heard("entityRef", n); }
-  void onEntityRefnoxImmediate() override { heard("entityRef immediate"); }
-  void onEntityRef() override { heard("entityRef"); }
-  void onMountFlags() override { heard("mountFlags"); }
-  void onGlobalDir() override { heard("globalDir"); }
-  void onEntityPtrnoxImmediate() override { heard("entityPtr immediate"); }
-  void onEntityPtr() override { heard("entityPtr"); }
-
- private:
-  void heard(std::string what) { log_.push_back(std::move(what)); }
-  void heard(std::string const& what, Name const& name) { log_.push_back(what + " " + std::string(name.view())); }
-  Log& log_;
-};
-
-class DirTest : public testing::Test {
- protected:
-  DirTest() { listener->notifierIs(dir); }
-  Log heard() { return std::exchange(log, {}); }
-
-  Log log;
-  Ptr<Dir> dir = Nox::make<Dir>("dir");
-  Ptr<Listener> listener = Nox::make<Listener>(log);
-  Ptr<Entity> one = Nox::make<Entity>("one");
-  Ptr<Entity> two = Nox::make<Entity>("two");
-};
+class DirTest : public Test::DirWorld {};
 
 TEST_F(DirTest, AnEmptyDirectoryHasNothingOfAnyName) {
   EXPECT_EQ(dir->entry("x"), nullptr);
@@ -206,109 +158,6 @@ TEST_F(DirTest, TypedLookUpGivesNullForAnEntityOfAnotherClass) {
   EXPECT_EQ(dir->entity<Dir>("one"), nullptr);
   EXPECT_EQ(dir->entity<Entity>("one"), one);
   EXPECT_TRUE(dir->entity<Dir>("sub"));
-}
-
-TEST_F(DirTest, RemovingAnEntityRemovesPointerReferenceAndEntryInThisOrder) {
-  dir->entityIs("one", one);
-  heard();
-  dir->entityDel("one");
-  EXPECT_THAT(heard(), ElementsAre("entityPtr one", "entityRef one", "entryState one", "entry one"));
-  EXPECT_EQ(dir->entry("one"), nullptr);
-  EXPECT_EQ(dir->entityPtr("one"), nullptr);
-  EXPECT_EQ(one->parent(), nullptr);
-  EXPECT_EQ(one->noxWord(), 1U);
-  dir->entityDel("one");
-  EXPECT_THAT(heard(), IsEmpty()) << "what is absent is not removed";
-}
-
-TEST_F(DirTest, RemovalsTakeTheNameOfTheVeryRowOrEntityThatGoes) {
-  using Removal = void (Dir::*)(Name const&);
-  struct {
-    Removal remove;
-    Log heard;
-  } const removals[] = {
-      {&Dir::entityDel, {"entityPtr leaf", "entityRef leaf", "entryState leaf", "entry leaf"}},
-      {&Dir::entryDel, {"entityRef leaf", "entryState leaf", "entry leaf"}},
-      {&Dir::entityRefDel, {"entityRef leaf"}},
-      {&Dir::entityPtrDel, {"entityPtr leaf"}},
-  };
-  std::function<Name const&()> const names[] = {
-      [&]() -> Name const& { return dir->entityPtrs().find("leaf")->fwkKey(); },
-      [&]() -> Name const& { return dir->entries().find("leaf")->name(); },
-      [&]() -> Name const& { return dir->entries().find("leaf")->entityRef()->rawName(); }};
-  for (auto const& [remove, expected] : removals)
-    for (auto const& name : names) {
-      // Names with buffers of their own: code that reads one that has gone finds something else.
-      dir->entryIs(std::string("leaf"));
-      dir->entityIs(std::string("leaf"), Nox::make<Entity>(std::string("leaf")));
-      heard();
-      (dir.get()->*remove)(name());
-      EXPECT_EQ(heard(), expected);
-      dir->entityDel("leaf");
-    }
-}
-
-TEST_F(DirTest, AReplacementTakesTheNameOfTheEntityThatGoes) {
-  for (bool const isWhole : {true, false}) {
-    dir->entityIs(std::string("leaf"), Nox::make<Entity>(std::string("leaf")));
-    if (isWhole)
-      dir->entityPtrDel("leaf");
-    else
-      dir->entityRefDel("leaf");
-    heard();
-    Name const& name = isWhole ? dir->entityRef("leaf")->rawName() : dir->entityPtr("leaf")->rawName();
-    if (isWhole) {
-      dir->entityIs(name, one);
-      EXPECT_THAT(heard(), ElementsAre("entityRef leaf", "entityPtr leaf"));
-    } else {
-      dir->entityPtrIs(name, one);
-      EXPECT_THAT(heard(), ElementsAre("entityPtr leaf"));
-    }
-    dir->entityDel("leaf");
-  }
-}
-
-TEST_F(DirTest, TheThreeRemovalsOneByOne) {
-  dir->entityIs("one", one);
-  heard();
-  dir->entityPtrDel("one");
-  EXPECT_THAT(heard(), ElementsAre("entityPtr one"));
-  EXPECT_EQ(dir->entityPtr("one"), nullptr);
-  EXPECT_EQ(dir->entityRef("one"), one);
-  EXPECT_EQ(one->parent(), dir);
-
-  Ptr<Dir::Entry> const entry = dir->entry("one");
-  dir->entityRefDel("one");
-  EXPECT_THAT(heard(), ElementsAre("entityRef one"));
-  EXPECT_EQ(dir->entityRef("one"), nullptr);
-  EXPECT_EQ(dir->entry("one"), entry) << "the entry stays, empty";
-  EXPECT_EQ(one->parent(), nullptr);
-
-  dir->entryDel("one");
-  EXPECT_THAT(heard(), ElementsAre("entryState one", "entry one"));
-  EXPECT_EQ(dir->entry("one"), nullptr);
-
-  dir->entityPtrDel("one");
-  dir->entityRefDel("one");
-  dir->entryDel("one");
-  EXPECT_THAT(heard(), IsEmpty());
-}
-
-TEST_F(DirTest, RemovingAnEntryRemovesWhatItRefersTo) {
-  dir->entityIs("one", one);
-  heard();
-  dir->entryDel("one");
-  EXPECT_THAT(heard(), ElementsAre("entityRef one", "entryState one", "entry one"));
-  EXPECT_EQ(one->parent(), nullptr);
-  EXPECT_EQ(dir->entityPtr("one"), one);
-}
-
-TEST_F(DirTest, ARemovedEntryIsAliveWhileItsStateIsAnnounced) {
-  dir->entryIs("x");
-  Dir::EntryStateIterator at(*dir, "x");
-  heard();
-  at.deleteNotify(at.member());
-  EXPECT_THAT(heard(), ElementsAre("entryState x"));
 }
 
 TEST_F(DirTest, EntriesAndPointersIterateInOneOrder) {
@@ -453,32 +302,5 @@ TEST_F(DirTest, WritesAreLogged) {
                           "dir.entry[x] deleted (absent)"));
 }
 
-TEST(TypeDirectory, FindsATypeForAsLongAsItIsRegistered) {
-  static constinit Nox::NoxType first{"Sample::First", &Entity::noxType, nullptr};
-  static constinit Nox::NoxType second{"Sample::Second", &first, nullptr};
-  EXPECT_EQ(Nox::typeNamed("Nox::Dir"), &Dir::noxType);
-  {
-    Nox::TypeRegistration const a(first);
-    {
-      Nox::TypeRegistration const b(second);
-      EXPECT_EQ(Nox::typeNamed("Sample::First"), &first);
-      EXPECT_EQ(Nox::typeNamed("Sample::Second"), &second);
-    }
-    EXPECT_EQ(Nox::typeNamed("Sample::Second"), nullptr);
-    EXPECT_EQ(Nox::typeNamed("Sample::First"), &first);
-  }
-  EXPECT_EQ(Nox::typeNamed("Sample::First"), nullptr);
-  EXPECT_TRUE(second.isA(Entity::noxType));
-  EXPECT_FALSE(first.isA(second));
-}
-
-TEST(TypeDirectory, ATypeThatIsRegisteredButNotMadeByNameIsRefused) {
-  static constinit Nox::NoxType plain{"Sample::Plain", &Entity::noxType, nullptr};
-  Nox::TypeRegistration const registration(plain);
-  auto const dir = Nox::make<Dir>("d");
-  EXPECT_THROW(dir->newEntity("x", "Sample::Plain"), Nox::RangeException);
-}
-
 }  // namespace
-
 }  // namespace DirTest
