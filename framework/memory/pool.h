@@ -55,6 +55,7 @@ struct AllocationCount {
   std::uint64_t live = 0;       ///< Not deleted yet.
   std::uint64_t liveBytes = 0;  ///< Not deleted yet.
 };
+/// What lives in the pool, and what was made there.
 struct PoolCounts {
   AllocationCount objects;   ///< What came from VFPtrInterface.
   AllocationCount internal;  ///< What came from NoxMemPool: texts and function tables.

@@ -147,14 +147,14 @@ TEST_F(StateMachineOwner, InputsAreNamedFilledAndReadInTheOrderOfTheirList) {
   using Inputs = HoldsAndWatches::Inputs;
   static_assert(std::is_same_v<Inputs::Function<int, bool>, int(Ptr<Device const> const&, std::string const&, bool)>);
   EXPECT_THAT(Inputs::names, ElementsAre("watched", "held"));
-  auto const sm = Nox::make<HoldsAndWatches>();
-  EXPECT_EQ(sm->constructorArgs(), std::tuple(Ptr<Device const>(), std::string()));
-  Inputs::start(*sm, device, "text");
-  EXPECT_EQ(sm->constructorArgs(), std::tuple(Ptr<Device const>(device), std::string("text")));
-  sm->watched_.repoint(*sm, other);
-  EXPECT_EQ(sm->constructorArgs(), std::tuple(Ptr<Device const>(other), std::string("text"))) << "as they are now";
-  sm->noxDoZombieReactors(true);
-  EXPECT_TRUE(sm->watched_.reactor()->noxMarkedForDeletion()) << "what is watched is a reactor of the machine";
+  auto const machine = Nox::make<HoldsAndWatches>();
+  EXPECT_EQ(machine->constructorArgs(), std::tuple(Ptr<Device const>(), std::string()));
+  Inputs::start(*machine, device, "text");
+  EXPECT_EQ(machine->constructorArgs(), std::tuple(Ptr<Device const>(device), std::string("text")));
+  machine->watched_.repoint(*machine, other);
+  EXPECT_EQ(machine->constructorArgs(), std::tuple(Ptr<Device const>(other), std::string("text"))) << "as they are now";
+  machine->noxDoZombieReactors(true);
+  EXPECT_TRUE(machine->watched_.reactor()->noxMarkedForDeletion()) << "what is watched is a reactor of the machine";
 }
 
 std::string nameInUseText(std::tuple<Ptr<Device>, Ptr<Dir>> const& held, Ptr<Device> const& device,
