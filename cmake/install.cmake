@@ -60,7 +60,7 @@ endforeach()
 
 # Documents stand as they do in the source, so that their links to each other hold, in the folder of their package. Each
 # package carries the licence under Debian's name for it.
-install(FILES README.md ARCHITECTURE.md DESTINATION ${doc_folder}/${program_package} COMPONENT program)
+install(FILES README.md ARCHITECTURE.md CONTRIBUTING.md DESTINATION ${doc_folder}/${program_package} COMPONENT program)
 install(DIRECTORY docs DESTINATION ${doc_folder}/${program_package} COMPONENT program)
 install(
   DIRECTORY examples
