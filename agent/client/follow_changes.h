@@ -1,6 +1,7 @@
 // Following the server's changes over broken connections and restarts.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <optional>

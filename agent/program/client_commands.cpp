@@ -68,10 +68,10 @@ ExitCode runCommand(DeleteOptions const& options, ClientSurroundings const& surr
   return ExitCode::kDone;
 }
 
-int runClient(ClientOptions const& options, ClientSurroundings const& surroundings) {
+int exitStatusOf(std::function<ExitCode()> const& command, ClientSurroundings const& surroundings) {
   ExitCode code = ExitCode::kDone;
   try {
-    code = std::visit([&](auto const& command) { return runCommand(command, surroundings); }, options);
+    code = command();
   } catch (HttpError const& error) {
     surroundings.note(error.what());
     code = ExitCode::kNoAnswer;

@@ -1,16 +1,16 @@
 // The commands that ask a server: one call each.
 #pragma once
 
+#include <functional>
+
+#include "agent/program/client_options.h"
 #include "agent/program/client_surroundings.h"
 #include "agent/program/exit_code.h"
 
 namespace Agent {
 
-/// Does what the command line asks for and returns the exit status. What went wrong has been noted in one line.
-int runClient(ClientOptions const& options, ClientSurroundings const& surroundings);
-
-/// The commands one by one. They throw what `runClient()` turns into an exit status: an HttpError, a ClientFailure, a
-/// FileError, and a std::invalid_argument for a server that is none.
+/// They throw what `runClient()` turns into an exit status: an HttpError, a ClientFailure, a FileError, and a
+/// std::invalid_argument for a server that is none.
 ExitCode runCommand(GetOptions const& options, ClientSurroundings const& surroundings);
 ExitCode runCommand(PutOptions const& options, ClientSurroundings const& surroundings);
 ExitCode runCommand(DeleteOptions const& options, ClientSurroundings const& surroundings);
@@ -20,5 +20,12 @@ ExitCode runCommand(DumpOptions const& options, ClientSurroundings const& surrou
 ExitCode runCommand(BackupOptions const& options, ClientSurroundings const& surroundings);
 ExitCode runCommand(SwitchesOptions const& options, ClientSurroundings const& surroundings);
 ExitCode runCommand(FleetOptions const& options, ClientSurroundings const& surroundings);
+
+/// Runs a command and returns the exit status. What went wrong has been noted in one line.
+int exitStatusOf(std::function<ExitCode()> const& command, ClientSurroundings const& surroundings);
+template <class Options>
+int runClient(Options const& options, ClientSurroundings const& surroundings) {
+  return exitStatusOf([&] { return runCommand(options, surroundings); }, surroundings);
+}
 
 }  // namespace Agent

@@ -5,8 +5,8 @@
 #include <functional>
 #include <string_view>
 
-#include "agent/client/client_options.h"
 #include "agent/client/connection.h"
+#include "agent/program/client_options.h"
 
 namespace Agent {
 

@@ -6,13 +6,10 @@
 #include <string>
 
 #include "agent/net/http_server.h"
+#include "agent/program/command_line.h"
 #include "agent/server/event_log.h"
 #include "agent/server/service.h"
 #include "agent/server/tree_api.h"
-
-namespace CLI {
-class App;
-}  // namespace CLI
 
 namespace Agent {
 
@@ -34,7 +31,6 @@ struct ServeOptions {
   ApiLimits api;
 };
 
-/// Describes the options to the parser, which writes to `options` when it is called.
-void addServeOptions(CLI::App& command, ServeOptions& options);
+void describe(CommandLine& line, ServeOptions& options);
 
 }  // namespace Agent

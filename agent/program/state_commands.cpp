@@ -95,6 +95,15 @@ std::pair<Revision, std::uint64_t> readBackup(std::string const& file, Take cons
 
 }  // namespace
 
+void describe(CommandLine& line, CheckOptions& options) {
+  line.require(line.option("FILE", &options.file, "The state file", fileProblem));
+}
+
+void describe(CommandLine& line, RestoreOptions& options) {
+  line.require(line.option("FILE", &options.backup, "The backup", fileProblem));
+  line.require(line.option("--state FILE", &options.state, "The state file to make; none may be there", fileProblem));
+}
+
 int checkStateFile(CheckOptions const& options, std::ostream& out) {
   StateSummary const found = checkState(options.file);
   out << summary(options.file, found.head.revision, found.head.digest.count);

@@ -4,6 +4,8 @@
 #include <ostream>
 #include <string>
 
+#include "agent/program/command_line.h"
+
 namespace Agent {
 
 /// `enrolix check`: examines a state and changes nothing.
@@ -17,6 +19,9 @@ struct RestoreOptions {
   /// Where the state shall be; nothing may be there.
   std::string state;
 };
+
+void describe(CommandLine& line, CheckOptions& options);
+void describe(CommandLine& line, RestoreOptions& options);
 
 /// Each says on `out` in one line what it found or made, and returns 0. Throws a StoreError or a FileError, whose
 /// what() is one line.

@@ -190,7 +190,8 @@ ExitCode runCommand(DumpOptions const& options, ClientSurroundings const& surrou
 ExitCode runCommand(WatchOptions const& options, ClientSurroundings const& surroundings) {
   Connection const connection = surroundings.connect(options.common);
   bool const areColoursUsed = isColoured(options.common, surroundings);
-  followChanges(connection, feedOf(options.prefix, options.after, surroundings), [&](FollowedEvent const& event) {
+  std::optional<std::string> const after = options.isOnce ? options.after.value_or("0") : options.after;
+  followChanges(connection, feedOf(options.prefix, after, surroundings), [&](FollowedEvent const& event) {
     std::string const line = eventLine(event, options.common, areColoursUsed);
     if (!line.empty()) surroundings.print(line);
     return !(options.isOnce && event.kind == FollowedEvent::Kind::kCaughtUp);

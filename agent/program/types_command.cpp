@@ -66,6 +66,12 @@ std::string toTable(NoxType const& type) {
 
 }  // namespace
 
+void describe(CommandLine& line, TypesOptions& options) {
+  line.flag("--json", options.isJson, "Print them as JSON instead of a table");
+  line.option("TYPE", &options.type, "One type alone, Controllerdb::Root for instance");
+  line.option("--library FILE", &options.library, "Load the registry from this file", fileProblem);
+}
+
 std::string describeTypes(TypesOptions const& options) {
   Nox::Library const library(libraryPath(options.library));
   std::string table;

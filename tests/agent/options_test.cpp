@@ -1,7 +1,9 @@
 // What command lines ask for, and what wrong ones are told.
-#include "agent/program/options.h"
-
 #include <gtest/gtest.h>
+
+#include "agent/program/replay.h"
+#include "agent/program/ring_command.h"
+#include "support/parsed.h"
 
 namespace Agent::OptionsTest {
 namespace {
@@ -10,16 +12,7 @@ using Arguments = std::vector<std::string>;
 
 ReplayOptions replay(Arguments arguments) {
   arguments.insert(arguments.begin(), "replay");
-  Options const options = parseOptions(arguments, "1.2.3");
-  if (auto const* answer = std::get_if<Answer>(&options)) ADD_FAILURE() << answer->text;
-  auto const* result = std::get_if<ReplayOptions>(&options);
-  return result ? *result : ReplayOptions();
-}
-
-Answer answer(Arguments const& arguments) {
-  Options const options = parseOptions(arguments, "1.2.3");
-  auto const* result = std::get_if<Answer>(&options);
-  return result ? *result : Answer{"accepted", -1};
+  return parsed<ReplayOptions>(arguments);
 }
 
 TEST(Options, ReplayTakesScenariosAlone) {
@@ -57,27 +50,23 @@ TEST(Options, TraceLevelsAreListsOfLevelsAndRanges) {
     EXPECT_EQ(replay({"--trace", levels, "f"}).trace.to_string(), bits) << levels;
   for (std::string const levels :
        {"", "0", "10", "1,", ",1", "1-", "-1", "5-3", "1-2-3", "1 2", "1, 2", "ALL", "x", "1-all"}) {
-    Answer const wrong = answer({"replay", "--trace", levels, "f"});
+    Answer const wrong = answered({"replay", "--trace", levels, "f"});
     EXPECT_EQ(wrong.exitStatus, 2) << levels;
     EXPECT_NE(wrong.text.find("--trace"), std::string::npos) << wrong.text;
   }
 }
 
-TEST(Options, RingTakesOneFile) {
-  Options const options = parseOptions({"ring", "trace.bin"}, "1");
-  ASSERT_TRUE(std::holds_alternative<RingOptions>(options));
-  EXPECT_EQ(std::get<RingOptions>(options).file, "trace.bin");
-}
+TEST(Options, RingTakesOneFile) { EXPECT_EQ(parsed<RingOptions>({"ring", "trace.bin"}).file, "trace.bin"); }
 
 TEST(Options, HelpAndVersionAreAnswers) {
-  EXPECT_EQ(answer({"--version"}).text, "enrolix 1.2.3\n");
-  EXPECT_EQ(answer({"--version"}).exitStatus, 0);
+  EXPECT_EQ(answered({"--version"}).text, "enrolix 1.2.3\n");
+  EXPECT_EQ(answered({"--version"}).exitStatus, 0);
   for (Arguments const& arguments : {Arguments{"--help"}, Arguments{"-h"}, Arguments{"replay", "--help"}}) {
-    Answer const help = answer(arguments);
+    Answer const help = answered(arguments);
     EXPECT_EQ(help.exitStatus, 0);
     EXPECT_NE(help.text.find("replay"), std::string::npos) << help.text;
   }
-  EXPECT_NE(answer({"replay", "--help"}).text.find("--keep-going"), std::string::npos);
+  EXPECT_NE(answered({"replay", "--help"}).text.find("--keep-going"), std::string::npos);
 }
 
 TEST(Options, AWrongCommandLineIsToldWhatIsWrong) {
@@ -101,7 +90,7 @@ TEST(Options, AWrongCommandLineIsToldWhatIsWrong) {
       {{"ring", "--trace", "1", "a"}, "--trace"},
   };
   for (auto const& [arguments, text] : cases) {
-    Answer const wrong = answer(arguments);
+    Answer const wrong = answered(arguments);
     EXPECT_EQ(wrong.exitStatus, 2) << wrong.text;
     EXPECT_EQ(wrong.text.substr(0, 9), "enrolix: ");
     EXPECT_EQ(wrong.text.back(), '\n');

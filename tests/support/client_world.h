@@ -69,7 +69,10 @@ class ClientWorld {
     return result;
   }
 
-  int run(ClientOptions const& options) { return runClient(options, surroundings()); }
+  template <class Options>
+  int run(Options const& options) {
+    return runClient(options, surroundings());
+  }
 
   /// The request line and, behind it, If-Match and Last-Event-ID if they are there.
   std::string asked(std::size_t index) const {

@@ -1,21 +1,15 @@
-// The command lines of the commands that ask a server, as plain structures.
+// The options of the commands that ask a server.
 #pragma once
 
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <string>
-#include <utility>
-#include <variant>
 #include <vector>
 
 #include "agent/client/requests.h"
-
-namespace CLI {
-class App;
-}  // namespace CLI
+#include "agent/program/command_line.h"
 
 namespace Agent {
 
@@ -119,41 +113,15 @@ struct FleetOptions {
   std::uint64_t seed = 1;
 };
 
-using ClientOptions = std::variant<GetOptions, PutOptions, DeleteOptions, WatchOptions, ApplyOptions, DumpOptions,
-                                   BackupOptions, SwitchesOptions, FleetOptions>;
-
-/// The commands' part of the command line.
-class ClientCommands {
- public:
-  /// Describes the commands to the parser, which must not be used after this has gone.
-  explicit ClientCommands(CLI::App& app);
-  ClientCommands(ClientCommands const&) = delete;
-  ClientCommands& operator=(ClientCommands const&) = delete;
-
-  /// What was asked for, once the parser has read the command line; nothing if it was another command. Throws a
-  /// CLI::Error for what the parser cannot check by itself.
-  std::optional<ClientOptions> chosen() const;
-
- private:
-  void describeDocuments(CLI::App& app);
-  void describeTree(CLI::App& app);
-  void describeFleet(CLI::App& app);
-  /// Adds a command that leaves its result in `options`, with the options that all have.
-  template <class Command>
-  CLI::App& add(CLI::App& app, std::string const& name, std::string const& description, Command& options);
-
-  GetOptions get_;
-  PutOptions put_;
-  std::optional<std::string> putFile_;
-  DeleteOptions delete_;
-  WatchOptions watch_;
-  ApplyOptions apply_;
-  DumpOptions dump_;
-  BackupOptions backup_;
-  SwitchesOptions switches_;
-  FleetOptions fleet_;
-  /// Every command with what it leaves.
-  std::vector<std::pair<CLI::App*, std::function<ClientOptions()>>> commands_;
-};
+/// Describe the options to the parser.
+void describe(CommandLine& line, GetOptions& options);
+void describe(CommandLine& line, PutOptions& options);
+void describe(CommandLine& line, DeleteOptions& options);
+void describe(CommandLine& line, WatchOptions& options);
+void describe(CommandLine& line, ApplyOptions& options);
+void describe(CommandLine& line, DumpOptions& options);
+void describe(CommandLine& line, BackupOptions& options);
+void describe(CommandLine& line, SwitchesOptions& options);
+void describe(CommandLine& line, FleetOptions& options);
 
 }  // namespace Agent

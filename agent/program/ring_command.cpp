@@ -1,0 +1,25 @@
+// Reads a file that `enrolix replay --ring` kept.
+#include "agent/program/ring_command.h"
+
+#include <sstream>
+#include <system_error>
+
+#include "framework/trace/swiftlog_reader.h"
+
+namespace Agent {
+
+void describe(CommandLine& line, RingOptions& options) {
+  line.require(line.option("FILE", &options.file, "The file that replay --ring kept", fileProblem));
+}
+
+std::string ringText(RingOptions const& options) {
+  std::ostringstream text;
+  try {
+    Swiftlog::printRingFile(options.file, text);
+  } catch (std::system_error const& error) {
+    throw FileError(options.file, error.code().message());
+  }
+  return std::move(text).str();
+}
+
+}  // namespace Agent
