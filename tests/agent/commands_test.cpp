@@ -85,7 +85,7 @@ Usages documented() {
     for (TableRow const& row : tableRows(serving, heading))
       note(row[0].substr(1, row[0].size() - 2), textOf({row}, false) + more, usages);
   }
-  static std::regex const block("```\n(enrolix [a-z]+.*)\n```");
+  static std::regex const block("```console\n(enrolix [a-z]+.*)\n```");
   for (std::sregex_iterator at(stateTree.begin(), stateTree.end(), block), end; at != end; ++at)
     note((*at)[1], "", usages);
   return usages;
