@@ -1,0 +1,176 @@
+// How an HTTP server keeps to its limits: time, connections, descriptors.
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <ctime>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/http_texts.h"
+#include "support/raw_connection.h"
+#include "support/running_server.h"
+
+namespace Agent::HttpServerLimitsTest {
+namespace {
+
+using std::chrono::milliseconds;
+using Test::chunked;
+using Test::echo;
+using Test::get;
+using Test::longText;
+using Test::RawConnection;
+using Test::RunningServer;
+using Test::smallLimits;
+using Test::text;
+
+TEST(HttpServerLimits, LosesPatience) {
+  RunningServer server(echo, smallLimits());
+  struct Pause {
+    char const* where;
+    std::string sent;
+    int status;
+  };
+  for (auto const& pause :
+       std::vector<Pause>{{"before a request", "", 0},
+                          {"in a header", "GET /a HT", 408},
+                          {"in a body", "PUT /a HTTP/1.1\r\nHost: here\r\nContent-Length: 4\r\n\r\nbo", 408},
+                          {"in a chunk", chunked("3\r\na"), 408}}) {
+    SCOPED_TRACE(pause.where);
+    RawConnection client(server.port());
+    client.send(pause.sent);
+    EXPECT_EQ(client.response().status, pause.status);
+    EXPECT_TRUE(client.ends());
+  }
+  RawConnection kept(server.port());
+  kept.send(get("/a"));
+  EXPECT_EQ(kept.response().status, 200);
+  EXPECT_TRUE(kept.ends());
+}
+
+// A byte now and then would hold a connection for ever.
+TEST(HttpServerLimits, LosesPatienceWithAHeaderThatDrips) {
+  RunningServer server(echo, smallLimits());
+  RawConnection client(server.port());
+  client.send("GET /a HTTP/1.1\r\nA: ");
+  while (!client.isReadable()) {
+    client.send("x");
+    std::this_thread::sleep_for(milliseconds(20));
+  }
+  EXPECT_EQ(client.response().status, 408);
+}
+
+TEST(HttpServerLimits, HasPatienceWithABodyThatMoves) {
+  RunningServer server(echo, smallLimits());
+  RawConnection client(server.port());
+  client.send("PUT /a HTTP/1.1\r\nHost: here\r\nContent-Length: 30\r\n\r\n");
+  for (int i = 0; i < 30; ++i) {
+    client.send("x");
+    std::this_thread::sleep_for(milliseconds(20));
+  }
+  EXPECT_EQ(client.response().status, 200);
+}
+
+TEST(HttpServerLimits, ClosesOnAReaderThatDoesNotRead) {
+  auto limits = smallLimits();
+  limits.idle = milliseconds(500);
+  RunningServer server([](HttpRequest const&, HttpAnswer const& answer) { answer(text(longText())); }, limits);
+  RawConnection client(server.port(), 4096);
+  client.send(get("/a"));
+  server.await([&] { return server.server().connections() == 1; });
+  server.await([&] { return server.server().connections() == 0; });
+  EXPECT_LT(client.rest().size(), 20'000'000U);
+}
+
+TEST(HttpServerLimits, TurnsAwayWhoIsOneTooMany) {
+  HttpLimits limits;
+  limits.connections = 3;
+  RunningServer server(echo, limits);
+  std::vector<RawConnection> clients;
+  for (int i = 0; i < 3; ++i) {
+    clients.emplace_back(server.port());
+    clients.back().send(get("/a"));
+    EXPECT_EQ(clients.back().response().status, 200);
+  }
+  for (int i = 0; i < 100; ++i) {
+    RawConnection client(server.port());
+    if (i % 2 == 0) client.send(get("/a"));
+    auto const response = client.response();
+    EXPECT_EQ(response.status, 503);
+    EXPECT_NE(RawConnection::field(response.head, "Retry-After"), "");
+    EXPECT_EQ(server.call([&] { return server.server().connections(); }), 3U);
+  }
+  clients.pop_back();
+  server.await([&] { return server.server().connections() == 2; });
+  RawConnection client(server.port());
+  client.send(get("/a"));
+  EXPECT_EQ(client.response().status, 200);
+}
+
+TEST(HttpServerLimits, ServesAThousandConnections) {
+  RunningServer server(echo);
+  std::vector<RawConnection> clients;
+  for (int i = 0; i < 1000; ++i) clients.emplace_back(server.port());
+  for (int round = 0; round < 3; ++round) {
+    for (std::size_t i = 0; i < clients.size(); ++i) clients[i].send(get("/" + std::to_string(i)));
+    for (std::size_t i = 0; i < clients.size(); ++i)
+      ASSERT_EQ(clients[i].response().body, "GET /" + std::to_string(i) + " ");
+  }
+  EXPECT_EQ(server.call([&] { return server.server().connections(); }), 1000U);
+}
+
+// What the thread of that clock has worked in a while.
+std::chrono::nanoseconds workOf(clockid_t clock) {
+  timespec before{};
+  timespec after{};
+  clock_gettime(clock, &before);
+  std::this_thread::sleep_for(milliseconds(500));
+  clock_gettime(clock, &after);
+  return std::chrono::seconds(after.tv_sec - before.tv_sec) + std::chrono::nanoseconds(after.tv_nsec - before.tv_nsec);
+}
+
+// When the system gives no more descriptors, the clients that are connected are served, and later the others too.
+TEST(HttpServerLimits, OutlivesWantOfDescriptors) {
+  std::vector<std::string> told;
+  RunningServer server(echo);
+  server.call([&] {
+    server.server().onPause([&](std::string const* reason) { told.push_back(reason != nullptr ? *reason : "over"); });
+    return true;
+  });
+  RawConnection first(server.port());
+  first.send(get("/a"));
+  ASSERT_EQ(first.response().status, 200);
+  clockid_t const clock = server.call([] {
+    clockid_t own{};
+    pthread_getcpuclockid(pthread_self(), &own);
+    return own;
+  });
+
+  // Room for one more, which the client takes.
+  int const next = ::dup(0);
+  ::close(next);
+  rlimit before{};
+  ::getrlimit(RLIMIT_NOFILE, &before);
+  rlimit const tight{static_cast<rlim_t>(next) + 1, before.rlim_max};
+  ::setrlimit(RLIMIT_NOFILE, &tight);
+  RawConnection second(server.port());
+  second.send(get("/b"));
+  first.send(get("/c"));
+  auto const response = first.response();
+  auto const work = workOf(clock);
+  bool const isServed = second.isReadable();
+  ::setrlimit(RLIMIT_NOFILE, &before);
+
+  EXPECT_EQ(response.body, "GET /c ");
+  EXPECT_LT(work, milliseconds(250)) << "the loop spins";
+  EXPECT_FALSE(isServed);
+  EXPECT_EQ(second.response().body, "GET /b ");
+  server.await([&] { return told.size() == 2; });
+  EXPECT_EQ(told, (std::vector<std::string>{"Too many open files", "over"}));
+}
+
+}  // namespace
+}  // namespace Agent::HttpServerLimitsTest
