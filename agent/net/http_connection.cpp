@@ -1,0 +1,358 @@
+#include "agent/net/http_connection.h"
+
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <array>
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/error.hpp>
+#include <boost/beast/http/status.hpp>
+#include <cassert>
+#include <ctime>
+#include <exception>
+#include <utility>
+
+#include "agent/net/http_text.h"
+
+namespace Agent {
+
+// The promise of a response: if it is forgotten, the client is told.
+struct HttpConnection::Promise {
+  explicit Promise(std::weak_ptr<HttpConnection> to) : connection(std::move(to)) {}
+  Promise(Promise const&) = delete;
+  Promise& operator=(Promise const&) = delete;
+  ~Promise() {
+    if (auto const open = kept ? nullptr : connection.lock())
+      open->host_.post([open] { open->answer(open->host_.problem(500, "the request was left without an answer")); });
+  }
+  void keep(HttpResponse response) {
+    assert(!kept && "a request is answered once");
+    kept = true;
+    if (auto const open = connection.lock()) open->answer(std::move(response));
+  }
+
+  std::weak_ptr<HttpConnection> connection;
+  bool kept = false;
+};
+
+HttpConnection::HttpConnection(HttpConnectionHost& host, HttpSocket socket)
+    : host_(host), socket_(std::move(socket)), moved_(Clock::now()) {
+  boost::system::error_code ignored;
+  socket_.non_blocking(true, ignored);
+  socket_.set_option(boost::asio::ip::tcp::no_delay(true), ignored);
+  // A reader that does not read holds no more than this of the system's memory. What is on its way does not count,
+  // so that a fast one is not slowed down.
+  int const unsent = 128 * 1024;
+  ::setsockopt(socket_.native_handle(), IPPROTO_TCP, TCP_NOTSENT_LOWAT, &unsent, sizeof unsent);
+}
+
+void HttpConnection::turnAway(int status, std::string const& reason) {
+  refuse(status, reason);
+  advance();
+}
+
+void HttpConnection::checkTime(Clock::time_point now) {
+  auto const idle = host_.limits().idle;
+  bool const stands = now - moved_ > idle;
+  switch (phase_) {
+    case Phase::Reading:
+      if (!hasBegun()) {
+        if (stands) close();
+      } else if (stands || (!parser_->is_header_done() && now - begun_ > 2 * idle)) {
+        turnAway(408, "the request does not come to its end");
+      }
+      return;
+    case Phase::Writing:
+      if (stands) close();
+      return;
+    case Phase::Draining:
+      if (now - moved_ > std::min(idle, kLongestDrain)) close();
+      return;
+    case Phase::Answering:
+    case Phase::Waiting:
+    case Phase::Closed:
+      return;
+  }
+}
+
+void HttpConnection::stop() {
+  if (phase_ == Phase::Waiting) wakeLater();
+  if (phase_ != Phase::Reading) return;
+  if (hasBegun())
+    turnAway(503, "the server is stopping");
+  else
+    close();
+}
+
+void HttpConnection::close() {
+  if (phase_ == Phase::Closed) return;
+  auto const self = shared_from_this();
+  phase_ = Phase::Closed;
+  boost::system::error_code ignored;
+  socket_.close(ignored);
+  parser_.reset();
+  source_.reset();
+  host_.left(*this);
+}
+
+void HttpConnection::advance() {
+  // A handler that answers at once does so from within a step.
+  if (advancing_) return;
+  auto const self = shared_from_this();
+  advancing_ = true;
+  int steps = 0;
+  while (step())
+    if (++steps == kStepsInTurn) {
+      host_.post([self] { self->advance(); });
+      break;
+    }
+  advancing_ = false;
+  awaitBytes();
+}
+
+bool HttpConnection::step() {
+  if (phase_ == Phase::Reading) return read();
+  if (phase_ == Phase::Writing) return write();
+  return false;
+}
+
+bool HttpConnection::read() {
+  if (!in_.empty() && !parser_) {
+    parser_.emplace(host_.limits());
+    begun_ = Clock::now();
+  }
+  if (parser_) {
+    switch (parser_->feed(in_)) {
+      case HttpRequestParser::State::HeaderIn:
+        if (parser_->expectsContinue() && in_.empty()) sayContinue();
+        return true;
+      case HttpRequestParser::State::Complete:
+        handle();
+        return true;
+      case HttpRequestParser::State::Refused:
+        refuse(parser_->status(), parser_->reason());
+        return true;
+      case HttpRequestParser::State::WantsMore:
+        break;
+    }
+  }
+  if (!ended_) return false;
+  if (hasBegun())
+    refuse(400, "the request ends early");
+  else
+    close();
+  return true;
+}
+
+void HttpConnection::handle() {
+  phase_ = Phase::Answering;
+  http11_ = parser_->isHttp11();
+  keepsAlive_ = parser_->keep_alive();
+  HttpRequest request = parser_->takeRequest();
+  parser_.reset();
+  isHead_ = request.method == "HEAD";
+  auto const promise = std::make_shared<Promise>(weak_from_this());
+  try {
+    host_.handle(std::move(request), [promise](HttpResponse response) { promise->keep(std::move(response)); });
+  } catch (std::exception const& error) {
+    if (!promise->kept) promise->keep(host_.problem(500, error.what()));
+  }
+}
+
+void HttpConnection::sayContinue() {
+  static constexpr std::string_view kContinue = "HTTP/1.1 100 Continue\r\n\r\n";
+  // Nothing else is on its way to the client, so there is room for it.
+  ErrorCode error;
+  socket_.write_some(boost::asio::buffer(kContinue), error);
+  if (error) close();
+}
+
+void HttpConnection::refuse(int status, std::string const& reason) {
+  HttpResponse response = host_.problem(status, reason);
+  phase_ = Phase::Answering;
+  keepsAlive_ = false;
+  parser_.reset();
+  in_.clear();
+  if (status == 503 && !findField(response.fields, "Retry-After")) response.fields.emplace_back("Retry-After", "1");
+  answer(std::move(response));
+}
+
+void HttpConnection::answer(HttpResponse response) {
+  if (phase_ != Phase::Answering) return;
+  if (host_.isStopping()) keepsAlive_ = false;
+  int const status = response.status;
+  Framing framing = Framing::Length;
+  if (status / 100 == 1 || status == 204 || status == 304)
+    framing = Framing::Bodiless;
+  else if (response.source)
+    framing = http11_ ? Framing::Chunked : Framing::Connection;
+  if (framing == Framing::Connection) keepsAlive_ = false;
+  std::string_view connection;
+  if (!keepsAlive_)
+    connection = "close";
+  else if (!http11_)
+    connection = "keep-alive";
+
+  auto const phrase = boost::beast::http::obsolete_reason(boost::beast::http::int_to_status(unsigned(status)));
+  before_ =
+      responseHead(response, std::string_view(phrase.data(), phrase.size()), framing, connection, std::time(nullptr));
+  moved_ = Clock::now();
+  bool const hasBody = framing != Framing::Bodiless && !isHead_;
+  if (hasBody && response.source) {
+    source_ = std::move(response.source);
+    chunked_ = framing == Framing::Chunked;
+    // No source is asked while its handler is still handing it over.
+    phase_ = Phase::Waiting;
+    wakeLater();
+    return;
+  }
+  if (hasBody) body_ = std::move(response.body);
+  phase_ = Phase::Writing;
+  advance();
+}
+
+void HttpConnection::wakeLater() {
+  host_.post([self = shared_from_this()] { self->woken(); });
+}
+
+void HttpConnection::woken() {
+  sourceIsEmpty_ = false;
+  if (phase_ != Phase::Waiting) return;
+  phase_ = Phase::Writing;
+  moved_ = Clock::now();
+  advance();
+}
+
+bool HttpConnection::write() {
+  if (source_ && body_.empty() && !sourceIsEmpty_) ask();
+  if (phase_ == Phase::Closed || !flush()) return false;
+  if (!source_) {
+    finish();
+    return true;
+  }
+  if (!sourceIsEmpty_) return true;
+  if (host_.isStopping() || ended_) {
+    // Without the last chunk, so that no client takes it for the whole body.
+    keepsAlive_ = false;
+    source_.reset();
+    finish();
+    return false;
+  }
+  phase_ = Phase::Waiting;
+  return false;
+}
+
+void HttpConnection::ask() {
+  std::optional<std::string> piece;
+  try {
+    piece = source_->next();
+  } catch (std::exception const&) {
+    // The status has gone out already; what is left is to break off.
+    close();
+    return;
+  }
+  if (!piece) {
+    source_.reset();
+    if (chunked_) after_ = kLastChunk;
+  } else if (piece->empty()) {
+    sourceIsEmpty_ = true;
+    source_->wakeIs([connection = weak_from_this()] {
+      if (auto const open = connection.lock()) open->wakeLater();
+    });
+  } else {
+    body_ = std::move(*piece);
+    if (!chunked_) return;
+    before_ += chunkHead(body_.size());
+    after_ = kChunkEnd;
+  }
+}
+
+bool HttpConnection::flush() {
+  if (awaitsRoom_) return false;
+  std::size_t const total = before_.size() + body_.size() + after_.size();
+  while (sent_ < total) {
+    ErrorCode error;
+    std::size_t skip = sent_;
+    auto const rest = [&skip](std::string_view text) {
+      std::size_t const skipped = std::min(skip, text.size());
+      skip -= skipped;
+      return boost::asio::const_buffer(text.data() + skipped, text.size() - skipped);
+    };
+    std::array<boost::asio::const_buffer, 3> const buffers{rest(before_), rest(body_), rest(after_)};
+    std::size_t const count = socket_.write_some(buffers, error);
+    if (error == boost::asio::error::would_block) {
+      awaitRoom();
+      return false;
+    }
+    if (error) {
+      close();
+      return false;
+    }
+    sent_ += count;
+    moved_ = Clock::now();
+  }
+  sent_ = 0;
+  before_ = std::string();
+  body_ = std::string();
+  after_ = {};
+  return true;
+}
+
+void HttpConnection::finish() {
+  moved_ = Clock::now();
+  if (keepsAlive_ && !host_.isStopping()) {
+    phase_ = Phase::Reading;
+    if (in_.empty()) in_ = std::string();
+    return;
+  }
+  if (ended_) {
+    close();
+    return;
+  }
+  in_ = std::string();
+  ErrorCode error;
+  socket_.shutdown(HttpSocket::shutdown_send, error);
+  phase_ = Phase::Draining;
+}
+
+void HttpConnection::awaitRoom() {
+  awaitsRoom_ = true;
+  socket_.async_wait(HttpSocket::wait_write, [self = shared_from_this()](ErrorCode const& error) {
+    self->awaitsRoom_ = false;
+    if (!error) self->advance();
+  });
+}
+
+void HttpConnection::awaitBytes() {
+  if (awaitsBytes_ || ended_ || phase_ == Phase::Closed) return;
+  if (phase_ != Phase::Reading && in_.size() >= host_.limits().headerBytes) return;
+  awaitsBytes_ = true;
+  socket_.async_wait(HttpSocket::wait_read, [self = shared_from_this()](ErrorCode const& error) {
+    self->awaitsBytes_ = false;
+    if (!error) self->takeBytes();
+  });
+}
+
+void HttpConnection::takeBytes() {
+  if (phase_ == Phase::Closed) return;
+  auto const scratch = host_.scratch();
+  ErrorCode error;
+  std::size_t const count = socket_.read_some(boost::asio::buffer(scratch.data(), scratch.size()), error);
+  if (error == boost::asio::error::eof) {
+    ended_ = true;
+    // No client waits behind a half-closed connection for what may never come.
+    if (phase_ == Phase::Waiting || phase_ == Phase::Draining) close();
+  } else if (error && error != boost::asio::error::would_block) {
+    close();
+  } else if (!error && phase_ != Phase::Draining) {
+    in_.append(scratch.data(), count);
+    if (phase_ == Phase::Reading) moved_ = Clock::now();
+  }
+  if (phase_ == Phase::Reading)
+    advance();
+  else
+    awaitBytes();
+}
+
+}  // namespace Agent
