@@ -71,4 +71,36 @@ struct OneSwitch : World {
   Nox::ValidPtr<Controller::ServiceConfigV1> const controllersTopology = topology();
 };
 
+/// A machine over an offer, a status and a table, which its test has filled before.
+struct Publishing {
+  Nox::ValidPtr<Controller::SystemPublishedMount> const offer =
+      Nox::make<Controller::SystemPublishedMount>(systemId(1));
+  Nox::ValidPtr<ControllerRegistration::SwitchStatus> const status =
+      Nox::make<ControllerRegistration::SwitchStatus>("leaf-1");
+  Nox::ValidPtr<Controller::PublishedMountsTable> const table =
+      Nox::make<Controller::PublishedMountsTable>("publishedMounts");
+  Nox::Ptr<Controllerdb::SystemPublishSm> sm;
+
+  /// Makes the machine over what was offered.
+  void start(std::initializer_list<Controller::MountDesc> mounts) {
+    for (Controller::MountDesc const& mount : mounts) offer->publishedMountIs(mount);
+    sm = Controllerdb::SystemPublishSm::SystemPublishSmIs(offer, status, table);
+  }
+  std::vector<std::string> published() const { return Publication::published(*status); }
+  std::string firstHolding(char const* path) const {
+    for (auto at = status->servicePublishedInfoIterator(); at; ++at)
+      if (!!at->publishedMount(path)) return std::string(at->name().view());
+    return "nobody";
+  }
+};
+
+/// The one reactor that watches this entity.
+template <class R>
+Nox::Ptr<R> onlyReactor(Nox::Entity const& watched) {
+  auto* const first = watched.noxNotifiees().first();
+  EXPECT_NE(first, nullptr);
+  EXPECT_EQ(Nox::NotifieeList::next(*first), nullptr);
+  return Nox::Ptr<R>(dynamic_cast<R*>(first));
+}
+
 }  // namespace Publication

@@ -1,4 +1,4 @@
-// The publication machine of one switch: publishing, withdrawing, and the life of its inputs.
+// The publication machine of one switch: publishing and withdrawing.
 #include "registry/system_publish_sm.h"
 
 #include <gmock/gmock.h>
@@ -10,56 +10,19 @@
 #include "support/write_log.h"
 
 namespace SystemPublishSmTest {
+namespace {
 
 using namespace Publication;
 using Controller::MountDesc;
-using Controller::PublishedMountsTable;
-using Controller::SystemPublishedMount;
 using Controllerdb::SystemPublishSm;
-using ControllerRegistration::SwitchStatus;
-using Nox::Ptr;
-using Nox::ValidPtr;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
-
-namespace {
 
 constexpr auto kFullPass = "8 49 void Controllerdb::SystemPublishSm::handlePublishedMount()";
 std::string onePath(std::string const& path) {
   return "8 17 void Controllerdb::SystemPublishSm::handlePublishedMount(Nox::String) " + path;
 }
-
-/// A machine over an offer, a status and a table, which its test has filled before.
-struct Publishing {
-  ValidPtr<SystemPublishedMount> const offer = Nox::make<SystemPublishedMount>(systemId(1));
-  ValidPtr<SwitchStatus> const status = Nox::make<SwitchStatus>("leaf-1");
-  ValidPtr<PublishedMountsTable> const table = Nox::make<PublishedMountsTable>("publishedMounts");
-  Ptr<SystemPublishSm> sm;
-
-  /// Makes the machine over what was offered.
-  void start(std::initializer_list<MountDesc> mounts) {
-    for (MountDesc const& mount : mounts) offer->publishedMountIs(mount);
-    sm = SystemPublishSm::SystemPublishSmIs(offer, status, table);
-  }
-  std::vector<std::string> published() const { return Publication::published(*status); }
-  std::string firstHolding(char const* path) const {
-    for (auto at = status->servicePublishedInfoIterator(); at; ++at)
-      if (!!at->publishedMount(path)) return std::string(at->name().view());
-    return "nobody";
-  }
-};
-
-/// The one reactor that watches this entity.
-template <class R>
-Ptr<R> onlyReactor(Nox::Entity const& watched) {
-  auto* const first = watched.noxNotifiees().first();
-  EXPECT_NE(first, nullptr);
-  EXPECT_EQ(Nox::NotifieeList::next(*first), nullptr);
-  return Ptr<R>(dynamic_cast<R*>(first));
-}
-
-}  // namespace
 
 TEST(SystemPublishSm, PublishesEveryOfferedPathOfAServiceWithTheServicesReadiness) {
   Publishing p;
@@ -241,127 +204,6 @@ TEST(SystemPublishSm, TheFirstPassRunsOnce) {
   EXPECT_THAT(text.lines(), IsEmpty());
 }
 
-TEST(SystemPublishSm, TheImmediateFormRunsNoPass) {
-  Publishing p;
-  p.start({mountOf("topology", "a")});
-  TraceCapture text({5, 8});
-  p.offer->announce<Nox::unkeyed(&SystemPublishedMount::NotifieeConst::onPublishedMountnoxImmediate)>();
-  p.offer->announce<Nox::unkeyed(&SystemPublishedMount::NotifieeConst::onPublishedMount)>();
-  EXPECT_THAT(text.lines(), IsEmpty());
-}
-
-TEST(SystemPublishSm, AChangeOfReadinessIsNotFollowed) {
-  Publishing p;
-  p.start({mountOf("topology", "a")});
-  WriteLog log;
-  p.table->servicePublishReadyIs("topology", true);
-  EXPECT_THAT(log.lines(), ElementsAre("publishedMounts.servicePublishReady[topology] = 1"));
-}
-
-TEST(SystemPublishSm, PublishesWithoutBeingSwitchedOn) {
-  Publishing p;
-  p.start({});
-  EXPECT_FALSE(p.sm->hasNotificationActive());
-  p.offer->publishedMountIs(mountOf("topology", "a"));
-  EXPECT_EQ(p.firstHolding("a"), "topology");
-}
-
-TEST(SystemPublishSm, TheMutatorOfTheOfferPointsItsReactorElsewhereAndRunsNoPass) {
-  Publishing p;
-  p.start({mountOf("topology", "a")});
-  auto const reactor = onlyReactor<SystemPublishSm::NoxSystemPublishedMount>(*p.offer);
-  auto const other = Nox::make<SystemPublishedMount>(systemId(1));
-  other->publishedMountIs(mountOf("topology", "b"));
-  TraceCapture text({5, 8});
-  WriteLog log;
-  p.sm->systemPublishedMountIs(p.offer);
-  p.sm->systemPublishedMountIs(other);
-  EXPECT_EQ(onlyReactor<SystemPublishSm::NoxSystemPublishedMount>(*other), reactor);
-  p.offer->publishedMountIs(mountOf("topology", "c"));
-  EXPECT_THAT(text.lines(), IsEmpty());
-  EXPECT_THAT(log.linesWith("topology."), IsEmpty());
-  other->publishedMountIs(mountOf("topology", "d"));
-  EXPECT_THAT(
-      p.published(),
-      UnorderedElementsAre("topology", "topology: a /state/a - rt topology", "topology: d /state/d - rt topology"));
-  EXPECT_EQ(p.sm->systemPublishedMount(), other);
-}
-
-TEST(SystemPublishSm, TheMutatorOfTheTablePointsItsReactorElsewhereAndRunsNoPass) {
-  Publishing p;
-  p.start({mountOf("topology", "a")});
-  auto const reactor = onlyReactor<SystemPublishSm::NoxPublishedMountsTable>(*p.table);
-  auto const other = Nox::make<PublishedMountsTable>("other");
-  other->servicePublishReadyIs("topology", true);
-  TraceCapture text({5, 8});
-  p.sm->publishedMountsTableIs(other);
-  EXPECT_EQ(onlyReactor<SystemPublishSm::NoxPublishedMountsTable>(*other), reactor);
-  EXPECT_THAT(text.lines(), IsEmpty());
-  EXPECT_FALSE(p.status->servicePublishedInfo("topology")->ready());
-  p.sm->handlePublishedMount("a");
-  EXPECT_TRUE(p.status->servicePublishedInfo("topology")->ready());
-}
-
-TEST(SystemPublishSm, ARemovedInputComesBackWithAFreshReactor) {
-  Publishing p;
-  p.start({mountOf("topology", "a")});
-  auto const reactor = onlyReactor<SystemPublishSm::NoxSystemPublishedMount>(*p.offer);
-  p.sm->systemPublishedMountDel();
-  p.sm->publishedMountsTableDel();
-  p.sm->publishedMountsTableDel();
-  EXPECT_EQ(p.sm->systemPublishedMount(), nullptr);
-  EXPECT_EQ(p.sm->publishedMountsTable(), nullptr);
-  EXPECT_TRUE(reactor->noxMarkedForDeletion());
-  p.offer->publishedMountIs(mountOf("topology", "b"));
-  EXPECT_EQ(p.firstHolding("b"), "nobody");
-  p.sm->systemPublishedMountIs(p.offer);
-  p.offer->publishedMountIs(mountOf("topology", "c"));
-  EXPECT_EQ(p.firstHolding("c"), "topology");
-  EXPECT_EQ(p.firstHolding("b"), "nobody");
-}
-
-TEST(SystemPublishSm, ItsEndMakesItsReactorsZombiesThatKnowNoMachineAndWithdrawsNothing) {
-  Publishing p;
-  p.start({mountOf("topology", "a")});
-  auto const onOffer = onlyReactor<SystemPublishSm::NoxSystemPublishedMount>(*p.offer);
-  auto const onTable = onlyReactor<SystemPublishSm::NoxPublishedMountsTable>(*p.table);
-  WriteLog log;
-  p.sm = nullptr;
-  EXPECT_THAT(log.lines(), IsEmpty());
-  EXPECT_TRUE(onOffer->noxMarkedForDeletion());
-  EXPECT_FALSE(onOffer->hasNotificationActive());
-  EXPECT_TRUE(onTable->noxMarkedForDeletion());
-  EXPECT_FALSE(onTable->hasNotificationActive());
-  onOffer->onPublishedMount("a");
-  onOffer->noxDoZombieReactors(false);
-  p.offer->publishedMountDel("a");
-  EXPECT_EQ(p.firstHolding("a"), "topology");
-}
-
-TEST(SystemPublishSm, AZombieMachineHearsNothingUntilItIsBroughtBack) {
-  Publishing p;
-  p.start({mountOf("topology", "a")});
-  p.sm->noxDoZombieReactors(true);
-  p.offer->publishedMountIs(mountOf("topology", "b"));
-  EXPECT_EQ(p.firstHolding("b"), "nobody");
-  p.sm->noxDoZombieReactors(false);
-  p.offer->publishedMountIs(mountOf("topology", "c"));
-  EXPECT_EQ(p.firstHolding("c"), "topology");
-}
-
-TEST(SystemPublishSm, AReactorOfOnesOwnWorksOnceItKnowsTheMachine) {
-  Publishing p;
-  p.start({});
-  auto const other = Nox::make<SystemPublishedMount>(systemId(2));
-  auto const reactor = p.sm->newSystemPublishedMount(other);
-  p.offer->publishedMountIs(mountOf("topology", "a"));
-  TraceCapture text({5});
-  reactor->onPublishedMount("a");
-  reactor->systemPublishSmIs(nullptr);
-  reactor->onPublishedMount("a");
-  EXPECT_THAT(text.lines(), ElementsAre("5 23 handlePublishedMount publishing: a"));
-}
-
 TEST(SystemPublishSm, WithoutAnOfferNothingIsOfferedAndWhatIsPublishedGoes) {
   Publishing p;
   p.start({mountOf("topology", "a")});
@@ -426,4 +268,5 @@ TEST(SystemPublishSm, APublishedDefaultDescriptorIsNeverWithdrawn) {
   EXPECT_THAT(p.published(), ElementsAre("", ": - - - rt -"));
 }
 
+}  // namespace
 }  // namespace SystemPublishSmTest
