@@ -9,11 +9,14 @@
 #include "agent/program/replay.h"
 #include "framework/trace/trace.h"
 #include "support/program.h"
+#include "support/rounds.h"
 #include "support/tree_world.h"
 
 namespace Agent::BadInputTest {
 namespace {
 
+using Test::sampled;
+using Test::sampledRounds;
 using testing::StartsWith;
 
 std::string repeated(std::string const& text, int count) {
@@ -279,7 +282,7 @@ TEST(BadInput, NoScenarioDoesHarm) {
   Nox::traceEnabledIs("Enrolix", true);
   std::size_t accepted = 0;
   std::size_t refused = 0;
-  for (unsigned seed = 0; seed < 150; ++seed) {
+  for (unsigned const seed : sampledRounds(150)) {
     Random random(seed);
     TreeWorld world;
     Model model;
@@ -308,7 +311,7 @@ TEST(BadInput, NoScenarioDoesHarm) {
   Nox::traceEnabledIs("Enrolix", false);
   Nox::traceLevelsIs("Enrolix", 0);
   EXPECT_GT(accepted, refused);
-  EXPECT_GT(refused, 1000u);
+  EXPECT_GT(refused, sampled(1000));
 }
 
 }  // namespace

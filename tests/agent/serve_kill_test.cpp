@@ -9,6 +9,7 @@
 #include "agent/tree/library_path.h"
 #include "agent/tree/live_tree.h"
 #include "support/recording_writer.h"
+#include "support/rounds.h"
 #include "support/served.h"
 
 namespace Agent::ServeKillTest {
@@ -17,6 +18,8 @@ namespace {
 using namespace std::chrono_literals;
 using Test::Api;
 using Test::RecordingWriter;
+using Test::sampled;
+using Test::sampleSeed;
 using Test::Served;
 
 using Texts = std::map<std::string, std::string>;
@@ -82,8 +85,8 @@ TEST(ServeKill, NothingAnsweredIsLostAtAnyInstant) {
     enableController(api);
   }
   Load load;
-  std::mt19937 random(1);
-  for (int round = 0; round < 100; ++round) {
+  std::mt19937 random(sampleSeed(1));
+  for (std::size_t round = 0; round < sampled(100); ++round) {
     load.start(served.url());
     std::this_thread::sleep_for(std::chrono::microseconds(10'000 + random() % 80'000));
     served.kill();
@@ -107,7 +110,7 @@ TEST(ServeKill, NothingAnsweredIsLostAtAnyInstant) {
     served.start();
     ASSERT_EQ(Api(served).documents(), expected) << "round " << round;
   }
-  EXPECT_GT(load.answers(), 100u);
+  EXPECT_GT(load.answers(), sampled(100));
 }
 
 TEST(ServeKill, AStopUnderLoadLosesNothingAnswered) {

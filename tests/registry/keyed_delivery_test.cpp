@@ -7,12 +7,16 @@
 #include <string>
 #include <vector>
 
+#include "support/rounds.h"
 #include "support/trace_capture.h"
 #include "support/world.h"
 #include "support/write_log.h"
 
 namespace KeyedDeliveryTest {
 namespace {
+
+using Test::sampled;
+using Test::sampledRounds;
 
 enum class Told { kConcerned, kAll, kAllByTraces };
 
@@ -126,13 +130,13 @@ std::vector<std::string> writes(unsigned seed, Told told) {
 
 TEST(KeyedDelivery, WritesWhatTellingEverySwitchWrites) {
   std::size_t written = 0;
-  for (unsigned seed = 0; seed < 200; ++seed) {
+  for (unsigned const seed : sampledRounds(200)) {
     std::vector<std::string> const expected = writes(seed, Told::kAll);
     ASSERT_EQ(writes(seed, Told::kConcerned), expected) << "seed " << seed;
     ASSERT_EQ(writes(seed, Told::kAllByTraces), expected) << "seed " << seed;
     written += expected.size();
   }
-  EXPECT_GT(written, 100'000U);
+  EXPECT_GT(written, sampled(100'000));
 }
 
 TEST(KeyedDelivery, EverySwitchTracesAHeartbeatWhileThatIsTraced) {

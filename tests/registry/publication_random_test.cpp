@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "publication_words.h"
+#include "support/rounds.h"
 
 namespace PublicationRandomTest {
 
@@ -22,6 +23,7 @@ using Nox::Name;
 using Nox::Ptr;
 using Nox::String8;
 using Nox::ValidPtr;
+using Test::sampledRounds;
 
 namespace {
 
@@ -366,7 +368,7 @@ class RandomPublication : public testing::TestWithParam<unsigned> {};
 INSTANTIATE_TEST_SUITE_P(FewAndManyServices, RandomPublication, testing::Values(5, 40));
 
 TEST_P(RandomPublication, PublishesWhatTheModelSays) {
-  for (unsigned seed = 0; seed < 300; ++seed) {
+  for (unsigned const seed : sampledRounds(300)) {
     SideBySide both(seed, GetParam());
     for (unsigned step = 0; step < kSteps; ++step) {
       both.step();
