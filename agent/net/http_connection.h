@@ -14,7 +14,6 @@
 #include "agent/net/http_request_parser.h"
 #include "agent/net/http_server.h"
 
-
 namespace Agent {
 
 using HttpSocket = boost::asio::basic_stream_socket<boost::asio::ip::tcp, boost::asio::io_context::executor_type>;
