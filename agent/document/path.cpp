@@ -1,6 +1,8 @@
-// Reads and writes paths of the state tree.
+// Reads and writes paths of the state tree by the table of their patterns.
 #include "agent/document/path.h"
 
+#include <optional>
+#include <utility>
 #include <vector>
 
 #include "agent/document/utf8.h"
@@ -12,91 +14,62 @@ constexpr std::size_t kLongestName = 255;
 
 [[noreturn]] void refuse(std::string const& reason) { throw InputError("", reason); }
 
-// The shape of every path of one kind, for the error when a path has the right start and the wrong rest.
-[[noreturn]] void refuseShape(std::string_view shape) { refuse("no such path; expected " + std::string(shape)); }
-
 SystemId systemIdPart(std::string_view text) {
   auto const address = Lumo::EthAddr::parse(text);
   if (!address) refuse("expected a system id like 02:00:00:aa:00:01, found " + inQuotes(text));
   return SystemId(*address);
 }
 
-std::string namePart(std::string_view text, std::string_view what) {
-  requireName(text, what, "");
-  return std::string(text);
-}
+/// One of the words in angle brackets, and what a path has for it.
+using PathPart = std::pair<std::string_view, std::string_view>;
 
-// Splits at every slash, so that "a//b" has an empty part and "a/" ends with one. No path has more than four parts;
-// the last one keeps whatever slashes are left.
-std::vector<std::string_view> split(std::string_view text) {
-  std::vector<std::string_view> parts;
-  for (std::size_t slash = text.find('/'); slash != std::string_view::npos && parts.size() < 4;
-       slash = text.find('/')) {
-    parts.push_back(text.substr(0, slash));
-    text.remove_prefix(slash + 1);
+/// What `path` has for the words of the pattern, in order; nothing if it has another shape.
+std::optional<std::vector<PathPart>> partsOf(std::string_view path, std::string_view pattern) {
+  std::vector<PathPart> parts;
+  for (;;) {
+    std::string_view const literal = pattern.substr(0, pattern.find('<'));
+    if (!path.starts_with(literal)) return std::nullopt;
+    path.remove_prefix(literal.size());
+    pattern.remove_prefix(literal.size());
+    if (pattern.empty()) return path.empty() ? std::optional(std::move(parts)) : std::nullopt;
+    std::size_t const end = pattern.find('>');
+    parts.emplace_back(pattern.substr(1, end - 1), path.substr(0, path.find('/')));
+    pattern.remove_prefix(end + 1);
+    path.remove_prefix(parts.back().second.size());
   }
-  parts.push_back(text);
-  return parts;
 }
 
-using Parts = std::vector<std::string_view>;
+std::string_view firstPart(std::string_view path) { return path.substr(0, path.find('/')); }
 
-Path controllerPath(Parts const& parts) {
-  if (parts.size() == 2 && parts[1] == "config") return At::ControllerConfig{};
-  if (parts.size() == 2 && parts[1] == "status") return At::ControllerStatus{};
-  if (parts.size() == 3 && parts[1] == "switch") return At::ControllerSwitch{systemIdPart(parts[2])};
-  refuseShape("controller/config, controller/status or controller/switch/<systemId>");
+/// "a, b or c".
+std::string alternatives(std::vector<std::string_view> const& texts) {
+  std::string list;
+  for (std::size_t at = 0; at < texts.size(); ++at)
+    list.append(at == 0 ? "" : at + 1 < texts.size() ? ", " : " or ").append(texts[at]);
+  return list;
 }
 
-Path registrationPath(Parts const& parts) {
-  if (parts.size() != 2 && parts.size() != 3) refuseShape("registration/<switch>/<entry>");
-  std::string switchName = namePart(parts[1], "a switch name");
-  if (parts.size() == 2) return At::Registration{std::move(switchName)};
-  if (parts[2] == "config") return At::SwitchConfig{std::move(switchName)};
-  if (parts[2] == "status") return At::SwitchStatus{std::move(switchName)};
-  return At::OtherEntry{std::move(switchName), namePart(parts[2], "an entry name")};
+/// Whether errors leave the pattern out: it is a folder, or a special case of another pattern.
+bool isUnlisted(Place place) {
+  return place.isFolder() || std::any_of(kPathPatterns.begin(), kPathPatterns.end(), [&](PathPattern const& other) {
+           return other.text != place.pattern() && partsOf(place.pattern(), other.text);
+         });
 }
 
-Path heartbeatPath(Parts const& parts) {
-  if (parts.size() != 2) refuseShape("heartbeat/<systemId>");
-  return At::Heartbeat{systemIdPart(parts[1])};
-}
-
-Path servicePath(Parts const& parts) {
-  constexpr std::string_view kService = "a service name";
-  if (parts.size() == 3 && parts[1] == "config") return At::ServiceConfig{namePart(parts[2], kService)};
-  if (parts.size() == 3 && parts[1] == "override") return At::ServiceOverride{namePart(parts[2], kService)};
-  if (parts.size() == 4 && parts[1] == "status") {
-    return At::ServiceStatus{namePart(parts[2], "a switch name"), namePart(parts[3], kService)};
+/// Says which paths there are that begin as this one does, or how paths begin.
+[[noreturn]] void refusePath(std::string_view text) {
+  if (text.empty()) refuse("the path is empty");
+  std::vector<std::string_view> patterns;
+  std::vector<std::string_view> beginnings;
+  for (std::size_t row = 0; row < kPathPatterns.size(); ++row) {
+    std::string_view const pattern = kPathPatterns[row].text;
+    std::string_view const beginning = pattern.substr(0, pattern.find('/') + 1);
+    if (beginnings.empty() || beginnings.back() != beginning) beginnings.push_back(beginning);
+    if (firstPart(pattern) == firstPart(text) && !isUnlisted(Place::ofRow(row))) patterns.push_back(pattern);
   }
-  refuseShape("service/config/<service>, service/override/<service> or service/status/<switch>/<service>");
+  if (patterns.empty()) refuse("no such path; paths start with " + alternatives(beginnings));
+  refuse("no such path; expected " + alternatives(patterns));
 }
-
-Path mountPath(Parts const& parts) {
-  if (parts.size() == 3 && parts[1] == "offer") return At::MountOffer{systemIdPart(parts[2])};
-  if (parts.size() == 3 && parts[1] == "ready") return At::MountReady{namePart(parts[2], "a service name")};
-  refuseShape("mount/offer/<systemId> or mount/ready/<service>");
-}
-
-std::string idText(SystemId const& systemId) { return std::string(systemId.stringValue().view()); }
-
-struct PathWriter {
-  std::string operator()(At::ControllerConfig const&) const { return "controller/config"; }
-  std::string operator()(At::ControllerStatus const&) const { return "controller/status"; }
-  std::string operator()(At::ControllerSwitch const& at) const { return "controller/switch/" + idText(at.systemId); }
-  std::string operator()(At::Registration const& at) const { return "registration/" + at.switchName; }
-  std::string operator()(At::SwitchConfig const& at) const { return "registration/" + at.switchName + "/config"; }
-  std::string operator()(At::SwitchStatus const& at) const { return "registration/" + at.switchName + "/status"; }
-  std::string operator()(At::OtherEntry const& at) const { return "registration/" + at.switchName + "/" + at.entry; }
-  std::string operator()(At::Heartbeat const& at) const { return "heartbeat/" + idText(at.systemId); }
-  std::string operator()(At::ServiceConfig const& at) const { return "service/config/" + at.service; }
-  std::string operator()(At::ServiceOverride const& at) const { return "service/override/" + at.service; }
-  std::string operator()(At::ServiceStatus const& at) const {
-    return "service/status/" + at.switchName + "/" + at.service;
-  }
-  std::string operator()(At::MountOffer const& at) const { return "mount/offer/" + idText(at.systemId); }
-  std::string operator()(At::MountReady const& at) const { return "mount/ready/" + at.service; }
-};
 
 }  // namespace
 
@@ -119,16 +92,40 @@ void requireName(std::string_view name, std::string_view what, std::string const
 }
 
 Path parsePath(std::string_view text) {
-  Parts const parts = split(text);
-  if (parts[0] == "controller") return controllerPath(parts);
-  if (parts[0] == "registration") return registrationPath(parts);
-  if (parts[0] == "heartbeat") return heartbeatPath(parts);
-  if (parts[0] == "service") return servicePath(parts);
-  if (parts[0] == "mount") return mountPath(parts);
-  if (text.empty()) refuse("the path is empty");
-  refuse("no such path; paths start with controller/, registration/, heartbeat/, service/ or mount/");
+  for (std::size_t row = 0; row < kPathPatterns.size(); ++row) {
+    Place const place = Place::ofRow(row);
+    auto const parts = partsOf(text, place.pattern());
+    if (!parts) continue;
+    Path path{place};
+    std::size_t names = 0;
+    for (auto const& [word, part] : *parts) {
+      if (word == "systemId") {
+        path.systemId = systemIdPart(part);
+      } else {
+        requireName(part, (word == "entry" ? "an " : "a ") + std::string(word) + " name", "");
+        path.names[names++] = part;
+      }
+    }
+    return path;
+  }
+  refusePath(text);
 }
 
-std::string toText(Path const& path) { return std::visit(PathWriter{}, path); }
+std::string toText(Path const& path) {
+  return path.place.hasSystemId() ? textAt(path.place, {path.systemId.stringValue().view()})
+                                  : textAt(path.place, {path.names[0], path.names[1]});
+}
+
+std::string textAt(Place place, std::initializer_list<std::string_view> parts) {
+  std::string text;
+  std::string_view pattern = place.pattern();
+  for (std::string_view const part : parts) {
+    std::size_t const word = pattern.find('<');
+    if (word == std::string_view::npos) break;
+    text.append(pattern.substr(0, word)).append(part);
+    pattern.remove_prefix(pattern.find('>') + 1);
+  }
+  return text.append(pattern);
+}
 
 }  // namespace Agent

@@ -1,9 +1,12 @@
-// Paths of the state tree: every place where a document can lie, as one type each.
+// Paths of the state tree: the table of all places where a document can lie, and the paths that name one of them.
 #pragma once
 
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <initializer_list>
 #include <string>
 #include <string_view>
-#include <variant>
 
 #include "agent/document/input_error.h"
 #include "records/ids.h"
@@ -16,75 +19,94 @@ using Controller::SystemId;
 /// of valid UTF-8 without "/" and without control characters. `what` says what it names: "a service name".
 void requireName(std::string_view name, std::string_view what, std::string const& field);
 
-/// The places of the tree, named after what lies there.
-namespace At {
-
-struct ControllerConfig {
-  bool operator==(ControllerConfig const&) const = default;
-};
-struct ControllerStatus {
-  bool operator==(ControllerStatus const&) const = default;
-};
-struct ControllerSwitch {
-  SystemId systemId;
-  bool operator==(ControllerSwitch const&) const = default;
-};
-/// `registration/<switch>`: the whole directory, which can be deleted and nothing else.
-struct Registration {
-  std::string switchName;
-  bool operator==(Registration const&) const = default;
-};
-struct SwitchConfig {
-  std::string switchName;
-  bool operator==(SwitchConfig const&) const = default;
-};
-struct SwitchStatus {
-  std::string switchName;
-  bool operator==(SwitchStatus const&) const = default;
-};
-/// Any entry of a registration directory but "config" and "status".
-struct OtherEntry {
-  std::string switchName;
-  std::string entry;
-  bool operator==(OtherEntry const&) const = default;
-};
-struct Heartbeat {
-  SystemId systemId;
-  bool operator==(Heartbeat const&) const = default;
-};
-struct ServiceConfig {
-  std::string service;
-  bool operator==(ServiceConfig const&) const = default;
-};
-struct ServiceOverride {
-  std::string service;
-  bool operator==(ServiceOverride const&) const = default;
-};
-struct ServiceStatus {
-  std::string switchName;
-  std::string service;
-  bool operator==(ServiceStatus const&) const = default;
-};
-struct MountOffer {
-  SystemId systemId;
-  bool operator==(MountOffer const&) const = default;
-};
-struct MountReady {
-  std::string service;
-  bool operator==(MountReady const&) const = default;
+/// What the paths of one place look like.
+struct PathPattern {
+  /// Words in angle brackets stand for what differs from path to path: a system id for `<systemId>`, otherwise a name.
+  std::string_view text;
+  /// A document there may have a time to live, and goes when that has passed.
+  bool expires = false;
 };
 
-}  // namespace At
+/// Every place of the tree, in the order in which errors list them. A path names the first place whose pattern it has.
+/// What may be done there stands in the table of `agent/tree/places.cpp`, in the same order.
+inline constexpr std::array kPathPatterns = {
+    PathPattern{"controller/config"},
+    PathPattern{"controller/status"},
+    PathPattern{"controller/switch/<systemId>"},
+    PathPattern{"registration/<switch>"},
+    PathPattern{"registration/<switch>/config"},
+    PathPattern{"registration/<switch>/status"},
+    PathPattern{"registration/<switch>/<entry>"},
+    PathPattern{"heartbeat/<systemId>", true},
+    PathPattern{"service/config/<service>"},
+    PathPattern{"service/override/<service>"},
+    PathPattern{"service/status/<switch>/<service>"},
+    PathPattern{"mount/offer/<systemId>"},
+    PathPattern{"mount/ready/<service>"},
+};
+static_assert(std::all_of(kPathPatterns.begin(), kPathPatterns.end(),
+                          [](PathPattern const& row) {
+                            return std::count(row.text.begin(), row.text.end(), '<') <= 2;
+                          }),
+              "a path has room for two names");
 
-using Path = std::variant<At::ControllerConfig, At::ControllerStatus, At::ControllerSwitch, At::Registration,
-                          At::SwitchConfig, At::SwitchStatus, At::OtherEntry, At::Heartbeat, At::ServiceConfig,
-                          At::ServiceOverride, At::ServiceStatus, At::MountOffer, At::MountReady>;
+/// One of those places. Code names it by its pattern, `Place("heartbeat/<systemId>")`; another pattern than those of
+/// the table does not compile.
+class Place {
+ public:
+  consteval Place(char const* pattern) : row_(rowOf(pattern)) {}
 
-/// The place that `text` names. Throws an InputError without path and field if no such place can exist. What may be put
+  /// Its row in the tables of places.
+  constexpr std::size_t row() const { return row_; }
+  constexpr std::string_view pattern() const { return kPathPatterns[row_].text; }
+  constexpr bool hasSystemId() const { return pattern().ends_with("<systemId>"); }
+  constexpr bool expires() const { return kPathPatterns[row_].expires; }
+  /// What all its paths begin with; all of the path where the place has but one.
+  constexpr std::string_view prefix() const { return pattern().substr(0, pattern().find('<')); }
+  /// Whether other places lie inside, so that no document lies at this one.
+  constexpr bool isFolder() const {
+    return std::any_of(kPathPatterns.begin(), kPathPatterns.end(), [this](PathPattern const& other) {
+      return other.text.size() > pattern().size() && other.text.starts_with(pattern()) &&
+             other.text[pattern().size()] == '/';
+    });
+  }
+
+  friend constexpr bool operator==(Place, Place) = default;
+
+  /// The place whose paths have that pattern, in the order of the table.
+  static constexpr Place ofRow(std::size_t row) { return Place(row); }
+
+ private:
+  constexpr explicit Place(std::size_t row) : row_(row) {}
+  static consteval std::size_t rowOf(std::string_view pattern) {
+    for (std::size_t row = 0; row < kPathPatterns.size(); ++row)
+      if (kPathPatterns[row].text == pattern) return row;
+    throw "the table has no such pattern";
+  }
+
+  std::size_t row_;
+};
+
+/// A place, and what stands in its path for the words in angle brackets.
+struct Path {
+  Place place;
+  /// For `<systemId>`.
+  SystemId systemId{};
+  /// For the names, in the order of the pattern.
+  std::array<std::string, 2> names{};
+
+  bool operator==(Path const&) const = default;
+};
+
+/// The path that `text` spells. Throws an InputError without path and field if no such path can exist. What may be put
 /// or deleted there is not decided here.
 Path parsePath(std::string_view text);
 
 /// The path as it is written out: system ids in lower case, otherwise as it was read.
 std::string toText(Path const& path);
+
+/// The text of a path of which the system id or the names are there as texts, in the order of the pattern. They are not
+/// checked.
+std::string textAt(Place place, std::initializer_list<std::string_view> parts);
 
 }  // namespace Agent

@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "agent/document/json_reader.h"
+#include "agent/document/path.h"
 
 namespace Agent {
 namespace {
@@ -135,16 +136,19 @@ std::string Fleet::enrolment(std::size_t index) const {
   if (services.contains("routing")) mounts["routes"] = makeMount("routes", "routing");
   Json const config = {
       {"systemId", of.systemId}, {"enabled", true}, {"registrationGenId", of.generation}, {"serviceConfig", services}};
-  return putLine("mount/offer/" + of.systemId, {{"publishedMount", mounts}}) + signOfLife(of) +
-         putLine("registration/" + of.name + "/config", config) +
-         putLine("registration/" + of.name + "/status", Json::object());
+  return putLine(textAt("mount/offer/<systemId>", {of.systemId}), {{"publishedMount", mounts}}) + signOfLife(of) +
+         putLine(textAt("registration/<switch>/config", {of.name}), config) +
+         putLine(textAt("registration/<switch>/status", {of.name}), Json::object());
 }
 
-std::string Fleet::signOfLife(Switch const& of) const { return putLine("heartbeat/" + of.systemId, Json::object()); }
+std::string Fleet::signOfLife(Switch const& of) const {
+  return putLine(textAt("heartbeat/<systemId>", {of.systemId}), Json::object());
+}
 
 std::string Fleet::departure(Switch const& of) const {
-  return deleteLine("heartbeat/" + of.systemId) + deleteLine("registration/" + of.name) +
-         deleteLine("mount/offer/" + of.systemId);
+  return deleteLine(textAt("heartbeat/<systemId>", {of.systemId})) +
+         deleteLine(textAt("registration/<switch>", {of.name})) +
+         deleteLine(textAt("mount/offer/<systemId>", {of.systemId}));
 }
 
 }  // namespace Agent

@@ -12,6 +12,7 @@
 #include "agent/client/follow_changes.h"
 #include "agent/client/requests.h"
 #include "agent/document/input_error.h"
+#include "agent/document/path.h"
 #include "agent/program/client_commands.h"
 #include "agent/program/fleet.h"
 #include "agent/view/colours.h"
@@ -82,7 +83,7 @@ class Readiness {
   }
 
  private:
-  static constexpr std::string_view kPrefix = "controller/switch/";
+  static constexpr std::string_view kPrefix = Place("controller/switch/<systemId>").prefix();
 
   bool isOver() const {
     std::scoped_lock const lock(mutex_);

@@ -12,8 +12,9 @@ namespace Agent {
 namespace {
 
 std::size_t orderOf(Path const& path) {
-  if (std::holds_alternative<At::SwitchConfig>(path) || std::holds_alternative<At::SwitchStatus>(path)) return 2;
-  return std::holds_alternative<At::OtherEntry>(path) ? 1 : 0;
+  constexpr Place kEntry("registration/<switch>/<entry>");
+  if (path.place.prefix() != kEntry.prefix()) return 0;
+  return path.place == kEntry ? 1 : 2;
 }
 
 }  // namespace

@@ -100,7 +100,7 @@ Json bodyOf(HttpRequest const& request, std::string const& path) {
 
 Revision revisionAt(Documents const& documents, Path const& path) {
   std::string const text = toText(path);
-  if (!std::holds_alternative<At::Registration>(path)) {
+  if (!path.place.isFolder()) {
     auto const found = documents.find(text);
     return found != documents.end() ? found->second.revision : 0;
   }

@@ -9,6 +9,7 @@
 
 #include "agent/document/input_error.h"
 #include "agent/document/json_reader.h"
+#include "agent/document/path.h"
 
 namespace Agent {
 namespace {
@@ -85,7 +86,7 @@ void EventLog::warning(std::string_view event, Fields fields) { logger_->warn("{
 void EventLog::error(std::string_view event, Fields fields) { logger_->error("{}", line(event, fields)); }
 
 void EventLog::changed(DocumentChange const& change) {
-  constexpr std::string_view kPrefix = "controller/switch/";
+  constexpr std::string_view kPrefix = Place("controller/switch/<systemId>").prefix();
   if (!change.path.starts_with(kPrefix)) return;
   std::string const systemId = change.path.substr(kPrefix.size());
   Json const row = change.text ? Json::parse(*change.text) : Json();

@@ -76,7 +76,7 @@ TreeApi::Route const& TreeApi::Call::findRoute() {
 void TreeApi::Call::requireParameters(Route const& route) const {
   for (auto const& [name, value] : target.query) {
     // Of single documents, only a heartbeat has a time to live.
-    bool const isOfOther = name == "ttl" && document && !std::holds_alternative<At::Heartbeat>(*document);
+    bool const isOfOther = name == "ttl" && document && !document->place.expires();
     if (isOfOther || !hasParameter(route.query, name))
       throw HttpProblem(400, InputError("", "the parameter " + inQuotes(name) + " means nothing here"));
   }

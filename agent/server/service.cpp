@@ -88,7 +88,7 @@ void Service::start(std::optional<std::map<std::string, std::chrono::millisecond
   Revision const revision = kept_.revision;
   tree_ = std::make_unique<LiveTree>(library_, kept_);
   lifetimes_ = Lifetimes();
-  auto const [begin, end] = withPrefix(documents(), "heartbeat/");
+  auto const [begin, end] = withPrefix(documents(), Place("heartbeat/<systemId>").prefix());
   for (auto at = begin; at != end; ++at) {
     std::optional<std::chrono::milliseconds> time = at->second.timeToLive;
     if (left)
@@ -102,8 +102,7 @@ void Service::start(std::optional<std::map<std::string, std::chrono::millisecond
 }
 
 std::size_t Service::switches() const {
-  constexpr std::string_view kPrefix = "controller/switch/";
-  auto const [begin, end] = withPrefix(documents(), kPrefix);
+  auto const [begin, end] = withPrefix(documents(), Place("controller/switch/<systemId>").prefix());
   return static_cast<std::size_t>(std::distance(begin, end));
 }
 
@@ -129,7 +128,7 @@ TurnResult Service::apply(std::span<Operation const> operations, std::optional<T
 
 void Service::renew(std::span<Operation const> operations, std::optional<std::chrono::milliseconds> timeToLive) {
   for (Operation const& operation : operations) {
-    if (!std::holds_alternative<At::Heartbeat>(operation.path)) continue;
+    if (!operation.path.place.expires()) continue;
     std::string const path = toText(operation.path);
     if (!operation.isPut()) {
       lifetimes_.forget(path);
@@ -158,7 +157,7 @@ CommittedTurn Service::takeRenewed() {
 bool Service::isRefresh(std::span<Operation const> operations,
                         std::optional<std::chrono::milliseconds> timeToLive) const {
   return std::all_of(operations.begin(), operations.end(), [&](Operation const& operation) {
-    if (!operation.value || !std::holds_alternative<At::Heartbeat>(operation.path)) return false;
+    if (!operation.value || !operation.path.place.expires()) return false;
     auto const known = documents().find(toText(operation.path));
     return known != documents().end() && *known->second.text == operation.value->dump() &&
            known->second.timeToLive == timeToLive;

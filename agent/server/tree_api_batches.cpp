@@ -129,7 +129,8 @@ void TreeApi::goOn(std::shared_ptr<Batch> const& batch) {
     } catch (StoreError const& error) {
       batch->fail(storeProblem(error), line);
     }
-    batch->operations.resize(batch->applied);
+    batch->operations.erase(batch->operations.begin() + static_cast<std::ptrdiff_t>(batch->applied),
+                            batch->operations.end());
     break;
   }
   keep(batch);

@@ -87,8 +87,7 @@ void BackupReader::takeDocument(std::string_view line) {
   document.path = text(head, "path");
   document.revision = number(head, "revision");
   if (head.contains("ttl")) {
-    if (!std::holds_alternative<At::Heartbeat>(parsePath(document.path)))
-      throw InputError("ttl", "only a heartbeat has a time to live");
+    if (!parsePath(document.path).place.expires()) throw InputError("ttl", "only a heartbeat has a time to live");
     document.timeToLive.emplace(static_cast<std::int64_t>(number(head, "ttl", 1)));
   }
   document.text =

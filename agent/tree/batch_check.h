@@ -26,11 +26,10 @@ class BatchCheck {
     std::set<std::string> gone;
     bool isGone = false;
 
-    void put(std::string const& entry);
+    void put(Place place, std::string const& entry);
     void remove(std::string const& entry);
     void removeAll();
   };
-  struct Step;
 
   Registration& registration(std::string const& switchName);
 

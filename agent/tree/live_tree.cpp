@@ -48,26 +48,20 @@ void LiveTree::restore(Controllerdb::AgentTables& tables) {
 TurnResult LiveTree::apply(std::span<Operation const> operations, std::optional<std::chrono::milliseconds> timeToLive,
                            std::size_t* refused) {
   std::size_t at = 0;
-  check(operations, refused != nullptr ? *refused : at);
+  std::vector<CheckedOperation> const checked = check(operations, refused != nullptr ? *refused : at);
   TurnResult result;
-  WrittenDocuments changed(tables());
-  for (Operation const& operation : operations) note(operation, changed);
+  WrittenDocuments written(*tree_);
+  for (Operation const& operation : operations) written.add(operation.path);
   try {
     Nox::Turn turn;
-    for (Operation const& operation : operations) {
-      if (operation.value)
-        tree_->put(operation.path, *operation.value);
-      else
-        tree_->remove(operation.path);
-    }
+    for (CheckedOperation const& operation : checked) tree_->apply(operation);
   } catch (std::exception const& exception) {
     result.failure = printable(exception.what(), 1000);
   }
-  collect(changed, result);
+  collect(written, result);
   std::size_t const changes = result.turn.changes.size();
   for (Operation const& operation : operations)
-    if (operation.value && std::holds_alternative<At::Heartbeat>(operation.path))
-      renew(toText(operation.path), timeToLive, result, changes);
+    if (operation.value && operation.path.place.expires()) renew(toText(operation.path), timeToLive, result, changes);
   return result;
 }
 
@@ -91,32 +85,23 @@ void LiveTree::renew(std::string const& path, std::optional<std::chrono::millise
   }
 }
 
-void LiveTree::check(std::span<Operation const> operations, std::size_t& at) const {
+std::vector<CheckedOperation> LiveTree::check(std::span<Operation const> operations, std::size_t& at) const {
+  std::vector<CheckedOperation> checked;
   BatchCheck batch(kept_.documents);
   for (at = 0; at < operations.size(); ++at) {
     about(toText(operations[at].path), [&] {
-      StateTree::check(operations[at].path, operations[at].value ? &*operations[at].value : nullptr);
+      checked.push_back(StateTree::check(operations[at].path, operations[at].value ? &*operations[at].value : nullptr));
       if (operations.size() > 1) batch.add(operations[at]);
     });
   }
+  return checked;
 }
 
-// What an operation changes by itself, and the writes of records do not tell.
-void LiveTree::note(Operation const& operation, WrittenDocuments& changed) const {
-  if (!std::holds_alternative<At::Registration>(operation.path)) return changed.add(operation.path);
-  auto const [begin, end] = withPrefix(kept_.documents, toText(operation.path) + "/");
-  for (auto at = begin; at != end; ++at) changed.add(parsePath(at->first));
-}
-
-void LiveTree::collect(WrittenDocuments& changed, TurnResult& result) {
-  for (std::string const& prefix : changed.prefixes()) {
-    auto const [begin, end] = withPrefix(kept_.documents, prefix);
-    for (auto at = begin; at != end; ++at) changed.add(parsePath(at->first));
-  }
+void LiveTree::collect(WrittenDocuments& written, TurnResult& result) {
   result.turn.revision = kept_.revision + 1;
-  for (auto const& [path, place] : changed.paths()) {
-    std::optional<Json> const document = tree_->read(place);
-    compare(path, document ? &*document : nullptr, result);
+  for (auto const& [text, path] : written.paths(kept_.documents)) {
+    std::optional<Json> const document = tree_->read(path);
+    compare(text, document ? &*document : nullptr, result);
   }
   result.turn.revision = result.turn.changes.empty() ? kept_.revision : ++kept_.revision;
 }

@@ -55,9 +55,8 @@ class LiveTree {
 
  private:
   void restore(Controllerdb::AgentTables& tables);
-  void check(std::span<Operation const> operations, std::size_t& at) const;
-  void note(Operation const& operation, WrittenDocuments& changed) const;
-  void collect(WrittenDocuments& changed, TurnResult& result);
+  std::vector<CheckedOperation> check(std::span<Operation const> operations, std::size_t& at) const;
+  void collect(WrittenDocuments& written, TurnResult& result);
   void renew(std::string const& path, std::optional<std::chrono::milliseconds> timeToLive, TurnResult& result,
              std::size_t changes);
   void compare(std::string const& path, Json const* document, TurnResult& result);

@@ -1,23 +1,33 @@
-// Finds the document that a written entity is part of: its own, or that of the entity that holds it.
+// Asks the tree which document each write is part of.
 #include "agent/tree/written_documents.h"
 
 #include "framework/memory/assertion.h"
 
 namespace Agent {
-namespace {
 
-bool isA(Nox::Entity const& entity, Nox::NoxType const& type) { return &entity.fwkType() == &type; }
-
-std::string nameOf(Nox::Entity const& entity) { return std::string(entity.name().view()); }
-
-}  // namespace
-
-WrittenDocuments::WrittenDocuments(Controllerdb::AgentTables const& tables) : tables_(tables) {
+WrittenDocuments::WrittenDocuments(StateTree const& tree) : tree_(tree) {
   NOX_ASSERT(Nox::writeObserver_ == nullptr, "another observer watches the writes");
   Nox::writeObserver_ = this;
 }
 
 WrittenDocuments::~WrittenDocuments() { Nox::writeObserver_ = nullptr; }
+
+void WrittenDocuments::add(Path const& path) {
+  std::string text = toText(path);
+  if (path.place.isFolder()) text += '/';
+  if (text.ends_with('/'))
+    folders_.push_back(std::move(text));
+  else
+    paths_.try_emplace(std::move(text), path);
+}
+
+std::map<std::string, Path> const& WrittenDocuments::paths(Documents const& before) {
+  for (std::string const& folder : folders_) {
+    auto const [begin, end] = withPrefix(before, folder);
+    for (auto at = begin; at != end; ++at) paths_.try_emplace(at->first, parsePath(at->first));
+  }
+  return paths_;
+}
 
 void WrittenDocuments::written(Nox::Entity const& entity, std::string_view /*operation*/, bool changed,
                                Nox::WriteText key, Nox::WriteText /*value*/) {
@@ -29,30 +39,8 @@ void WrittenDocuments::removed(Nox::Entity const& entity, std::string_view /*ope
   if (changed) note(entity, key);
 }
 
-void WrittenDocuments::note(Nox::Entity const& entity, Nox::WriteText key) {
-  if (&entity == tables_.status.get()) return add(At::ControllerStatus{});
-  if (&entity == tables_.controllerStatus.get()) {
-    if (auto const address = Lumo::EthAddr::parse(key.text())) add(At::ControllerSwitch{SystemId(*address)});
-    return;
-  }
-  if (&entity == tables_.allClientsServiceStatusDir.get()) {
-    prefixes_.push_back("service/status/" + key.text() + "/");
-    return;
-  }
-  using Controller::ServiceStatusDir;
-  using ControllerRegistration::SwitchStatus;
-  // What a document holds lies two levels below its own entity at most.
-  std::string service = isA(entity, ServiceStatusDir::noxType) ? key.text() : std::string();
-  Nox::Ptr<Nox::Entity const> at(&entity);
-  while (at && !isA(*at, SwitchStatus::noxType) && !isA(*at, ServiceStatusDir::noxType)) {
-    service = nameOf(*at);
-    at = at->parent();
-  }
-  if (!at) return;
-  if (isA(*at, SwitchStatus::noxType))
-    add(At::SwitchStatus{nameOf(*at)});
-  else
-    add(At::ServiceStatus{nameOf(*at), service});
+void WrittenDocuments::note(Nox::Entity const& entity, Nox::WriteText const& key) {
+  if (auto const path = tree_.documentOf(entity, key)) add(*path);
 }
 
 }  // namespace Agent

@@ -3,10 +3,10 @@
 
 #include <map>
 #include <string>
+#include <vector>
 
-#include "agent/document/path.h"
-#include "framework/core/write_observer.h"
-#include "records/tables.h"
+#include "agent/document/documents.h"
+#include "agent/tree/state_tree.h"
 
 namespace Agent {
 
@@ -14,27 +14,28 @@ namespace Agent {
 /// of; whether a document has changed is for its reader to find out. Scopes do not nest.
 class WrittenDocuments final : public Nox::WriteObserver {
  public:
-  explicit WrittenDocuments(Controllerdb::AgentTables const& tables);
+  explicit WrittenDocuments(StateTree const& tree);
   WrittenDocuments(WrittenDocuments const&) = delete;
   WrittenDocuments& operator=(WrittenDocuments const&) = delete;
   virtual ~WrittenDocuments();
 
-  void add(Path const& path) { paths_.try_emplace(toText(path), path); }
+  /// What the observer is not told of: an operation on that path. A folder stands for all documents inside.
+  void add(Path const& path);
 
-  /// The paths, in byte order.
-  std::map<std::string, Path> const& paths() const noexcept { return paths_; }
-  /// What the paths of whole switches begin with whose service statuses came or went.
-  std::vector<std::string> const& prefixes() const noexcept { return prefixes_; }
+  /// The paths, in byte order. Where a folder was written, those of its documents in `before`, which has not been told
+  /// of the turn, are among them.
+  std::map<std::string, Path> const& paths(Documents const& before);
 
  private:
   void written(Nox::Entity const& entity, std::string_view operation, bool changed, Nox::WriteText key,
                Nox::WriteText value) override;
   void removed(Nox::Entity const& entity, std::string_view operation, bool changed, Nox::WriteText key) override;
-  void note(Nox::Entity const& entity, Nox::WriteText key);
+  void note(Nox::Entity const& entity, Nox::WriteText const& key);
 
-  Controllerdb::AgentTables const& tables_;
+  StateTree const& tree_;
   std::map<std::string, Path> paths_;
-  std::vector<std::string> prefixes_;
+  /// What the paths in the folders begin with that were written as a whole.
+  std::vector<std::string> folders_;
 };
 
 }  // namespace Agent

@@ -2,14 +2,13 @@
 #include "agent/view/switch_rows.h"
 
 #include <algorithm>
-#include <array>
 
-#include "agent/document/input_error.h"
+#include "agent/document/path.h"
 
 namespace Agent {
 namespace {
 
-constexpr std::string_view kRegistration = "registration/";
+constexpr Place kSwitchEntry("registration/<switch>/<entry>");
 
 /// The member of an object; null if the object, the member or its value is not there.
 Json const* member(Json const* object, std::string_view key) {
@@ -144,9 +143,9 @@ std::vector<ServiceRow> serviceRows(SwitchState const& of, SwitchDocuments const
   collect(member(of.status, "servicePublishedInfo"), &ServiceDocuments::info);
   std::vector<ServiceRow> rows;
   for (auto& [name, service] : services) {
-    service.controller = documents.find("service/override/" + name);
+    service.controller = documents.find(textAt("service/override/<service>", {name}));
     service.isOverridden = service.controller != nullptr;
-    if (!service.isOverridden) service.controller = documents.find("service/config/" + name);
+    if (!service.isOverridden) service.controller = documents.find(textAt("service/config/<service>", {name}));
     rows.push_back({name, outcome(service), published(service)});
   }
   return rows;
@@ -161,11 +160,12 @@ State stateOf(SwitchState const& of, SwitchDocuments const& documents) {
   if (!of.config) return {SwitchProgress::kLacking, "incomplete: no \"config\""};
   if (!of.status) return {SwitchProgress::kLacking, "incomplete: no \"status\""};
   std::string const systemId = text(of.config, "systemId");
-  Json const* const holder = member(documents.find("controller/switch/" + systemId), "switchStatus");
+  Json const* const holder = member(documents.find(textAt("controller/switch/<systemId>", {systemId})), "switchStatus");
   if (holder && holder->get<std::string>() == of.name) return {SwitchProgress::kReady, "ready"};
-  if (!isSet(documents.find("controller/config"), "enabled")) return {SwitchProgress::kWaiting, "agent disabled"};
+  if (!isSet(documents.find(textAt("controller/config", {})), "enabled"))
+    return {SwitchProgress::kWaiting, "agent disabled"};
   if (!isSet(of.config, "enabled")) return {SwitchProgress::kWaiting, "not enabled"};
-  if (!documents.find("heartbeat/" + systemId)) return {SwitchProgress::kLacking, "no heartbeat"};
+  if (!documents.find(textAt("heartbeat/<systemId>", {systemId}))) return {SwitchProgress::kLacking, "no heartbeat"};
   // Registrations with one system id share a row, which tells of one of them.
   if (holder) return {SwitchProgress::kWaiting, "system id taken by " + inQuotes(holder->get<std::string>())};
   return {SwitchProgress::kWaiting, "not decided anew"};
@@ -174,10 +174,14 @@ State stateOf(SwitchState const& of, SwitchDocuments const& documents) {
 }  // namespace
 
 bool SwitchDocuments::isWanted(std::string_view path) {
-  constexpr std::array<std::string_view, 6> kPrefixes = {
-      kRegistration, "heartbeat/", "controller/config", "controller/switch/", "service/config/", "service/override/"};
+  constexpr Place kPlaces[] = {kSwitchEntry,
+                               "heartbeat/<systemId>",
+                               "controller/config",
+                               "controller/switch/<systemId>",
+                               "service/config/<service>",
+                               "service/override/<service>"};
   return std::any_of(
-      kPrefixes.begin(), kPrefixes.end(), [&](std::string_view prefix) { return path.starts_with(prefix); });
+      std::begin(kPlaces), std::end(kPlaces), [&](Place place) { return path.starts_with(place.prefix()); });
 }
 
 void SwitchDocuments::put(std::string const& path, Json document) {
@@ -192,10 +196,10 @@ Json const* SwitchDocuments::find(std::string const& path) const {
 std::vector<SwitchRow> switchRows(SwitchDocuments const& documents) {
   // The slash behind a directory's name sorts otherwise than the name's end.
   std::map<std::string, SwitchState> switches;
-  for (auto at = documents.all().lower_bound(kRegistration); at != documents.all().end(); ++at) {
+  for (auto at = documents.all().lower_bound(kSwitchEntry.prefix()); at != documents.all().end(); ++at) {
     std::string_view const path = at->first;
-    if (!path.starts_with(kRegistration)) break;
-    std::string_view const rest = path.substr(kRegistration.size());
+    if (!path.starts_with(kSwitchEntry.prefix())) break;
+    std::string_view const rest = path.substr(kSwitchEntry.prefix().size());
     std::size_t const slash = rest.find('/');
     if (slash == std::string_view::npos) continue;
     std::string const name(rest.substr(0, slash));

@@ -248,7 +248,7 @@ class Model {
     std::string const path = toText(operation.path);
     if (operation.value)
       documents_[path] = *operation.value;
-    else if (std::holds_alternative<At::Registration>(operation.path))
+    else if (operation.path.place.isFolder())
       std::erase_if(documents_, [&](auto const& entry) { return entry.first.rfind(path + "/", 0) == 0; });
     else
       documents_.erase(path);

@@ -1,5 +1,5 @@
 // Documents against records: what is read, what is refused, and in which order a document is written.
-#include "agent/tree/codec.h"
+#include "agent/tree/codec_rows.h"
 
 #include <gmock/gmock.h>
 

@@ -24,23 +24,23 @@ TEST(Path, NamesEveryPlaceAndIsWrittenAsItWasRead) {
     std::string_view text;
     Path path;
   } const cases[] = {
-      {"controller/config", At::ControllerConfig{}},
-      {"controller/status", At::ControllerStatus{}},
-      {"controller/switch/02:00:00:aa:00:01", At::ControllerSwitch{kSystemId}},
-      {"registration/leaf-1", At::Registration{"leaf-1"}},
-      {"registration/leaf-1/config", At::SwitchConfig{"leaf-1"}},
-      {"registration/leaf-1/status", At::SwitchStatus{"leaf-1"}},
-      {"registration/leaf-1/notes", At::OtherEntry{"leaf-1", "notes"}},
-      {"registration/leaf-1/Config", At::OtherEntry{"leaf-1", "Config"}},
-      {"registration/config/config", At::SwitchConfig{"config"}},
-      {"registration/./..", At::OtherEntry{".", ".."}},
-      {"heartbeat/02:00:00:aa:00:01", At::Heartbeat{kSystemId}},
-      {"heartbeat/ff:ff:ff:ff:ff:ff", At::Heartbeat{SystemId{0xffffffffffff}}},
-      {"service/config/topology", At::ServiceConfig{"topology"}},
-      {"service/override/topology", At::ServiceOverride{"topology"}},
-      {"service/status/leaf 1/topo logy", At::ServiceStatus{"leaf 1", "topo logy"}},
-      {"mount/offer/02:00:00:aa:00:01", At::MountOffer{kSystemId}},
-      {"mount/ready/tópøl😀", At::MountReady{"tópøl😀"}},
+      {"controller/config", Path{"controller/config"}},
+      {"controller/status", Path{"controller/status"}},
+      {"controller/switch/02:00:00:aa:00:01", Path{"controller/switch/<systemId>", kSystemId}},
+      {"registration/leaf-1", Path{"registration/<switch>", {}, {"leaf-1"}}},
+      {"registration/leaf-1/config", Path{"registration/<switch>/config", {}, {"leaf-1"}}},
+      {"registration/leaf-1/status", Path{"registration/<switch>/status", {}, {"leaf-1"}}},
+      {"registration/leaf-1/notes", Path{"registration/<switch>/<entry>", {}, {"leaf-1", "notes"}}},
+      {"registration/leaf-1/Config", Path{"registration/<switch>/<entry>", {}, {"leaf-1", "Config"}}},
+      {"registration/config/config", Path{"registration/<switch>/config", {}, {"config"}}},
+      {"registration/./..", Path{"registration/<switch>/<entry>", {}, {".", ".."}}},
+      {"heartbeat/02:00:00:aa:00:01", Path{"heartbeat/<systemId>", kSystemId}},
+      {"heartbeat/ff:ff:ff:ff:ff:ff", Path{"heartbeat/<systemId>", SystemId{0xffffffffffff}}},
+      {"service/config/topology", Path{"service/config/<service>", {}, {"topology"}}},
+      {"service/override/topology", Path{"service/override/<service>", {}, {"topology"}}},
+      {"service/status/leaf 1/topo logy", Path{"service/status/<switch>/<service>", {}, {"leaf 1", "topo logy"}}},
+      {"mount/offer/02:00:00:aa:00:01", Path{"mount/offer/<systemId>", kSystemId}},
+      {"mount/ready/tópøl😀", Path{"mount/ready/<service>", {}, {"tópøl😀"}}},
   };
   for (auto const& [text, path] : cases) {
     EXPECT_TRUE(parsePath(text) == path) << text;
@@ -50,7 +50,7 @@ TEST(Path, NamesEveryPlaceAndIsWrittenAsItWasRead) {
 
 TEST(Path, SystemIdsAreReadInEitherCaseAndWrittenInLower) {
   EXPECT_EQ(toText(parsePath("heartbeat/02:0a:AB:cD:Ef:01")), "heartbeat/02:0a:ab:cd:ef:01");
-  EXPECT_TRUE(parsePath("mount/offer/AA:BB:CC:DD:EE:FF") == Path(At::MountOffer{SystemId{0xaabbccddeeff}}));
+  EXPECT_TRUE(parsePath("mount/offer/AA:BB:CC:DD:EE:FF") == (Path{"mount/offer/<systemId>", SystemId{0xaabbccddeeff}}));
 }
 
 TEST(Path, SystemIdsKeepTheirForm) {
@@ -73,7 +73,7 @@ TEST(Path, SystemIdsKeepTheirForm) {
   std::mt19937_64 random(11);
   for (int round = 0; round < 1000; ++round) {
     SystemId const systemId{random() & 0xffffffffffff};
-    Path const path = At::Heartbeat{systemId};
+    Path const path = Path{"heartbeat/<systemId>", systemId};
     EXPECT_TRUE(parsePath(toText(path)) == path);
   }
 }
@@ -126,7 +126,8 @@ TEST(Path, SaysWhyATextIsNone) {
 
 TEST(Path, NamesHoldUpTo255Bytes) {
   std::string const longest(255, 'n');
-  EXPECT_TRUE(parsePath("registration/" + longest + "/" + longest) == Path(At::OtherEntry{longest, longest}));
+  EXPECT_TRUE(parsePath("registration/" + longest + "/" + longest) ==
+              (Path{"registration/<switch>/<entry>", {}, {longest, longest}}));
   EXPECT_NE(refusal("registration/" + longest + "n").find("it has 256 bytes, at most 255 are allowed"),
             std::string::npos);
   std::string twoBytesEach;

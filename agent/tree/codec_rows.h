@@ -1,18 +1,19 @@
-// Walks the attribute tables: once to check a document, once to write it, once to read a record.
-#include "agent/tree/codec.h"
+// How `codec.h` walks the attribute tables: once to check a document, once to write it, once to read a record.
+#pragma once
 
 #include <charconv>
 #include <tuple>
 
 #include "agent/document/path.h"
+#include "agent/tree/codec.h"
 #include "agent/tree/key_order.h"
 #include "framework/text/shared_text.h"
-#include "records/agent.h"
 #include "records/attributes.h"
-#include "records/registration.h"
+#include "records/mount.h"
+#include "records/service.h"
 
 namespace Agent {
-namespace {
+namespace detail {
 
 using Controller::MountDesc;
 using Controller::ServiceVersionV1;
@@ -42,7 +43,7 @@ void forEachRow(Work const& work) {
 }
 
 /// The value of a member, or null.
-Json const* find(Json::object_t const& members, std::string_view key) {
+inline Json const* find(Json::object_t const& members, std::string_view key) {
   for (auto const& [name, value] : members)
     if (name == key) return &value;
   return nullptr;
@@ -50,9 +51,9 @@ Json const* find(Json::object_t const& members, std::string_view key) {
 
 // Scalars, both ways.
 
-void parse(Json const& json, bool& to) { to = requireBool(json, ""); }
-void parse(Json const& json, unsigned& to) { to = requireUnsigned(json, ""); }
-void parse(Json const& json, Nox::String8& to) { to = Nox::sharedText<Nox::String8>(requireString(json, "")); }
+inline void parse(Json const& json, bool& to) { to = requireBool(json, ""); }
+inline void parse(Json const& json, unsigned& to) { to = requireUnsigned(json, ""); }
+inline void parse(Json const& json, Nox::String8& to) { to = Nox::sharedText<Nox::String8>(requireString(json, "")); }
 template <class T>
 void parsePart(std::string const& name, Json::object_t const& members, T& to) {
   inMember(name, [&] {
@@ -61,36 +62,36 @@ void parsePart(std::string const& name, Json::object_t const& members, T& to) {
     parse(*value, to);
   });
 }
-void parse(Json const& json, ServiceVersionV1& to) {
+inline void parse(Json const& json, ServiceVersionV1& to) {
   unsigned number = 0;
   Nox::String8 desc;
   parsePart("version", requireObject(json, ""), number);
   parsePart("desc", requireObject(json, ""), desc);
   to = ServiceVersionV1(number, desc);
 }
-void parse(Json const& json, Nox::Name& to) { to = Nox::sharedText<Nox::Name>(requireString(json, "")); }
-void parse(Json const& json, Controller::SystemId& to) {
+inline void parse(Json const& json, Nox::Name& to) { to = Nox::sharedText<Nox::Name>(requireString(json, "")); }
+inline void parse(Json const& json, Controller::SystemId& to) {
   auto const address = Lumo::EthAddr::parse(requireString(json, ""));
   if (!address) throw InputError("", "expected a system id like 02:00:00:aa:00:01, found " + describe(json));
   to = Controller::SystemId(*address);
 }
 
-Json print(bool value) { return value; }
-Json print(unsigned value) { return value; }
-Json print(Nox::StringN<unsigned char> const& text) { return text.view(); }
-Json print(Controller::SystemId const& systemId) { return keyText(systemId); }
-Json print(ServiceVersionV1 const& version) {
+inline Json print(bool value) { return value; }
+inline Json print(unsigned value) { return value; }
+inline Json print(Nox::StringN<unsigned char> const& text) { return text.view(); }
+inline Json print(Controller::SystemId const& systemId) { return keyText(systemId); }
+inline Json print(ServiceVersionV1 const& version) {
   return {{"version", print(version.version())}, {"desc", print(version.desc())}};
 }
 
 // Keys of keyed fields, and the values that stand under them.
 
-void parseKey(std::string const& text, Nox::Name& to) {
+inline void parseKey(std::string const& text, Nox::Name& to) {
   requireName(text, "a service name", "");
   to = Nox::sharedText<Nox::Name>(text);
 }
-void parseKey(std::string const& text, Nox::String8& to) { to = Nox::sharedText<Nox::String8>(text); }
-void parseKey(std::string const& text, unsigned& to) {
+inline void parseKey(std::string const& text, Nox::String8& to) { to = Nox::sharedText<Nox::String8>(text); }
+inline void parseKey(std::string const& text, unsigned& to) {
   auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), to);
   // Printed again it must be the same text: no leading zeros, nothing behind the number.
   if (error != std::errc() || keyText(to) != text) {
@@ -98,12 +99,12 @@ void parseKey(std::string const& text, unsigned& to) {
   }
 }
 
-void parseMember(unsigned number, Json const& json, ServiceVersionV1& to) {
+inline void parseMember(unsigned number, Json const& json, ServiceVersionV1& to) {
   Nox::String8 desc;
   parse(json, desc);
   to = ServiceVersionV1(number, desc);
 }
-void parseMember(Nox::String8 const& path, Json const& json, MountDesc& to) {
+inline void parseMember(Nox::String8 const& path, Json const& json, MountDesc& to) {
   to = MountDesc();
   to.path = path;
   for (auto const& [found, content] : requireObject(json, "")) {
@@ -125,8 +126,8 @@ void parseMember(Nox::Name const& /*key*/, Json const& json, Nox::Ptr<R>& /*to*/
   checkDocument<R>(json);
 }
 
-Json printMember(ServiceVersionV1 const& version) { return print(version.desc()); }
-Json printMember(MountDesc const& mount) {
+inline Json printMember(ServiceVersionV1 const& version) { return print(version.desc()); }
+inline Json printMember(MountDesc const& mount) {
   Json json = Json::object();
   std::apply([&](auto const&... field) { ((json[field.first] = print(mount.*field.second)), ...); },
              MountDesc::fields());
@@ -154,25 +155,25 @@ constexpr bool kHasChildren =
 
 // Checking.
 
-template <class R, Writer By, auto Read, auto Write>
-void checkRow(ScalarRow<Read, Write> const& /*row*/, Json const& json) {
+template <class R, auto Read, auto Write>
+void checkRow(ScalarRow<Read, Write> const& /*row*/, Json const& json, Writer /*by*/) {
   std::remove_cvref_t<decltype((std::declval<R const&>().*Read)())> value;
   parse(json, value);
 }
-template <class R, Writer By, auto Read, auto Change, auto Make>
-void checkRow(ChildRow<Read, Change, Make> const& /*row*/, Json const& json) {
+template <class R, auto Read, auto Change, auto Make>
+void checkRow(ChildRow<Read, Change, Make> const& /*row*/, Json const& json, Writer by) {
   if (!std::is_null_pointer_v<decltype(Make)> && json.is_null()) return;
-  checkDocument<ChildOf<R, Change>, By>(json);
+  checkDocument<ChildOf<R, Change>>(json, by);
 }
-template <class R, Writer By, auto Read, auto Enter, auto Remove>
-void checkRow(KeyedRow<Read, Enter, Remove> const& /*row*/, Json const& json) {
+template <class R, auto Read, auto Enter, auto Remove>
+void checkRow(KeyedRow<Read, Enter, Remove> const& /*row*/, Json const& json, Writer by) {
   using Map = MapOf<KeyedRow<Read, Enter, Remove>, R>;
   for (auto const& [found, content] : requireObject(json, "")) {
-    inMember(found, [&name = found, &value = content] {
+    inMember(found, [&name = found, &value = content, by] {
       KeyOf<Map> key{};
       parseKey(name, key);
       if constexpr (kHasChildren<Map>) {
-        checkDocument<typename Map::Member, By>(value);
+        checkDocument<typename Map::Member>(value, by);
       } else {
         typename Map::Value member{};
         parseMember(key, value, member);
@@ -180,12 +181,10 @@ void checkRow(KeyedRow<Read, Enter, Remove> const& /*row*/, Json const& json) {
     });
   }
 }
-template <class R, Writer By, class Row>
-void checkRow(AnswerRow<Row> const& row, Json const& json) {
-  if constexpr (By == Writer::kRegistry)
-    checkRow<R, By>(static_cast<Row const&>(row), json);
-  else
-    throw InputError("", "this field is the registry's own: no put may hold it");
+template <class R, class Row>
+void checkRow(AnswerRow<Row> const& row, Json const& json, Writer by) {
+  if (by != Writer::kRegistry) throw InputError("", "this field is the registry's own: no put may hold it");
+  checkRow<R>(static_cast<Row const&>(row), json, by);
 }
 
 template <class Row>
@@ -206,23 +205,23 @@ std::string fieldNames() {
 
 // Writing. An absent field is null here.
 
-template <Writer By, class R, auto Read, auto Write>
-void writeRow(ScalarRow<Read, Write> const& /*row*/, Json const* json, R& record) {
+template <class R, auto Read, auto Write>
+void writeRow(ScalarRow<Read, Write> const& /*row*/, Json const* json, R& record, Writer /*by*/) {
   if constexpr (!std::is_null_pointer_v<decltype(Write)>) {
     std::remove_cvref_t<decltype((record.*Read)())> value{};
     if (json != nullptr) parse(*json, value);
     (record.*Write)(value);
   }
 }
-template <Writer By, class R, auto Read, auto Change, auto Make>
-void writeRow(ChildRow<Read, Change, Make> const& /*row*/, Json const* json, R& record) {
+template <class R, auto Read, auto Change, auto Make>
+void writeRow(ChildRow<Read, Change, Make> const& /*row*/, Json const* json, R& record, Writer by) {
   static Json const nothing = Json::object();
   if constexpr (!std::is_null_pointer_v<decltype(Make)>) {
     if (json == nullptr || json->is_null()) return;
     Json const* const name = find(json->get_ref<Json::object_t const&>(), "name");
     (record.*Make)(name != nullptr ? Nox::sharedText<Nox::Name>(requireString(*name, "name")) : Nox::Name());
   }
-  writeDocument<ChildOf<R, Change>, By>(json != nullptr ? *json : nothing, *(record.*Change)());
+  writeDocument(json != nullptr ? *json : nothing, *(record.*Change)(), by);
 }
 /// One member that a document lists, in a collection of the same order as the one that it is written to.
 template <class Key>
@@ -246,8 +245,8 @@ void enterMember(Enter enter, R& record, Nox::Name const& name, Nox::Ptr<Child> 
   (record.*enter)(made);
 }
 
-template <Writer By, class R, auto Read, auto Enter, auto Remove>
-void writeRow(KeyedRow<Read, Enter, Remove> const& /*row*/, Json const* json, R& record) {
+template <class R, auto Read, auto Enter, auto Remove>
+void writeRow(KeyedRow<Read, Enter, Remove> const& /*row*/, Json const* json, R& record, Writer by) {
   auto const& map = (record.*Read)();
   using Map = MapOf<KeyedRow<Read, Enter, Remove>, R>;
   using Key = KeyOf<Map>;
@@ -266,16 +265,16 @@ void writeRow(KeyedRow<Read, Enter, Remove> const& /*row*/, Json const* json, R&
       Key const& key = member.fwkKey();
       if (map.has(key) != isThere) continue;
       if constexpr (kHasChildren<Map>)
-        writeDocument<typename Map::Member, By>(*member.value(), *(record.*Enter)(key));
+        writeDocument(*member.value(), *(record.*Enter)(key), by);
       else
         enterMember(Enter, record, key, map.value(key), *member.value());
     }
   }
 }
 
-template <Writer By, class R, class Row>
-void writeRow(AnswerRow<Row> const& row, Json const* json, R& record) {
-  if constexpr (By == Writer::kRegistry) writeRow<By>(static_cast<Row const&>(row), json, record);
+template <class R, class Row>
+void writeRow(AnswerRow<Row> const& row, Json const* json, R& record, Writer by) {
+  if (by == Writer::kRegistry) writeRow(static_cast<Row const&>(row), json, record, by);
 }
 
 // Reading.
@@ -303,19 +302,19 @@ Json readRow(KeyedRow<Read, Enter, Remove> const& /*row*/, R const& record) {
   return json;
 }
 
-}  // namespace
+}  // namespace detail
 
-template <class R, Writer By>
-void checkDocument(Json const& document) {
+template <class R>
+void checkDocument(Json const& document, Writer by) {
   for (auto const& [found, content] : requireObject(document, "")) {
-    inMember(found, [&name = found, &value = content] {
+    detail::inMember(found, [&name = found, &value = content, by] {
       bool isKnown = false;
-      forEachRow<R>([&](auto const& row) {
+      detail::forEachRow<R>([&](auto const& row) {
         if (row.name != name) return;
         isKnown = true;
-        checkRow<R, By>(row, value);
+        detail::checkRow<R>(row, value, by);
       });
-      if (!isKnown) throw InputError("", "no such field here; the fields are " + fieldNames<R>());
+      if (!isKnown) throw InputError("", "no such field here; the fields are " + detail::fieldNames<R>());
     });
   }
 }
@@ -326,63 +325,24 @@ Json withoutAnswers(Json const& document) {
   Json::object_t inputs;
   for (auto const& member : document.get_ref<Json::object_t const&>()) {
     bool isInput = true;
-    forEachRow<R>([&](auto const& row) { isInput = isInput && !(isAnswer(row) && row.name == member.first); });
+    detail::forEachRow<R>(
+        [&](auto const& row) { isInput = isInput && !(detail::isAnswer(row) && row.name == member.first); });
     if (isInput) inputs.push_back(member);
   }
   return inputs;
 }
 
-template <class R, Writer By>
-void writeDocument(Json const& document, R& record) {
+template <class R>
+void writeDocument(Json const& document, R& record, Writer by) {
   auto const& members = document.get_ref<Json::object_t const&>();
-  forEachRow<R>([&](auto const& row) { writeRow<By>(row, find(members, row.name), record); });
+  detail::forEachRow<R>([&](auto const& row) { detail::writeRow(row, detail::find(members, row.name), record, by); });
 }
 
 template <class R>
 Json readDocument(R const& record) {
   Json json = Json::object();
-  forEachRow<R>([&](auto const& row) { json.emplace(row.name, readRow(row, record)); });
+  detail::forEachRow<R>([&](auto const& row) { json.emplace(row.name, detail::readRow(row, record)); });
   return json;
 }
-
-// What is put and read at paths of its own.
-template void checkDocument<Controllerdb::Config>(Json const&);
-template Json withoutAnswers<Controllerdb::Config>(Json const&);
-template void writeDocument(Json const&, Controllerdb::Config&);
-template Json readDocument(Controllerdb::Config const&);
-template void checkDocument<Controllerdb::Status>(Json const&);
-template Json withoutAnswers<Controllerdb::Status>(Json const&);
-template void writeDocument(Json const&, Controllerdb::Status&);
-template Json readDocument(Controllerdb::Status const&);
-template void checkDocument<ControllerRegistration::SwitchConfig>(Json const&);
-template Json withoutAnswers<ControllerRegistration::SwitchConfig>(Json const&);
-template void writeDocument(Json const&, ControllerRegistration::SwitchConfig&);
-template Json readDocument(ControllerRegistration::SwitchConfig const&);
-template void checkDocument<ControllerRegistration::SwitchStatus>(Json const&);
-template Json withoutAnswers<ControllerRegistration::SwitchStatus>(Json const&);
-template void writeDocument(Json const&, ControllerRegistration::SwitchStatus&);
-template Json readDocument(ControllerRegistration::SwitchStatus const&);
-template void checkDocument<Controller::ServiceConfigV1>(Json const&);
-template Json withoutAnswers<Controller::ServiceConfigV1>(Json const&);
-template void writeDocument(Json const&, Controller::ServiceConfigV1&);
-template Json readDocument(Controller::ServiceConfigV1 const&);
-template Json readDocument(Controller::ServiceStatusV1 const&);
-template void checkDocument<Controller::SystemPublishedMount>(Json const&);
-template Json withoutAnswers<Controller::SystemPublishedMount>(Json const&);
-template void writeDocument(Json const&, Controller::SystemPublishedMount&);
-template Json readDocument(Controller::SystemPublishedMount const&);
-
-// What comes back from where it was kept.
-template void checkDocument<Controllerdb::Config, Writer::kRegistry>(Json const&);
-template void checkDocument<ControllerRegistration::SwitchConfig, Writer::kRegistry>(Json const&);
-template void checkDocument<Controller::ServiceConfigV1, Writer::kRegistry>(Json const&);
-template void checkDocument<Controller::SystemPublishedMount, Writer::kRegistry>(Json const&);
-template void checkDocument<Controllerdb::Status, Writer::kRegistry>(Json const&);
-template void writeDocument<Controllerdb::Status, Writer::kRegistry>(Json const&, Controllerdb::Status&);
-template void checkDocument<ControllerRegistration::SwitchStatus, Writer::kRegistry>(Json const&);
-template void writeDocument<ControllerRegistration::SwitchStatus, Writer::kRegistry>(
-    Json const&, ControllerRegistration::SwitchStatus&);
-template void checkDocument<Controller::ServiceStatusV1, Writer::kRegistry>(Json const&);
-template void writeDocument<Controller::ServiceStatusV1, Writer::kRegistry>(Json const&, Controller::ServiceStatusV1&);
 
 }  // namespace Agent
