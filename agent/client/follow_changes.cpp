@@ -6,6 +6,7 @@
 
 #include "agent/client/failure.h"
 #include "agent/client/requests.h"
+#include "agent/document/json_reader.h"
 #include "agent/net/server_event_reader.h"
 
 namespace Agent {
