@@ -169,7 +169,7 @@ template <class R, auto Read, auto Enter, auto Remove>
 void checkRow(KeyedRow<Read, Enter, Remove> const& /*row*/, Json const& json, Writer by) {
   using Map = MapOf<KeyedRow<Read, Enter, Remove>, R>;
   for (auto const& [found, content] : requireObject(json, "")) {
-    inMember(found, [&name = found, &value = content, by] {
+    inMember(found, [&, &name = found, &value = content] {
       KeyOf<Map> key{};
       parseKey(name, key);
       if constexpr (kHasChildren<Map>) {
