@@ -49,7 +49,7 @@ ENROLIX_EXPORT FailureKind failureKind(Refusal const& refusal);
 /// Throws a ClientFailure if the response is an error.
 ENROLIX_EXPORT void requireSuccess(HttpResponse const& response);
 
-/// Calls `understand`, which reads what the server sent; throws a ClientFailure where it throws an InputError or an
+/// Calls `understand`, which reads what the server sent; throws a ClientFailure where it throws an
 /// error of the JSON library.
 ENROLIX_EXPORT void understanding(std::function<void()> const& understand);
 

@@ -1,6 +1,7 @@
 // The command that copies a server's state to a file.
 #include "agent/client/failure.h"
 #include "agent/client/requests.h"
+#include "agent/document/json.h"
 #include "agent/program/client_commands.h"
 #include "agent/store/backup_reader.h"
 #include "agent/store/output_file.h"

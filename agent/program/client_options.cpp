@@ -119,7 +119,7 @@ void describe(CommandLine& line, ApplyOptions& options) {
   line.flag("--tree", options.isTree, "The files are trees, as dump prints them; of these the inputs are sent");
   line.flag("--atomic", options.isAtomic, "All operations in one turn, or none");
   describeTimeToLive(line, options.timeToLive);
-  describeIfMatch(line, options.ifMatch, "the tree; nobody else may change it meanwhile");
+  describeIfMatch(line, options.ifMatch, "the tree; no other client may change it meanwhile");
 }
 
 void describe(CommandLine& line, DumpOptions& options) {

@@ -142,6 +142,15 @@ class Heap {
     void* before = returned_;
     while (!returned_.compare_exchange_weak(before, withNext(p, before))) {
     }
+    if (!isClaimed && !isClaimed.exchange(true)) abandon();  // its thread has ended
+  }
+  /// For the thread that has the heap, at its end. A thread that deletes puts the slot onto the list and then looks at
+  /// the claim, and here it is the other way round, so that one of the two collects it.
+  void abandon() {
+    do {
+      collect();
+      isClaimed = false;
+    } while (returned_ != nullptr && !isClaimed.exchange(true));
   }
   /// For the heap's thread: what other threads deleted is free.
   void collect() {
@@ -182,7 +191,11 @@ class Heap {
         if (taken > rangeBytes - at) throw std::bad_alloc();
       } while (!rangeUsed.compare_exchange_weak(at, at + taken));
       std::byte* const region = rangeBegin + at;
-      if (mprotect(region, taken, PROT_READ | PROT_WRITE) != 0) throw std::bad_alloc();
+      if (mprotect(region, taken, PROT_READ | PROT_WRITE) != 0) {
+        std::size_t end = at + taken;
+        rangeUsed.compare_exchange_strong(end, at);  // unless another heap has taken what follows
+        throw std::bad_alloc();
+      }
       // Without large pages, ten thousand switches take a quarter more time; what needs one region may need few pages.
       if (nextChunk_ != nullptr) madvise(region, taken, MADV_HUGEPAGE);
       ASAN_POISON_MEMORY_REGION(region, taken);
@@ -249,15 +262,15 @@ class Heap {
 
 constinit std::atomic<Heap*> allHeaps{nullptr};
 constinit thread_local Heap* threadHeap = nullptr;
-void abandon(void* heap) {
+void endThread(void* heap) {
   threadHeap = nullptr;
-  static_cast<Heap*>(heap)->isClaimed = false;
+  static_cast<Heap*>(heap)->abandon();
 }
 /// Gives the calling thread a heap that no thread has, or a new one, until its end as the system tells it: behind the
 /// destructors of thread-local objects, which may use the pool. Throws std::bad_alloc.
 Heap& claimHeap() {
   static pthread_key_t threadEnd;
-  static bool const isReserved = reserveRange() && pthread_key_create(&threadEnd, &abandon) == 0;
+  static bool const isReserved = reserveRange() && pthread_key_create(&threadEnd, &endThread) == 0;
   if (!isReserved) throw std::bad_alloc();
   Heap* heap = allHeaps;
   while (heap != nullptr && heap->isClaimed.exchange(true)) heap = heap->next;

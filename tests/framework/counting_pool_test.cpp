@@ -27,8 +27,10 @@ namespace {
 using Nox::VFPtrInterface;
 using Test::BigObject;
 using Test::Bytes;
+using Test::kPlainBuild;
 using Test::made;
 using Test::Object;
+using Test::residentBytes;
 using Test::unitOf;
 using Test::unmade;
 using Test::WideObject;
@@ -97,6 +99,18 @@ TEST(CountingPool, AnswersWhileOthersMakeAndDelete) {
     ASSERT_FALSE(VFPtrInterface::isLive(reinterpret_cast<void*>(p + 8)));
   }
   EXPECT_EQ(live, asked);
+}
+
+TEST(CountingPool, GivesTheMemoryOfAThreadThatHasEndedBackWhenItsObjectsGo) {
+  if (!kPlainBuild) GTEST_SKIP() << "sanitizers keep memory of their own";
+  std::vector<std::unique_ptr<Object>> objects(60'000);
+  std::thread([&] {
+    for (std::size_t i = 0; i < objects.size(); ++i) objects[i] = std::make_unique<WideObject>(i);
+  }).join();
+  std::size_t const bytes = objects.size() * sizeof(WideObject);
+  std::size_t const before = residentBytes();
+  objects.clear();
+  EXPECT_LT(residentBytes() + bytes / 2, before);
 }
 
 TEST(CountingPool, CountsWhatOthersDelete) {
