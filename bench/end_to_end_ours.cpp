@@ -22,15 +22,7 @@ static Name const kConfig("config");
 static Name const kStatus("status");
 
 OurRegistry::OurRegistry() {
-  root_->registryRootSmIs(tables_.config,
-                          tables_.status,
-                          tables_.registrationRootDir,
-                          tables_.controllerStatus,
-                          tables_.peers,
-                          tables_.serviceConfigDir,
-                          tables_.overrideServiceConfigDir,
-                          tables_.allClientsServiceStatusDir,
-                          tables_.publishedMountsTable);
+  std::apply([this](auto const&... input) { root_->registryRootSmIs(input...); }, tables_.registryRootInputs());
 }
 
 /// Writes what differs. Members that are no longer listed go first.

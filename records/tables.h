@@ -1,6 +1,8 @@
 // The tables that an agent owns and shares with the registry.
 #pragma once
 
+#include <tuple>
+
 #include "framework/core/dir.h"
 #include "records/agent.h"
 #include "records/heartbeat.h"
@@ -32,6 +34,19 @@ struct AgentTables {
   /// A registry's root makes one of its own by name; an agent that uses that one puts it here.
   Nox::ValidPtr<Controller::PublishedMountsTable> publishedMountsTable =
       Nox::make<Controller::PublishedMountsTable>("publishedMounts");
+
+  /// What a root makes its `registryRootSm` of, in the order of that attribute's arguments. As long as this lives.
+  auto registryRootInputs() const {
+    return std::tie(config,
+                    status,
+                    registrationRootDir,
+                    controllerStatus,
+                    peers,
+                    serviceConfigDir,
+                    overrideServiceConfigDir,
+                    allClientsServiceStatusDir,
+                    publishedMountsTable);
+  }
 };
 
 }  // namespace Controllerdb

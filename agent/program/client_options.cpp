@@ -66,7 +66,9 @@ void describeIfMatch(CommandLine& line, IfMatch& ifMatch, std::string const& ofW
   line.option("--if-match REVISION", &ifMatch, "Only if this is the revision of " + ofWhat, numberProblem);
 }
 
-void describeCommon(CommandLine& line, ClientCommonOptions& common) {
+}  // namespace
+
+void describe(CommandLine& line, ClientCommonOptions& common) {
   std::string const server = "The server to ask, " + common.server + " by default";
   line.variable(line.option("--server URL", &common.server, server, serverProblem), "ENROLIX_SERVER");
   line.choice<OutputFormat>("-o,--output-format",
@@ -81,16 +83,12 @@ void describeCommon(CommandLine& line, ClientCommonOptions& common) {
   describeTime(line, "--timeout", "How long the server may be silent, 30 by default", common.patience);
 }
 
-}  // namespace
-
 void describe(CommandLine& line, GetOptions& options) {
-  describeCommon(line, options.common);
   describePath(line, options.path);
   describeIfMatch(line, options.ifMatch);
 }
 
 void describe(CommandLine& line, PutOptions& options) {
-  describeCommon(line, options.common);
   describePath(line, options.path);
   std::string const description = "The file with the document, - or nothing for standard input";
   auto* const file = line.option("FILE", &options.file, description, fileProblem);
@@ -100,13 +98,11 @@ void describe(CommandLine& line, PutOptions& options) {
 }
 
 void describe(CommandLine& line, DeleteOptions& options) {
-  describeCommon(line, options.common);
   describePath(line, options.path);
   describeIfMatch(line, options.ifMatch);
 }
 
 void describe(CommandLine& line, WatchOptions& options) {
-  describeCommon(line, options.common);
   describePrefix(line, options.prefix);
   std::string const after = "Begin behind this revision or event id, 0 for all that is there; now by default";
   line.option("--after ID", &options.after, after, eventIdProblem);
@@ -114,7 +110,6 @@ void describe(CommandLine& line, WatchOptions& options) {
 }
 
 void describe(CommandLine& line, ApplyOptions& options) {
-  describeCommon(line, options.common);
   line.files("FILE", options.files, "Scenario files, or trees; - for standard input");
   line.flag("--tree", options.isTree, "The files are trees, as dump prints them; of these the inputs are sent");
   line.flag("--atomic", options.isAtomic, "All operations in one turn, or none");
@@ -122,23 +117,17 @@ void describe(CommandLine& line, ApplyOptions& options) {
   describeIfMatch(line, options.ifMatch, "the tree; no other client may change it meanwhile");
 }
 
-void describe(CommandLine& line, DumpOptions& options) {
-  describeCommon(line, options.common);
-  describePrefix(line, options.prefix);
-}
+void describe(CommandLine& line, DumpOptions& options) { describePrefix(line, options.prefix); }
 
 void describe(CommandLine& line, BackupOptions& options) {
-  describeCommon(line, options.common);
   line.require(line.option("FILE", &options.file, "The file, which appears when the copy is whole", fileProblem));
 }
 
 void describe(CommandLine& line, SwitchesOptions& options) {
-  describeCommon(line, options.common);
   line.flag("--watch", options.isWatched, "Print it anew when something has changed");
 }
 
 void describe(CommandLine& line, FleetOptions& options) {
-  describeCommon(line, options.common);
   line.count("--switches N", options.switches, 1'000'000, "How many switches, 8 by default");
   line.option("--prefix NAME", &options.prefix, "What their names start with, " + options.prefix + " by default");
   describeTime(line, "--interval", "From one heartbeat of a switch to the next, 5 by default", options.interval);

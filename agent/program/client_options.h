@@ -113,7 +113,8 @@ struct FleetOptions {
   std::uint64_t seed = 1;
 };
 
-/// Describe the options to the parser.
+/// Describe the options to the parser, each without what all have in common.
+void describe(CommandLine& line, ClientCommonOptions& options);
 void describe(CommandLine& line, GetOptions& options);
 void describe(CommandLine& line, PutOptions& options);
 void describe(CommandLine& line, DeleteOptions& options);

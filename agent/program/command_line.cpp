@@ -6,17 +6,17 @@
 #include <sstream>
 #include <type_traits>
 
+#include "agent/program/exit_code.h"
+
 namespace Agent {
 namespace {
-
-constexpr int kWrongCommandLine = 2;
 
 // The parser prints to the streams; the texts are wanted.
 Answer toAnswer(CLI::App const& app, CLI::Error const& error) {
   std::ostringstream out;
   std::ostringstream problem;
   if (app.exit(error, out, problem) == 0) return {out.str(), 0};
-  return {"enrolix: " + problem.str(), kWrongCommandLine};
+  return {"enrolix: " + problem.str(), static_cast<int>(ExitCode::kWrongCommandLine)};
 }
 
 /// What is wrong with a value is told with the name of its option.

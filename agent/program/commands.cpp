@@ -27,7 +27,11 @@ template <class Options, class Run>
 constexpr Command command(std::string_view name, std::string_view description, Run /*run*/) {
   return {name,
           description,
-          [](CommandLine& line, std::any& options) { describe(line, options.emplace<Options>()); },
+          [](CommandLine& line, std::any& options) {
+            Options& described = options.emplace<Options>();
+            if constexpr (requires { described.common; }) describe(line, described.common);
+            describe(line, described);
+          },
           [](std::any const& options) { return Run()(std::any_cast<Options const&>(options)); }};
 }
 

@@ -5,10 +5,14 @@
 #include <map>
 #include <stdexcept>
 
+#include "agent/server/text_in_pieces.h"
 #include "agent/store/backup_reader.h"
 #include "agent/store/document_digest.h"
 
 namespace Agent {
+
+/// Ends the line of a document, behind its text.
+static constexpr std::string_view kEntryEnd = "}\n";
 
 /// One copy.
 class Backup final : public BodySource {
@@ -27,7 +31,6 @@ class Backup final : public BodySource {
  private:
   bool tellNext(std::string& to);
   void tell(std::string& to, std::string const& path, Document const& document);
-  void tellText(std::string& to);
 
   std::shared_ptr<BackupHub> hub_;
   HistoryId history_;
@@ -40,8 +43,7 @@ class Backup final : public BodySource {
   std::map<std::string, std::optional<Document>, std::less<>> stood_;
   /// A document that is being told, and how much of it has been: a long one is shared by its readers, however slow they
   /// are, and not copied for each.
-  DocumentText text_;
-  std::size_t textTold_ = 0;
+  TextInPieces text_;
   std::uint64_t count_ = 0;
   RunningChecksum checksum_;
 };
@@ -62,8 +64,8 @@ std::optional<std::string> Backup::next() {
 
 // Goes on with the document that has begun, or to the next path, and tells what stood there; false if there is none.
 bool Backup::tellNext(std::string& to) {
-  if (text_) {
-    tellText(to);
+  if (text_.isTelling()) {
+    text_.goOn(to, kEntryEnd);
     return true;
   }
   Documents const& documents = hub_->documents_->documents;
@@ -86,20 +88,7 @@ void Backup::tell(std::string& to, std::string const& path, Document const& docu
   to += "{\"path\":" + Json(path).dump() + ",\"revision\":" + std::to_string(document.revision);
   if (document.timeToLive) to += ",\"ttl\":" + std::to_string(document.timeToLive->count());
   to += ",\"value\":";
-  text_ = document.text;
-  textTold_ = 0;
-  tellText(to);
-}
-
-// What there is no room for follows in the next pieces.
-void Backup::tellText(std::string& to) {
-  std::size_t const room = kPieceBytes - std::min(kPieceBytes, to.size());
-  std::size_t const size = std::min(room, text_->size() - textTold_);
-  to.append(*text_, textTold_, size);
-  textTold_ += size;
-  if (textTold_ < text_->size()) return;
-  text_ = nullptr;
-  to += "}\n";
+  text_.begin(document.text, to, kEntryEnd);
 }
 
 void BackupHub::changed(std::span<DocumentBefore const> before) {

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "agent/server/text_in_pieces.h"
 #include "framework/memory/assertion.h"
 
 namespace Agent {
@@ -17,6 +18,9 @@ std::size_t bytesOf(CommittedTurn const& turn) {
   for (DocumentChange const& change : turn.changes) bytes += bytesOf(change);
   return bytes;
 }
+
+/// Ends the data of a change, behind the value.
+constexpr std::string_view kChangeEnd = "}\n\n";
 
 std::string revisionData(Revision revision) { return "data: {\"revision\":" + std::to_string(revision) + "}\n\n"; }
 
@@ -58,7 +62,6 @@ class ServerWatch final : public BodySource {
   void beginPrefix(std::string& to);
   void tellSynced(std::string& to);
   void tellChange(std::string& to, std::string_view path, DocumentText const& text, Revision revision, bool isLast);
-  void tellText(std::string& to);
   /// Makes `told_` the place to resume from.
   std::string idLine();
 
@@ -78,10 +81,8 @@ class ServerWatch final : public BodySource {
   /// The revision with which the whole prefix has been told: turns up to this one had gone into the tree meanwhile, and
   /// follow when they are kept. Before that, what has been told is no state that ever was, and no place to resume from.
   std::optional<Revision> syncedAt_;
-  /// A document that is being told, and how much of it has been: a long one is shared by its readers, however slow they
-  /// are, and not copied for each.
-  DocumentText text_;
-  std::size_t textTold_ = 0;
+  /// That of the document that is being told.
+  TextInPieces text_;
   bool isCaughtUp_ = false;
   bool isSignWanted_ = false;
   bool isFarewellSaid_ = false;
@@ -91,8 +92,8 @@ std::optional<std::string> ServerWatch::next() {
   if (isFarewellSaid_) return std::nullopt;
   std::string piece;
   while (piece.size() < kPieceBytes) {
-    if (text_) {
-      tellText(piece);
+    if (text_.isTelling()) {
+      text_.goOn(piece, kChangeEnd);
       continue;
     }
     if (hub_->tree_ == nullptr) return std::nullopt;
@@ -165,7 +166,7 @@ void ServerWatch::tellPrefix(std::string& to) {
     toldPath_ = at->first;
     if (at->second.revision <= told_) tellChange(to, at->first, at->second.text, at->second.revision, false);
   }
-  if (text_ || (at != documents.end() && at->first.starts_with(prefix_))) return;
+  if (text_.isTelling() || (at != documents.end() && at->first.starts_with(prefix_))) return;
   toldPath_ = std::nullopt;
   syncedAt_ = hub_->tree_->revision;
 }
@@ -189,23 +190,10 @@ void ServerWatch::tellChange(std::string& to, std::string_view path, DocumentTex
   if (isLast && !syncedAt_) to += idLine();
 
   to += "data: {\"revision\":" + std::to_string(revision) + ",\"path\":" + Json(path).dump() + ",\"value\":";
-  text_ = text;
-  textTold_ = 0;
-  if (text_)
-    tellText(to);
+  if (text)
+    text_.begin(text, to, kChangeEnd);
   else
-    to += "null}\n\n";
-}
-
-// What there is no room for follows in the next pieces.
-void ServerWatch::tellText(std::string& to) {
-  std::size_t const room = kPieceBytes - std::min(kPieceBytes, to.size());
-  std::size_t const size = std::min(room, text_->size() - textTold_);
-  to.append(*text_, textTold_, size);
-  textTold_ += size;
-  if (textTold_ < text_->size()) return;
-  text_ = nullptr;
-  to += "}\n\n";
+    to.append("null").append(kChangeEnd);
 }
 
 void ServerWatches::add(CommittedTurn turn) {

@@ -35,17 +35,8 @@ Host::Host(Nox::Library const& library, std::function<void(Controllerdb::AgentTa
                        {newDir("mounts"), "/mounts", newDir("mounted"), "/mounted", kReconnectRetries, kMountTimeout});
   Value const mountConfigDir = newDir("mountConfig");
   Value const mountStatusDir = newDir("mountStatus");
-  root.attributeOp("registryRootSm",
-                   Op::kInstantiate,
-                   {tables_.config,
-                    tables_.status,
-                    tables_.registrationRootDir,
-                    tables_.controllerStatus,
-                    tables_.peers,
-                    tables_.serviceConfigDir,
-                    tables_.overrideServiceConfigDir,
-                    tables_.allClientsServiceStatusDir,
-                    tables_.publishedMountsTable});
+  std::apply([&](auto const&... input) { root.attributeOp("registryRootSm", Op::kInstantiate, {input...}); },
+             tables_.registryRootInputs());
   root.attributeOp("mountsRegistrySm",
                    Op::kInstantiate,
                    {mountsRegistry,

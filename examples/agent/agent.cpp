@@ -12,22 +12,14 @@ namespace {
 // Has the root of a registry make its machines over the tables that the agent shares with it. The root's class is the
 // library's own affair: its attributes are reached by name. A real agent keeps its tables in step with what comes over
 // its network.
-void build(Nox::Ptr<Nox::Entity> const& root, Controllerdb::AgentTables const& tables) {
+void build(Nox::Ptr<Nox::Entity> const& root, Controllerdb::AgentTables& tables) {
   using Op = Nox::GenericIf::Op;
   Nox::GenericIfEntity const registry(root);
   registry.attributeOp("registrationRootDir", Op::kSet, {tables.registrationRootDir});
-  auto const publishedMountsTable = registry.attributeOp("publishedMountsTable", Op::kInstantiate);
-  registry.attributeOp("registryRootSm",
-                       Op::kInstantiate,
-                       {tables.config,
-                        tables.status,
-                        tables.registrationRootDir,
-                        tables.controllerStatus,
-                        tables.peers,
-                        tables.serviceConfigDir,
-                        tables.overrideServiceConfigDir,
-                        tables.allClientsServiceStatusDir,
-                        publishedMountsTable});
+  tables.publishedMountsTable =
+      registry.attributeOp("publishedMountsTable", Op::kInstantiate).as<Nox::Ptr<Controller::PublishedMountsTable>>();
+  std::apply([&](auto const&... input) { registry.attributeOp("registryRootSm", Op::kInstantiate, {input...}); },
+             tables.registryRootInputs());
 }
 
 void print(char const* when, Controllerdb::AgentTables const& tables,
@@ -43,7 +35,7 @@ void print(char const* when, Controllerdb::AgentTables const& tables,
 void run() {
   // The library goes last: everything that it made is gone by then.
   Nox::Library const library("libenrolix.so.0");
-  Controllerdb::AgentTables const tables;
+  Controllerdb::AgentTables tables;
   auto const root = library.rootFactory("root");
   build(root, tables);
   tables.status->controllerUUIDIs("controller-1");

@@ -46,7 +46,7 @@ struct Status {
   SwitchStatus* operator->() const { return record.get(); }
   std::string holding(String8 const& path) const {
     Ptr<ServicePublishedInfo> const found = record->servicePublishedInfoHolding(path);
-    return found ? std::string(found->name().view()) : "nobody";
+    return found ? std::string(found->name().view()) : "none";
   }
   bool agreesOn(String8 const& path) const { return record->servicePublishedInfoHolding(path) == walk(*record, path); }
 };
@@ -68,37 +68,37 @@ INSTANTIATE_TEST_SUITE_P(FewAndManyServices, PublishedPathsOf, testing::Values(1
 
 TEST_P(PublishedPathsOf, FindsTheServiceOfEachPath) {
   Status const status(GetParam());
-  EXPECT_EQ(status.holding("unknown"), "nobody");
+  EXPECT_EQ(status.holding("unknown"), "none");
   for (unsigned i = 0; i < GetParam(); ++i) EXPECT_EQ(status.holding(service(i) + "/own"), service(i).view());
-  EXPECT_EQ(status.holding("unknown"), "nobody");
+  EXPECT_EQ(status.holding("unknown"), "none");
 }
 
 TEST_P(PublishedPathsOf, FindsTheFirstInTheCollectionsOrderAmongAllThatHoldThePath) {
   Status const status(GetParam());
-  EXPECT_EQ(status.holding("shared"), "nobody");
+  EXPECT_EQ(status.holding("shared"), "none");
   for (unsigned i = GetParam(); i-- > 0;) publish(*status.record, service(i), "shared");
   for (auto at = status->servicePublishedInfoIterator(); at; ++at) {
     EXPECT_EQ(status.holding("shared"), at->name().view());
     at->publishedMountDel("shared");
   }
-  EXPECT_EQ(status.holding("shared"), "nobody");
+  EXPECT_EQ(status.holding("shared"), "none");
 }
 
 TEST_P(PublishedPathsOf, CountsTheDefaultDescriptorAsNoMount) {
   Status const status(GetParam());
   auto const info = status->servicePublishedInfoIs(service(0));
-  EXPECT_EQ(status.holding(""), "nobody");
+  EXPECT_EQ(status.holding(""), "none");
   info->publishedMountIs(MountDesc());
-  EXPECT_EQ(status.holding(""), "nobody");
+  EXPECT_EQ(status.holding(""), "none");
   info->publishedMountIs(mount("", service(0)));
   EXPECT_EQ(status.holding(""), "service-0");
   info->publishedMountIs(MountDesc());
-  EXPECT_EQ(status.holding(""), "nobody");
+  EXPECT_EQ(status.holding(""), "none");
 }
 
 TEST_P(PublishedPathsOf, FindsWhatIsPublishedInsideAHandlerAndNothingThatIsGone) {
   Status const status(GetParam());
-  EXPECT_EQ(status.holding("unknown"), "nobody");
+  EXPECT_EQ(status.holding("unknown"), "none");
   ValidPtr<StatusListener> const listener = Nox::make<StatusListener>();
   listener->notifierIs(status.record);
   std::vector<std::string> seen;
@@ -108,12 +108,12 @@ TEST_P(PublishedPathsOf, FindsWhatIsPublishedInsideAHandlerAndNothingThatIsGone)
   };
   status->servicePublishedInfoIs("newcomer");
   status->servicePublishedInfoDel("newcomer");
-  EXPECT_EQ(seen, (std::vector<std::string>{"newcomer", "nobody"}));
+  EXPECT_EQ(seen, (std::vector<std::string>{"newcomer", "none"}));
 }
 
 TEST_P(PublishedPathsOf, AgreesWithTheCollectionWheneverAChangeIsHeardOf) {
   Status const status(GetParam());
-  EXPECT_EQ(status.holding("unknown"), "nobody");
+  EXPECT_EQ(status.holding("unknown"), "none");
   auto const info = status->servicePublishedInfoIs(service(0));
   ValidPtr<InfoListener> const listener = Nox::make<InfoListener>();
   listener->notifierIs(info);
@@ -134,9 +134,9 @@ TEST_P(PublishedPathsOf, ForgetsAServiceThatIsRemovedThoughItIsKeptAndChanged) {
   Ptr<ServicePublishedInfo> const kept = status->servicePublishedInfo(service(0));
   EXPECT_EQ(status.holding("service-0/own"), "service-0");
   status->servicePublishedInfoDel(service(0));
-  EXPECT_EQ(status.holding("service-0/own"), "nobody");
+  EXPECT_EQ(status.holding("service-0/own"), "none");
   kept->publishedMountIs(mount("late", service(0)));
-  EXPECT_EQ(status.holding("late"), "nobody");
+  EXPECT_EQ(status.holding("late"), "none");
   // Another one of the same name is another one.
   auto const other = status->servicePublishedInfoIs(service(0));
   other->publishedMountIs(mount("again", service(0)));
@@ -149,7 +149,7 @@ TEST_P(PublishedPathsOf, AServiceThatOutlivesTheStatusMayStillBeChanged) {
   Ptr<ServicePublishedInfo> kept;
   {
     Status const status(GetParam());
-    EXPECT_EQ(status.holding("unknown"), "nobody");
+    EXPECT_EQ(status.holding("unknown"), "none");
     kept = status->servicePublishedInfo(service(0));
   }
   kept->publishedMountIs(mount("late", service(0)));
@@ -162,7 +162,7 @@ TEST(PublishedPaths, AnIndexThatWasNeededOnceStaysTrueWhileTheServicesBecomeFewA
   for (unsigned left = kMany; left-- > 0;) {
     ASSERT_EQ(status.holding(service(left) + "/own"), service(left).view());
     status->servicePublishedInfoDel(service(left));
-    ASSERT_EQ(status.holding(service(left) + "/own"), "nobody");
+    ASSERT_EQ(status.holding(service(left) + "/own"), "none");
   }
   for (unsigned i = 0; i < kMany; ++i) {
     publish(*status.record, service(i), "shared");

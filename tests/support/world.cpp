@@ -24,15 +24,7 @@ World::World(unsigned switches) : World() {
 }
 
 Nox::ValidPtr<Controllerdb::RegistryRootSm> World::newRegistryRootSm() {
-  return root->registryRootSmIs(config,
-                                status,
-                                registrationRootDir,
-                                controllerStatus,
-                                peers,
-                                serviceConfigDir,
-                                overrideServiceConfigDir,
-                                allClientsServiceStatusDir,
-                                publishedMountsTable);
+  return std::apply([this](auto const&... input) { return root->registryRootSmIs(input...); }, registryRootInputs());
 }
 
 void World::enrol(Name const& name, Controller::SystemId const& id, unsigned genId) {
