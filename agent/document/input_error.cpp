@@ -27,12 +27,11 @@ void appendPrintable(std::string& to, std::string_view text, bool insideQuotes) 
       to += escape("\\x%02x", static_cast<unsigned char>(text[at++]));
       continue;
     }
-    bool const breaksLine = character.code == 0x2028 || character.code == 0x2029;
     if (character.code == '\n') {
       to += "\\n";
     } else if (character.code == '\t') {
       to += "\\t";
-    } else if (isControl(character.code) || breaksLine) {
+    } else if (isEscaped(character.code)) {
       to += escape("\\u%04x", static_cast<unsigned>(character.code));
     } else {
       if (insideQuotes && (character.code == '"' || character.code == '\\')) to += '\\';

@@ -22,4 +22,13 @@ std::size_t findInvalidUtf8(std::string_view text) noexcept;
 /// Whether the character is a control character: U+0000 to 001F or U+007F to 009F.
 constexpr bool isControl(char32_t code) noexcept { return code < 0x20 || (code >= 0x7F && code <= 0x9F); }
 
+/// Whether the character is printed as an escape: a control character, one that breaks a line, or one that changes the
+/// direction of the text around it, so that a reader would see another text than there is.
+constexpr bool isEscaped(char32_t code) noexcept {
+  bool const breaksLine = code == 0x2028 || code == 0x2029;
+  bool const changesDirection = code == 0x061C || code == 0x200E || code == 0x200F ||
+                                (code >= 0x202A && code <= 0x202E) || (code >= 0x2066 && code <= 0x2069);
+  return isControl(code) || breaksLine || changesDirection;
+}
+
 }  // namespace Agent

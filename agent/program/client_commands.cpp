@@ -21,12 +21,22 @@ std::string readWhole(std::string const& file) {
   return text;
 }
 
-/// Prints what a put or a delete was answered.
+[[noreturn]] void refuseMissing(std::string const& path) {
+  throw ClientFailure(FailureKind::kNotFound, printable(path, path.size()) + ": not found");
+}
+
+/// Prints what a put or a delete was answered; a delete may say that nothing was there, which `mayBeMissing` allows.
 void printWritten(HttpResponse const& response, std::string const& path, ClientCommonOptions const& common,
-                  ClientSurroundings const& surroundings) {
+                  ClientSurroundings const& surroundings, bool mayBeMissing = true) {
   requireSuccess(response);
   std::uint64_t revision = 0;
-  understanding([&] { revision = readJson(response.body).at("revision").get<std::uint64_t>(); });
+  bool existed = true;
+  understanding([&] {
+    Json const body = readJson(response.body);
+    revision = body.at("revision").get<std::uint64_t>();
+    existed = body.value("existed", true);
+  });
+  if (!existed && !mayBeMissing) refuseMissing(path);
   if (common.format == OutputFormat::kJson)
     surroundings.print(jsonLine({{"revision", revision}, {"path", path}}));
   else
@@ -38,8 +48,7 @@ void printWritten(HttpResponse const& response, std::string const& path, ClientC
 ExitCode runCommand(GetOptions const& options, ClientSurroundings const& surroundings) {
   HttpResponse const response =
       surroundings.connect(options.common).request(makeRequest("GET", documentTarget(options.path), options.ifMatch));
-  if (response.status == 404)
-    throw ClientFailure(FailureKind::kNotFound, printable(options.path, options.path.size()) + ": not found");
+  if (response.status == 404) refuseMissing(options.path);
   requireSuccess(response);
   Json document;
   understanding([&] { document = readJson(response.body); });
@@ -64,7 +73,8 @@ ExitCode runCommand(PutOptions const& options, ClientSurroundings const& surroun
 
 ExitCode runCommand(DeleteOptions const& options, ClientSurroundings const& surroundings) {
   HttpRequest const request = makeRequest("DELETE", documentTarget(options.path), options.ifMatch);
-  printWritten(surroundings.connect(options.common).request(request), options.path, options.common, surroundings);
+  HttpResponse const response = surroundings.connect(options.common).request(request);
+  printWritten(response, options.path, options.common, surroundings, options.isIfExists);
   return ExitCode::kDone;
 }
 

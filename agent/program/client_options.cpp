@@ -100,6 +100,7 @@ void describe(CommandLine& line, PutOptions& options) {
 void describe(CommandLine& line, DeleteOptions& options) {
   describePath(line, options.path);
   describeIfMatch(line, options.ifMatch);
+  line.flag("--if-exists", options.isIfExists, "Leave with 0 also if nothing stands there");
 }
 
 void describe(CommandLine& line, WatchOptions& options) {

@@ -52,6 +52,8 @@ struct DeleteOptions {
   ClientCommonOptions common;
   std::string path;
   IfMatch ifMatch;
+  /// It is no failure if nothing stands there.
+  bool isIfExists = false;
 };
 
 /// `enrolix watch`: prints changes as they happen.

@@ -18,6 +18,9 @@ namespace {
 /// How long answers in progress may take when the agent stops.
 constexpr auto kGrace = std::chrono::seconds(5);
 
+/// There are no users: what protects the state is that it cannot be reached.
+constexpr char kUnprotected[] = "not a loopback address: any client that reaches it may read and write";
+
 std::string defaultState() {
   char const* const state = std::getenv("XDG_STATE_HOME");
   if (state != nullptr && *state != '\0') return (std::filesystem::path(state) / "enrolix" / "state.db").string();
@@ -80,14 +83,16 @@ class Agent {
         library_(libraryPath(options.library)),
         store_(openStore(state, options.acceptedLoss, log_)),
         service_(server_, library_, *store_, options.service, log_),
-        api_(server_, service_, options.api),
-        url_(urlOf(options, server_.port())) {
+        url_(urlOf(options, server_.port())),
+        warning_(isLoopback(options.address) ? "" : kUnprotected),
+        api_(server_, service_, options.api, Door(options.hosts), warning_) {
     log_.info("started",
               {{"url", url_},
                {"state", state.empty() ? "memory" : state},
                {"revision", std::to_string(service_.revision())},
                {"history", service_.watches().history()},
                {"documents", std::to_string(service_.documents().size())}});
+    if (!warning_.empty()) log_.warning("unprotected", {{"url", url_}, {"reason", warning_}});
     server_.handlerIs(
         [this](HttpRequest request, HttpAnswer answer) { api_.handle(std::move(request), std::move(answer)); },
         [http = options.http](int status, std::string const& reason) {
@@ -136,8 +141,9 @@ class Agent {
   Nox::Library library_;
   std::unique_ptr<Store> store_;
   Service service_;
-  TreeApi api_;
   std::string url_;
+  std::string warning_;
+  TreeApi api_;
 };
 
 }  // namespace

@@ -48,6 +48,7 @@ void describe(CommandLine& line, ServeOptions& options) {
       "--listen ADDRESS:PORT",
       [&options](std::string const& text) { parseListen(text, options); },
       "Where to listen (127.0.0.1:7400); port 0 takes any that is free");
+  line.list("--allow-host NAME", options.hosts, "A name under which clients reach it; may be given more than once");
   std::string const where = "The file that keeps the state (enrolix/state.db, among the user's)";
   auto* const state = line.option("--state FILE", &options.state, where, fileProblem);
   line.exclude(line.flag("--memory", options.isMemory, "Keep nothing"), state);

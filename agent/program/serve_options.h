@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "agent/net/http_server.h"
 #include "agent/program/command_line.h"
@@ -29,6 +30,8 @@ struct ServeOptions {
   ServiceOptions service;
   HttpLimits http;
   ApiLimits api;
+  /// Names under which clients reach the agent.
+  std::vector<std::string> hosts;
 };
 
 void describe(CommandLine& line, ServeOptions& options);

@@ -136,10 +136,17 @@ HttpProblem handlerProblem(std::string const& reason, std::string const& path) {
   return {500, error};
 }
 
-HttpResponse jsonResponse(int status, Revision revision, std::string body) {
+HttpResponse emptyResponse(int status, std::string_view contentType) {
   HttpResponse response;
   response.status = status;
-  response.fields = {{"Content-Type", "application/json"}, {"Enrolix-Revision", std::to_string(revision)}};
+  response.fields = {
+      {"Content-Type", std::string(contentType)}, {"Cache-Control", "no-store"}, {"X-Content-Type-Options", "nosniff"}};
+  return response;
+}
+
+HttpResponse jsonResponse(int status, Revision revision, std::string body) {
+  HttpResponse response = emptyResponse(status, "application/json");
+  response.fields.emplace_back("Enrolix-Revision", std::to_string(revision));
   response.body = std::move(body);
   return response;
 }
@@ -158,9 +165,7 @@ Json problemJson(HttpProblem const& problem) {
 }
 
 HttpResponse problemResponse(HttpProblem const& problem) {
-  HttpResponse response;
-  response.status = problem.status();
-  response.fields = {{"Content-Type", "application/json"}};
+  HttpResponse response = emptyResponse(problem.status(), "application/json");
   if (!problem.allow.empty()) response.fields.emplace_back("Allow", problem.allow);
   if (problem.status() == 503 || problem.status() == 507 || problem.status() == 429)
     response.fields.emplace_back("Retry-After", "1");

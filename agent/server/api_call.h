@@ -68,6 +68,8 @@ HttpProblem storeProblem(StoreError const& error);
 /// A handler failed: what was asked for has been done, and may not have been answered.
 HttpProblem handlerProblem(std::string const& reason, std::string const& path);
 
+/// A response without a body, which no reader may keep or take for another type than it says.
+HttpResponse emptyResponse(int status, std::string_view contentType);
 HttpResponse jsonResponse(int status, Revision revision, std::string body);
 HttpResponse revisionResponse(Revision revision);
 HttpResponse problemResponse(HttpProblem const& problem);

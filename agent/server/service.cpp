@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "agent/server/input_rules.h"
+
 namespace Agent {
 namespace {
 
@@ -116,6 +118,10 @@ TurnResult Service::apply(std::span<Operation const> operations, std::optional<T
   if (!tree_) {
     renew(operations, ttl);
     return {{revision(), {}}, {}, std::nullopt};
+  }
+  for (std::size_t at = 0; at < operations.size(); ++at) {
+    if (refused != nullptr) *refused = at;
+    requireInput(operations[at]);
   }
   Revision const before = revision();
   TurnResult result = tree_->apply(operations, ttl, refused);

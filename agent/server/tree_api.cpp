@@ -13,10 +13,8 @@ void TreeApi::handle(HttpRequest request, HttpAnswer answer) {
   Call call{std::move(request), std::move(answer), {}, {}};
   try {
     if (isStopping_) throw HttpProblem(503, InputError("", "the agent stops"));
-    // Any web page that a browser shows may send requests here, and the browser says so.
-    if (!call.isRead() && findField(call.request.fields, "Origin"))
-      throw HttpProblem(403, InputError("", "web pages may not write here"));
     call.target = parseTarget(call.request.target);
+    door_.require(call.request, call.target.path);
     Route const& route = call.findRoute();
     call.requireParameters(route);
     if ((route.traits & Route::kConditional) != 0) requireRevision(call);
@@ -75,8 +73,10 @@ void TreeApi::putDocument(Call& call) {
 }
 
 void TreeApi::deleteDocument(Call& call) {
+  bool const existed = revisionAt(service_.documents(), call.document.value()) != 0;
   applyOne(service_, Operation{call.document.value(), std::nullopt}, std::nullopt);
-  replyWhenKept(call.answer, revisionResponse(service_.revision()));
+  Json const body{{"revision", service_.revision()}, {"existed", existed}};
+  replyWhenKept(call.answer, jsonResponse(200, service_.revision(), body.dump() + "\n"));
 }
 
 void TreeApi::health(Call& call) { tellHealth(call, 200); }
@@ -92,6 +92,7 @@ void TreeApi::tellHealth(Call& call, int status) {
             {"switches", service_.switches()},
             {"watches", service_.watches().watches()}};
   if (problem) body["reason"] = *problem;
+  if (!warning_.empty()) body["warning"] = warning_;
   call.answer(jsonResponse(status, service_.watches().revision(), body.dump() + "\n"));
 }
 

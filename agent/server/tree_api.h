@@ -10,6 +10,7 @@
 
 #include "agent/net/http.h"
 #include "agent/net/url.h"
+#include "agent/server/door.h"
 #include "agent/server/service.h"
 
 namespace Agent {
@@ -52,8 +53,9 @@ class TreeApi {
   /// are made of it.
   static std::span<Route const> routes();
 
-  TreeApi(EventLoop& loop, Service& service, ApiLimits const& limits)
-      : loop_(loop), service_(service), limits_(limits) {}
+  /// `warning` is told to all that ask how the agent is, unless it is empty.
+  TreeApi(EventLoop& loop, Service& service, ApiLimits const& limits, Door door = Door(), std::string warning = {})
+      : loop_(loop), service_(service), limits_(limits), door_(std::move(door)), warning_(std::move(warning)) {}
 
   /// Answers, at once or later. What a request asks for that is wrong is answered with a status from 400 up and
   /// `{"error": {"status", "path", "field", "reason"}}`, of which path and field are there where they are known.
@@ -89,6 +91,8 @@ class TreeApi {
   EventLoop& loop_;
   Service& service_;
   ApiLimits limits_;
+  Door door_;
+  std::string warning_;
   bool isStopping_ = false;
 };
 

@@ -52,11 +52,9 @@ void TreeApi::watch(Call& call) {
         429,
         InputError("", "there are " + std::to_string(limits_.watches) + " watches already, as many as are allowed"));
   }
-  HttpResponse response;
-  response.fields = {{"Content-Type", "text/event-stream"},
-                     {"Cache-Control", "no-store"},
-                     {"Enrolix-Revision", std::to_string(hub.revision())},
-                     {"Enrolix-History", hub.history()}};
+  HttpResponse response = emptyResponse(200, "text/event-stream");
+  response.fields.emplace_back("Enrolix-Revision", std::to_string(hub.revision()));
+  response.fields.emplace_back("Enrolix-History", hub.history());
   response.source = hub.watch(call.parameter("prefix"), from);
   call.answer(std::move(response));
 }

@@ -88,6 +88,25 @@ TEST(ClientCommands, DeleteAsksOnce) {
   EXPECT_EQ(world.asked(0), "DELETE /v1/tree/registration/a");
 }
 
+TEST(ClientCommands, DeleteSaysWhetherSomethingWasThere) {
+  struct {
+    char const* answer;
+    bool isIfExists;
+    int exit;
+  } const cases[] = {{R"({"revision": 5, "existed": true})", false, 0},
+                     {R"({"revision": 5, "existed": false})", false, 4},
+                     {R"({"revision": 5, "existed": false})", true, 0}};
+  for (auto const& c : cases) {
+    ClientWorld world;
+    world.answer(200, c.answer);
+    DeleteOptions options;
+    options.path = "registration/a";
+    options.isIfExists = c.isIfExists;
+    EXPECT_EQ(world.run(options), c.exit) << c.answer;
+    EXPECT_EQ(world.printed, c.exit == 0 ? "revision 5\n" : "") << c.answer;
+  }
+}
+
 TEST(ClientCommands, LeaveWithWhatTheServerSaid) {
   struct {
     int status;

@@ -42,7 +42,7 @@ TEST(ServeLimits, OfAHeader) {
 TEST(ServeLimits, OfConnections) {
   Served const served({"--memory", "--max-connections", "3"});
   auto const ask = [](RawConnection& connection) {
-    connection.send("GET /healthz HTTP/1.1\r\nHost: a\r\n\r\n");
+    connection.send("GET /healthz HTTP/1.1\r\nHost: localhost\r\n\r\n");
     return connection.response();
   };
   std::deque<RawConnection> connections;
@@ -100,7 +100,7 @@ TEST(ServeLimits, OfPatience) {
   RawConnection silent(served.port());
   EXPECT_TRUE(silent.ends());
   RawConnection slow(served.port());
-  slow.send("PUT /v1/tree/mount/ready/x HTTP/1.1\r\nHost: a\r\nContent-Length: 4\r\n\r\ntr");
+  slow.send("PUT /v1/tree/mount/ready/x HTTP/1.1\r\nHost: localhost\r\nContent-Length: 4\r\n\r\ntr");
   auto const refused = slow.response();
   EXPECT_EQ(refused.status, 408);
   EXPECT_EQ(statusIn(refused.body), 408);

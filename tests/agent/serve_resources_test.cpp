@@ -90,7 +90,8 @@ std::ptrdiff_t descriptorsOf(pid_t process) {
 
 std::deque<RawConnection> askingClients(Served const& served, int count) {
   std::deque<RawConnection> clients;
-  for (int n = 0; n < count; ++n) clients.emplace_back(served.port()).send("GET /healthz HTTP/1.1\r\nHost: a\r\n\r\n");
+  for (int n = 0; n < count; ++n)
+    clients.emplace_back(served.port()).send("GET /healthz HTTP/1.1\r\nHost: localhost\r\n\r\n");
   return clients;
 }
 

@@ -8,6 +8,7 @@
 #include "agent/program/serve.h"
 #include "agent/store/sqlite_store.h"
 #include "support/event_reader.h"
+#include "support/raw_connection.h"
 #include "support/served.h"
 
 namespace Agent::ServeTest {
@@ -16,6 +17,8 @@ namespace {
 using Test::Api;
 using Test::await;
 using Test::EventReader;
+using Test::RawConnection;
+using Test::RawResponse;
 using Test::Served;
 using testing::AllOf;
 using testing::ElementsAre;
@@ -34,6 +37,30 @@ std::vector<Json> events(Served const& served, std::string const& name = "") {
     if (event.is_object() && (name.empty() || event["event"] == name)) all.push_back(event);
   }
   return all;
+}
+
+TEST(Serve, SaysThatItIsUnprotectedWhereOthersReachIt) {
+  Served open({"--memory", "--log-format", "json", "--listen", "0.0.0.0:0"});
+  EXPECT_THAT(Api(open).health().value("warning", ""), HasSubstr("any client"));
+  EXPECT_EQ(events(open, "unprotected").size(), 1u);
+  Served closed({"--memory", "--log-format", "json"});
+  EXPECT_FALSE(Api(closed).health().contains("warning"));
+  EXPECT_EQ(events(closed, "unprotected").size(), 0u);
+}
+
+TEST(Serve, IsReachedUnderTheNamesThatItWasGiven) {
+  Served served({"--memory", "--allow-host", "one.example", "--allow-host", "two.example"});
+  Api api(served);
+  auto const statusAt = [&](std::string const& host) {
+    RawConnection connection(served.port());
+    connection.send("GET /healthz HTTP/1.1\r\nConnection: close\r\nHost: " + host + "\r\n\r\n");
+    RawResponse const answer = connection.response();
+    EXPECT_THAT(answer.head, AllOf(HasSubstr("Cache-Control: no-store"), HasSubstr("X-Content-Type-Options: nosniff")));
+    return answer.status;
+  };
+  EXPECT_EQ(statusAt("one.example"), 200);
+  EXPECT_EQ(statusAt("two.example:80"), 200);
+  EXPECT_EQ(statusAt("three.example"), 421);
 }
 
 TEST(Serve, ASwitchEnrolsIsAnsweredFallsSilentReturnsAndLeaves) {

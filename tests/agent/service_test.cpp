@@ -228,7 +228,7 @@ TEST(Service, NothingOfARegistrationMayGoAndComeBackInOneTurn) {
   std::string const dropConfig = R"({"delete": "registration/a/config"})";
   std::string const dropStatus = R"({"delete": "registration/a/status"})";
   std::string const dropNote = R"({"delete": "registration/a/note"})";
-  std::string const putConfig = R"({"put": "registration/a/config", "value": {}})";
+  std::string const putConfig = R"({"put": "registration/a/config", "value": {"systemId": "02:00:00:aa:00:01"}})";
   std::string const putStatus = R"({"put": "registration/a/status", "value": {}})";
   std::string const putNote = R"({"put": "registration/a/note", "value": 1})";
   std::vector<Case> const cases{
@@ -239,7 +239,7 @@ TEST(Service, NothingOfARegistrationMayGoAndComeBackInOneTurn) {
       {{putNote, dropNote, putNote}, true},
       {{dropConfig, dropStatus, putNote}, false},
       {{putNote, dropConfig, dropStatus}, true},
-      {{R"({"delete": "registration/b"})", R"({"put": "registration/b/config", "value": {}})"}, true},
+      {{R"({"delete": "registration/b"})", R"({"put": "registration/b/status", "value": {}})"}, true},
       {{dropStatus, putStatus}, false},
       {{putConfig, dropAll}, true}};
   for (Case const& c : cases) {

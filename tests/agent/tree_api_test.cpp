@@ -66,8 +66,8 @@ TEST_F(TreeApiTest, ADocumentIsPutReadAndDeleted) {
   EXPECT_EQ(read.field("ETag"), "\"2\"");
   EXPECT_EQ(read.field("Content-Type"), "application/json");
   EXPECT_EQ(put("mount/ready/x", "true").json()["revision"], 2);
-  EXPECT_EQ(ask("DELETE", "/v1/tree/mount/ready/x").body, "{\"revision\":4}\n");
-  EXPECT_EQ(ask("DELETE", "/v1/tree/mount/ready/x").status, 200);
+  EXPECT_EQ(ask("DELETE", "/v1/tree/mount/ready/x").body, "{\"revision\":4,\"existed\":true}\n");
+  EXPECT_EQ(ask("DELETE", "/v1/tree/mount/ready/x").body, "{\"revision\":4,\"existed\":false}\n");
   EXPECT_EQ(get("/v1/tree/mount/ready/x").status, 404);
 }
 
@@ -117,6 +117,16 @@ TEST_F(TreeApiTest, RefusalsSayWhereWhatAndWhatWasExpected) {
        "registration/a/status",
        "clientShutdownAck",
        "the registry's own"},
+      {"PUT", "/v1/tree/registration/a/config", "{}", 422, "registration/a/config", "systemId", "missing"},
+      {"PUT", "/v1/tree/registration/%2e%2e/note", "1", 422, "registration/../note", nullptr, "is no name"},
+      {"PUT", "/v1/tree/service/config/.", "{}", 422, "service/config/.", nullptr, "is no name"},
+      {"PUT",
+       "/v1/tree/registration/a/config",
+       R"({"systemId": "02:00:00:aa:00:01", "serviceConfig": {"a\u202eb": {}}})",
+       422,
+       "registration/a/config",
+       nullptr,
+       "\"a\\u202eb\" is no name"},
       {"GET", "/v1/tree/mount/ready/x", "", 404, "mount/ready/x", nullptr, "no document"},
       {"GET", "/v1/nothing", "", 404, nullptr, nullptr, "no such resource"},
       {"POST", "/v1/tree/mount/ready/x", "true", 405, nullptr, nullptr, "GET, HEAD, PUT, DELETE"},
@@ -237,9 +247,9 @@ TEST_F(TreeApiTest, AnAtomicBatchIsOneTurnOrNothing) {
   EXPECT_EQ(post("?atomic=1", {kDrop, "{"}).status, 400);
   EXPECT_EQ(world.read("mount/ready/x"), "true");
   Reply const comeback = post("?atomic=1",
-                              {R"({"put": "registration/a/config", "value": {}})",
+                              {R"({"put": "registration/a/status", "value": {}})",
                                R"({"delete": "registration/a"})",
-                               R"({"put": "registration/a/config", "value": {}})"});
+                               R"({"put": "registration/a/status", "value": {}})"});
   EXPECT_EQ(comeback.status, 422);
   EXPECT_EQ(comeback.json()["error"]["line"], 3);
 }

@@ -21,7 +21,7 @@ class EventReader {
     disconnect();
     connection_.emplace(port, receiveBuffer_);
     connection_->send("GET /v1/watch?prefix=" + mirror_.prefix() +
-                      " HTTP/1.1\r\nHost: a\r\nLast-Event-ID: " + mirror_.id() + "\r\n\r\n");
+                      " HTTP/1.1\r\nHost: localhost\r\nLast-Event-ID: " + mirror_.id() + "\r\n\r\n");
     return connection_->head();
   }
 

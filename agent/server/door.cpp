@@ -1,0 +1,83 @@
+// Reads the fields by which a browser says where a request comes from.
+#include "agent/server/door.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+
+#include "agent/server/api_call.h"
+
+namespace Agent {
+namespace {
+
+/// A host with its port taken off, and without the brackets of an IPv6 address.
+std::string hostName(std::string_view host) {
+  std::size_t const colon = host.rfind(':');
+  bool const hasPort = colon != std::string_view::npos && host.find(']', colon) == std::string_view::npos &&
+                       host.find_first_not_of("0123456789", colon + 1) == std::string_view::npos;
+  if (hasPort) host = host.substr(0, colon);
+  if (host.size() > 2 && host.front() == '[' && host.back() == ']') host = host.substr(1, host.size() - 2);
+  // A name that ends with a dot is the same name.
+  if (host.ends_with('.')) host.remove_suffix(1);
+  return std::string(host);
+}
+
+bool isAddress(std::string const& name) {
+  std::array<unsigned char, sizeof(in6_addr)> bytes{};
+  return inet_pton(AF_INET, name.c_str(), bytes.data()) == 1 || inet_pton(AF_INET6, name.c_str(), bytes.data()) == 1;
+}
+
+bool isLocalName(std::string_view name) {
+  constexpr std::string_view kLocal = "localhost";
+  bool const isBelow = name.size() > kLocal.size() && name[name.size() - kLocal.size() - 1] == '.';
+  return sameWithoutCase(name, kLocal) ||
+         (isBelow && sameWithoutCase(name.substr(name.size() - kLocal.size()), kLocal));
+}
+
+/// Whether a page whose origin this is was sent by the agent itself.
+bool isOwn(std::string_view origin, std::string_view host) {
+  for (std::string_view const scheme : {"http://", "https://"})
+    if (origin.starts_with(scheme)) return !host.empty() && sameWithoutCase(origin.substr(scheme.size()), host);
+  return false;
+}
+
+}  // namespace
+
+void Door::requireHost(std::string_view host) const {
+  std::string const name = hostName(host);
+  auto const isName = [&](std::string const& allowed) { return sameWithoutCase(allowed, name); };
+  if (isAddress(name) || isLocalName(name) || std::any_of(names_.begin(), names_.end(), isName)) return;
+  throw HttpProblem(421,
+                    InputError("",
+                               "the host " + inQuotes(name) +
+                                   " is none of this agent: expected an address, localhost, or a name that it was "
+                                   "started with (--allow-host NAME)"));
+}
+
+void Door::require(HttpRequest const& request, std::string_view path) const {
+  auto const host = findField(request.fields, "Host");
+  // HTTP/1.0 has no such field, and no browser speaks it.
+  if (host) requireHost(*host);
+  bool const isRead = request.method == "GET" || request.method == "HEAD";
+  auto const origin = findField(request.fields, "Origin");
+  if (!isRead && origin && !isOwn(*origin, host.value_or("")))
+    throw HttpProblem(403, InputError("", "web pages may not write here"));
+  auto const site = findField(request.fields, "Sec-Fetch-Site").value_or("none");
+  bool const isOtherSite = sameWithoutCase(site, "cross-site") || sameWithoutCase(site, "same-site");
+  bool const isVisit =
+      isRead && path == "/" && sameWithoutCase(findField(request.fields, "Sec-Fetch-Mode").value_or(""), "navigate");
+  if (isOtherSite && !isVisit) throw HttpProblem(403, InputError("", "pages of other sites may ask for nothing here"));
+}
+
+bool isLoopback(std::string const& address) {
+  in_addr four{};
+  if (inet_pton(AF_INET, address.c_str(), &four) == 1) return (ntohl(four.s_addr) >> 24) == 127;
+  in6_addr six{};
+  if (inet_pton(AF_INET6, address.c_str(), &six) != 1) return false;
+  return IN6_IS_ADDR_LOOPBACK(&six) || (IN6_IS_ADDR_V4MAPPED(&six) && six.s6_addr[12] == 127);
+}
+
+}  // namespace Agent
