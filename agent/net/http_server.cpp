@@ -18,7 +18,6 @@
 #include <unordered_set>
 
 #include "agent/net/http_connection.h"
-#include "agent/net/timer_queue.h"
 
 namespace Agent {
 namespace {
@@ -27,6 +26,7 @@ namespace asio = boost::asio;
 
 using Executor = asio::io_context::executor_type;
 using ErrorCode = boost::system::error_code;
+using Timer = asio::basic_waitable_timer<EventLoop::Clock, asio::wait_traits<EventLoop::Clock>, Executor>;
 
 // Those beyond the limit are told so, as long as they are not too many themselves.
 constexpr std::size_t kMostTurnedAway = 64;
@@ -58,11 +58,7 @@ std::string ownReason() {
 class HttpServer::Impl final : public HttpConnectionHost {
  public:
   Impl(std::string const& address, std::uint16_t port, HttpLimits const& limits)
-      : limits_(limits),
-        work_(asio::make_work_guard(context_)),
-        acceptor_(context_),
-        alarm_(context_),
-        signals_(context_) {
+      : limits_(limits), work_(asio::make_work_guard(context_)), acceptor_(context_), signals_(context_) {
     ErrorCode error;
     auto const parsed = asio::ip::make_address(address, error);
     if (error) throw std::runtime_error("cannot listen on \"" + address + "\": expected an IP address");
@@ -90,8 +86,9 @@ class HttpServer::Impl final : public HttpConnectionHost {
   }
 
   void at(Clock::time_point time, std::function<void()> task) {
-    tasks_.add(time, std::move(task));
-    setAlarm();
+    auto const timer = std::make_shared<Timer>(context_, time);
+    // A task that waits keeps its timer, so that nothing cancels it.
+    timer->async_wait([timer, task = std::move(task)](ErrorCode const&) { task(); });
   }
 
   void onSignal(int number, std::function<void()> heard) {
@@ -196,21 +193,6 @@ class HttpServer::Impl final : public HttpConnectionHost {
     at(now + period, [this] { checkTimes(); });
   }
 
-  void setAlarm() {
-    auto const next = tasks_.next();
-    if (!next || isRunningTasks_ || (alarmTime_ && *alarmTime_ <= *next)) return;
-    alarmTime_ = next;
-    alarm_.expires_at(*next);
-    alarm_.async_wait([this](ErrorCode const& error) {
-      if (error) return;
-      alarmTime_.reset();
-      isRunningTasks_ = true;
-      tasks_.run(Clock::now());
-      isRunningTasks_ = false;
-      setAlarm();
-    });
-  }
-
   void awaitSignal() {
     signals_.async_wait([this](ErrorCode const& error, int signal) {
       if (error) return;
@@ -233,16 +215,12 @@ class HttpServer::Impl final : public HttpConnectionHost {
   bool isPaused_ = false;
   Clock::time_point lastPause_;
   std::array<char, 64 * 1024> scratch_;
-  TimerQueue tasks_;
-  std::optional<Clock::time_point> alarmTime_;
-  bool isRunningTasks_ = false;
   bool isStopping_ = false;
   std::uint16_t port_ = 0;
   // What is ready to run goes with the context, and may hold connections; so these are closed before.
   asio::io_context context_{1};
   asio::executor_work_guard<Executor> work_;
   asio::basic_socket_acceptor<asio::ip::tcp, Executor> acceptor_;
-  asio::basic_waitable_timer<Clock, asio::wait_traits<Clock>, Executor> alarm_;
   asio::basic_signal_set<Executor> signals_;
   Connections connections_;
   Connections turnedAway_;
