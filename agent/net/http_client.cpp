@@ -192,16 +192,14 @@ class HttpClient::Impl {
 
   // False if the connection broke on the way.
   bool send(HttpRequest const& request) {
-    std::string const head = requestHead(request, name_.field);
-    std::size_t sent = 0;
-    while (sent < head.size() + request.body.size()) {
-      std::size_t const ofHead = std::min(sent, head.size());
-      std::size_t const ofBody = sent - ofHead;
-      std::array<asio::const_buffer, 2> const rest{
-          asio::const_buffer(head.data() + ofHead, head.size() - ofHead),
-          asio::const_buffer(request.body.data() + ofBody, request.body.size() - ofBody)};
+    HttpFields fields{{"Host", name_.field}};
+    fields.insert(fields.end(), request.fields.begin(), request.fields.end());
+    bool const mayHaveBody = request.method == "POST" || request.method == "PUT" || !request.body.empty();
+    if (mayHaveBody) fields.emplace_back("Content-Length", std::to_string(request.body.size()));
+    std::string const text = messageHead(request.method + " " + request.target + " HTTP/1.1", fields) + request.body;
+    for (std::size_t sent = 0; sent < text.size();) {
       ErrorCode error;
-      sent += socket_.write_some(rest, error);
+      sent += socket_.write_some(asio::buffer(text) + sent, error);
       if (error == asio::error::would_block)
         awaitMovement(Socket::wait_write, patience_);
       else if (error)

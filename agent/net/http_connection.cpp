@@ -4,7 +4,6 @@
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <array>
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/error.hpp>
 #include <boost/beast/http/status.hpp>
@@ -182,32 +181,29 @@ void HttpConnection::answer(HttpResponse response) {
   if (phase_ != Phase::Answering) return;
   if (host_.isStopping()) keepsAlive_ = false;
   int const status = response.status;
-  Framing framing = Framing::Length;
-  if (status / 100 == 1 || status == 204 || status == 304)
-    framing = Framing::Bodiless;
-  else if (response.source)
-    framing = http11_ ? Framing::Chunked : Framing::Connection;
-  if (framing == Framing::Connection) keepsAlive_ = false;
-  std::string_view connection;
-  if (!keepsAlive_)
-    connection = "close";
-  else if (!http11_)
-    connection = "keep-alive";
+  HttpFields& fields = response.fields;
+  fields.emplace(fields.begin(), "Date", httpDate(std::time(nullptr)));
+  bool const isBodiless = status / 100 == 1 || status == 204 || status == 304;
+  if (!isBodiless && !response.source)
+    fields.emplace_back("Content-Length", std::to_string(response.body.size()));
+  else if (!isBodiless && http11_)
+    fields.emplace_back("Transfer-Encoding", "chunked");
+  else if (!isBodiless)
+    keepsAlive_ = false;  // the end of the connection is that of the body
+  if (!keepsAlive_ || !http11_) fields.emplace_back("Connection", keepsAlive_ ? "keep-alive" : "close");
 
   auto const phrase = boost::beast::http::obsolete_reason(boost::beast::http::int_to_status(unsigned(status)));
-  before_ =
-      responseHead(response, std::string_view(phrase.data(), phrase.size()), framing, connection, std::time(nullptr));
+  out_ = messageHead("HTTP/1.1 " + std::to_string(status) + " " + std::string(phrase), fields);
   moved_ = Clock::now();
-  bool const hasBody = framing != Framing::Bodiless && !isHead_;
+  bool const hasBody = !isBodiless && !isHead_;
   if (hasBody && response.source) {
     source_ = std::move(response.source);
-    chunked_ = framing == Framing::Chunked;
     // No source is asked while its handler is still handing it over.
     phase_ = Phase::Waiting;
     wakeLater();
     return;
   }
-  if (hasBody) body_ = std::move(response.body);
+  if (hasBody) out_ += response.body;
   phase_ = Phase::Writing;
   advance();
 }
@@ -221,11 +217,12 @@ void HttpConnection::woken() {
   if (phase_ != Phase::Waiting) return;
   phase_ = Phase::Writing;
   moved_ = Clock::now();
+  ask();
   advance();
 }
 
 bool HttpConnection::write() {
-  if (source_ && body_.empty() && !sourceIsEmpty_) ask();
+  if (source_ && out_.empty() && !sourceIsEmpty_) ask();
   if (phase_ == Phase::Closed || !flush()) return false;
   if (!source_) {
     finish();
@@ -254,33 +251,24 @@ void HttpConnection::ask() {
   }
   if (!piece) {
     source_.reset();
-    if (chunked_) after_ = kLastChunk;
+    if (http11_) appendChunk(out_, {});
   } else if (piece->empty()) {
     sourceIsEmpty_ = true;
     source_->wakeIs([connection = weak_from_this()] {
       if (auto const open = connection.lock()) open->wakeLater();
     });
+  } else if (http11_) {
+    appendChunk(out_, *piece);
   } else {
-    body_ = std::move(*piece);
-    if (!chunked_) return;
-    before_ += chunkHead(body_.size());
-    after_ = kChunkEnd;
+    out_ += *piece;
   }
 }
 
 bool HttpConnection::flush() {
   if (awaitsRoom_) return false;
-  std::size_t const total = before_.size() + body_.size() + after_.size();
-  while (sent_ < total) {
+  while (sent_ < out_.size()) {
     ErrorCode error;
-    std::size_t skip = sent_;
-    auto const rest = [&skip](std::string_view text) {
-      std::size_t const skipped = std::min(skip, text.size());
-      skip -= skipped;
-      return boost::asio::const_buffer(text.data() + skipped, text.size() - skipped);
-    };
-    std::array<boost::asio::const_buffer, 3> const buffers{rest(before_), rest(body_), rest(after_)};
-    std::size_t const count = socket_.write_some(buffers, error);
+    std::size_t const count = socket_.write_some(boost::asio::buffer(out_) + sent_, error);
     if (error == boost::asio::error::would_block) {
       awaitRoom();
       return false;
@@ -293,9 +281,7 @@ bool HttpConnection::flush() {
     moved_ = Clock::now();
   }
   sent_ = 0;
-  before_ = std::string();
-  body_ = std::string();
-  after_ = {};
+  out_ = std::string();
   return true;
 }
 

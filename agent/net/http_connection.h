@@ -127,14 +127,11 @@ class HttpConnection final : public std::enable_shared_from_this<HttpConnection>
   bool keepsAlive_ = true;
   bool isHead_ = false;
 
-  // What is to be written next, in this order, and how much of it has been.
-  std::string before_;
-  std::string body_;
-  std::string_view after_;
+  // What is to be written next, and how much of it has been.
+  std::string out_;
   std::size_t sent_ = 0;
   std::unique_ptr<BodySource> source_;
   bool sourceIsEmpty_ = false;
-  bool chunked_ = false;
 };
 
 }  // namespace Agent
