@@ -6,7 +6,9 @@
 #include <boost/asio/impl/src.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/beast/core/flat_static_buffer.hpp>
 #include <boost/beast/http/basic_parser.hpp>
+#include <boost/beast/http/read.hpp>
 #include <boost/beast/src.hpp>
 #include <charconv>
 #include <limits>
@@ -18,6 +20,7 @@ namespace Agent {
 namespace {
 
 namespace asio = boost::asio;
+namespace http = boost::beast::http;
 
 using ErrorCode = boost::system::error_code;
 using Socket = asio::basic_stream_socket<asio::ip::tcp, asio::io_context::executor_type>;
@@ -64,7 +67,7 @@ ServerName readServer(std::string const& server) {
 }
 
 // Reads one response; pieces of its body gather in `response().body`, and the caller may take them out.
-class ResponseParser final : public boost::beast::http::basic_parser<false> {
+class ResponseParser final : public http::basic_parser<false> {
  public:
   explicit ResponseParser(bool toHead) {
     skip(toHead);
@@ -79,7 +82,7 @@ class ResponseParser final : public boost::beast::http::basic_parser<false> {
   using Text = boost::beast::string_view;
 
   void on_response_impl(int status, Text, int, ErrorCode&) override { response_.status = status; }
-  void on_field_impl(boost::beast::http::field, Text name, Text value, ErrorCode&) override {
+  void on_field_impl(http::field, Text name, Text value, ErrorCode&) override {
     if (!is_header_done())
       response_.fields.emplace_back(std::string(name.data(), name.size()), std::string(value.data(), value.size()));
   }
@@ -89,7 +92,7 @@ class ResponseParser final : public boost::beast::http::basic_parser<false> {
     response_.body.append(body.data(), body.size());
     return body.size();
   }
-  void on_request_impl(boost::beast::http::verb, Text, Text, int, ErrorCode&) override {}
+  void on_request_impl(http::verb, Text, Text, int, ErrorCode&) override {}
   void on_header_impl(ErrorCode&) override {}
   void on_body_init_impl(boost::optional<std::uint64_t> const&, ErrorCode&) override {}
   void on_chunk_header_impl(std::uint64_t, Text, ErrorCode&) override {}
@@ -161,9 +164,8 @@ class HttpClient::Impl {
     while (!parser_->is_header_done() || parser_->response().status / 100 == 1) {
       // What follows an interim response is the response.
       if (parser_->is_header_done()) parser_.emplace(request.method == "HEAD");
-      bool const nothingYet = !parser_->got_some() && in_.empty();
       if (takeBytes(patience_)) continue;
-      if (nothingYet) return false;
+      if (!parser_->got_some() && in_.size() == 0) return false;
       fail(isSent ? "the connection was closed in the middle of an answer" : "the connection was closed");
     }
     return true;
@@ -177,9 +179,6 @@ class HttpClient::Impl {
     if (error) fail("cannot find the host: " + error.message());
     for (auto const& entry : found) {
       close();
-      error = {};
-      socket_.open(entry.endpoint().protocol(), error);
-      if (error) continue;
       auto const result = await(patience_, [&](auto done) { socket_.async_connect(entry.endpoint(), done); });
       error = result.value_or(asio::error::timed_out);
       if (error) continue;
@@ -212,38 +211,24 @@ class HttpClient::Impl {
   // that ends with it.
   bool takeBytes(Patience const& patience) {
     ErrorCode error;
-    if (in_.empty() || wantsMore_) {
-      std::array<char, 64 * 1024> bytes;
-      std::size_t count = 0;
-      while (count = socket_.read_some(asio::buffer(bytes), error), error == asio::error::would_block)
-        awaitMovement(Socket::wait_read, patience);
-      if (error) return takeEnd(error);
-      in_.append(bytes.data(), count);
-    }
-    std::size_t const used = parser_->put(asio::buffer(in_), error);
-    in_.erase(0, used);
-    wantsMore_ = error == boost::beast::http::error::need_more;
-    if (error && !wantsMore_) fail("no answer in HTTP: " + error.message());
-    if (wantsMore_ && in_.size() > kMostHeaderBytes) fail("no answer in HTTP: a line without an end");
-    return true;
-  }
-
-  bool takeEnd(ErrorCode error) {
-    if (!parser_->is_header_done()) return false;
-    if (error == asio::error::eof) parser_->put_eof(error);
-    if (error) fail("the connection was closed in the middle of an answer");
-    return true;
+    while (http::read_some(socket_, in_, *parser_, error), error == asio::error::would_block)
+      awaitMovement(Socket::wait_read, patience);
+    if (!error) return true;
+    bool const hasEnded = error == http::error::end_of_stream || error == http::error::partial_message ||
+                          error.category() == boost::system::system_category();
+    if (!hasEnded) fail("no answer in HTTP: " + error.message());
+    if (parser_->is_header_done()) fail("the connection was closed in the middle of an answer");
+    return false;
   }
 
   void keepOrClose() {
-    if (!parser_->keep_alive() || !in_.empty()) close();
+    if (!parser_->keep_alive() || in_.size() != 0) close();
   }
 
   void close() {
     ErrorCode ignored;
     socket_.close(ignored);
     in_.clear();
-    wantsMore_ = false;
   }
 
   // Whether the server has closed the kept connection, or sent what was not asked for.
@@ -281,9 +266,8 @@ class HttpClient::Impl {
   std::chrono::milliseconds const patience_;
   asio::io_context context_{1};
   Socket socket_{context_};
-  // Bytes that the response has not taken yet, and whether it wants more to take them.
-  std::string in_;
-  bool wantsMore_ = false;
+  // Bytes that the response has not taken yet.
+  boost::beast::flat_static_buffer<kMostHeaderBytes> in_;
   std::optional<ResponseParser> parser_;
 };
 
