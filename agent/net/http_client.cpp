@@ -7,13 +7,13 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/beast/core/flat_static_buffer.hpp>
-#include <boost/beast/http/basic_parser.hpp>
 #include <boost/beast/http/read.hpp>
 #include <boost/beast/src.hpp>
 #include <charconv>
 #include <limits>
 #include <optional>
 
+#include "agent/net/http_message_parser.h"
 #include "agent/net/http_text.h"
 
 namespace Agent {
@@ -67,7 +67,7 @@ ServerName readServer(std::string const& server) {
 }
 
 // Reads one response; pieces of its body gather in `response().body`, and the caller may take them out.
-class ResponseParser final : public http::basic_parser<false> {
+class ResponseParser final : public HttpMessageParser<false, HttpResponse> {
  public:
   explicit ResponseParser(bool toHead) {
     skip(toHead);
@@ -76,29 +76,10 @@ class ResponseParser final : public http::basic_parser<false> {
     body_limit(std::numeric_limits<std::uint64_t>::max());
   }
 
-  HttpResponse& response() { return response_; }
+  HttpResponse& response() { return message_; }
 
  private:
-  using Text = boost::beast::string_view;
-
-  void on_response_impl(int status, Text, int, ErrorCode&) override { response_.status = status; }
-  void on_field_impl(http::field, Text name, Text value, ErrorCode&) override {
-    if (!is_header_done())
-      response_.fields.emplace_back(std::string(name.data(), name.size()), std::string(value.data(), value.size()));
-  }
-  std::size_t on_body_impl(Text body, ErrorCode&) override { return append(body); }
-  std::size_t on_chunk_body_impl(std::uint64_t, Text body, ErrorCode&) override { return append(body); }
-  std::size_t append(Text body) {
-    response_.body.append(body.data(), body.size());
-    return body.size();
-  }
-  void on_request_impl(http::verb, Text, Text, int, ErrorCode&) override {}
-  void on_header_impl(ErrorCode&) override {}
-  void on_body_init_impl(boost::optional<std::uint64_t> const&, ErrorCode&) override {}
-  void on_chunk_header_impl(std::uint64_t, Text, ErrorCode&) override {}
-  void on_finish_impl(ErrorCode&) override {}
-
-  HttpResponse response_;
+  void on_response_impl(int status, Text, int, ErrorCode&) override { message_.status = status; }
 };
 
 }  // namespace

@@ -3,19 +3,18 @@
 
 #include <algorithm>
 #include <boost/asio/buffer.hpp>
-#include <boost/beast/http/basic_parser.hpp>
 #include <cstdint>
 #include <string>
 #include <utility>
 
-#include "agent/net/http.h"
+#include "agent/net/http_message_parser.h"
 #include "agent/net/http_server.h"
 
 namespace Agent {
 
 /// Reads one request. Beyond the grammar it sees to the limits and to what would let two readers of the same bytes find
 /// different requests in them.
-class HttpRequestParser final : public boost::beast::http::basic_parser<true> {
+class HttpRequestParser final : public HttpMessageParser<true, HttpRequest> {
  public:
   enum class State {
     WantsMore,  // all bytes are taken that could be
@@ -63,12 +62,9 @@ class HttpRequestParser final : public boost::beast::http::basic_parser<true> {
   /// Whether the client waits for a word before it sends the body.
   bool expectsContinue() const { return expectsContinue_; }
   bool isHttp11() const { return version_ == 11; }
-  HttpRequest takeRequest() { return std::move(request_); }
+  HttpRequest takeRequest() { return std::move(message_); }
 
  private:
-  using ErrorCode = boost::beast::error_code;
-  using Text = boost::beast::string_view;
-
   static int statusOf(ErrorCode const& error) {
     if (error == boost::beast::http::error::header_limit) return 431;
     if (error == boost::beast::http::error::body_limit) return 413;
@@ -95,7 +91,7 @@ class HttpRequestParser final : public boost::beast::http::basic_parser<true> {
 
   State checkHeader() {
     int hosts = 0;
-    for (auto const& [name, value] : request_.fields) {
+    for (auto const& [name, value] : message_.fields) {
       if (sameWithoutCase(name, "Host")) ++hosts;
       if (sameWithoutCase(name, "Transfer-Encoding")) {
         if (!isHttp11()) return refuse(400, "Transfer-Encoding in a request of HTTP/1.0");
@@ -114,38 +110,21 @@ class HttpRequestParser final : public boost::beast::http::basic_parser<true> {
   // "http://host/path" is another way to write "/path".
   void takeTheOrigin() {
     constexpr std::string_view kScheme = "http://";
-    std::string& target = request_.target;
+    std::string& target = message_.target;
     if (!sameWithoutCase(std::string_view(target).substr(0, kScheme.size()), kScheme)) return;
     target.erase(0, std::min(target.find_first_of("/?", kScheme.size()), target.size()));
     if (target.empty() || target.front() == '?') target.insert(0, "/");
   }
 
   void on_request_impl(boost::beast::http::verb, Text method, Text target, int version, ErrorCode&) override {
-    request_.method.assign(method.data(), method.size());
-    request_.target.assign(target.data(), target.size());
+    message_.method.assign(method.data(), method.size());
+    message_.target.assign(target.data(), target.size());
     version_ = version;
   }
-  void on_field_impl(boost::beast::http::field, Text name, Text value, ErrorCode&) override {
-    // Trailers come when the request has been judged by its header, and may add nothing to that.
-    if (!is_header_done())
-      request_.fields.emplace_back(std::string(name.data(), name.size()), std::string(value.data(), value.size()));
-  }
-  std::size_t on_body_impl(Text body, ErrorCode&) override { return append(body); }
-  std::size_t on_chunk_body_impl(std::uint64_t, Text body, ErrorCode&) override { return append(body); }
-  std::size_t append(Text body) {
-    request_.body.append(body.data(), body.size());
-    return body.size();
-  }
-  void on_response_impl(int, Text, int, ErrorCode&) override {}
-  void on_header_impl(ErrorCode&) override {}
-  void on_body_init_impl(boost::optional<std::uint64_t> const&, ErrorCode&) override {}
-  void on_chunk_header_impl(std::uint64_t, Text, ErrorCode&) override {}
-  void on_finish_impl(ErrorCode&) override {}
 
   std::size_t const headerLimit_;
   std::size_t headerBytes_ = 0;
   bool skippedLine_ = false;
-  HttpRequest request_;
   int version_ = 0;
   bool expectsContinue_ = false;
   int status_ = 0;
