@@ -173,7 +173,6 @@ void HttpConnection::refuse(int status, std::string const& reason) {
   keepsAlive_ = false;
   parser_.reset();
   in_.clear();
-  if (status == 503 && !findField(response.fields, "Retry-After")) response.fields.emplace_back("Retry-After", "1");
   answer(std::move(response));
 }
 

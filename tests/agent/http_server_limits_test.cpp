@@ -100,7 +100,6 @@ TEST(HttpServerLimits, TurnsAwayWhoIsOneTooMany) {
     if (i % 2 == 0) client.send(get("/a"));
     auto const response = client.response();
     EXPECT_EQ(response.status, 503);
-    EXPECT_NE(RawConnection::field(response.head, "Retry-After"), "");
     EXPECT_EQ(server.call([&] { return server.server().connections(); }), 3U);
   }
   clients.pop_back();
