@@ -9,14 +9,12 @@ namespace Agent {
 namespace {
 
 [[noreturn]] void refuseParameter(std::string const& what, std::string const& expected, std::string_view found) {
-  throw HttpProblem(400, InputError("", what + ": expected " + expected + ", found " + inQuotes(found)));
+  throw HttpProblem(400, what + ": expected " + expected + ", found " + inQuotes(found));
 }
 
 [[noreturn]] void refuseRevision(std::string const& expected, Revision found, std::string const& path) {
-  InputError error("",
-                   "expected " + expected + ", found " + (found != 0 ? "revision " + std::to_string(found) : "none"));
-  error.pathIs(path);
-  throw HttpProblem(412, error);
+  std::string const what = found != 0 ? "revision " + std::to_string(found) : "none";
+  throw HttpProblem(412, "expected " + expected + ", found " + what, path);
 }
 
 }  // namespace
@@ -113,7 +111,7 @@ Revision revisionAt(Documents const& documents, Path const& path) {
 void applyOne(Service& service, Operation const& operation, std::optional<Service::TimeToLive> timeToLive) {
   try {
     TurnResult const result = service.apply({&operation, 1}, timeToLive);
-    if (result.failure) throw handlerProblem(*result.failure, toText(operation.path));
+    if (result.failure) throw HttpProblem(500, *result.failure, toText(operation.path));
   } catch (InputError const& error) {
     throw refusal(error);
   }
@@ -125,15 +123,9 @@ HttpProblem refusal(InputError const& error) {
 
 HttpProblem storeProblem(StoreError const& error) {
   bool const isFull = dynamic_cast<StoreFull const*>(&error) != nullptr;
-  HttpProblem problem(isFull ? 507 : 503, InputError("", error.what()));
+  HttpProblem problem(isFull ? 507 : 503, error.what());
   problem.isOutcomeUnknown = dynamic_cast<OutcomeUnknown const*>(&error) != nullptr;
   return problem;
-}
-
-HttpProblem handlerProblem(std::string const& reason, std::string const& path) {
-  InputError error("", reason);
-  error.pathIs(path);
-  return {500, error};
 }
 
 HttpResponse emptyResponse(int status, std::string_view contentType) {

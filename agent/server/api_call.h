@@ -12,6 +12,10 @@ namespace Agent {
 class HttpProblem : public std::exception {
  public:
   HttpProblem(int status, InputError error) : status_(status), error_(std::move(error)) {}
+  HttpProblem(int status, std::string const& reason, std::string path = "")
+      : HttpProblem(status, InputError("", reason)) {
+    error_.pathIs(std::move(path));
+  }
 
   int status() const noexcept { return status_; }
   InputError const& error() const noexcept { return error_; }
@@ -60,13 +64,12 @@ Path pathOf(std::string const& text);
 Json bodyOf(HttpRequest const& request, std::string const& path);
 /// The turn that last changed what stands at the path, or below it; 0 if there is nothing.
 Revision revisionAt(Documents const& documents, Path const& path);
-/// Applies one operation, in a turn of its own. Throws an HttpProblem.
+/// Applies one operation, in a turn of its own. Throws an HttpProblem: a 500 if a handler failed, and what was asked
+/// for has been done and may not have been answered.
 void applyOne(Service& service, Operation const& operation, std::optional<Service::TimeToLive> timeToLive);
 /// What an operation is refused with.
 HttpProblem refusal(InputError const& error);
 HttpProblem storeProblem(StoreError const& error);
-/// A handler failed: what was asked for has been done, and may not have been answered.
-HttpProblem handlerProblem(std::string const& reason, std::string const& path);
 
 /// A response without a body, which no reader may keep or take for another type than it says.
 HttpResponse emptyResponse(int status, std::string_view contentType);

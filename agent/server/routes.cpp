@@ -36,7 +36,7 @@ bool hasParameter(std::string_view query, std::string_view name) {
     bool const isLast = &resource == &resources.back();
     list.append(list.empty() ? "" : isLast ? " and " : ", ").append(resource);
   }
-  throw HttpProblem(404, InputError("", "no such resource; there are " + list));
+  throw HttpProblem(404, "no such resource; there are " + list);
 }
 
 }  // namespace
@@ -68,7 +68,7 @@ TreeApi::Route const& TreeApi::Call::findRoute() {
     allowed.append(allowed.empty() ? "" : ", ").append(route.method == "GET" ? "GET, HEAD" : route.method);
   }
   if (allowed.empty()) refuseResource();
-  HttpProblem problem(405, InputError("", "expected one of " + allowed + ", found " + inQuotes(request.method)));
+  HttpProblem problem(405, "expected one of " + allowed + ", found " + inQuotes(request.method));
   problem.allow = allowed;
   throw problem;
 }
@@ -78,7 +78,7 @@ void TreeApi::Call::requireParameters(Route const& route) const {
     // Of single documents, only a heartbeat has a time to live.
     bool const isOfOther = name == "ttl" && document && !document->place.expires();
     if (isOfOther || !hasParameter(route.query, name))
-      throw HttpProblem(400, InputError("", "the parameter " + inQuotes(name) + " means nothing here"));
+      throw HttpProblem(400, "the parameter " + inQuotes(name) + " means nothing here");
   }
 }
 

@@ -6,13 +6,13 @@
 namespace Agent {
 
 HttpResponse TreeApi::problem(int status, std::string const& reason) {
-  return problemResponse(HttpProblem(status, InputError("", reason)));
+  return problemResponse(HttpProblem(status, reason));
 }
 
 void TreeApi::handle(HttpRequest request, HttpAnswer answer) {
   Call call{std::move(request), std::move(answer), {}, {}};
   try {
-    if (isStopping_) throw HttpProblem(503, InputError("", "the agent stops"));
+    if (isStopping_) throw HttpProblem(503, "the agent stops");
     call.target = parseTarget(call.request.target);
     door_.require(call.request, call.target.path);
     Route const& route = call.findRoute();
@@ -52,11 +52,7 @@ void TreeApi::requireRevision(Call const& call) const {
 void TreeApi::getDocument(Call& call) {
   std::string const path = toText(call.document.value());
   auto const found = service_.documents().find(path);
-  if (found == service_.documents().end()) {
-    InputError error("", "there is no document here");
-    error.pathIs(path);
-    throw HttpProblem(404, error);
-  }
+  if (found == service_.documents().end()) throw HttpProblem(404, "there is no document here", path);
   HttpResponse response = jsonResponse(200, found->second.revision, *found->second.text + "\n");
   response.fields.emplace_back("ETag", '"' + std::to_string(found->second.revision) + '"');
   readWhenKept(call, std::move(response));

@@ -71,11 +71,9 @@ void TreeApi::postBatch(Call& call) {
   ScenarioReader reader(std::make_unique<Body>(std::move(call.request.body)));
   try {
     while (std::optional<Operation> operation = reader.next()) {
-      if (batch->operations.size() == limits_.batch) {
-        throw HttpProblem(
-            413,
-            InputError("", "more than " + std::to_string(limits_.batch) + " documents in one batch; none was applied"));
-      }
+      if (batch->operations.size() == limits_.batch)
+        throw HttpProblem(413,
+                          "more than " + std::to_string(limits_.batch) + " documents in one batch; none was applied");
       batch->operations.push_back(std::move(*operation));
       batch->lines.push_back(reader.line());
     }
@@ -89,7 +87,7 @@ void TreeApi::postBatch(Call& call) {
     try {
       TurnResult const result = service_.apply(batch->operations, batch->timeToLive, &refused);
       batch->applied = batch->operations.size();
-      if (result.failure) batch->fail(handlerProblem(*result.failure, ""), 0);
+      if (result.failure) batch->fail(HttpProblem(500, *result.failure), 0);
     } catch (InputError const& error) {
       batch->fail(refusal(error), batch->lines[refused]);
     }

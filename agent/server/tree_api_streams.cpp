@@ -47,11 +47,8 @@ void TreeApi::watch(Call& call) {
     from = parseEventId(*last, hub.history(), "Last-Event-ID");
   else if (after != call.target.query.end())
     from = parseEventId(after->second, hub.history(), "after");
-  if (hub.watches() >= limits_.watches) {
-    throw HttpProblem(
-        429,
-        InputError("", "there are " + std::to_string(limits_.watches) + " watches already, as many as are allowed"));
-  }
+  if (hub.watches() >= limits_.watches)
+    throw HttpProblem(429, "there are " + std::to_string(limits_.watches) + " watches already, as many as are allowed");
   HttpResponse response = emptyResponse(200, "text/event-stream");
   response.fields.emplace_back("Enrolix-Revision", std::to_string(hub.revision()));
   response.fields.emplace_back("Enrolix-History", hub.history());
@@ -61,12 +58,9 @@ void TreeApi::watch(Call& call) {
 
 // The copy begins when all that is visible is kept.
 void TreeApi::backup(Call& call) {
-  if (service_.backups() >= limits_.backups) {
-    throw HttpProblem(
-        429,
-        InputError("",
-                   "there are " + std::to_string(limits_.backups) + " backups on their way, as many as are allowed"));
-  }
+  if (service_.backups() >= limits_.backups)
+    throw HttpProblem(429,
+                      "there are " + std::to_string(limits_.backups) + " backups on their way, as many as are allowed");
   service_.whenKept([this, call](StoreError const* problem) {
     bool const isAllKept = service_.revision() == service_.watches().revision();
     if (problem != nullptr || !isAllKept) return handle(call.request, call.answer);
