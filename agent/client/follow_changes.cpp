@@ -7,6 +7,7 @@
 #include "agent/client/failure.h"
 #include "agent/client/requests.h"
 #include "agent/document/json_reader.h"
+#include "agent/document/number.h"
 #include "agent/net/server_event_reader.h"
 
 namespace Agent {
@@ -111,11 +112,11 @@ class Feed {
   void readId() {
     if (stream_.lastId().empty() || isDone_) return;
     std::string const& text = stream_.lastId();
-    auto const revision = readNumber(std::string_view(text).substr(0, text.find('@')));
-    if (!revision)
+    std::uint64_t revision = 0;
+    if (!readNumber(std::string_view(text).substr(0, text.find('@')), revision))
       throw ClientFailure(FailureKind::kNoAnswer, "the server's answer cannot be understood: an id is no revision");
     lastId_ = text;
-    reach(*revision);
+    reach(revision);
   }
 
   void tell(ServerEvent const& event) {

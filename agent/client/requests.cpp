@@ -1,10 +1,10 @@
 // Encodes targets and reads the fields of responses.
 #include "agent/client/requests.h"
 
-#include <charconv>
 #include <utility>
 
 #include "agent/client/failure.h"
+#include "agent/document/number.h"
 
 namespace Agent {
 namespace {
@@ -52,18 +52,12 @@ HttpRequest makeRequest(std::string method, std::string target, IfMatch const& i
   return request;
 }
 
-std::optional<std::uint64_t> readNumber(std::string_view text) {
-  std::uint64_t number = 0;
-  auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-  return number;
-}
-
 std::uint64_t revisionOf(HttpResponse const& response) {
   auto const field = findField(response.fields, "Enrolix-Revision");
-  auto const revision = field ? readNumber(*field) : std::nullopt;
-  if (!revision) throw ClientFailure(FailureKind::kNoAnswer, "the server's answer has no revision: is it a registry?");
-  return *revision;
+  std::uint64_t revision = 0;
+  if (!field || !readNumber(*field, revision))
+    throw ClientFailure(FailureKind::kNoAnswer, "the server's answer has no revision: is it a registry?");
+  return revision;
 }
 
 }  // namespace Agent

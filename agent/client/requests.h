@@ -23,7 +23,5 @@ ENROLIX_EXPORT HttpRequest makeRequest(std::string method, std::string target, I
 
 /// The value of the field Enrolix-Revision. Throws a ClientFailure without it.
 ENROLIX_EXPORT std::uint64_t revisionOf(HttpResponse const& response);
-/// A number from 0 written in digits alone; nothing for any other text.
-ENROLIX_EXPORT std::optional<std::uint64_t> readNumber(std::string_view text);
 
 }  // namespace Agent

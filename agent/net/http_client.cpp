@@ -9,10 +9,10 @@
 #include <boost/beast/core/flat_static_buffer.hpp>
 #include <boost/beast/http/read.hpp>
 #include <boost/beast/src.hpp>
-#include <charconv>
 #include <limits>
 #include <optional>
 
+#include "agent/document/number.h"
 #include "agent/net/http_message_parser.h"
 #include "agent/net/http_text.h"
 
@@ -60,8 +60,7 @@ ServerName readServer(std::string const& server) {
 
   std::string_view const port = rest.substr(hostEnd + 1);
   std::uint16_t number = 0;
-  auto const [end, error] = std::from_chars(port.data(), port.data() + port.size(), number);
-  if (rest[hostEnd] != ':' || error != std::errc() || end != port.data() + port.size() || number == 0) refuse();
+  if (rest[hostEnd] != ':' || !readNumber(port, number) || number == 0) refuse();
   name.port = port;
   return name;
 }

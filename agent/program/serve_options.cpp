@@ -1,9 +1,10 @@
 // Describes the options of the service.
 #include "agent/program/serve_options.h"
 
-#include <charconv>
 #include <cmath>
 #include <cstdlib>
+
+#include "agent/document/number.h"
 
 namespace Agent {
 namespace {
@@ -34,9 +35,8 @@ void parseListen(std::string const& text, ServeOptions& to) {
       colon == std::string::npos ? std::string_view() : std::string_view(text).substr(colon + 1);
   bool const isBracketed = address.size() > 2 && address.front() == '[' && address.back() == ']';
   if (isBracketed) address = address.substr(1, address.size() - 2);
-  auto const [end, error] = std::from_chars(port.data(), port.data() + port.size(), to.port);
   bool const isAddress = !address.empty() && (isBracketed || address.find(':') == std::string::npos);
-  if (!isAddress || error != std::errc() || end != port.data() + port.size())
+  if (!isAddress || !readNumber(port, to.port))
     throw WrongValue("expected ADDRESS:PORT like 127.0.0.1:7400, found " + inQuotes(text));
   to.address = address;
 }

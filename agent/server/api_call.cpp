@@ -5,6 +5,8 @@
 #include <charconv>
 #include <cmath>
 
+#include "agent/document/number.h"
+
 namespace Agent {
 namespace {
 
@@ -61,19 +63,17 @@ std::string TreeApi::Call::parameter(std::string_view name) const {
 
 Revision parseRevision(std::string_view text, std::string const& what) {
   Revision revision = 0;
-  auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), revision);
-  if (error != std::errc() || end != text.data() + text.size()) refuseParameter(what, "a revision, as digits", text);
+  if (!readNumber(text, revision)) refuseParameter(what, "a revision, as digits", text);
   return revision;
 }
 
 std::optional<Revision> parseEventId(std::string_view text, HistoryId const& present, std::string const& what) {
   std::size_t const at = text.find('@');
   Revision revision = 0;
-  auto const [end, error] = std::from_chars(text.data(), text.data() + std::min(at, text.size()), revision);
   std::string_view const history = at == std::string_view::npos ? std::string_view(present) : text.substr(at + 1);
   bool const isHistory =
       history.size() == present.size() && history.find_first_not_of("0123456789abcdef") == std::string_view::npos;
-  if (error != std::errc() || end != text.data() + std::min(at, text.size()) || !isHistory)
+  if (!readNumber(text.substr(0, at), revision) || !isHistory)
     refuseParameter(what, "a revision, as digits, or an event's id, REVISION@HISTORY", text);
   return history == present ? std::optional(revision) : std::nullopt;
 }

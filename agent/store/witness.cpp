@@ -2,12 +2,12 @@
 #include "agent/store/witness.h"
 
 #include <array>
-#include <charconv>
 #include <cstdlib>
 #include <limits>
 #include <string_view>
 
 #include "agent/document/input_error.h"
+#include "agent/document/number.h"
 #include "agent/store/sqlite_database.h"
 
 namespace Agent {
@@ -33,12 +33,6 @@ std::string toText(Witness::Record const& record) {
   add("awake", std::to_string(record.awake.count()));
   std::string const checksum = checksumOf(text).text();
   return text.append(kChecksum).append(checksum).append("\n");
-}
-
-template <class Number>
-bool readNumber(std::string_view text, Number& to) {
-  auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), to);
-  return error == std::errc() && end == text.data() + text.size();
 }
 
 std::optional<Witness::Record> parse(std::string_view text) {
