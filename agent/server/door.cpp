@@ -51,10 +51,9 @@ void Door::requireHost(std::string_view host) const {
   auto const isName = [&](std::string const& allowed) { return sameWithoutCase(allowed, name); };
   if (isAddress(name) || isLocalName(name) || std::any_of(names_.begin(), names_.end(), isName)) return;
   throw HttpProblem(421,
-                    InputError("",
-                               "the host " + inQuotes(name) +
-                                   " is none of this agent: expected an address, localhost, or a name that it was "
-                                   "started with (--allow-host NAME)"));
+                    "the host " + inQuotes(name) +
+                        " is none of this agent: expected an address, localhost, or a name that it was started with "
+                        "(--allow-host NAME)");
 }
 
 void Door::require(HttpRequest const& request, std::string_view path) const {
@@ -63,13 +62,12 @@ void Door::require(HttpRequest const& request, std::string_view path) const {
   if (host) requireHost(*host);
   bool const isRead = request.method == "GET" || request.method == "HEAD";
   auto const origin = findField(request.fields, "Origin");
-  if (!isRead && origin && !isOwn(*origin, host.value_or("")))
-    throw HttpProblem(403, InputError("", "web pages may not write here"));
+  if (!isRead && origin && !isOwn(*origin, host.value_or(""))) throw HttpProblem(403, "web pages may not write here");
   auto const site = findField(request.fields, "Sec-Fetch-Site").value_or("none");
   bool const isOtherSite = sameWithoutCase(site, "cross-site") || sameWithoutCase(site, "same-site");
   bool const isVisit =
       isRead && path == "/" && sameWithoutCase(findField(request.fields, "Sec-Fetch-Mode").value_or(""), "navigate");
-  if (isOtherSite && !isVisit) throw HttpProblem(403, InputError("", "pages of other sites may ask for nothing here"));
+  if (isOtherSite && !isVisit) throw HttpProblem(403, "pages of other sites may ask for nothing here");
 }
 
 bool isLoopback(std::string const& address) {
