@@ -2,6 +2,7 @@
 #include "agent/document/path.h"
 
 #include <optional>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -20,22 +21,26 @@ SystemId systemIdPart(std::string_view text) {
   return SystemId(*address);
 }
 
-/// One of the words in angle brackets, and what a path has for it.
-using PathPart = std::pair<std::string_view, std::string_view>;
+/// The words of a pattern in angle brackets, in order, and what a path has for each.
+struct PathParts {
+  std::array<std::pair<std::string_view, std::string_view>, 2> parts{};
+  std::size_t count = 0;
+};
 
-/// What `path` has for the words of the pattern, in order; nothing if it has another shape.
-std::optional<std::vector<PathPart>> partsOf(std::string_view path, std::string_view pattern) {
-  std::vector<PathPart> parts;
+/// What `path` has for the words of the pattern; nothing if it has another shape.
+std::optional<PathParts> partsOf(std::string_view path, std::string_view pattern) {
+  PathParts found;
   for (;;) {
     std::string_view const literal = pattern.substr(0, pattern.find('<'));
     if (!path.starts_with(literal)) return std::nullopt;
     path.remove_prefix(literal.size());
     pattern.remove_prefix(literal.size());
-    if (pattern.empty()) return path.empty() ? std::optional(std::move(parts)) : std::nullopt;
+    if (pattern.empty()) return path.empty() ? std::optional(found) : std::nullopt;
     std::size_t const end = pattern.find('>');
-    parts.emplace_back(pattern.substr(1, end - 1), path.substr(0, path.find('/')));
+    std::string_view const part = path.substr(0, path.find('/'));
+    found.parts[found.count++] = {pattern.substr(1, end - 1), part};
     pattern.remove_prefix(end + 1);
-    path.remove_prefix(parts.back().second.size());
+    path.remove_prefix(part.size());
   }
 }
 
@@ -98,7 +103,7 @@ Path parsePath(std::string_view text) {
     if (!parts) continue;
     Path path{place};
     std::size_t names = 0;
-    for (auto const& [word, part] : *parts) {
+    for (auto const& [word, part] : std::span(parts->parts).first(parts->count)) {
       if (word == "systemId") {
         path.systemId = systemIdPart(part);
       } else {
