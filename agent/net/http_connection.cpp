@@ -46,11 +46,6 @@ HttpConnection::HttpConnection(HttpConnectionHost& host, HttpSocket socket)
   ::setsockopt(socket_.native_handle(), IPPROTO_TCP, TCP_NOTSENT_LOWAT, &unsent, sizeof unsent);
 }
 
-void HttpConnection::turnAway(int status, std::string const& reason) {
-  refuse(status, reason);
-  advance();
-}
-
 void HttpConnection::checkTime(Clock::time_point now) {
   auto const idle = host_.limits().idle;
   bool const stands = now - moved_ > idle;
@@ -59,7 +54,7 @@ void HttpConnection::checkTime(Clock::time_point now) {
       if (!hasBegun()) {
         if (stands) close();
       } else if (stands || (!parser_->is_header_done() && now - begun_ > 2 * idle)) {
-        turnAway(408, "the request does not come to its end");
+        refuse(408, "the request does not come to its end");
       }
       return;
     case Phase::Writing:
@@ -79,7 +74,7 @@ void HttpConnection::stop() {
   if (phase_ == Phase::Waiting) wakeLater();
   if (phase_ != Phase::Reading) return;
   if (hasBegun())
-    turnAway(503, "the server is stopping");
+    refuse(503, "the server is stopping");
   else
     close();
 }

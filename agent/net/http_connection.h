@@ -49,8 +49,8 @@ class HttpConnection final : public std::enable_shared_from_this<HttpConnection>
 
   void begin() { advance(); }
 
-  /// Answers before anything has been asked, and ends.
-  void turnAway(int status, std::string const& reason);
+  /// Answers without asking the program, and ends.
+  void refuse(int status, std::string const& reason);
 
   /// Closes, or gives up a request, if nothing has moved for too long.
   void checkTime(Clock::time_point now);
@@ -88,7 +88,6 @@ class HttpConnection final : public std::enable_shared_from_this<HttpConnection>
 
   void handle();
   void sayContinue();
-  void refuse(int status, std::string const& reason);
   void answer(HttpResponse response);
   void wakeLater();
   void woken();

@@ -77,14 +77,6 @@ class HttpServer::Impl final : public HttpConnectionHost {
 
   ~Impl() override { closeAll(); }
 
-  std::uint16_t port() const { return port_; }
-  std::size_t connections() const { return connections_.size(); }
-
-  void handlerIs(HttpHandler handler, std::function<HttpResponse(int, std::string const&)> problem) {
-    handler_ = std::move(handler);
-    problem_ = std::move(problem);
-  }
-
   void at(Clock::time_point time, std::function<void()> task) {
     auto const timer = std::make_shared<Timer>(context_, time);
     // A task that waits keeps its timer, so that nothing cancels it.
@@ -97,10 +89,6 @@ class HttpServer::Impl final : public HttpConnectionHost {
     signals_.add(number);
     if (isFirst) awaitSignal();
   }
-
-  void onPause(std::function<void(std::string const*)> told) { pauseTold_ = std::move(told); }
-
-  void run() { context_.run(); }
 
   void stop(std::chrono::milliseconds grace) {
     isStopping_ = true;
@@ -125,7 +113,6 @@ class HttpServer::Impl final : public HttpConnectionHost {
     endIfDone();
   }
 
- private:
   using Connections = std::unordered_set<std::shared_ptr<HttpConnection>>;
 
   void accept() {
@@ -164,7 +151,7 @@ class HttpServer::Impl final : public HttpConnectionHost {
     auto const connection = std::make_shared<HttpConnection>(*this, std::move(socket));
     (isOneTooMany ? turnedAway_ : connections_).insert(connection);
     if (isOneTooMany)
-      connection->turnAway(503, "the server has as many connections as it may");
+      connection->refuse(503, "the server has as many connections as it may");
     else
       connection->begin();
   }
@@ -176,7 +163,7 @@ class HttpServer::Impl final : public HttpConnectionHost {
     return copy;
   }
 
-  void closeAll() {
+  void closeAll() const {
     for (auto const& connection : all()) connection->close();
   }
 
@@ -230,22 +217,23 @@ HttpServer::HttpServer(std::string const& address, std::uint16_t port, HttpLimit
     : impl_(std::make_unique<Impl>(address, port, limits)) {}
 HttpServer::~HttpServer() = default;
 
-std::uint16_t HttpServer::port() const { return impl_->port(); }
+std::uint16_t HttpServer::port() const { return impl_->port_; }
 
 void HttpServer::handlerIs(HttpHandler handler,
                            std::function<HttpResponse(int status, std::string const& reason)> problem) {
-  impl_->handlerIs(std::move(handler), std::move(problem));
+  impl_->handler_ = std::move(handler);
+  impl_->problem_ = std::move(problem);
 }
 
-std::size_t HttpServer::connections() const { return impl_->connections(); }
+std::size_t HttpServer::connections() const { return impl_->connections_.size(); }
 
 HttpServer::Clock::time_point HttpServer::now() const { return Clock::now(); }
 void HttpServer::post(std::function<void()> task) { impl_->post(std::move(task)); }
 void HttpServer::at(Clock::time_point time, std::function<void()> task) { impl_->at(time, std::move(task)); }
 
 void HttpServer::onSignal(int number, std::function<void()> heard) { impl_->onSignal(number, std::move(heard)); }
-void HttpServer::onPause(std::function<void(std::string const*)> told) { impl_->onPause(std::move(told)); }
-void HttpServer::run() { impl_->run(); }
+void HttpServer::onPause(std::function<void(std::string const*)> told) { impl_->pauseTold_ = std::move(told); }
+void HttpServer::run() { impl_->context_.run(); }
 void HttpServer::stop(std::chrono::milliseconds grace) { impl_->stop(grace); }
 
 }  // namespace Agent
