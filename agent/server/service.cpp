@@ -207,7 +207,12 @@ void Service::commit() {
 void Service::fail(StoreError const& problem) {
   if (dynamic_cast<OutcomeUnknown const*>(&problem) != nullptr) doubtful_ = turns_;
   undo();
-  suspend(problem);
+  isFull_ = dynamic_cast<StoreFull const*>(&problem) != nullptr;
+  problem_ = problem.what();
+  log_.error(isFull_ ? "disk_full" : "store_failed", {{"reason", *problem_}});
+  tree_.reset();
+  renewed_.clear();
+  nextTry_ = loop_.now() + kTries;
   for (auto const& done : std::exchange(waiting_, {})) done(&problem);
 }
 
@@ -223,15 +228,6 @@ void Service::undo() {
   before_.clear();
   turns_.clear();
   watches_->undone();
-}
-
-void Service::suspend(StoreError const& problem) {
-  isFull_ = dynamic_cast<StoreFull const*>(&problem) != nullptr;
-  problem_ = problem.what();
-  log_.error(isFull_ ? "disk_full" : "store_failed", {{"reason", *problem_}});
-  tree_.reset();
-  renewed_.clear();
-  nextTry_ = loop_.now() + kTries;
 }
 
 // What others wrote is like what was there before: the registry finds it at its first passes.

@@ -80,7 +80,6 @@ class Service {
   void commit();
   void fail(StoreError const& problem);
   void undo();
-  void suspend(StoreError const& problem);
   void takeForeignTurns();
   void restartFrom(TreeDocuments documents);
   void tell(CommittedTurn turn);
