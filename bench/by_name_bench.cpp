@@ -41,13 +41,13 @@ class NoxPort final : public Nox::Typed<NoxPort, Nox::PtrInterface> {
 };
 
 template <std::size_t I>
-constexpr Nox::AttrRow noxRow(std::string_view name) {
+constexpr auto noxRow(std::string_view name) {
   return Nox::plain<&NoxPort::value<I>, &NoxPort::valueIs<I>>(name);
 }
 constexpr auto kNoxPort =
-    Nox::attrTable(256, noxRow<0>("channel"), noxRow<1>("lanes"), noxRow<2>("mtu"), noxRow<3>("native"),
-                   noxRow<4>("priority"), noxRow<5>("speed"), noxRow<6>("timeout"), noxRow<7>("vlan"),
-                   Nox::handler<&NoxPort::handleRestart>("handleRestart", "delay"));
+    Nox::attrTable(Nox::kFirstAttribute, noxRow<0>("channel"), noxRow<1>("lanes"), noxRow<2>("mtu"),
+                   noxRow<3>("native"), noxRow<4>("priority"), noxRow<5>("speed"), noxRow<6>("timeout"),
+                   noxRow<7>("vlan"), Nox::handler<&NoxPort::handleRestart>("handleRestart", "delay"));
 constinit Nox::NoxType NoxPort::noxType{"Bench::Port", nullptr, nullptr, kNoxPort.view()};
 
 /// Enters the three works; `Peer` has `get()`, `set(value)` and `call(argument)`.

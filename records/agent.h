@@ -1,8 +1,8 @@
 // The agent's own configuration and status.
 #pragma once
 
+#include "framework/by_name/rows.h"
 #include "framework/core/entity.h"
-#include "records/attributes.h"
 
 namespace Controllerdb {
 
@@ -53,12 +53,12 @@ class NOX_EXPORT Status : public Nox::Typed<Status, Nox::Entity> {
 };
 
 constexpr auto Config::attributes() {
-  return std::tuple(Nox::scalar<&Config::enabled, &Config::enabledIs>("enabled"),
-                    Nox::internal(Nox::scalar<&Config::port, &Config::portIs>("port")));
+  return std::tuple(Nox::plain<&Config::enabled, &Config::enabledIs>("enabled"),
+                    Nox::internal(Nox::plain<&Config::port, &Config::portIs>("port")));
 }
 constexpr auto Status::attributes() {
-  return std::tuple(Nox::scalar<&Status::controllerUUID, &Status::controllerUUIDIs>("controllerUUID"),
-                    Nox::answer(Nox::scalar<&Status::enabled, &Status::enabledIs>("enabled")));
+  return std::tuple(Nox::plain<&Status::controllerUUID, &Status::controllerUUIDIs>("controllerUUID"),
+                    Nox::answer(Nox::plain<&Status::enabled, &Status::enabledIs>("enabled")));
 }
 
 }  // namespace Controllerdb

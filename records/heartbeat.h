@@ -1,8 +1,8 @@
 // Heartbeats: the peers that the controller hears.
 #pragma once
 
+#include "framework/by_name/rows.h"
 #include "framework/core/entity.h"
-#include "records/attributes.h"
 #include "records/ids.h"
 
 namespace Controller {
@@ -29,8 +29,7 @@ class NOX_EXPORT PeerTable : public Nox::Typed<PeerTable, Nox::Entity> {
     virtual void onPeernoxImmediate() {}
     virtual void onPeer() {}
   };
-  static constexpr Nox::AttributeId peerId = 256;
-  using PeerMap = Nox::ChildMap<Peer, SystemId, peerId>;
+  using PeerMap = Nox::ChildMap<Peer, SystemId>;
   using PeerIteratorConst = PeerMap::IteratorConst;
   static Nox::NoxType noxType;
   static constexpr auto attributes();
@@ -63,8 +62,7 @@ class NOX_EXPORT Config : public Nox::Typed<Config, Nox::Entity> {
 
 constexpr auto PeerTable::attributes() {
   using T = PeerTable;
-  return std::tuple(
-      Nox::keyedBy<static_cast<PeerMap const& (T::*)() const noexcept>(&T::peer), &T::peerIs, &T::peerDel>("peer"));
+  return std::tuple(Nox::collection<Nox::whole(&T::peer), &T::peerIs, &T::peerDel>("peer"));
 }
 
 }  // namespace Controller

@@ -1,9 +1,10 @@
 // Mounts: what switches offer, and the registry of remote mounts that the root owns.
 #pragma once
 
+#include "framework/by_name/rows.h"
 #include "framework/core/dir.h"
 #include "framework/core/entity.h"
-#include "records/attributes.h"
+#include "framework/text/text_form.h"
 #include "records/ids.h"
 
 namespace Controller {
@@ -90,8 +91,7 @@ class NOX_EXPORT PublishedMountsTable : public Nox::Typed<PublishedMountsTable, 
    public:
     using Row::Row;
   };
-  static constexpr Nox::AttributeId systemAttrId = 256;
-  using SystemMap = Nox::ChildMap<SystemPublishedMount, SystemId, systemAttrId>;
+  using SystemMap = Nox::ChildMap<SystemPublishedMount, SystemId>;
   using SystemIteratorConst = SystemMap::IteratorConst;
   using ServicePublishReadyMap = Nox::ValueMap<NoxServicePublishReady, Nox::String8, bool>;
   using ServicePublishReadyIteratorConst = ServicePublishReadyMap::IteratorConst;
@@ -185,14 +185,21 @@ constexpr auto MountDesc::fields() {
 constexpr auto SystemPublishedMount::attributes() {
   using T = SystemPublishedMount;
   return std::tuple(
-      Nox::keyedBy<Nox::whole(&T::publishedMount), &T::publishedMountIs, &T::publishedMountDel>("publishedMount"));
+      Nox::collection<Nox::whole(&T::publishedMount), &T::publishedMountIs, &T::publishedMountDel>("publishedMount"));
 }
 constexpr auto PublishedMountsTable::attributes() {
   using T = PublishedMountsTable;
   return std::tuple(
-      Nox::keyedBy<Nox::whole(&T::system), &T::systemIs, &T::systemDel>("system"),
-      Nox::keyedBy<Nox::whole(&T::servicePublishReady), &T::servicePublishReadyIs, &T::servicePublishReadyDel>(
+      Nox::collection<Nox::whole(&T::system), &T::systemIs, &T::systemDel>("system"),
+      Nox::collection<Nox::whole(&T::servicePublishReady), &T::servicePublishReadyIs, &T::servicePublishReadyDel>(
           "servicePublishReady"));
 }
 
 }  // namespace Controller
+
+/// In generic values a mount is the text that it prints; a field with a blank in it is not read back.
+template <>
+struct NOX_EXPORT Nox::TextForm<Controller::MountDesc> {
+  static std::optional<Controller::MountDesc> parse(std::string_view text);
+  static String8 print(Controller::MountDesc const& value);
+};

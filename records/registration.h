@@ -1,8 +1,8 @@
 // The records that a switch and the controller exchange, and the controller's table of switches.
 #pragma once
 
+#include "framework/by_name/rows.h"
 #include "framework/core/entity.h"
-#include "records/attributes.h"
 #include "records/ids.h"
 #include "records/mount.h"
 #include "records/published_paths.h"
@@ -136,11 +136,9 @@ class NOX_EXPORT SwitchStatus : public Nox::Typed<SwitchStatus, Nox::Entity> {
     virtual void onServicePublishedInfonoxImmediate() {}
     virtual void onServicePublishedInfo() {}
   };
-  static constexpr Nox::AttributeId serviceStatusId = 259;
-  static constexpr Nox::AttributeId servicePublishedInfoId = 260;
-  using ServiceStatusMap = Nox::ChildMap<Controller::ServiceStatusV1, Nox::Name, serviceStatusId>;
+  using ServiceStatusMap = Nox::ChildMap<Controller::ServiceStatusV1, Nox::Name>;
   using ServiceStatusIterator = ServiceStatusMap::IteratorConst;
-  using ServicePublishedInfoMap = Nox::ChildMap<ServicePublishedInfo, Nox::String8, servicePublishedInfoId>;
+  using ServicePublishedInfoMap = Nox::ChildMap<ServicePublishedInfo, Nox::String8>;
   using ServicePublishedInfoIterator = ServicePublishedInfoMap::IteratorConst;
   static Nox::NoxType noxType;
   static constexpr auto attributes();
@@ -287,36 +285,37 @@ class NOX_EXPORT ControllerStatus : public Nox::Typed<ControllerStatus, Nox::Ent
 constexpr auto SwitchConfig::attributes() {
   using T = SwitchConfig;
   return std::tuple(
-      Nox::scalar<&T::systemId, &T::systemIdIs>("systemId"),
-      Nox::internal(Nox::scalar<&T::connectionConfig, &T::connectionConfigIs>("connectionConfig")),
-      Nox::keyedBy<Nox::whole(&T::serviceConfig), &T::serviceConfigIs, &T::serviceConfigDel>("serviceConfig"),
-      Nox::scalar<&T::enabled, &T::enabledIs>("enabled"),
-      Nox::scalar<&T::registrationGenId, &T::registrationGenIdIs>("registrationGenId"));
+      Nox::plain<&T::systemId, &T::systemIdIs>("systemId"),
+      Nox::internal(Nox::plain<&T::connectionConfig, &T::connectionConfigIs>("connectionConfig")),
+      Nox::collection<Nox::whole(&T::serviceConfig), &T::serviceConfigIs, &T::serviceConfigDel>("serviceConfig"),
+      Nox::plain<&T::enabled, &T::enabledIs>("enabled"),
+      Nox::plain<&T::registrationGenId, &T::registrationGenIdIs>("registrationGenId"));
 }
 constexpr auto ServicePublishedInfo::attributes() {
   using T = ServicePublishedInfo;
   return std::tuple(
-      Nox::scalar<&T::ready, &T::readyIs>("ready"),
-      Nox::keyedBy<Nox::whole(&T::publishedMount), &T::publishedMountIs, &T::publishedMountDel>("publishedMount"));
+      Nox::plain<&T::ready, &T::readyIs>("ready"),
+      Nox::collection<Nox::whole(&T::publishedMount), &T::publishedMountIs, &T::publishedMountDel>("publishedMount"));
 }
 constexpr auto SwitchStatus::attributes() {
   using T = SwitchStatus;
   return std::tuple(
-      Nox::answer(Nox::scalar<&T::controllerUUID, &T::controllerUUIDIs>("controllerUUID")),
-      Nox::answer(Nox::scalar<&T::registrationGenId, &T::registrationGenIdIs>("registrationGenId")),
-      Nox::answer(Nox::scalar<&T::clientShutdownAck, &T::clientShutdownAckIs>("clientShutdownAck")),
+      Nox::answer(Nox::plain<&T::controllerUUID, &T::controllerUUIDIs>("controllerUUID")),
+      Nox::answer(Nox::plain<&T::registrationGenId, &T::registrationGenIdIs>("registrationGenId")),
+      Nox::answer(Nox::plain<&T::clientShutdownAck, &T::clientShutdownAckIs>("clientShutdownAck")),
       Nox::answer(
-          Nox::keyedBy<Nox::whole(&T::serviceStatus), &T::serviceStatusIs, &T::serviceStatusDel>("serviceStatus")),
-      Nox::answer(
-          Nox::keyedBy<Nox::whole(&T::servicePublishedInfo), &T::servicePublishedInfoIs, &T::servicePublishedInfoDel>(
-              "servicePublishedInfo")));
+          Nox::collection<Nox::whole(&T::serviceStatus), &T::serviceStatusIs, &T::serviceStatusDel>("serviceStatus")),
+      Nox::answer(Nox::collection<Nox::whole(&T::servicePublishedInfo),
+                                  &T::servicePublishedInfoIs,
+                                  &T::servicePublishedInfoDel>("servicePublishedInfo")));
 }
 constexpr auto ControllerStatus::attributes() {
   using T = ControllerStatus;
-  return std::tuple(Nox::keyedBy<Nox::whole(&T::switchConfig), &T::switchConfigIs, &T::switchConfigDel>("switchConfig"),
-                    Nox::keyedBy<Nox::whole(&T::switchStatus), &T::switchStatusIs, &T::switchStatusDel>("switchStatus"),
-                    Nox::keyedBy<Nox::whole(&T::registeredSwitch), &T::registeredSwitchIs, &T::registeredSwitchDel>(
-                        "registeredSwitch"));
+  return std::tuple(
+      Nox::collection<Nox::whole(&T::switchConfig), &T::switchConfigIs, &T::switchConfigDel>("switchConfig"),
+      Nox::collection<Nox::whole(&T::switchStatus), &T::switchStatusIs, &T::switchStatusDel>("switchStatus"),
+      Nox::collection<Nox::whole(&T::registeredSwitch), &T::registeredSwitchIs, &T::registeredSwitchDel>(
+          "registeredSwitch"));
 }
 
 }  // namespace ControllerRegistration

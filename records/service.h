@@ -3,8 +3,9 @@
 
 #include <compare>
 
+#include "framework/by_name/rows.h"
 #include "framework/core/entity.h"
-#include "records/attributes.h"
+#include "framework/text/text_form.h"
 
 namespace Controller {
 
@@ -65,7 +66,6 @@ class NOX_EXPORT ServiceConfigV1 : public Nox::Typed<ServiceConfigV1, Nox::Entit
    public:
     virtual void onEnabled() {}
   };
-  static constexpr Nox::AttributeId versionConfigId = 257;
   static Nox::NoxType noxType;
   static constexpr auto attributes();
 
@@ -80,7 +80,7 @@ class NOX_EXPORT ServiceConfigV1 : public Nox::Typed<ServiceConfigV1, Nox::Entit
 
  private:
   bool enabled_ = false;
-  Nox::Child<ServiceVersionConfigV1, versionConfigId> versionConfig_;
+  Nox::Child<ServiceVersionConfigV1> versionConfig_;
 };
 
 /// The outcome of one negotiation.
@@ -124,7 +124,6 @@ class NOX_EXPORT ServiceStatusV1 : public Nox::Typed<ServiceStatusV1, Nox::Entit
     virtual void onEnabled() {}
     virtual void onVersionStatus() {}
   };
-  static constexpr Nox::AttributeId versionStatusId = 257;
   static Nox::NoxType noxType;
   static constexpr auto attributes();
   using Typed::Typed;
@@ -143,7 +142,7 @@ class NOX_EXPORT ServiceStatusV1 : public Nox::Typed<ServiceStatusV1, Nox::Entit
 
  private:
   bool enabled_ = false;
-  Nox::Child<ServiceVersionStatusV1, versionStatusId> versionStatus_;
+  Nox::Child<ServiceVersionStatusV1> versionStatus_;
 };
 
 /// The controller's view of one switch's services.
@@ -155,8 +154,7 @@ class NOX_EXPORT ServiceStatusDir : public Nox::Typed<ServiceStatusDir, Nox::Ent
     virtual void onServicenoxImmediate() {}
     virtual void onService() {}
   };
-  static constexpr Nox::AttributeId serviceId = 256;
-  using ServiceMap = Nox::ChildMap<ServiceStatusV1, Nox::Name, serviceId>;
+  using ServiceMap = Nox::ChildMap<ServiceStatusV1, Nox::Name>;
   using ServiceIteratorConst = ServiceMap::IteratorConst;
   static Nox::NoxType noxType;
   static constexpr auto attributes();
@@ -250,41 +248,49 @@ class NOX_EXPORT OverrideServiceConfigDir : public Nox::Typed<OverrideServiceCon
 
 constexpr auto ServiceVersionConfigV1::attributes() {
   using T = ServiceVersionConfigV1;
-  return std::tuple(Nox::keyedBy<Nox::whole(&T::version), &T::versionIs, &T::versionDel>("version"));
+  return std::tuple(Nox::collection<Nox::whole(&T::version), &T::versionIs, &T::versionDel>("version"));
 }
 constexpr auto ServiceConfigV1::attributes() {
   using T = ServiceConfigV1;
   return std::tuple(
-      Nox::scalar<&T::enabled, &T::enabledIs>("enabled"),
+      Nox::plain<&T::enabled, &T::enabledIs>("enabled"),
       Nox::childRecord<Nox::childRead<T>(&T::versionConfig), Nox::childOf<T>(&T::versionConfig)>("versionConfig"));
 }
 constexpr auto ServiceVersionStatusV1::attributes() {
   using T = ServiceVersionStatusV1;
   return std::tuple(
-      Nox::scalar<&T::name, nullptr>("name"),
-      Nox::scalar<&T::negotiatedVersion, &T::negotiatedVersionIs>("negotiatedVersion"),
-      Nox::scalar<&T::versionCompatible, &T::versionCompatibleIs>("versionCompatible"),
-      Nox::scalar<&T::versionNegotiationComplete, &T::versionNegotiationCompleteIs>("versionNegotiationComplete"));
+      Nox::plain<&T::name>("name"),
+      Nox::plain<&T::negotiatedVersion, &T::negotiatedVersionIs>("negotiatedVersion"),
+      Nox::plain<&T::versionCompatible, &T::versionCompatibleIs>("versionCompatible"),
+      Nox::plain<&T::versionNegotiationComplete, &T::versionNegotiationCompleteIs>("versionNegotiationComplete"));
 }
 constexpr auto ServiceStatusV1::attributes() {
   using T = ServiceStatusV1;
-  return std::tuple(
-      Nox::scalar<&T::enabled, &T::enabledIs>("enabled"),
-      Nox::childRecord<Nox::childRead<T>(&T::versionStatus), Nox::childOf<T>(&T::versionStatus), &T::versionStatusIs>(
-          "versionStatus"));
+  return std::tuple(Nox::plain<&T::enabled, &T::enabledIs>("enabled"),
+                    Nox::childRecord<Nox::childRead<T>(&T::versionStatus),
+                                     Nox::childOf<T>(&T::versionStatus),
+                                     &T::versionStatusIs,
+                                     &T::versionStatusDel>("versionStatus", "name"));
 }
 constexpr auto ServiceStatusDir::attributes() {
   using T = ServiceStatusDir;
-  return std::tuple(Nox::keyedBy<Nox::whole(&T::service), &T::serviceIs, &T::serviceDel>("service"));
+  return std::tuple(Nox::collection<Nox::whole(&T::service), &T::serviceIs, &T::serviceDel>("service"));
 }
 constexpr auto ServiceConfigDir::attributes() {
   using T = ServiceConfigDir;
-  return std::tuple(Nox::keyedBy<Nox::whole(&T::service), &T::serviceIs, &T::serviceDel>("service"));
+  return std::tuple(Nox::collection<Nox::whole(&T::service), &T::serviceIs, &T::serviceDel>("service"));
 }
 constexpr auto OverrideServiceConfigDir::attributes() {
   using T = OverrideServiceConfigDir;
-  return std::tuple(
-      Nox::keyedBy<Nox::whole(&T::overrideService), &T::overrideServiceIs, &T::overrideServiceDel>("overrideService"));
+  return std::tuple(Nox::collection<Nox::whole(&T::overrideService), &T::overrideServiceIs, &T::overrideServiceDel>(
+      "overrideService"));
 }
 
 }  // namespace Controller
+
+/// In generic values a version is the text that it prints.
+template <>
+struct NOX_EXPORT Nox::TextForm<Controller::ServiceVersionV1> {
+  static std::optional<Controller::ServiceVersionV1> parse(std::string_view text);
+  static String8 print(Controller::ServiceVersionV1 const& value);
+};

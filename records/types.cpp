@@ -1,60 +1,61 @@
 // The records' types, and what of the records is no one-line member.
+#include <charconv>
 #include <ostream>
+#include <type_traits>
 
+#include "framework/by_name/attr_table.h"
 #include "records/agent.h"
 #include "records/heartbeat.h"
 #include "records/mount.h"
 #include "records/registration.h"
 #include "records/service.h"
 
-using Nox::Entity;
 using Nox::NoxType;
 
-/// For a type whose entities are made from a name alone.
-template <class T>
-static Nox::Ptr<Entity> named(Nox::Name const& name) {
-  return Nox::make<T>(name);
-}
+/// What record R is: one that is made from a name where its constructor takes one, with the rows that it has.
+template <class R>
+static constexpr Nox::ClassFacts record = [] {
+  Nox::ClassFacts facts{Nox::TypeName<R>::value, &Nox::Entity::noxType};
+  if constexpr (std::is_constructible_v<R, Nox::Name const&>)
+    facts.newEntity = [](Nox::Name const& name) -> Nox::Ptr<Nox::Entity> { return Nox::make<R>(name); };
+  if constexpr (requires { R::attributes(); }) facts.rows = Nox::kAttrTable<R>.view();
+  return facts;
+}();
 
-constinit NoxType Controllerdb::Config::noxType{"Controllerdb::Config", &Entity::noxType, &named<Config>};
-constinit NoxType Controllerdb::Status::noxType{"Controllerdb::Status", &Entity::noxType, &named<Status>};
+constinit NoxType Controllerdb::Config::noxType{record<Config>};
+constinit NoxType Controllerdb::Status::noxType{record<Status>};
 
 namespace ControllerRegistration {
-constinit NoxType SwitchConfig::noxType{"ControllerRegistration::SwitchConfig", &Entity::noxType, &named<SwitchConfig>};
-constinit NoxType SwitchStatus::noxType{"ControllerRegistration::SwitchStatus", &Entity::noxType, &named<SwitchStatus>};
-constinit NoxType ServicePublishedInfo::noxType{"ControllerRegistration::ServicePublishedInfo", &Entity::noxType};
-constinit NoxType ControllerStatus::noxType{
-    "ControllerRegistration::ControllerStatus", &Entity::noxType, &named<ControllerStatus>};
+constinit NoxType SwitchConfig::noxType{record<SwitchConfig>};
+constinit NoxType SwitchStatus::noxType{record<SwitchStatus>};
+constinit NoxType ServicePublishedInfo::noxType{record<ServicePublishedInfo>};
+constinit NoxType ControllerStatus::noxType{record<ControllerStatus>};
 }  // namespace ControllerRegistration
 
 namespace Controller {
 
-constinit NoxType ServiceVersionConfigV1::noxType{
-    "Controller::ServiceVersionConfigV1", &Entity::noxType, &named<ServiceVersionConfigV1>};
-constinit NoxType ServiceConfigV1::noxType{"Controller::ServiceConfigV1", &Entity::noxType, &named<ServiceConfigV1>};
-constinit NoxType ServiceVersionStatusV1::noxType{
-    "Controller::ServiceVersionStatusV1", &Entity::noxType, &named<ServiceVersionStatusV1>};
-constinit NoxType ServiceStatusV1::noxType{"Controller::ServiceStatusV1", &Entity::noxType, &named<ServiceStatusV1>};
-constinit NoxType ServiceStatusDir::noxType{"Controller::ServiceStatusDir", &Entity::noxType, &named<ServiceStatusDir>};
-constinit NoxType ServiceConfigDir::noxType{"Controller::ServiceConfigDir", &Entity::noxType, &named<ServiceConfigDir>};
-constinit NoxType OverrideServiceConfigDir::noxType{
-    "Controller::OverrideServiceConfigDir", &Entity::noxType, &named<OverrideServiceConfigDir>};
-constinit NoxType Peer::noxType{"Controller::Peer", &Entity::noxType};
-constinit NoxType PeerTable::noxType{"Controller::PeerTable", &Entity::noxType, &named<PeerTable>};
-constinit NoxType Heartbeat::Config::noxType{"Controller::Heartbeat::Config", &Entity::noxType, &named<Config>};
-constinit NoxType SystemPublishedMount::noxType{"Controller::SystemPublishedMount", &Entity::noxType};
-constinit NoxType PublishedMountsTable::noxType{
-    "Controller::PublishedMountsTable", &Entity::noxType, &named<PublishedMountsTable>};
-constinit NoxType RegisteredSwitchTable::noxType{
-    "Controller::RegisteredSwitchTable", &Entity::noxType, &named<RegisteredSwitchTable>};
-constinit NoxType MountsRegistry::noxType{"Controller::MountsRegistry", &Entity::noxType};
+constinit NoxType ServiceVersionConfigV1::noxType{record<ServiceVersionConfigV1>};
+constinit NoxType ServiceConfigV1::noxType{record<ServiceConfigV1>};
+constinit NoxType ServiceVersionStatusV1::noxType{record<ServiceVersionStatusV1>};
+constinit NoxType ServiceStatusV1::noxType{record<ServiceStatusV1>};
+constinit NoxType ServiceStatusDir::noxType{record<ServiceStatusDir>};
+constinit NoxType ServiceConfigDir::noxType{record<ServiceConfigDir>};
+constinit NoxType OverrideServiceConfigDir::noxType{record<OverrideServiceConfigDir>};
+constinit NoxType Peer::noxType{record<Peer>};
+constinit NoxType PeerTable::noxType{record<PeerTable>};
+constinit NoxType Heartbeat::Config::noxType{record<Config>};
+constinit NoxType SystemPublishedMount::noxType{record<SystemPublishedMount>};
+constinit NoxType PublishedMountsTable::noxType{record<PublishedMountsTable>};
+constinit NoxType RegisteredSwitchTable::noxType{record<RegisteredSwitchTable>};
+constinit NoxType MountsRegistry::noxType{record<MountsRegistry>};
 
 // The one record that directories make by type name.
 static Nox::TypeRegistration const serviceStatusDirType(ServiceStatusDir::noxType);
 
 ServiceConfigV1::ServiceConfigV1(Nox::Name service) : Typed(std::move(service)) {
   static Nox::Name const name("versionConfig");
-  versionConfig_.put(*this, Nox::make<ServiceVersionConfigV1>(name));
+  versionConfig_.put(
+      *this, Nox::attributeId<ServiceConfigV1>("versionConfig"), Nox::make<ServiceVersionConfigV1>(name));
 }
 
 Nox::ValidPtr<ServiceVersionStatusV1> ServiceStatusV1::versionStatusIs(Nox::Name const& name) {
@@ -62,7 +63,8 @@ Nox::ValidPtr<ServiceVersionStatusV1> ServiceStatusV1::versionStatusIs(Nox::Name
   bool const changed = !present || present->name() != name;
   Nox::observeWrite<&NotifieeConst::onVersionStatus>(*this, changed, name);
   if (!changed) return present;
-  Nox::ValidPtr<ServiceVersionStatusV1> made = versionStatus_.put(*this, Nox::make<ServiceVersionStatusV1>(name));
+  Nox::ValidPtr<ServiceVersionStatusV1> made = versionStatus_.put(
+      *this, Nox::attributeId<ServiceStatusV1>("versionStatus"), Nox::make<ServiceVersionStatusV1>(name));
   announce<&NotifieeConst::onVersionStatus>();
   return made;
 }
@@ -95,3 +97,31 @@ std::ostream& operator<<(std::ostream& out, MountDesc const& mount) {
 }
 
 }  // namespace Controller
+
+std::optional<Controller::ServiceVersionV1> Nox::TextForm<Controller::ServiceVersionV1>::parse(std::string_view text) {
+  unsigned number = 0;
+  char const* const end = text.data() + text.size();
+  auto const [behind, error] = std::from_chars(text.data(), end, number);
+  if (error != std::errc() || (behind != end && *behind != ' ')) return std::nullopt;
+  return Controller::ServiceVersionV1(number, String8(behind != end ? std::string_view(behind + 1, end) : ""));
+}
+Nox::String8 Nox::TextForm<Controller::ServiceVersionV1>::print(Controller::ServiceVersionV1 const& version) {
+  return String8(detail::textOf(version));
+}
+
+std::optional<Controller::MountDesc> Nox::TextForm<Controller::MountDesc>::parse(std::string_view text) {
+  Controller::MountDesc mount;
+  std::size_t fields = 0;
+  bool const isOpen = text.ends_with(' ');
+  auto const take = [&](String8& field) {
+    std::string_view const word = text.substr(0, text.find(' '));
+    text.remove_prefix(std::min(word.size() + 1, text.size()));
+    field = String8(word == "-" ? "" : word);
+    fields += word.empty() ? 0 : 1;
+  };
+  std::apply([&](auto const&... field) { (take(mount.*field.second), ...); }, Controller::MountDesc::fields());
+  return fields == 5 && text.empty() && !isOpen ? std::optional(mount) : std::nullopt;
+}
+Nox::String8 Nox::TextForm<Controller::MountDesc>::print(Controller::MountDesc const& mount) {
+  return String8(detail::textOf(mount));
+}

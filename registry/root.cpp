@@ -32,7 +32,9 @@ ValidPtr<MountsRegistry> Root::mountsRegistryIs(DirPtr const& registryDir, Nox::
                   std::tie(registryDir, registryDirPath, rootDir, remoteRootPath, reconnectRetries, mountTimeout))
     return held;
   return mountsRegistry_.put(
-      *this, newMountsRegistry(registryDir, registryDirPath, rootDir, remoteRootPath, reconnectRetries, mountTimeout));
+      *this,
+      mountsRegistryId,
+      newMountsRegistry(registryDir, registryDirPath, rootDir, remoteRootPath, reconnectRetries, mountTimeout));
 }
 
 ValidPtr<MountsRegistry> Root::newMountsRegistry(DirPtr const& registryDir, Nox::String8 const& registryDirPath,
@@ -50,7 +52,8 @@ ValidPtr<PublishedMountsTable> Root::publishedMountsTableIs() {
   return newPublishedMountsTable();
 }
 ValidPtr<PublishedMountsTable> Root::newPublishedMountsTable() {
-  return publishedMountsTable_.put(*this, Nox::make<PublishedMountsTable>("publishedMountsTable"));
+  return publishedMountsTable_.put(
+      *this, publishedMountsTableId, Nox::make<PublishedMountsTable>("publishedMountsTable"));
 }
 
 ValidPtr<RegisteredSwitchTable> Root::registeredSwitchTableIs() {
@@ -58,7 +61,8 @@ ValidPtr<RegisteredSwitchTable> Root::registeredSwitchTableIs() {
   return newRegisteredSwitchTable();
 }
 ValidPtr<RegisteredSwitchTable> Root::newRegisteredSwitchTable() {
-  return registeredSwitchTable_.put(*this, Nox::make<RegisteredSwitchTable>("registeredSwitchTable"));
+  return registeredSwitchTable_.put(
+      *this, registeredSwitchTableId, Nox::make<RegisteredSwitchTable>("registeredSwitchTable"));
 }
 
 ValidPtr<RegistryRootSm> Root::registryRootSmIs(

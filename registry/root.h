@@ -1,6 +1,7 @@
 // The root: the one entity through which an agent builds and owns the registry.
 #pragma once
 
+#include "framework/by_name/rows.h"
 #include "framework/core/dir.h"
 #include "framework/core/state_machine.h"
 #include "records/heartbeat.h"
@@ -14,8 +15,11 @@ namespace Controllerdb {
 /// for the tables and the mounts registry, which the machines take as arguments. It reacts to nothing.
 class NOX_EXPORT Root final : public Nox::Typed<Root, Nox::Entity> {
  public:
+  /// The ids of the attributes.
   enum AttrId : Nox::AttributeId {
-    registrationRootDirId = 258,
+    nameId = Nox::kFirstAttribute,
+    isNondestructingId,
+    registrationRootDirId,
     mountsRegistryId,
     publishedMountsTableId,
     registeredSwitchTableId,
@@ -99,9 +103,9 @@ class NOX_EXPORT Root final : public Nox::Typed<Root, Nox::Entity> {
 
  private:
   DirPtr registrationRootDir_;
-  Nox::Child<Controller::MountsRegistry, mountsRegistryId> mountsRegistry_;
-  Nox::Child<Controller::PublishedMountsTable, publishedMountsTableId> publishedMountsTable_;
-  Nox::Child<Controller::RegisteredSwitchTable, registeredSwitchTableId> registeredSwitchTable_;
+  Nox::Child<Controller::MountsRegistry> mountsRegistry_;
+  Nox::Child<Controller::PublishedMountsTable> publishedMountsTable_;
+  Nox::Child<Controller::RegisteredSwitchTable> registeredSwitchTable_;
   Nox::Ptr<RegistryRootSm> registryRootSm_;
   MountsRegistrySmPtr mountsRegistrySm_;
   ServiceConfigDirSmPtr serviceConfigDirSm_;

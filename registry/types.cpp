@@ -8,12 +8,11 @@ namespace Controllerdb {
 
 using Nox::attrTable;
 using Nox::child;
+using Nox::collection;
 using Nox::DescribedType;
 using Nox::handler;
 using Nox::keyed;
-using Nox::keyedChild;
-using Nox::keyedPlain;
-using Nox::memberOf;
+using Nox::kFirstAttribute;
 using Nox::NoxType;
 using Nox::plain;
 using Nox::toggle;
@@ -28,17 +27,14 @@ static constexpr auto inputNames(Nox::ValidPtr<Sm> (Owner::*)(A...)) {
 }
 /// The row of a machine: its arguments by name are its inputs.
 template <auto Read, auto Is, auto New, auto Del>
-static constexpr Nox::AttrRow machine(std::string_view name) {
+static constexpr auto machine(std::string_view name) {
   return std::apply([name](auto... inputs) { return child<Read, Is, New, Del>(name, inputs...); }, inputNames(Is));
 }
-
-/// A class's own attributes are numbered from here.
-static constexpr Nox::AttributeId kFirst = 256;
 
 static constexpr auto kRoot = [] {
   using T = Root;
   return attrTable(
-      kFirst,
+      kFirstAttribute,
       plain<&T::name>("name"),
       plain<&T::isNondestructing, &T::isNondestructingIs>("isNondestructing"),
       plain<&T::registrationRootDir, &T::registrationRootDirIs>("registrationRootDir"),
@@ -65,13 +61,18 @@ static constexpr auto kRoot = [] {
       machine<&T::initialMountSm, &T::initialMountSmIs, &T::newInitialMountSm, &T::initialMountSmDel>(
           "initialMountSm"));
 }();
-static_assert(kRoot.rows[2].id == Root::registrationRootDirId && Root::registrationRootDirId == 258);
-static_assert(kRoot.rows.back().id == Root::initialMountSmId && Root::initialMountSmId == 265);
+/// Whether the ids that the root's header lists are those of the rows.
+template <std::size_t... I>
+static consteval bool areIdsOfRows(std::index_sequence<I...> /*numbers*/) {
+  constexpr auto nameOf = [](std::string_view id) { return id.substr(0, id.size() - 2); };
+  return ((kRoot.rows[I].name == nameOf(Nox::detail::spelledMember<Root::AttrId(kFirstAttribute + I)>())) && ...);
+}
+static_assert(areIdsOfRows(std::make_index_sequence<kRoot.rows.size()>()));
 
 static constexpr auto kRegistryRootSm = [] {
   using T = RegistryRootSm;
   return attrTable(
-      kFirst,
+      kFirstAttribute,
       plain<&T::controllerdbConfig, &T::controllerdbConfigIs, &T::controllerdbConfigDel>("controllerdbConfig"),
       plain<&T::controllerdbStatus>("controllerdbStatus"),
       plain<&T::registrationRootDir, &T::registrationRootDirIs, &T::registrationRootDirDel>("registrationRootDir"),
@@ -85,12 +86,8 @@ static constexpr auto kRegistryRootSm = [] {
       handler<keyed(&T::handleRegistration), unkeyed(&T::handleRegistration)>("handleRegistration", "name"),
       std::apply(
           [](auto... inputs) {
-            return keyedChild<whole(&T::registrySm),
-                              memberOf(&T::registrySm),
-                              &T::registrySmIs,
-                              &T::newRegistrySm,
-                              &T::registrySmDel,
-                              &T::registrySmDelAll>("registrySm", inputs...);
+            return collection<whole(&T::registrySm), &T::registrySmIs, &T::registrySmDel, &T::newRegistrySm>(
+                "registrySm", inputs...);
           },
           inputNames(&T::registrySmIs)),
       handler<&T::handleEnabled>("handleEnabled"),
@@ -102,7 +99,7 @@ static constexpr auto kRegistryRootSm = [] {
 
 static constexpr auto kSwitchRegistrySm = [] {
   using T = SwitchRegistrySm;
-  return attrTable(kFirst,
+  return attrTable(kFirstAttribute,
                    plain<&T::name>("name"),
                    plain<&T::switchDir, &T::switchDirIs, &T::switchDirDel>("switchDir"),
                    plain<&T::serviceStatusDir>("serviceStatusDir"),
@@ -121,7 +118,7 @@ static constexpr auto kSwitchRegistrySm = [] {
 static constexpr auto kSwitchConfigSm = [] {
   using T = SwitchConfigSm;
   return attrTable(
-      kFirst,
+      kFirstAttribute,
       plain<&T::config, &T::configIs, &T::configDel>("config"),
       plain<&T::status>("status"),
       plain<&T::heartbeatPeerTable, &T::heartbeatPeerTableIs, &T::heartbeatPeerTableDel>("heartbeatPeerTable"),
@@ -139,16 +136,9 @@ static constexpr auto kSwitchConfigSm = [] {
       handler<&T::handleSwitchConfig>("handleSwitchConfig"),
       handler<&T::handleHeartbeat>("handleHeartbeat", "systemId"),
       handler<&T::doVersionNegotiation>("doVersionNegotiation", "serviceName"),
-      keyedPlain<whole(&T::serviceConfig),
-                 memberOf(&T::serviceConfig),
-                 &T::serviceConfigIs,
-                 &T::serviceConfigDel,
-                 &T::serviceConfigDelAll>("serviceConfig"),
-      keyedPlain<whole(&T::localServiceConfig),
-                 memberOf(&T::localServiceConfig),
-                 &T::localServiceConfigIs,
-                 &T::localServiceConfigDel,
-                 &T::localServiceConfigDelAll>("localServiceConfig"),
+      collection<whole(&T::serviceConfig), &T::serviceConfigIs, &T::serviceConfigDel>("serviceConfig"),
+      collection<whole(&T::localServiceConfig), &T::localServiceConfigIs, &T::localServiceConfigDel>(
+          "localServiceConfig"),
       machine<&T::systemPublishSm, &T::systemPublishSmIs, &T::newSystemPublishSm, &T::systemPublishSmDel>(
           "systemPublishSm"),
       handler<keyed(&T::handleSystemPublish), unkeyed(&T::handleSystemPublish)>("handleSystemPublish", "systemId"),
@@ -162,7 +152,7 @@ static constexpr auto kSwitchConfigSm = [] {
 static constexpr auto kSystemPublishSm = [] {
   using T = SystemPublishSm;
   return attrTable(
-      kFirst,
+      kFirstAttribute,
       plain<&T::systemPublishedMount, &T::systemPublishedMountIs, &T::systemPublishedMountDel>("systemPublishedMount"),
       plain<&T::status>("status"),
       plain<&T::publishedMountsTable, &T::publishedMountsTableIs, &T::publishedMountsTableDel>("publishedMountsTable"),

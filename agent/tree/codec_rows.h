@@ -7,8 +7,8 @@
 #include "agent/document/path.h"
 #include "agent/tree/codec.h"
 #include "agent/tree/key_order.h"
+#include "framework/by_name/rows.h"
 #include "framework/text/shared_text.h"
-#include "records/attributes.h"
 #include "records/mount.h"
 #include "records/service.h"
 
@@ -17,10 +17,7 @@ namespace detail {
 
 using Controller::MountDesc;
 using Controller::ServiceVersionV1;
-using Nox::AnswerRow;
-using Nox::ChildRow;
-using Nox::KeyedRow;
-using Nox::ScalarRow;
+using Nox::kIsNone;
 
 /// Works on one member of an object. The field of an error that this meets starts with the member's key.
 template <class Work>
@@ -37,9 +34,9 @@ void inMember(std::string_view key, Work const& work) {
 template <class R, class Work>
 void forEachRow(Work const& work) {
   auto const visit = [&](auto const& row) {
-    if (row.document) work(row);
+    if (row.isDocument) work(row);
   };
-  std::apply([&](auto const&... row) { (visit(row), ...); }, R::attributes());
+  std::apply([&](auto const&... row) { (visit(row), ...); }, Nox::kRows<R>);
 }
 
 /// The value of a member, or null.
@@ -140,13 +137,9 @@ Json printMember(Nox::Ptr<R> const& record) {
 
 /// The types of a keyed field: those of the collection that its row reads.
 template <class Row, class R>
-using MapOf = std::remove_cvref_t<decltype((std::declval<R const&>().*Row::read)())>;
+using MapOf = std::remove_cvref_t<decltype((std::declval<R const&>().*Row::whole)())>;
 template <class Map>
 using KeyOf = std::remove_cvref_t<decltype(std::declval<Map const&>().begin()->fwkKey())>;
-
-/// The record that a child row leads to.
-template <class R, auto Change>
-using ChildOf = std::remove_cvref_t<decltype(*(std::declval<R&>().*Change)())>;
 
 /// Whether the members of a keyed field are children that are made from their key alone.
 template <class Map>
@@ -155,19 +148,19 @@ constexpr bool kHasChildren =
 
 // Checking.
 
-template <class R, auto Read, auto Write>
-void checkRow(ScalarRow<Read, Write> const& /*row*/, Json const& json, Writer /*by*/) {
-  std::remove_cvref_t<decltype((std::declval<R const&>().*Read)())> value;
+template <class R, Nox::IsPlainRow Row>
+void checkRow(Row const& /*row*/, Json const& json, Writer /*by*/) {
+  std::remove_cvref_t<decltype((std::declval<R const&>().*Row::read)())> value;
   parse(json, value);
 }
-template <class R, auto Read, auto Change, auto Make>
-void checkRow(ChildRow<Read, Change, Make> const& /*row*/, Json const& json, Writer by) {
-  if (!std::is_null_pointer_v<decltype(Make)> && json.is_null()) return;
-  checkDocument<ChildOf<R, Change>>(json, by);
+template <class R, Nox::IsChildRow Row>
+void checkRow(Row const& /*row*/, Json const& json, Writer by) {
+  if (!kIsNone<Row::is> && json.is_null()) return;
+  checkDocument<std::remove_cvref_t<decltype(*(std::declval<R&>().*Row::change)())>>(json, by);
 }
-template <class R, auto Read, auto Enter, auto Remove>
-void checkRow(KeyedRow<Read, Enter, Remove> const& /*row*/, Json const& json, Writer by) {
-  using Map = MapOf<KeyedRow<Read, Enter, Remove>, R>;
+template <class R, Nox::IsCollectionRow Row>
+void checkRow(Row const& /*row*/, Json const& json, Writer by) {
+  using Map = MapOf<Row, R>;
   for (auto const& [found, content] : requireObject(json, "")) {
     inMember(found, [&, &name = found, &value = content] {
       KeyOf<Map> key{};
@@ -181,21 +174,6 @@ void checkRow(KeyedRow<Read, Enter, Remove> const& /*row*/, Json const& json, Wr
     });
   }
 }
-template <class R, class Row>
-void checkRow(AnswerRow<Row> const& row, Json const& json, Writer by) {
-  if (by != Writer::kRegistry) throw InputError("", "this field is the registry's own: no put may hold it");
-  checkRow<R>(static_cast<Row const&>(row), json, by);
-}
-
-template <class Row>
-constexpr bool isAnswer(Row const& /*row*/) {
-  return false;
-}
-template <class Row>
-constexpr bool isAnswer(AnswerRow<Row> const& /*row*/) {
-  return true;
-}
-
 template <class R>
 std::string fieldNames() {
   std::string names;
@@ -205,23 +183,23 @@ std::string fieldNames() {
 
 // Writing. An absent field is null here.
 
-template <class R, auto Read, auto Write>
-void writeRow(ScalarRow<Read, Write> const& /*row*/, Json const* json, R& record, Writer /*by*/) {
-  if constexpr (!std::is_null_pointer_v<decltype(Write)>) {
-    std::remove_cvref_t<decltype((record.*Read)())> value{};
+template <class R, Nox::IsPlainRow Row>
+void writeRow(Row const& /*row*/, Json const* json, R& record, Writer /*by*/) {
+  if constexpr (!kIsNone<Row::set>) {
+    std::remove_cvref_t<decltype((record.*Row::read)())> value{};
     if (json != nullptr) parse(*json, value);
-    (record.*Write)(value);
+    (record.*Row::set)(value);
   }
 }
-template <class R, auto Read, auto Change, auto Make>
-void writeRow(ChildRow<Read, Change, Make> const& /*row*/, Json const* json, R& record, Writer by) {
+template <class R, Nox::IsChildRow Row>
+void writeRow(Row const& /*row*/, Json const* json, R& record, Writer by) {
   static Json const nothing = Json::object();
-  if constexpr (!std::is_null_pointer_v<decltype(Make)>) {
+  if constexpr (!kIsNone<Row::is>) {
     if (json == nullptr || json->is_null()) return;
     Json const* const name = find(json->get_ref<Json::object_t const&>(), "name");
-    (record.*Make)(name != nullptr ? Nox::sharedText<Nox::Name>(requireString(*name, "name")) : Nox::Name());
+    (record.*Row::is)(name != nullptr ? Nox::sharedText<Nox::Name>(requireString(*name, "name")) : Nox::Name());
   }
-  writeDocument(json != nullptr ? *json : nothing, *(record.*Change)(), by);
+  writeDocument(json != nullptr ? *json : nothing, *(record.*Row::change)(), by);
 }
 /// One member that a document lists, in a collection of the same order as the one that it is written to.
 template <class Key>
@@ -245,10 +223,10 @@ void enterMember(Enter enter, R& record, Nox::Name const& name, Nox::Ptr<Child> 
   (record.*enter)(made);
 }
 
-template <class R, auto Read, auto Enter, auto Remove>
-void writeRow(KeyedRow<Read, Enter, Remove> const& /*row*/, Json const* json, R& record, Writer by) {
-  auto const& map = (record.*Read)();
-  using Map = MapOf<KeyedRow<Read, Enter, Remove>, R>;
+template <class R, Nox::IsCollectionRow Row>
+void writeRow(Row const& /*row*/, Json const* json, R& record, Writer by) {
+  auto const& map = (record.*Row::whole)();
+  using Map = MapOf<Row, R>;
   using Key = KeyOf<Map>;
   Nox::ValueMap<Listed<Key>, Key, Json const*> listed;
   if (json != nullptr) {
@@ -259,42 +237,37 @@ void writeRow(KeyedRow<Read, Enter, Remove> const& /*row*/, Json const* json, R&
     }
   }
   for (auto const& member : map)
-    if (Key const key = member.fwkKey(); !listed.has(key)) (record.*Remove)(key);
+    if (Key const key = member.fwkKey(); !listed.has(key)) (record.*Row::remove)(key);
   for (bool const isThere : {true, false}) {
     for (auto const& member : listed) {
       Key const& key = member.fwkKey();
       if (map.has(key) != isThere) continue;
       if constexpr (kHasChildren<Map>)
-        writeDocument(*member.value(), *(record.*Enter)(key), by);
+        writeDocument(*member.value(), *(record.*Row::enter)(key), by);
       else
-        enterMember(Enter, record, key, map.value(key), *member.value());
+        enterMember(Row::enter, record, key, map.value(key), *member.value());
     }
   }
 }
 
-template <class R, class Row>
-void writeRow(AnswerRow<Row> const& row, Json const* json, R& record, Writer by) {
-  if (by == Writer::kRegistry) writeRow(static_cast<Row const&>(row), json, record, by);
-}
-
 // Reading.
 
-template <class R, auto Read, auto Write>
-Json readRow(ScalarRow<Read, Write> const& /*row*/, R const& record) {
-  return print((record.*Read)());
+template <class R, Nox::IsPlainRow Row>
+Json readRow(Row const& /*row*/, R const& record) {
+  return print((record.*Row::read)());
 }
-template <class R, auto Read, auto Change, auto Make>
-Json readRow(ChildRow<Read, Change, Make> const& /*row*/, R const& record) {
-  auto const child = (record.*Read)();
+template <class R, Nox::IsChildRow Row>
+Json readRow(Row const& /*row*/, R const& record) {
+  auto const child = (record.*Row::read)();
   return child ? readDocument(*child) : Json();
 }
-template <class R, auto Read, auto Enter, auto Remove>
-Json readRow(KeyedRow<Read, Enter, Remove> const& /*row*/, R const& record) {
+template <class R, Nox::IsCollectionRow Row>
+Json readRow(Row const& /*row*/, R const& record) {
   Json json = Json::object();
   // Appended without the object's own search for the key, which would read them all for each.
   auto& members = json.get_ref<Json::object_t&>();
-  for (auto const& [text, member] : sortedByKey((record.*Read)())) {
-    if constexpr (kHasChildren<std::remove_cvref_t<decltype((record.*Read)())>>)
+  for (auto const& [text, member] : sortedByKey((record.*Row::whole)())) {
+    if constexpr (kHasChildren<MapOf<Row, R>>)
       members.emplace_back(text, readDocument(*member));
     else
       members.emplace_back(text, printMember(member->value()));
@@ -312,6 +285,8 @@ void checkDocument(Json const& document, Writer by) {
       detail::forEachRow<R>([&](auto const& row) {
         if (row.name != name) return;
         isKnown = true;
+        if (row.isAnswer && by != Writer::kRegistry)
+          throw InputError("", "this field is the registry's own: no put may hold it");
         detail::checkRow<R>(row, value, by);
       });
       if (!isKnown) throw InputError("", "no such field here; the fields are " + detail::fieldNames<R>());
@@ -325,8 +300,7 @@ Json withoutAnswers(Json const& document) {
   Json::object_t inputs;
   for (auto const& member : document.get_ref<Json::object_t const&>()) {
     bool isInput = true;
-    detail::forEachRow<R>(
-        [&](auto const& row) { isInput = isInput && !(detail::isAnswer(row) && row.name == member.first); });
+    detail::forEachRow<R>([&](auto const& row) { isInput = isInput && !(row.isAnswer && row.name == member.first); });
     if (isInput) inputs.push_back(member);
   }
   return inputs;
@@ -335,13 +309,15 @@ Json withoutAnswers(Json const& document) {
 template <class R>
 void writeDocument(Json const& document, R& record, Writer by) {
   auto const& members = document.get_ref<Json::object_t const&>();
-  detail::forEachRow<R>([&](auto const& row) { detail::writeRow(row, detail::find(members, row.name), record, by); });
+  detail::forEachRow<R>([&](auto const& row) {
+    if (!row.isAnswer || by == Writer::kRegistry) detail::writeRow<R>(row, detail::find(members, row.name), record, by);
+  });
 }
 
 template <class R>
 Json readDocument(R const& record) {
   Json json = Json::object();
-  detail::forEachRow<R>([&](auto const& row) { json.emplace(row.name, detail::readRow(row, record)); });
+  detail::forEachRow<R>([&](auto const& row) { json.emplace(row.name, detail::readRow<R>(row, record)); });
   return json;
 }
 

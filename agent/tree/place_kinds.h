@@ -49,7 +49,7 @@ struct OfRegistry {
 template <class R>
 struct OfRecord {
   static constexpr bool isAnswered =
-      std::apply([](auto const&... row) { return (detail::isAnswer(row) || ...); }, R::attributes());
+      std::apply([](auto const&... row) { return (row.isAnswer || ...); }, Nox::kRows<R>);
   static constexpr Nox::NoxType const* holder = isAnswered ? &R::noxType : nullptr;
 
   static void check(Json const* document, Writer by) {

@@ -29,12 +29,12 @@ std::map<std::string, Path> const& WrittenDocuments::paths(Documents const& befo
   return paths_;
 }
 
-void WrittenDocuments::written(Nox::Entity const& entity, std::string_view /*operation*/, bool changed,
+void WrittenDocuments::written(Nox::Entity const& entity, std::string_view /*attribute*/, bool changed,
                                Nox::WriteText key, Nox::WriteText /*value*/) {
   if (changed) note(entity, key);
 }
 
-void WrittenDocuments::removed(Nox::Entity const& entity, std::string_view /*operation*/, bool changed,
+void WrittenDocuments::removed(Nox::Entity const& entity, std::string_view /*attribute*/, bool changed,
                                Nox::WriteText key) {
   if (changed) note(entity, key);
 }

@@ -27,9 +27,9 @@ class WrittenDocuments final : public Nox::WriteObserver {
   std::map<std::string, Path> const& paths(Documents const& before);
 
  private:
-  void written(Nox::Entity const& entity, std::string_view operation, bool changed, Nox::WriteText key,
+  void written(Nox::Entity const& entity, std::string_view attribute, bool changed, Nox::WriteText key,
                Nox::WriteText value) override;
-  void removed(Nox::Entity const& entity, std::string_view operation, bool changed, Nox::WriteText key) override;
+  void removed(Nox::Entity const& entity, std::string_view attribute, bool changed, Nox::WriteText key) override;
   void note(Nox::Entity const& entity, Nox::WriteText const& key);
 
   StateTree const& tree_;

@@ -1,4 +1,4 @@
-// The attribute table of a class: one row per attribute, which the description and the operations by name both read.
+// The attribute table of a class: what its rows are for the description and for the operations by name.
 #pragma once
 
 #include <algorithm>
@@ -8,8 +8,7 @@
 #include <vector>
 
 #include "framework/by_name/generic_if.h"
-#include "framework/core/collections.h"
-#include "framework/core/type.h"
+#include "framework/by_name/rows.h"
 
 namespace Nox {
 
@@ -37,16 +36,34 @@ struct Method<R (C::*)(A...) const noexcept> : Method<R (C::*)(A...)> {};
 template <auto M>
 using MethodOf = Method<decltype(M)>;
 
+/// Whether the member that a T returns is a collection, and whether that is one of a record: of values, or of children.
 template <class T>
-inline constexpr bool kIsMap = false;
-template <class V, class K>
-inline constexpr bool kIsMap<HashMap<V, K>> = true;
+inline constexpr bool kIsMap = requires(T const& map) {
+  map.begin()->fwkKey();
+};
+template <class Map>
+inline constexpr bool kHasValues = requires {
+  typename Map::Value;
+};
+template <class Map>
+inline constexpr bool kIsOfRecord = kHasValues<Map> || requires {
+  typename Map::Member;
+};
+
+/// What stands under a key: the value, or the member itself.
+template <class Map, class Member>
+GenericIf::Value contentOf(Member& member) {
+  if constexpr (kHasValues<Map>)
+    return member.value();
+  else
+    return &member;
+}
 
 template <class T>
 GenericIf::Value toValue(T const& result) {
   if constexpr (kIsMap<T>) {
     std::vector<GenericIf::Value> members;
-    for (auto& member : result) members.emplace_back(&member);
+    for (auto& member : result) members.push_back(contentOf<T>(member));
     return Ptr<GenericIf::List_>(make<GenericIf::List_>(std::move(members)));
   } else {
     return result;
@@ -81,11 +98,6 @@ GenericIf::Value callWith(PtrInterface& self, [[maybe_unused]] AttrRow const& ro
   }
 }
 
-/// Stands in a row for a member that the class does not have.
-inline constexpr std::nullptr_t kNone = nullptr;
-template <auto M>
-inline constexpr bool kIsNone = std::is_null_pointer_v<decltype(M)>;
-
 template <auto M>
 GenericIf::Value call([[maybe_unused]] PtrInterface& self, [[maybe_unused]] AttrRow const& row,
                       [[maybe_unused]] AttrRow::Args args) {
@@ -117,11 +129,27 @@ GenericIf::Value callWithKey(PtrInterface& self, AttrRow const& row, AttrRow::Ar
   checkKey<Key>(row, args);
   return call<M>(self, row, args);
 }
-/// Calls `One` for the member of a key, and `All` without a key.
-template <class Key, auto All, auto One>
-GenericIf::Value callForKeyOrAll(PtrInterface& self, AttrRow const& row, AttrRow::Args args) {
+/// Reads the whole of a collection, or what stands under a key.
+template <class Key, auto Whole>
+GenericIf::Value readCollection(PtrInterface& self, AttrRow const& row, AttrRow::Args args) {
   checkKey<Key>(row, args);
-  return args.empty() ? call<All>(self, row, args) : call<One>(self, row, args);
+  auto const& map = (static_cast<typename MethodOf<Whole>::Class&>(self).*Whole)();
+  if (args.empty()) return toValue(map);
+  if (args.size() > 1) GenericIf::throwUnknownArgException(row.name, 1, args.size());
+  if constexpr (kHasValues<typename MethodOf<Whole>::Result>)
+    return map.value(argument<Key>(row, args, 0));
+  else
+    return map.member(argument<Key>(row, args, 0));
+}
+/// Removes the member of a key; without one all of them, in the collection's order.
+template <class Key, auto Whole, auto Del>
+GenericIf::Value removeFromCollection(PtrInterface& self, AttrRow const& row, AttrRow::Args args) {
+  checkKey<Key>(row, args);
+  if (!args.empty()) return call<Del>(self, row, args);
+  auto& object = static_cast<typename MethodOf<Whole>::Class&>(self);
+  for (typename MethodOf<Whole>::Result::IteratorConst at((object.*Whole)()); at; ++at)
+    (object.*Del)(Key(at->fwkKey()));
+  return {};
 }
 
 /// Enters what performs the operation of `M`, unless the class has no such member.
@@ -132,22 +160,28 @@ constexpr void enter(AttrRow& row, GenericIf::Op op, AttrRow::Perform perform) {
   row.ops |= 1U << static_cast<unsigned>(op);
 }
 
-/// Names the arguments of `M`, but for the first `skip`.
-template <auto M, class... N>
-constexpr void nameArgs(AttrRow& row, std::size_t skip, N... names) {
-  std::array<std::string_view, sizeof...(N)> const given{names...};
-  row.argCount = given.size();
-  for (std::size_t i = 0; i < given.size(); ++i) row.args[i] = {given[i], MethodOf<M>::types[i + skip]};
+/// Names the arguments of `M`, but for the first `Skip`.
+template <auto M, std::size_t Skip, std::size_t N>
+constexpr void nameArgs(AttrRow& row, std::array<std::string_view, N> const& names) {
+  if constexpr (!kIsNone<M>) {
+    static_assert(MethodOf<M>::arity == N + Skip, "one name for each argument");
+    row.argCount = N;
+    for (std::size_t i = 0; i < N; ++i) row.args[i] = {names[i], MethodOf<M>::types[i + Skip]};
+  }
 }
 
-/// A walk over one collection.
+/// A walk over one collection, which may be of an object that is only read.
 template <class Map>
 class MapWalk final : public GenericIf::AttributeIterator {
  public:
-  explicit MapWalk(Map const& map) : at_(map) {}
+  MapWalk(Map const& map, bool isConst) : at_(map), isConst_(isConst) {}
   explicit operator bool() const override { return static_cast<bool>(at_); }
   GenericIf::Value key() const override { return at_ ? GenericIf::Value(at_->fwkKey()) : GenericIf::Value(); }
-  GenericIf::Value member() const override { return at_.member(); }
+  GenericIf::Value member() const override {
+    if (!at_) return {};
+    GenericIf::Value const content = contentOf<Map>(*at_);
+    return isConst_ && kIsOfRecord<Map> ? content.forReading() : content;
+  }
   MapWalk& operator++() override {
     ++at_;
     return *this;
@@ -155,114 +189,87 @@ class MapWalk final : public GenericIf::AttributeIterator {
 
  private:
   typename Map::IteratorConst at_;
+  bool isConst_;
 };
 
-/// What the two kinds of keyed rows share: readers of the whole and of one member, the removals, the walk. `Enter` is
-/// the mutator that enters a member by `EnterOp`.
-template <auto Whole, auto Member, GenericIf::Op EnterOp, auto Enter, auto New, auto Del, auto DelAll>
-constexpr AttrRow keyedRow(std::string_view name) {
+/// A row of which the operations are still to be entered.
+template <class T>
+constexpr AttrRow rowOf(RowFlags const& row) {
+  return {.name = row.name, .type = TypeName<T>::value, .isListed = row.isListed};
+}
+
+template <auto Read, auto Set, auto Del>
+constexpr AttrRow attrRowOf(PlainRow<Read, Set, Del> const& of) {
+  using Op = GenericIf::Op;
+  AttrRow row = rowOf<typename MethodOf<Read>::Result>(of);
+  enter<Read>(row, Op::kRead, &callWithoutKey<Read>);
+  enter<Set>(row, Op::kSet, &call<Set>);
+  enter<Del>(row, Op::kDelete, &callWithoutKey<Del>);
+  return row;
+}
+
+template <auto Read, auto Is, auto New, auto Del, auto Change, std::size_t N>
+constexpr AttrRow attrRowOf(ChildRow<Read, Is, New, Del, Change, N> const& of) {
+  using Op = GenericIf::Op;
+  AttrRow row = rowOf<typename MethodOf<Read>::Result>(of);
+  if constexpr (kIsNone<Change>)
+    enter<Read>(row, Op::kRead, &callWithoutKey<Read>);
+  else
+    enter<Change>(row, Op::kRead, &callWithoutKey<Change>);
+  enter<Is>(row, Op::kInstantiate, &call<Is>);
+  enter<New>(row, Op::kNew, &call<New>);
+  enter<Del>(row, Op::kDelete, &callWithoutKey<Del>);
+  nameArgs<Is, 0>(row, of.args);
+  row.holdsParts = !kIsNone<Change>;
+  return row;
+}
+
+template <auto Whole, auto Is, auto Del, auto New, std::size_t N>
+constexpr AttrRow attrRowOf(CollectionRow<Whole, Is, Del, New, N> const& of) {
   using Op = GenericIf::Op;
   using Map = typename MethodOf<Whole>::Result;
-  using Key = typename MethodOf<Member>::template Arg<0>;
-  AttrRow row{.name = name, .type = TypeName<Map>::value};
+  using Key = std::remove_cvref_t<decltype(std::declval<Map const&>().begin()->fwkKey())>;
+  constexpr bool kSets = std::is_void_v<typename MethodOf<Is>::Result>;
+  AttrRow row = rowOf<Map>(of);
   row.flags = NoxAttr::kKeyed;
-  enter<Whole>(row, Op::kRead, &callForKeyOrAll<Key, Whole, Member>);
-  enter<Enter>(row, EnterOp, EnterOp == Op::kSet ? &call<Enter> : &callWithKey<Key, Enter>);
+  enter<Whole>(row, Op::kRead, &readCollection<Key, Whole>);
+  enter<Is>(
+      row, kSets ? Op::kSet : Op::kInstantiate, kSets && MethodOf<Is>::arity == 1 ? &call<Is> : &callWithKey<Key, Is>);
   enter<New>(row, Op::kNew, &callWithKey<Key, New>);
-  enter<Del>(row, Op::kDelete, &callForKeyOrAll<Key, DelAll, Del>);
-  row.iterate = [](PtrInterface const& object) -> std::unique_ptr<GenericIf::AttributeIterator> {
-    return std::make_unique<MapWalk<Map>>((static_cast<typename MethodOf<Whole>::Class const&>(object).*Whole)());
+  enter<Del>(row, Op::kDelete, &removeFromCollection<Key, Whole, Del>);
+  if constexpr (!kSets) nameArgs<Is, 1>(row, of.args);
+  row.holdsParts = kIsOfRecord<Map>;
+  row.iterate = [](PtrInterface const& object, bool isConst) -> std::unique_ptr<GenericIf::AttributeIterator> {
+    return std::make_unique<MapWalk<Map>>((static_cast<typename MethodOf<Whole>::Class const&>(object).*Whole)(),
+                                          isConst);
   };
   return row;
 }
 
-}  // namespace detail
-
-/// The row of a plain attribute: `x()`, and `xIs(value)` and `xDel()` where the class has them.
-template <auto Read, auto Set = detail::kNone, auto Del = detail::kNone>
-constexpr AttrRow plain(std::string_view name) {
-  using Op = GenericIf::Op;
-  AttrRow row{.name = name, .type = TypeName<typename detail::MethodOf<Read>::Result>::value};
-  detail::enter<Read>(row, Op::kRead, &detail::callWithoutKey<Read>);
-  detail::enter<Set>(row, Op::kSet, &detail::call<Set>);
-  detail::enter<Del>(row, Op::kDelete, &detail::callWithoutKey<Del>);
-  return row;
-}
-
-/// The row of an instantiating attribute: `x()`, `xIs(args...)`, `newX(args...)` and `xDel()`, with the names of the
-/// constructor arguments in order.
-template <auto Read, auto Is, auto New, auto Del, class... N>
-constexpr AttrRow child(std::string_view name, N... argNames) {
-  static_assert(detail::MethodOf<Is>::arity == sizeof...(N), "one name for each constructor argument");
-  using Op = GenericIf::Op;
-  AttrRow row{.name = name, .type = TypeName<typename detail::MethodOf<Read>::Result>::value};
-  detail::nameArgs<Is>(row, 0, argNames...);
-  detail::enter<Read>(row, Op::kRead, &detail::callWithoutKey<Read>);
-  detail::enter<Is>(row, Op::kInstantiate, &detail::call<Is>);
-  detail::enter<New>(row, Op::kNew, &detail::call<New>);
-  detail::enter<Del>(row, Op::kDelete, &detail::callWithoutKey<Del>);
-  return row;
-}
-
-/// The row of a collection: `x()`, `x(key)`, `xIs(value)`, `xDel(key)` and `xDelAll()`.
-template <auto Whole, auto Member, auto Is, auto Del, auto DelAll>
-constexpr AttrRow keyedPlain(std::string_view name) {
-  return detail::keyedRow<Whole, Member, GenericIf::Op::kSet, Is, detail::kNone, Del, DelAll>(name);
-}
-
-/// The row of an instantiating collection: `x()`, `x(key)`, `xIs(key, args...)`, `newX(key, args...)`, `xDel(key)` and
-/// `xDelAll()`.
-template <auto Whole, auto Member, auto Is, auto New, auto Del, auto DelAll, class... N>
-constexpr AttrRow keyedChild(std::string_view name, N... argNames) {
-  static_assert(detail::MethodOf<Is>::arity == sizeof...(N) + 1, "one name for each constructor argument");
-  AttrRow row = detail::keyedRow<Whole, Member, GenericIf::Op::kInstantiate, Is, New, Del, DelAll>(name);
-  detail::nameArgs<Is>(row, 1, argNames...);
-  return row;
-}
-
-/// The row of a handler that may be called, with the names of its arguments; `Whole` is what the call without an
-/// argument stands for.
-template <auto Handler, auto Whole = detail::kNone, class... N>
-constexpr AttrRow handler(std::string_view name, N... argNames) {
-  static_assert(detail::MethodOf<Handler>::arity == sizeof...(N), "one name for each argument");
-  using Op = GenericIf::Op;
-  AttrRow row{.name = name, .type = TypeName<typename detail::MethodOf<Handler>::Result>::value};
-  detail::nameArgs<Handler>(row, 0, argNames...);
+template <auto Handler, auto Whole, class T, std::size_t N>
+constexpr AttrRow attrRowOf(HandlerRow<Handler, Whole, T, N> const& of) {
+  using Result = typename MethodOf<Handler>::Result;
+  AttrRow row = rowOf<std::conditional_t<std::is_void_v<T>, Result, T>>(of);
+  nameArgs<Handler, 0>(row, of.args);
   row.flags = NoxAttr::kHandler;
-  detail::enter<Handler>(
-      row, Op::kCall, [](PtrInterface& self, AttrRow const& called, AttrRow::Args args) -> GenericIf::Value {
-        if constexpr (!detail::kIsNone<Whole>)
-          if (args.empty()) return detail::call<Whole>(self, called, args);
-        return detail::call<Handler>(self, called, args);
+  enter<Handler>(
+      row, GenericIf::Op::kCall, [](PtrInterface& self, AttrRow const& called, AttrRow::Args args) -> GenericIf::Value {
+        if constexpr (!kIsNone<Whole>)
+          if (args.empty()) return call<Whole>(self, called, args);
+        return call<Handler>(self, called, args);
       });
   return row;
 }
 
-/// The row of a switch: an attribute of type bool that is called with the new state.
-template <auto Switch>
-constexpr AttrRow toggle(std::string_view name) {
-  AttrRow row = handler<Switch>(name, "bool");
-  row.type = TypeName<bool>::value;
-  return row;
+inline AttributeId attrIdOf(AttrRows const& table, std::string_view name) noexcept {
+  AttrRow const* const row = ownAttrRow(table, name);
+  return row != nullptr ? row->id : 0;
 }
-
-/// The row of an attribute that is reached by name and not described.
-constexpr AttrRow unlisted(AttrRow row) {
-  row.isListed = false;
-  return row;
-}
-
-/// Chooses, among a collection's readers, the one of one member.
-template <class C, class V, class K>
-consteval auto memberOf(Ptr<V> (C::*read)(K const&) const) {
-  return read;
-}
-
-namespace detail {
 inline std::string_view attrNameOf(AttrRows const& table, AttributeId id) noexcept {
   AttrRow const* const row = ownAttrRow(table, id);
   return row != nullptr ? row->name : std::string_view();
 }
+
 }  // namespace detail
 
 /// The rows of one class.
@@ -272,18 +279,28 @@ struct AttrTable {
 
   std::array<AttrRow, N> rows{};
 
-  constexpr AttrRows view() const { return {rows.data(), N, &detail::attrNameOf}; }
+  constexpr AttrRows view() const { return {rows.data(), N, &detail::attrIdOf, &detail::attrNameOf}; }
 };
 
 /// The rows of one class, numbered consecutively from `first`. Two rows of one name do not compile.
 template <class... Rows>
-consteval AttrTable<sizeof...(Rows)> attrTable(AttributeId first, Rows... rows) {
-  AttrTable<sizeof...(Rows)> table{.rows = {rows...}};
+constexpr AttrTable<sizeof...(Rows)> attrTable(AttributeId first, Rows... rows) {
+  AttrTable<sizeof...(Rows)> table{.rows = {detail::attrRowOf(rows)...}};
   for (AttrRow& row : table.rows) {
     row.id = first++;
     if (std::ranges::count(table.rows, row.name, &AttrRow::name) != 1) throw "two rows of one name";
   }
   return table;
 }
+/// The table of class R, of its `attributes()`.
+template <class R>
+inline constexpr auto kAttrTable = std::apply([](auto const&... rows) { return attrTable(kFirstAttribute, rows...); },
+                                              kRows<R>);
+
+/// The collections of records are named by what stands under a key.
+template <class R, class Key, class T>
+struct TypeName<ValueMap<R, Key, T>> : TypeName<HashMap<T, Key>> {};
+template <class V, class Key>
+struct TypeName<ChildMap<V, Key>> : TypeName<HashMap<V, Key>> {};
 
 }  // namespace Nox

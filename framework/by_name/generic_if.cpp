@@ -19,7 +19,7 @@ constexpr Exception::Id kJunkBehindValue = 12;
 std::unique_ptr<GenericIf::AttributeIterator> iterate(GenericIf const& on, AttrRow const* row, std::string_view name) {
   if (row == nullptr) GenericIf::throwOpNotSupportedException(name, GenericIf::Op::kRead);
   if (row->iterate == nullptr) GenericIf::throwBadIndexAttrException(name, {});
-  return row->iterate(*on.object());
+  return row->iterate(*on.object(), on.isConst());
 }
 
 template <class T>
@@ -36,25 +36,18 @@ GenericIf::GenericIf(Ptr<PtrInterface const> const& object)
 GenericIfEntity::GenericIfEntity(Ptr<Entity> const& entity) : GenericIf(Ptr<PtrInterface>(entity)) {}
 GenericIfEntity::GenericIfEntity(Ptr<Entity const> const& entity) : GenericIf(Ptr<PtrInterface const>(entity)) {}
 
-AttrRow const* attrRow(NoxType const& type, std::string_view attribute) noexcept {
-  for (NoxType const* t = &type; t != nullptr; t = t->base) {
-    std::span<AttrRow const> const rows(t->rows().rows, t->rows().count);
-    auto const found = std::ranges::find(rows, attribute, &AttrRow::name);
-    if (found != rows.end()) return &*found;
-  }
-  return nullptr;
-}
-AttrRow const* attrRow(NoxType const& type, AttributeId id) noexcept {
+template <class Asked>
+static AttrRow const* rowOfClassOrBase(NoxType const& type, Asked asked) noexcept {
   for (NoxType const* t = &type; t != nullptr; t = t->base)
-    if (AttrRow const* const row = ownAttrRow(t->rows(), id); row != nullptr) return row;
+    if (AttrRow const* const row = ownAttrRow(t->rows(), asked); row != nullptr) return row;
   return nullptr;
 }
-
-AttributeId GenericIf::attributeId(std::string_view name) const {
-  AttrRow const* const row = attrRow(*type_, name);
-  return row != nullptr ? row->id : 0;
+AttrRow const* attrRow(NoxType const& type, std::string_view attribute) noexcept {
+  return rowOfClassOrBase(type, attribute);
 }
+AttrRow const* attrRow(NoxType const& type, AttributeId id) noexcept { return rowOfClassOrBase(type, id); }
 
+AttributeId GenericIf::attributeId(std::string_view name) const { return type_->attributeId(name); }
 String8 GenericIf::attributeString(AttributeId id) const { return String8(type_->attributeName(id)); }
 String8 GenericIfEntity::attributeString(AttributeId id) const {
   return static_cast<Entity const&>(*object()).attributeString(id);
@@ -62,7 +55,8 @@ String8 GenericIfEntity::attributeString(AttributeId id) const {
 
 GenericIf::Value GenericIf::perform(AttrRow const& row, Op op, std::span<Value const> args) const {
   auto& object = const_cast<PtrInterface&>(*object_);
-  if (op == Op::kRead) return row.on(op)(object, row, args);
+  if (op == Op::kRead)
+    return isConst_ && row.holdsParts ? row.on(op)(object, row, args).forReading() : row.on(op)(object, row, args);
   if (isConst_) throwConstException();
   Turn turn;
   return row.on(op)(object, row, args);
@@ -125,6 +119,15 @@ Ptr<PtrInterface const> GenericIf::Value::object() const noexcept {
   if (auto const* found = std::get_if<Ptr<PtrInterface>>(&value_)) return *found;
   if (auto const* found = std::get_if<Ptr<PtrInterface const>>(&value_)) return *found;
   return nullptr;
+}
+
+GenericIf::Value GenericIf::Value::forReading() const {
+  auto const held = object();
+  auto const list = ptrCast<List_ const>(held);
+  if (!list) return held ? Value(held) : *this;
+  std::vector<Value> elements;
+  for (Value const& element : list->elements()) elements.push_back(element.forReading());
+  return Ptr<List_>(make<List_>(std::move(elements)));
 }
 
 std::ostream& operator<<(std::ostream& out, GenericIf::Value const& value) {

@@ -128,6 +128,8 @@ class NOX_EXPORT GenericIf::Value {
   std::string_view type() const noexcept;
   /// The object, for reading; null for any other value.
   Ptr<PtrInterface const> object() const noexcept;
+  /// The value through which no object is changed: that of a pointer to const, or a list of such values.
+  Value forReading() const;
 
   /// The value as a T: bool, unsigned, Seconds (from a number too), Name, String8, a type with a text form, a counted
   /// pointer (from null, an object, or the text that spells one; a text that spells an object of another class, or
@@ -205,11 +207,12 @@ struct AttrRow {
   std::array<Perform, 6> perform{};  ///< By operation; null for one that the attribute does not have.
   unsigned ops = 0;                  ///< One bit for each operation.
   unsigned flags = 0;
-  std::unique_ptr<GenericIf::AttributeIterator> (*iterate)(PtrInterface const& self) = nullptr;
+  std::unique_ptr<GenericIf::AttributeIterator> (*iterate)(PtrInterface const& self, bool isConst) = nullptr;
   std::array<ArgRow, kMaxArgs> args{};
   std::size_t argCount = 0;
   AttributeId id = 0;
-  bool isListed = true;  ///< False for an attribute that is reached by name and not described.
+  bool isListed = true;     ///< False for an attribute that is reached by name and not described.
+  bool holdsParts = false;  ///< What it holds belongs to the object, and is only read where that is only read.
 
   constexpr Perform& on(Op op) { return perform[static_cast<std::size_t>(op)]; }
   constexpr Perform on(Op op) const { return perform[static_cast<std::size_t>(op)]; }
@@ -224,6 +227,11 @@ NOX_EXPORT AttrRow const* attrRow(NoxType const& type, AttributeId id) noexcept;
 /// The same of the class's own attributes alone.
 constexpr AttrRow const* ownAttrRow(AttrRows const& rows, AttributeId id) noexcept {
   return rows.count != 0 && id - rows.rows[0].id < rows.count ? &rows.rows[id - rows.rows[0].id] : nullptr;
+}
+constexpr AttrRow const* ownAttrRow(AttrRows const& rows, std::string_view attribute) noexcept {
+  for (AttrRow const* row = rows.rows; row != rows.rows + rows.count; ++row)
+    if (row->name == attribute) return row;
+  return nullptr;
 }
 
 /// The generic interface of an entity: names of attributes are the entity's own answer.

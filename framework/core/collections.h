@@ -43,8 +43,8 @@ class ValueMap : public HashMap<R, Key> {
   }
 };
 
-/// Keyed collection of child entities, made from their key alone. `Id` is the owner's attribute that holds them.
-template <class V, class Key, AttributeId Id>
+/// Keyed collection of child entities, made from their key alone.
+template <class V, class Key>
 class ChildMap : public HashMap<V, Key> {
  public:
   using Member = V;
@@ -54,10 +54,10 @@ class ChildMap : public HashMap<V, Key> {
     for (V& child : *this) child.parentIs(nullptr);
   }
 
-  /// Makes and inserts the child of that key.
-  ValidPtr<V> newChild(Entity& owner, Key const& key) {
+  /// Makes and inserts the child of that key. `id` is the owner's attribute that holds it.
+  ValidPtr<V> newChild(Entity& owner, AttributeId id, Key const& key) {
     ValidPtr<V> child = make<V>(key);
-    child->parentAttrIdIs(Id);
+    child->parentAttrIdIs(id);
     child->parentIs(Ptr<Entity>(&owner));
     this->newMember(child);
     return child;
@@ -74,7 +74,7 @@ class ChildMap : public HashMap<V, Key> {
 };
 
 /// The one child entity of an attribute, or none.
-template <class T, AttributeId Id>
+template <class T>
 class Child {
  public:
   Child() noexcept = default;
@@ -84,9 +84,9 @@ class Child {
 
   Ptr<T> const& get() const noexcept { return child_; }
 
-  /// Puts a new child under the owner; the previous one is released.
-  ValidPtr<T> put(Entity& owner, ValidPtr<T> child) {
-    child->parentAttrIdIs(Id);
+  /// Puts a new child under that attribute of the owner; the previous one is released.
+  ValidPtr<T> put(Entity& owner, AttributeId id, ValidPtr<T> child) {
+    child->parentAttrIdIs(id);
     child->parentIs(Ptr<Entity>(&owner));
     take();
     child_ = child;

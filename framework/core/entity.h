@@ -121,7 +121,7 @@ class NOX_EXPORT Entity : public PtrInterface {
     auto member = map.member(key);
     observeWrite<On>(*this, !member, key, std::string_view("{}"));
     if (member) return member;
-    member = map.newChild(*this, key);
+    member = map.newChild(*this, fwkType().attributeId(notification<On>.name), key);
     announce<On>(key);
     return member;
   }

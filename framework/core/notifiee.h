@@ -1,6 +1,8 @@
 // Reactors: objects that watch one notifier and are called when its attributes change.
 #pragma once
 
+#include <algorithm>
+#include <array>
 #include <string_view>
 #include <type_traits>
 
@@ -182,14 +184,24 @@ class NOX_EXPORT NotifieeOf : public Base::NotifieeConst {
 
 namespace detail {
 
-/// The last name in the signature of this function: "onEnabled".
+/// The attribute of which an operation tells: "enabled" of onEnabled, cut out of this function's own signature. A name
+/// that begins with capitals keeps them.
 template <auto On>
-constexpr std::string_view operationName() {
-  std::string_view const signature = __PRETTY_FUNCTION__;
-  std::size_t const from = signature.rfind("::on") + 2;
-  std::size_t const to = signature.find_first_of(";])", from);
-  return signature.substr(from, to - from);
-}
+struct AttributeOf {
+  static consteval std::string_view capital() {
+    std::string_view const signature = __PRETTY_FUNCTION__;
+    std::size_t const from = signature.rfind("::on") + 4;
+    return signature.substr(from, signature.find_first_of(";])", from) - from);
+  }
+  static constexpr auto text = [] {
+    std::array<char, capital().size()> small{};
+    std::ranges::copy(capital(), small.begin());
+    auto const isUpper = [](char c) { return 'A' <= c && c <= 'Z'; };
+    if (small.size() < 2 || !isUpper(small[1])) small[0] = isUpper(small[0]) ? small[0] | 0x20 : small[0];
+    return small;
+  }();
+  static constexpr std::string_view name{text.data(), text.size()};
+};
 
 template <auto On>
 struct Operation;
@@ -233,7 +245,7 @@ inline constexpr Notification notification{detail::Operation<On>::notifier,
                                            &detail::Operation<On>::call,
                                            detail::Operation<On>::dropKey,
                                            detail::Operation<On>::keyWord,
-                                           detail::operationName<On>()};
+                                           detail::AttributeOf<On>::name};
 
 /// Chooses the keyed form among an operation's overloads: `keyed(&NotifieeConst::onService)` is onService(Nox::Name).
 template <class N, class K>

@@ -22,7 +22,7 @@ struct Notification {
   void (*call)(PtrInterface::NotifieeConst& reactor, void const* key);
   void (*dropKey)(void* key) noexcept;  ///< Destroys a key that has waited; null where there is nothing to destroy.
   std::uint64_t (*keyWord)(void const* key);  ///< The key as one word, null where reactors may not choose by it.
-  std::string_view name;                      ///< The operation's name, "onEnabled".
+  std::string_view name;                      ///< The attribute's name, "enabled".
 };
 
 namespace detail {

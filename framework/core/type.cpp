@@ -12,6 +12,13 @@ std::string_view NoxType::attributeName(AttributeId id) const noexcept {
   return {};
 }
 
+AttributeId NoxType::attributeId(std::string_view attribute) const noexcept {
+  for (NoxType const* t = this; t != nullptr; t = t->base)
+    if (t->rows_.idOf != nullptr)
+      if (AttributeId const found = t->rows_.idOf(t->rows_, attribute); found != 0) return found;
+  return 0;
+}
+
 Ptr<NoxAttr const> NoxType::attr(std::string_view attribute) const {
   for (NoxAttr& attr : attrs_)
     if (attr.name() == attribute) return Ptr<NoxAttr const>(&attr);

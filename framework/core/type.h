@@ -9,13 +9,25 @@ namespace Nox {
 
 struct AttrRow;
 
-/// The rows of a class's attribute table, by ascending ids without a gap. Made by `AttrTable`. The core asks for names
-/// alone.
+/// The rows of a class's attribute table, by ascending ids without a gap. Made by `AttrTable`. The core asks for
+/// names and ids alone.
 struct AttrRows {
   AttrRow const* rows = nullptr;
   unsigned count = 0;
+  /// The id of the attribute of that name; 0, which no attribute has, for one that the table does not have.
+  AttributeId (*idOf)(AttrRows const& table, std::string_view name) noexcept = nullptr;
   /// The name of the attribute of that id; empty for one that the table does not have.
   std::string_view (*nameOf)(AttrRows const& table, AttributeId id) noexcept = nullptr;
+};
+
+/// What a class is: its full name, "Controller::ServiceStatusDir", the class that it derives from, or null, what makes
+/// an entity of it from a name, null where a name is not enough, and its attributes, none where none is reached by
+/// name.
+struct ClassFacts {
+  std::string_view name;
+  NoxType const* base;
+  Ptr<Entity> (*newEntity)(Name const& name) = nullptr;
+  AttrRows rows = {};
 };
 
 /// What is known of a class at run time. One object per class; its address is the class's identity across libraries.
@@ -29,6 +41,8 @@ class NOX_EXPORT NoxType : public LinkQueueLink<> {
   constexpr NoxType(std::string_view className, NoxType const* baseType, NewEntity maker = nullptr,
                     AttrRows attributeRows = {}) noexcept
       : name(className), base(baseType), newEntity(maker), rows_(attributeRows) {}
+  constexpr explicit NoxType(ClassFacts const& facts) noexcept
+      : NoxType(facts.name, facts.base, facts.newEntity, facts.rows) {}
 
   std::string_view const name;  ///< The class's full name, "Controller::ServiceStatusDir".
   NoxType const* const base;    ///< The class it derives from, or null.
@@ -47,6 +61,8 @@ class NOX_EXPORT NoxType : public LinkQueueLink<> {
   void rowsIs(AttrRows const& rows) noexcept { rows_ = rows; }
   /// The name of an attribute of the class or of those it derives from; empty if there is none of that id.
   std::string_view attributeName(AttributeId id) const noexcept;
+  /// The id of an attribute of the class or of those it derives from; 0 if there is none of that name.
+  AttributeId attributeId(std::string_view attribute) const noexcept;
 
   // The description, as it was registered.
 

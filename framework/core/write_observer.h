@@ -29,10 +29,10 @@ class WriteText {
 /// observes.
 class NOX_EXPORT WriteObserver {
  public:
-  /// `operation` is the notification of the attribute ("onEnabled"), `key` is empty for a scalar.
-  virtual void written(Entity const& entity, std::string_view operation, bool changed, WriteText key,
+  /// `key` is empty for a scalar.
+  virtual void written(Entity const& entity, std::string_view attribute, bool changed, WriteText key,
                        WriteText value) = 0;
-  virtual void removed(Entity const& entity, std::string_view operation, bool changed, WriteText key) = 0;
+  virtual void removed(Entity const& entity, std::string_view attribute, bool changed, WriteText key) = 0;
 
  protected:
   ~WriteObserver() = default;

@@ -84,13 +84,13 @@ class Child : public Entity, public Nox::HashMapLink {
   std::vector<std::string> done;
   std::function<void()> onParentIs;
 };
-using ChildMap = Nox::ChildMap<Child, Name, kCard>;
-using Single = Nox::Child<Child, kFan>;
+using ChildMap = Nox::ChildMap<Child, Name>;
+using Single = Nox::Child<Child>;
 
 TEST(ChildMap, ANewChildGetsItsAttributeThenItsParent) {
   auto const owner = Nox::make<Entity>("owner");
   ChildMap children;
-  auto const child = children.newChild(*owner, "c");
+  auto const child = children.newChild(*owner, kCard, "c");
   EXPECT_THAT(child->done, ElementsAre("attr 258", "parent owner"));
   EXPECT_EQ(children.member("c"), child);
   EXPECT_EQ(child->parentAttrId(), kCard);
@@ -99,7 +99,7 @@ TEST(ChildMap, ANewChildGetsItsAttributeThenItsParent) {
 TEST(ChildMap, ARemovedChildLosesItsParentAfterItsPlace) {
   auto const owner = Nox::make<Entity>("owner");
   ChildMap children;
-  Ptr<Child> const child = children.newChild(*owner, "c");
+  Ptr<Child> const child = children.newChild(*owner, kCard, "c");
   child->onParentIs = [&] { EXPECT_FALSE(children.has("c")); };
   EXPECT_EQ(children.memberDel("c"), child);
   EXPECT_EQ(child->parent(), nullptr);
@@ -112,14 +112,14 @@ TEST(ChildMap, ChildrenThatOutliveEveryOtherWayOutHaveNoParent) {
   std::vector<Ptr<Child>> survivors;
   survivors.reserve(80);
   auto children = std::make_unique<ChildMap>();
-  for (int i = 0; i < 40; ++i) survivors.push_back(children->newChild(*owner, "c" + std::to_string(i)));
+  for (int i = 0; i < 40; ++i) survivors.push_back(children->newChild(*owner, kCard, "c" + std::to_string(i)));
   children->deleteMember(ChildMap::Iterator(*children, "c7"));
   EXPECT_EQ(survivors[7]->parent(), nullptr);
   EXPECT_EQ(survivors[8]->parent(), owner);
   children->deleteAll();
   for (auto const& child : survivors) EXPECT_EQ(child->parent(), nullptr);
   EXPECT_TRUE(children->empty());
-  for (int i = 0; i < 40; ++i) survivors.push_back(children->newChild(*owner, "d" + std::to_string(i)));
+  for (int i = 0; i < 40; ++i) survivors.push_back(children->newChild(*owner, kCard, "d" + std::to_string(i)));
   children.reset();
   for (auto const& child : survivors) EXPECT_EQ(child->parent(), nullptr);
 }
@@ -128,7 +128,7 @@ TEST(SingleChild, IsPutUnderItsOwner) {
   auto const owner = Nox::make<Entity>("owner");
   Single slot;
   EXPECT_EQ(slot.get(), nullptr);
-  auto const child = slot.put(*owner, Nox::make<Child>("a"));
+  auto const child = slot.put(*owner, kFan, Nox::make<Child>("a"));
   EXPECT_THAT(child->done, ElementsAre("attr 259", "parent owner"));
   EXPECT_EQ(slot.get(), child);
 }
@@ -136,7 +136,7 @@ TEST(SingleChild, IsPutUnderItsOwner) {
 TEST(SingleChild, TakingItOutClearsTheFieldFirstThenTheParent) {
   auto const owner = Nox::make<Entity>("owner");
   Single slot;
-  auto const child = slot.put(*owner, Nox::make<Child>("a"));
+  auto const child = slot.put(*owner, kFan, Nox::make<Child>("a"));
   bool told = false;
   child->onParentIs = [&] {
     told = true;
@@ -153,8 +153,8 @@ TEST(SingleChild, AReplacedChildAndOneThatOutlivesTheOwnerHaveNoParent) {
   Ptr<Child> first, second;
   {
     Single slot;
-    first = slot.put(*owner, Nox::make<Child>("a"));
-    second = slot.put(*owner, Nox::make<Child>("b"));
+    first = slot.put(*owner, kFan, Nox::make<Child>("a"));
+    second = slot.put(*owner, kFan, Nox::make<Child>("b"));
     EXPECT_EQ(first->parent(), nullptr);
     EXPECT_EQ(second->parent(), owner);
     EXPECT_EQ(slot.get(), second);

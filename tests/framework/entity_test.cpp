@@ -163,14 +163,14 @@ TEST(Entity, AHostAnnouncesWhatConcernsAWholeCollection) {
   EXPECT_THAT(log, ElementsAre("r ports", "r port", "r port[k]"));
 }
 
-TEST(Entity, OperationsKnowTheirNames) {
+TEST(Entity, OperationsKnowTheirAttributes) {
   using N = Device::NotifieeConst;
-  EXPECT_EQ(Nox::notification<&N::onSpeed>.name, "onSpeed");
-  EXPECT_EQ(Nox::notification<Nox::keyed(&N::onPort)>.name, "onPort");
-  EXPECT_EQ(Nox::notification<Nox::unkeyed(&N::onPort)>.name, "onPort");
-  EXPECT_EQ(Nox::notification<&N::onPortnoxImmediate>.name, "onPortnoxImmediate");
-  EXPECT_EQ(Nox::notification<&N::onParent>.name, "onParent");
-  EXPECT_EQ(Nox::notification<&N::onMTU>.name, "onMTU");
+  EXPECT_EQ(Nox::notification<&N::onSpeed>.name, "speed");
+  EXPECT_EQ(Nox::notification<Nox::keyed(&N::onPort)>.name, "port");
+  EXPECT_EQ(Nox::notification<Nox::unkeyed(&N::onPort)>.name, "port");
+  EXPECT_EQ(Nox::notification<&N::onPortnoxImmediate>.name, "portnoxImmediate");
+  EXPECT_EQ(Nox::notification<&N::onParent>.name, "parent");
+  EXPECT_EQ(Nox::notification<&N::onMTU>.name, "MTU");
 }
 
 TEST(Entity, AttributeLogOperationsHoldTheirPlaces) {

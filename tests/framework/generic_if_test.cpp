@@ -96,21 +96,20 @@ class Chassis final : public Nox::Typed<Chassis, Nox::Entity> {
 
 constexpr auto kChassis = [] {
   using T = Chassis;
-  return Nox::attrTable(
-      256,
-      Nox::plain<&T::isOn, &T::isOnIs>("isOn"),
-      Nox::plain<&T::slots, &T::slotsIs>("slots"),
-      Nox::plain<&T::timeout, &T::timeoutIs>("timeout"),
-      Nox::plain<&T::label, &T::labelIs>("label"),
-      Nox::plain<&T::uplink, &T::uplinkIs, &T::uplinkDel>("uplink"),
-      Nox::plain<&T::mirror, &T::mirrorIs>("mirror"),
-      Nox::child<&T::console, &T::consoleIs, &T::newConsole, &T::consoleDel>("console", "name"),
-      Nox::keyedPlain<Nox::whole(&T::port), Nox::memberOf(&T::port), &T::portIs, &T::portDel, &T::portDelAll>("port"),
-      Nox::handler<&T::handleOne, &T::handleAll>("handle", "name"),
-      Nox::handler<&T::handleNames>("handleNames", "names"),
-      Nox::handler<&T::fail>("fail"),
-      Nox::unlisted(Nox::plain<&T::isHidden>("isHidden")),
-      Nox::unlisted(Nox::handler<&T::failHalfway>("failHalfway")));
+  return Nox::attrTable(256,
+                        Nox::plain<&T::isOn, &T::isOnIs>("isOn"),
+                        Nox::plain<&T::slots, &T::slotsIs>("slots"),
+                        Nox::plain<&T::timeout, &T::timeoutIs>("timeout"),
+                        Nox::plain<&T::label, &T::labelIs>("label"),
+                        Nox::plain<&T::uplink, &T::uplinkIs, &T::uplinkDel>("uplink"),
+                        Nox::plain<&T::mirror, &T::mirrorIs>("mirror"),
+                        Nox::child<&T::console, &T::consoleIs, &T::newConsole, &T::consoleDel>("console", "name"),
+                        Nox::collection<Nox::whole(&T::port), &T::portIs, &T::portDel>("port"),
+                        Nox::handler<&T::handleOne, &T::handleAll>("handle", "name"),
+                        Nox::handler<&T::handleNames>("handleNames", "names"),
+                        Nox::handler<&T::fail>("fail"),
+                        Nox::unlisted(Nox::plain<&T::isHidden>("isHidden")),
+                        Nox::unlisted(Nox::handler<&T::failHalfway>("failHalfway")));
 }();
 constinit Nox::NoxType Chassis::noxType{"Sample::Chassis", &Nox::Entity::noxType, nullptr, kChassis.view()};
 

@@ -39,10 +39,10 @@ template <class R, class F>
 void forEachScalar(F f) {
   auto const visit = [&](auto const& row) {
     using Row = std::remove_cvref_t<decltype(row)>;
-    if constexpr (requires { Row::write; })
-      if constexpr (!std::is_null_pointer_v<decltype(Row::write)>) f(row);
+    if constexpr (Nox::IsPlainRow<Row>)
+      if constexpr (!Nox::kIsNone<Row::set>) f(row);
   };
-  std::apply([&](auto const&... row) { (visit(row), ...); }, R::attributes());
+  std::apply([&](auto const&... row) { (visit(row), ...); }, Nox::kRows<R>);
 }
 
 template <class R>
@@ -67,10 +67,10 @@ TYPED_TEST(Scalars, NotifyTheirOwnAttributeOnceForEachChange) {
   forEachScalar<TypeParam>([&](auto const& row) {
     using T = std::remove_cvref_t<decltype((record.get()->*row.read)())>;
     std::string const name(row.name);
-    (record.get()->*row.write)(sample<T>());
+    (record.get()->*row.set)(sample<T>());
     EXPECT_EQ((record.get()->*row.read)(), sample<T>()) << name;
     EXPECT_THAT(listener->take(), ElementsAre(name));
-    (record.get()->*row.write)(T{});
+    (record.get()->*row.set)(T{});
     EXPECT_EQ((record.get()->*row.read)(), T{}) << name;
     EXPECT_THAT(listener->take(), ElementsAre(name));
   });
@@ -81,12 +81,12 @@ TYPED_TEST(Scalars, NotifyNobodyOfAnEqualWrite) {
   auto const listener = Nox::make<Listener<TypeParam>>(record);
   forEachScalar<TypeParam>([&](auto const& row) {
     using T = std::remove_cvref_t<decltype((record.get()->*row.read)())>;
-    (record.get()->*row.write)(T{});
+    (record.get()->*row.set)(T{});
     EXPECT_THAT(listener->take(), IsEmpty()) << row.name;
-    (record.get()->*row.write)(sample<T>());
+    (record.get()->*row.set)(sample<T>());
     listener->take();
     WriteLog log;
-    (record.get()->*row.write)(sample<T>());
+    (record.get()->*row.set)(sample<T>());
     EXPECT_THAT(listener->take(), IsEmpty()) << row.name;
     EXPECT_THAT(log.changes(), IsEmpty()) << row.name;
     EXPECT_EQ(log.lines().size(), 1U) << row.name << ": an equal write is a write that can be observed";
@@ -97,12 +97,12 @@ TYPED_TEST(Scalars, LeaveEachOtherAlone) {
   auto const record = newRecord<TypeParam>();
   forEachScalar<TypeParam>([&](auto const& row) {
     using T = std::remove_cvref_t<decltype((record.get()->*row.read)())>;
-    (record.get()->*row.write)(sample<T>());
+    (record.get()->*row.set)(sample<T>());
     forEachScalar<TypeParam>([&](auto const& other) {
       using U = std::remove_cvref_t<decltype((record.get()->*other.read)())>;
       EXPECT_EQ((record.get()->*other.read)(), other.name == row.name ? sample<U>() : U{}) << other.name;
     });
-    (record.get()->*row.write)(T{});
+    (record.get()->*row.set)(T{});
   });
 }
 
@@ -165,7 +165,7 @@ TEST(Records, TypesAreNamedWithTheirNamespaces) {
 template <class R>
 std::vector<std::string> attributeNames() {
   return std::apply([](auto const&... row) { return std::vector<std::string>{std::string(row.name)...}; },
-                    R::attributes());
+                    Nox::kRows<R>);
 }
 
 TEST(Records, ListTheirAttributesInDeclaredOrder) {

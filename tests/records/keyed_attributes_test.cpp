@@ -3,6 +3,7 @@
 
 #include <map>
 
+#include "framework/by_name/generic_if.h"
 #include "support/listeners.h"
 #include "support/write_log.h"
 
@@ -73,18 +74,16 @@ struct Keyed {
   static constexpr auto del = Del;
   static constexpr auto delAll = DelAll;
 
-  /// The row of the record's table that enters members of this attribute: its name, and its place.
-  static std::pair<std::string, unsigned> row() {
-    std::pair<std::string, unsigned> found;
-    unsigned place = 0;
+  /// The name in the row of the record's table that enters members of this attribute.
+  static std::string name() {
+    std::string found;
     auto const visit = [&](auto const& r) {
       using Row = std::remove_cvref_t<decltype(r)>;
       if constexpr (requires { Row::enter; })
         if constexpr (std::is_same_v<decltype(Row::enter), decltype(is)>)
-          if (Row::enter == is) found = {std::string(r.name), place};
-      ++place;
+          if (Row::enter == is) found = r.name;
     };
-    std::apply([&](auto const&... r) { (visit(r), ...); }, R::attributes());
+    std::apply([&](auto const&... r) { (visit(r), ...); }, Nox::kRows<R>);
     return found;
   }
 };
@@ -104,7 +103,7 @@ class KeyedAttributes : public testing::Test {
   void is(unsigned number, unsigned edition = 1) { enter(*record, C::is, key(number), edition); }
   void del(unsigned number) { (record.get()->*C::del)(key(number)); }
   auto const& all() { return (std::as_const(*record).*C::read)(); }
-  static std::string heardOf(Key const& k) { return C::row().first + '[' + textOf(k) + ']'; }
+  static std::string heardOf(Key const& k) { return C::name() + '[' + textOf(k) + ']'; }
 
   Nox::ValidPtr<R> record = newRecord();
   Nox::ValidPtr<Listener<R>> listener = Nox::make<Listener<R>>(record);
@@ -157,7 +156,7 @@ TYPED_TEST_SUITE(KeyedAttributes, All);
 
 TYPED_TEST(KeyedAttributes, AreEmptyAtFirstAndPartOfTheTable) {
   EXPECT_TRUE(this->all().empty());
-  EXPECT_NE(TypeParam::row().first, "");
+  EXPECT_NE(TypeParam::name(), "");
 }
 
 // A new member is a change even if its value is the default.
@@ -260,7 +259,8 @@ TYPED_TEST(KeyedChildren, AnswerTheSameMemberForTheSameKey) {
 TYPED_TEST(KeyedChildren, AreParentOfTheirMembersUnderTheirAttributeId) {
   auto const member = (this->record.get()->*TypeParam::is)(this->key(3));
   EXPECT_EQ(member->parent(), this->record);
-  EXPECT_EQ(member->parentAttrId(), 256 + TypeParam::row().second);
+  EXPECT_EQ(member->parentAttr(), TypeParam::name());
+  EXPECT_EQ(member->parentAttrId(), Nox::GenericIfEntity(this->record).attributeId(TypeParam::name()));
   this->del(3);
   EXPECT_FALSE(member->parent());
 }

@@ -19,6 +19,7 @@ TEST(ServiceConfigV1, HasItsVersionsFromTheStart) {
   EXPECT_EQ(config->versionConfig()->name(), "versionConfig");
   EXPECT_EQ(config->versionConfig()->parent(), config);
   EXPECT_EQ(config->versionConfig()->parentAttrId(), 257U);
+  EXPECT_EQ(config->versionConfig()->parentAttr(), "versionConfig");
   EXPECT_TRUE(config->versionConfig()->version().empty());
 }
 
@@ -44,6 +45,7 @@ TEST(ServiceStatusV1, MakesItsVersionStatusOnce) {
   EXPECT_EQ(versionStatus->name(), "VersionStatussyslog");
   EXPECT_EQ(versionStatus->parent(), status);
   EXPECT_EQ(versionStatus->parentAttrId(), 257U);
+  EXPECT_EQ(versionStatus->parentAttr(), "versionStatus");
   EXPECT_THAT(listener->take(), ElementsAre("versionStatus"));
   EXPECT_EQ(status->versionStatusIs("VersionStatussyslog"), versionStatus);
   EXPECT_THAT(listener->take(), IsEmpty());

@@ -8,7 +8,6 @@ std::vector<Step> steps<Controllerdb::SwitchConfigSm>() {
   using T = Controllerdb::SwitchConfigSm;
   using S = Side;
   using Nox::keyed;
-  using Nox::memberOf;
   using Nox::unkeyed;
   using Nox::whole;
   StepOf<T> const step;

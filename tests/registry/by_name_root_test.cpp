@@ -100,7 +100,6 @@ std::vector<Step> steps<Controllerdb::RegistryRootSm>() {
   using T = Controllerdb::RegistryRootSm;
   using S = Side;
   using Nox::keyed;
-  using Nox::memberOf;
   using Nox::unkeyed;
   using Nox::whole;
   StepOf<T> const step;

@@ -28,6 +28,12 @@ using Op = GenericIf::Op;
 using Value = GenericIf::Value;
 using Lines = std::vector<std::string>;
 
+/// Chooses, among a collection's readers, the one of one member.
+template <class C, class V, class K>
+consteval auto memberOf(Ptr<V> (C::*read)(K const&) const) {
+  return read;
+}
+
 /// Every class's machine at work, and for every input another one that may take its place. Objects are told by class
 /// and by the order in which they were first seen, so that those of one world can be compared with those of another.
 class Side : public Publication::OneSwitch {

@@ -37,9 +37,9 @@ std::string const kUpdate =
 /// The writes of an outcome into one side's version status.
 Lines outcomeWrites(std::string const& side, std::string const& version, bool compatible, bool complete) {
   std::string const status = side + "/acl/VersionStatusacl.";
-  return {status + "onNegotiatedVersion = " + version,
-          status + "onVersionCompatible = " + (compatible ? "1" : "0"),
-          status + "onVersionNegotiationComplete = " + (complete ? "1" : "0")};
+  return {status + "negotiatedVersion = " + version,
+          status + "versionCompatible = " + (compatible ? "1" : "0"),
+          status + "versionNegotiationComplete = " + (complete ? "1" : "0")};
 }
 Lines operator+(Lines head, Lines const& tail) {
   head.insert(head.end(), tail.begin(), tail.end());
@@ -94,7 +94,7 @@ std::vector<Case> const kCases = {
      .switchOld = "1 1 1 3 s3",
      .controllerFresh = "1 1 1 3 s3",
      .controllerOld = "1 1 1 3 s3",
-     .writes = Lines{"controller/acl.onEnabled = 1", "switch/acl.onEnabled = 1"} +
+     .writes = Lines{"controller/acl.enabled = 1", "switch/acl.enabled = 1"} +
                outcomeWrites("controller", "3 s3", true, true) + outcomeWrites("switch", "3 s3", true, true),
      .text = {"7 249 Client ver=3",
               "7 253 Controller ver=4",
@@ -112,7 +112,7 @@ std::vector<Case> const kCases = {
      .switchOld = "1 1 0 0",
      .controllerFresh = "1 1 0 0",
      .controllerOld = "1 1 0 0",
-     .writes = Lines{"controller/acl.onEnabled = 1", "switch/acl.onEnabled = 1"} +
+     .writes = Lines{"controller/acl.enabled = 1", "switch/acl.enabled = 1"} +
                outcomeWrites("controller", "0", false, true) + outcomeWrites("switch", "0", false, true),
      .text = {"7 249 Client ver=2",
               "7 253 Controller ver=3",
@@ -131,7 +131,7 @@ std::vector<Case> const kCases = {
      .switchOld = "1 1 0 0",
      .controllerFresh = "1 1 0 0",
      .controllerOld = "1 1 0 0",
-     .writes = Lines{"controller/acl.onEnabled = 1", "switch/acl.onEnabled = 1"} +
+     .writes = Lines{"controller/acl.enabled = 1", "switch/acl.enabled = 1"} +
                outcomeWrites("controller", "0", false, true) + outcomeWrites("switch", "0", false, true),
      .text = {"7 270 Negotiated ver=0 for service=acl for client=02:00:00:00:00:01",
               "3 159 " + kUpdate + "1 0 0",
@@ -145,20 +145,19 @@ std::vector<Case> const kCases = {
 std::vector<Case> allCases() {
   std::vector<Case> all = kCases;
   auto const add = [&](char const* name, bool client, bool controller) {
-    all.push_back({.name = name,
-                   .client = Service{client, {{1, "s1"}}},
-                   .controller = Service{controller, {{1, "c1"}}},
-                   .switchFresh = "0 0 0 0",
-                   .switchOld = "0 0 0 0",
-                   .controllerFresh = "0 0 0 0",
-                   .controllerOld = "0 0 0 0",
-                   .writes = Lines{"controller/acl.onEnabled = 0",
-                                   "switch/acl.onEnabled = 0",
-                                   "switch.onServicePublishedInfo[acl] deleted"} +
-                             outcomeWrites("controller", "0", false, false) +
-                             outcomeWrites("switch", "0", false, false),
-                   .text = {"3 159 " + kUpdate + "0 0 0", "3 159 " + kUpdate + "0 0 0"},
-                   .ring = {"3 157 " + kUpdate + "0 0 0", "3 157 " + kUpdate + "0 0 0"}});
+    all.push_back(
+        {.name = name,
+         .client = Service{client, {{1, "s1"}}},
+         .controller = Service{controller, {{1, "c1"}}},
+         .switchFresh = "0 0 0 0",
+         .switchOld = "0 0 0 0",
+         .controllerFresh = "0 0 0 0",
+         .controllerOld = "0 0 0 0",
+         .writes =
+             Lines{"controller/acl.enabled = 0", "switch/acl.enabled = 0", "switch.servicePublishedInfo[acl] deleted"} +
+             outcomeWrites("controller", "0", false, false) + outcomeWrites("switch", "0", false, false),
+         .text = {"3 159 " + kUpdate + "0 0 0", "3 159 " + kUpdate + "0 0 0"},
+         .ring = {"3 157 " + kUpdate + "0 0 0", "3 157 " + kUpdate + "0 0 0"}});
   };
   add("ClientDisabled", false, true);
   add("ControllerDisabled", true, false);
@@ -208,9 +207,9 @@ TEST_P(DecisionTable, WritesAndTracesInOrder) {
 
   Lines made;
   if (row.client && !hasSwitchSide)
-    made = {"switch.onServiceStatus[acl] = {}", "switch/acl.onVersionStatus = \"VersionStatusacl\""};
+    made = {"switch.serviceStatus[acl] = {}", "switch/acl.versionStatus = \"VersionStatusacl\""};
   if (row.client && row.controller && !hasControllerSide)
-    made = made + Lines{"controller.onService[acl] = {}", "controller/acl.onVersionStatus = \"VersionStatusacl\""};
+    made = made + Lines{"controller.service[acl] = {}", "controller/acl.versionStatus = \"VersionStatusacl\""};
   Lines text = {"8 169 " + kEntry + "leaf-1 acl"};
   if (isOverride) text.emplace_back("4 177 using override versions for service: acl");
   text = text + row.text;
@@ -283,8 +282,8 @@ TEST(NegotiationTrace, MessagesComeBeforeTheWritesThatTheyTellOfAndTheRingBefore
   Nox::traceSinkIs(before);
   EXPECT_THAT(steps,
               ElementsAreArray(Lines{"169 behind 1",
-                                     "controller/acl.onEnabled = 1",
-                                     "switch/acl.onEnabled = 1",
+                                     "controller/acl.enabled = 1",
+                                     "switch/acl.enabled = 1",
                                      "249 behind 1",
                                      "253 behind 1",
                                      "270 behind 2",

@@ -167,7 +167,7 @@ TEST(ServiceTracking, FirstSightNegotiatesNothingUntilTheNextTrigger) {
 
 TEST(ServiceTracking, RemovedServiceOfTheSwitchKeepsItsStatusAndIsNegotiatedNoMore) {
   ReadySwitch one;
-  WriteHook const hook([](std::string const& line) { EXPECT_EQ(line, "switch.onServiceConfig[b] deleted"); });
+  WriteHook const hook([](std::string const& line) { EXPECT_EQ(line, "switch.serviceConfig[b] deleted"); });
   one.config->serviceConfigDel("b");
   EXPECT_THAT(one.steps.take(), ElementsAre("switch b leaves"));
   EXPECT_THAT(switchMembers(one), ElementsAre("a"));
@@ -254,7 +254,7 @@ TEST(ServiceTracking, OverrideIsTracedBeforeTheServiceIsFoundMissingAtTheSwitch)
   one.start();
   TraceCapture const text({4, 8});
   RingCapture const ring;
-  WriteHook const hook([](std::string const& line) { EXPECT_EQ(line, "a.onEnabled = 0"); });
+  WriteHook const hook([](std::string const& line) { EXPECT_EQ(line, "a.enabled = 0"); });
   record->enabledIs(false);
   std::string const member = "void Controllerdb::SwitchConfigSm::";
   EXPECT_THAT(text.lines(),

@@ -26,7 +26,7 @@ class ServiceWalk : public testing::Test {
     Lines negotiated;
     WriteHook const hook([&](std::string const& line) {
       std::string const begin = "switch/";
-      std::string const end = ".onVersionNegotiationComplete = 1";
+      std::string const end = ".versionNegotiationComplete = 1";
       if (line.size() < end.size() || line.compare(line.size() - end.size(), end.size(), end) != 0) return;
       negotiated.push_back(line.substr(begin.size(), line.find('/', begin.size()) - begin.size()));
       during(negotiated.back());

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "framework/by_name/attr_table.h"
 #include "framework/core/collections.h"
 #include "framework/core/entity.h"
 
@@ -57,7 +58,7 @@ class Device : public Nox::Typed<Device, Nox::Entity>, Counted {
     Nox::Name fwkKey() const { return name(); }
   };
   using PortMap = Nox::ValueMap<Port, Nox::Name, unsigned>;
-  using CardMap = Nox::ChildMap<Card, Nox::Name, kCard>;
+  using CardMap = Nox::ChildMap<Card, Nox::Name>;
 
   explicit Device(Nox::Name name = "device") : Typed(std::move(name)) {}
 
@@ -81,10 +82,6 @@ class Device : public Nox::Typed<Device, Nox::Entity>, Counted {
   Nox::Ptr<Card> cardDel(Nox::Name const& name) { return remove<Nox::keyed(&NotifieeConst::onCard)>(card_, name); }
   void cardDelAll() { removeAll<Nox::keyed(&NotifieeConst::onCard)>(card_); }
 
-  Nox::String8 attributeString(Nox::AttributeId id) const override {
-    return id == kCard ? "card" : id == kFan ? "fan" : "";
-  }
-
  private:
   unsigned speed_ = 0;
   unsigned mtu_ = 0;
@@ -92,7 +89,12 @@ class Device : public Nox::Typed<Device, Nox::Entity>, Counted {
   PortMap port_;
   CardMap card_;
 };
-inline constinit Nox::NoxType Device::noxType{"Sample::Device", &Nox::Entity::noxType, nullptr};
+inline constexpr auto kDevice =
+    Nox::attrTable(Nox::kFirstAttribute, Nox::plain<&Device::speed, &Device::speedIs>("speed"),
+                   Nox::plain<&Device::label, &Device::labelIs>("label"),
+                   Nox::collection<&Device::cards, &Device::cardIs, &Device::cardDel>("card"));
+static_assert(kDevice.rows.back().id == kCard);
+inline constinit Nox::NoxType Device::noxType{"Sample::Device", &Nox::Entity::noxType, nullptr, kDevice.view()};
 
 /// A record that derives from another.
 class Router : public Nox::Typed<Router, Device> {

@@ -1,7 +1,6 @@
 // A log of every write of an attribute, in order.
 #pragma once
 
-#include <cctype>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -43,18 +42,18 @@ class WriteLog final : public Nox::WriteObserver {
   }
 
  private:
-  void written(Nox::Entity const& entity, std::string_view operation, bool changed, Nox::WriteText key,
+  void written(Nox::Entity const& entity, std::string_view attribute, bool changed, Nox::WriteText key,
                Nox::WriteText value) override {
-    add(entity, operation, key.text(), " = " + value.text(), changed, " (equal)");
+    add(entity, attribute, key.text(), " = " + value.text(), changed, " (equal)");
   }
-  void removed(Nox::Entity const& entity, std::string_view operation, bool changed, Nox::WriteText key) override {
-    add(entity, operation, key.text(), " deleted", changed, " (absent)");
+  void removed(Nox::Entity const& entity, std::string_view attribute, bool changed, Nox::WriteText key) override {
+    add(entity, attribute, key.text(), " deleted", changed, " (absent)");
   }
 
-  void add(Nox::Entity const& entity, std::string_view operation, std::string const& key, std::string const& what,
+  void add(Nox::Entity const& entity, std::string_view attribute, std::string const& key, std::string const& what,
            bool changed, char const* ifNot) {
     std::string line(entity.name().view());
-    line += '.' + attribute(operation);
+    line.append(1, '.').append(attribute);
     if (!key.empty()) line += '[' + key + ']';
     line += what;
     if (changed)
@@ -63,15 +62,6 @@ class WriteLog final : public Nox::WriteObserver {
       line += ifNot;
     lines_.push_back(std::move(line));
   }
-  /// "controllerUUID" of "onControllerUUID"; a name that begins with capitals keeps them.
-  static std::string attribute(std::string_view operation) {
-    std::string name(operation.substr(2));
-    auto const isUpper = [](char c) { return std::isupper(static_cast<unsigned char>(c)) != 0; };
-    if (name.size() < 2 || !isUpper(name[1]))
-      name[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(name[0])));
-    return name;
-  }
-
   Nox::WriteObserver* before_;
   std::vector<std::string> lines_;
   std::vector<std::string> changes_;
