@@ -4,6 +4,7 @@
 #include <type_traits>
 
 #include "framework/by_name/attr_table.h"
+#include "framework/by_name/introspection.h"
 #include "records/agent.h"
 #include "records/heartbeat.h"
 #include "records/mount.h"
@@ -49,8 +50,12 @@ constinit NoxType PublishedMountsTable::noxType{record<PublishedMountsTable>};
 constinit NoxType RegisteredSwitchTable::noxType{record<RegisteredSwitchTable>};
 constinit NoxType MountsRegistry::noxType{record<MountsRegistry>};
 
-// The one record that directories make by type name.
-static Nox::TypeRegistration const serviceStatusDirType(ServiceStatusDir::noxType);
+static Nox::DescribedTypes<Controllerdb::Config, Controllerdb::Status, ControllerRegistration::SwitchConfig,
+                           ControllerRegistration::SwitchStatus, ControllerRegistration::ServicePublishedInfo,
+                           ControllerRegistration::ControllerStatus, ServiceVersionConfigV1, ServiceConfigV1,
+                           ServiceVersionStatusV1, ServiceStatusV1, ServiceStatusDir, ServiceConfigDir,
+                           OverrideServiceConfigDir, Peer, PeerTable, Heartbeat::Config, SystemPublishedMount,
+                           PublishedMountsTable, RegisteredSwitchTable, MountsRegistry> const described;
 
 ServiceConfigV1::ServiceConfigV1(Nox::Name service) : Typed(std::move(service)) {
   static Nox::Name const name("versionConfig");

@@ -9,7 +9,6 @@ namespace Controllerdb {
 using Nox::attrTable;
 using Nox::child;
 using Nox::collection;
-using Nox::DescribedType;
 using Nox::handler;
 using Nox::keyed;
 using Nox::kFirstAttribute;
@@ -174,10 +173,6 @@ constinit NoxType SwitchConfigSm::noxType{
 constinit NoxType SystemPublishSm::noxType{
     "Controllerdb::SystemPublishSm", &PtrInterface::ptrInterfaceType, nullptr, kSystemPublishSm.view()};
 
-static DescribedType const rootType(Root::noxType);
-static DescribedType const registryRootSmType(RegistryRootSm::noxType);
-static DescribedType const switchRegistrySmType(SwitchRegistrySm::noxType);
-static DescribedType const switchConfigSmType(SwitchConfigSm::noxType);
-static DescribedType const systemPublishSmType(SystemPublishSm::noxType);
+static Nox::DescribedTypes<Root, RegistryRootSm, SwitchRegistrySm, SwitchConfigSm, SystemPublishSm> const described;
 
 }  // namespace Controllerdb

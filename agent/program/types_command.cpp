@@ -7,6 +7,7 @@
 #include "agent/document/input_error.h"
 #include "agent/document/json_reader.h"
 #include "agent/tree/library_path.h"
+#include "framework/by_name/generic_if.h"
 #include "framework/by_name/introspection.h"
 #include "framework/by_name/library.h"
 #include "framework/core/type.h"
@@ -32,6 +33,14 @@ std::vector<Argument> argumentsOf(NoxAttr const& attr) {
   return arguments;
 }
 
+/// The names of the attribute's operations.
+std::vector<std::string_view> operationsOf(NoxAttr const& attr) {
+  std::vector<std::string_view> operations;
+  for (std::size_t op = 0; op < Nox::GenericIf::kOpNames.size(); ++op)
+    if ((attr.introspectionFlags().value() >> op & 1U) != 0) operations.push_back(Nox::GenericIf::kOpNames[op]);
+  return operations;
+}
+
 Json toJson(NoxType const& type) {
   Json attributes = Json::array();
   for (NoxAttr const& attr : type.attrs()) {
@@ -41,12 +50,13 @@ Json toJson(NoxType const& type) {
     attributes.push_back({{"name", attr.name().view()},
                           {"type", attr.type().view()},
                           {"id", attr.id()},
+                          {"operations", operationsOf(attr)},
                           {"arguments", std::move(arguments)}});
   }
   return {{"attributes", std::move(attributes)}};
 }
 
-/// One line an attribute: id, name, type; its arguments below it, one a line.
+/// One line an attribute: id, name, operations, type; its arguments below it, one a line.
 std::string toTable(NoxType const& type) {
   std::string text(type.name);
   if (type.isEntity()) text += ", an entity";
@@ -55,9 +65,9 @@ std::string toTable(NoxType const& type) {
   for (NoxAttr const& attr : type.attrs()) width = std::max(width, attr.name().view().size());
   for (NoxAttr const& attr : type.attrs()) {
     std::string const name(attr.name().view());
-    bool const isCalled = (attr.flags() & NoxAttr::kHandler) != 0;
     text.append("  ").append(std::to_string(attr.id())).append("  ").append(name).append(width - name.size() + 2, ' ');
-    text.append(isCalled ? "call, " : "").append(attr.type().view()).append("\n");
+    for (std::string_view const operation : operationsOf(attr)) text.append(operation).append(", ");
+    text.append(attr.type().view()).append("\n");
     for (auto const& [argument, argumentType] : argumentsOf(attr))
       text.append(9, ' ').append("(").append(argument).append(": ").append(argumentType).append(")\n");
   }

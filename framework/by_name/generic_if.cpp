@@ -11,8 +11,6 @@
 namespace Nox {
 namespace {
 
-constexpr std::array<std::string_view, 6> kOpNames{"read", "set", "instantiate", "new", "delete", "call"};
-
 /// The error id of a text with more in it than its value.
 constexpr Exception::Id kJunkBehindValue = 12;
 

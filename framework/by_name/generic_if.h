@@ -39,6 +39,8 @@ class NOX_EXPORT GenericIf {
  public:
   /// What can be done with an attribute. kInstantiate is its `xIs`, kNew its `newX`.
   enum class Op : std::uint8_t { kRead, kSet, kInstantiate, kNew, kDelete, kCall };
+  /// The names of the operations, in that order.
+  static constexpr std::array<std::string_view, 6> kOpNames{"read", "set", "instantiate", "new", "delete", "call"};
   class Value;
   class List_;
   class AttributeIterator;

@@ -55,4 +55,10 @@ class NOX_EXPORT DescribedType {
   NoxType& type_;
 };
 
+/// The same for the classes of a list.
+template <class... Class>
+struct DescribedTypes {
+  DescribedType const types[sizeof...(Class)]{DescribedType(Class::noxType)...};
+};
+
 }  // namespace Nox

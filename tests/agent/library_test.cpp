@@ -21,12 +21,19 @@ namespace {
 using Nox::GenericIf;
 using Op = GenericIf::Op;
 
+std::size_t registeredTypes() {
+  std::size_t count = 0;
+  for (auto const& type : Nox::IntrospectionReactor::global().types()) count += type.name.empty() ? 0 : 1;
+  return count;
+}
+
 TEST(Library, AgainAndAgainItIsLoadedRegisteredRunAndUnloaded) {
+  std::size_t const ofRecords = registeredTypes();
   for (int round = 0; round < 100; ++round) {
     {
       Nox::Library const library(Agent::libraryPath(std::nullopt));
       ASSERT_NE(Nox::typeNamed("Controllerdb::Root"), nullptr) << round;
-      ASSERT_FALSE(Nox::IntrospectionReactor::global().types().empty());
+      ASSERT_EQ(registeredTypes(), ofRecords + 5);
       Agent::Host host(library);
       Agent::StateTree tree(host.tables());
       tree.put(Agent::parsePath("controller/config"), Agent::readJson(R"({"enabled": true})"));
@@ -39,7 +46,7 @@ TEST(Library, AgainAndAgainItIsLoadedRegisteredRunAndUnloaded) {
       ASSERT_EQ(answer->at("registrationGenId"), 3);
     }
     ASSERT_EQ(Nox::typeNamed("Controllerdb::Root"), nullptr) << "the library is still there after round " << round;
-    ASSERT_TRUE(Nox::IntrospectionReactor::global().types().empty());
+    ASSERT_EQ(registeredTypes(), ofRecords);
   }
 }
 
@@ -131,20 +138,50 @@ TEST(Types, ArePrintedAsATableOrAsJson) {
   EXPECT_TRUE(table.out.starts_with("Controllerdb::SwitchRegistrySm\n  256  name ")) << table.out;
   EXPECT_NE(table.out.find("\n         (controllerUUID: Nox::String)\n"), std::string::npos) << table.out;
 
+  EXPECT_EQ(runProgram(folder, "types ControllerRegistration::SwitchStatus").out,
+            "ControllerRegistration::SwitchStatus, an entity\n"
+            "  256  controllerUUID        read, set, Nox::String\n"
+            "  257  registrationGenId     read, set, U32\n"
+            "  258  clientShutdownAck     read, set, bool\n"
+            "  259  serviceStatus         read, instantiate, delete, "
+            "Nox::HashMap<Controller::ServiceStatusV1, Nox::Name>\n"
+            "  260  servicePublishedInfo  read, instantiate, delete, "
+            "Nox::HashMap<ControllerRegistration::ServicePublishedInfo, Nox::String>\n");
+
   Outcome const all = runProgram(folder, "types --json");
   EXPECT_EQ(all.status, 0) << all.err;
   Agent::Json const json = Agent::Json::parse(all.out);
   std::vector<std::string> types;
   for (auto const& [name, type] : json.items()) types.push_back(name);
   EXPECT_THAT(types,
-              testing::ElementsAre("Controllerdb::Root",
+              testing::ElementsAre("Controllerdb::Config",
+                                   "Controllerdb::Status",
+                                   "ControllerRegistration::SwitchConfig",
+                                   "ControllerRegistration::SwitchStatus",
+                                   "ControllerRegistration::ServicePublishedInfo",
+                                   "ControllerRegistration::ControllerStatus",
+                                   "Controller::ServiceVersionConfigV1",
+                                   "Controller::ServiceConfigV1",
+                                   "Controller::ServiceVersionStatusV1",
+                                   "Controller::ServiceStatusV1",
+                                   "Controller::ServiceStatusDir",
+                                   "Controller::ServiceConfigDir",
+                                   "Controller::OverrideServiceConfigDir",
+                                   "Controller::Peer",
+                                   "Controller::PeerTable",
+                                   "Controller::Heartbeat::Config",
+                                   "Controller::SystemPublishedMount",
+                                   "Controller::PublishedMountsTable",
+                                   "Controller::RegisteredSwitchTable",
+                                   "Controller::MountsRegistry",
+                                   "Controllerdb::Root",
                                    "Controllerdb::RegistryRootSm",
                                    "Controllerdb::SwitchRegistrySm",
                                    "Controllerdb::SwitchConfigSm",
                                    "Controllerdb::SystemPublishSm"));
   Agent::Json const& handler = json["Controllerdb::RegistryRootSm"]["attributes"][10];
   EXPECT_EQ(handler.dump(),
-            R"({"name":"handleRegistration","type":"void","id":266,)"
+            R"({"name":"handleRegistration","type":"void","id":266,"operations":["call"],)"
             R"("arguments":[{"name":"name","type":"Nox::Name"}]})");
 
   Outcome const wrong = runProgram(folder, "types Controllerdb::Switch");

@@ -1,6 +1,7 @@
 // What the registry tells of its classes, word for word.
 #include <gmock/gmock.h>
 
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -101,7 +102,9 @@ TEST(Types, NumberTheirAttributesFrom256) {
 TEST(Types, AreRegisteredWhenTheLibraryIsLoaded) {
   std::vector<std::string_view> names;
   for (NoxType const& type : IntrospectionReactor::global().types()) names.push_back(type.name);
-  EXPECT_THAT(names,
+  // In front of them stand those of the records, whose library is loaded first.
+  ASSERT_GE(names.size(), std::size(kClasses));
+  EXPECT_THAT(std::vector(names.end() - std::size(kClasses), names.end()),
               ElementsAre("Controllerdb::Root",
                           "Controllerdb::RegistryRootSm",
                           "Controllerdb::SwitchRegistrySm",
