@@ -1,8 +1,11 @@
-// How `codec.h` walks the attribute tables: once to check a document, once to write it, once to read a record.
+// How `codec.h` walks the attribute tables: once to parse a document, once to write it, once to read a record.
 #pragma once
 
 #include <charconv>
+#include <optional>
 #include <tuple>
+#include <utility>
+#include <vector>
 
 #include "agent/document/path.h"
 #include "agent/tree/codec.h"
@@ -118,11 +121,6 @@ inline void parseMember(Nox::String8 const& path, Json const& json, MountDesc& t
     });
   }
 }
-template <class R>
-void parseMember(Nox::Name const& /*key*/, Json const& json, Nox::Ptr<R>& /*to*/) {
-  checkDocument<R>(json);
-}
-
 inline Json printMember(ServiceVersionV1 const& version) { return print(version.desc()); }
 inline Json printMember(MountDesc const& mount) {
   Json json = Json::object();
@@ -146,34 +144,78 @@ template <class Map>
 constexpr bool kHasChildren =
     std::derived_from<std::remove_cvref_t<decltype(*std::declval<Map const&>().begin())>, Nox::Entity>;
 
-// Checking.
+/// What a document says of one member of a keyed field.
+template <class Map>
+struct MemberOf {
+  using Value = typename Map::Value;
+};
+template <class Map>
+  requires kHasChildren<Map>
+struct MemberOf<Map> {
+  using Value = DocumentOf<typename Map::Member>;
+};
+template <class Map>
+  requires requires { typename Map::Value::Pointee; }
+struct MemberOf<Map> {
+  using Value = DocumentOf<typename Map::Value::Pointee>;
+};
 
+template <class R, class Row>
+using ChildIn = std::remove_cvref_t<decltype(*(std::declval<R&>().*Row::change)())>;
+
+/// What a document says of a child, and the name of the child that it describes.
+template <class C>
+struct ChildValue {
+  Nox::Name name;
+  DocumentOf<C> document;
+};
+
+/// What a document says of one row; as it is made, what a document means that leaves the field out.
 template <class R, Nox::IsPlainRow Row>
-void checkRow(Row const& /*row*/, Json const& json, Writer /*by*/) {
-  std::remove_cvref_t<decltype((std::declval<R const&>().*Row::read)())> value;
-  parse(json, value);
-}
+auto valueOf(Row const& /*row*/) -> std::remove_cvref_t<decltype((std::declval<R const&>().*Row::read)())>;
 template <class R, Nox::IsChildRow Row>
-void checkRow(Row const& /*row*/, Json const& json, Writer by) {
-  if (!kIsNone<Row::is> && json.is_null()) return;
-  checkDocument<std::remove_cvref_t<decltype(*(std::declval<R&>().*Row::change)())>>(json, by);
-}
+auto valueOf(Row const& /*row*/) -> std::optional<ChildValue<ChildIn<R, Row>>>;
 template <class R, Nox::IsCollectionRow Row>
-void checkRow(Row const& /*row*/, Json const& json, Writer by) {
-  using Map = MapOf<Row, R>;
-  for (auto const& [found, content] : requireObject(json, "")) {
-    inMember(found, [&, &name = found, &value = content] {
-      KeyOf<Map> key{};
-      parseKey(name, key);
-      if constexpr (kHasChildren<Map>) {
-        checkDocument<typename Map::Member>(value, by);
-      } else {
-        typename Map::Value member{};
-        parseMember(key, value, member);
-      }
-    });
+auto valueOf(Row const& /*row*/)
+    -> std::vector<std::pair<KeyOf<MapOf<Row, R>>, typename MemberOf<MapOf<Row, R>>::Value>>;
+template <class R, class... Row>
+std::tuple<decltype(valueOf<R>(std::declval<Row const&>()))...> valuesOf(std::tuple<Row...> const& rows);
+
+/// Calls `work` with every row of R's table that is part of documents, and with what `values` has for it.
+template <class R, class Values, class Work>
+void forEachValue(Values& values, Work const& work) {
+  [&]<std::size_t... I>(std::index_sequence<I...> /*rows*/) {
+    auto const visit = [&](auto const& row, auto& value) {
+      if (row.isDocument) work(row, value);
+    };
+    (visit(std::get<I>(Nox::kRows<R>), std::get<I>(values)), ...);
   }
+  (std::make_index_sequence<std::tuple_size_v<std::remove_const_t<Values>>>());
 }
+
+}  // namespace detail
+
+template <class R>
+class DocumentOf {
+ public:
+  /// Every field has its default.
+  DocumentOf() = default;
+  /// Throws an InputError unless `document` may be put over such a record: an object with no other members than the
+  /// fields that this writer writes, each of its type. Fields in which the registry does not answer may be written by
+  /// both. The error's field starts inside the document.
+  explicit DocumentOf(Json const& document, Writer by = Writer::kOutside);
+
+  /// Writes it into a record, field by field in the order of the record's table; a field that was absent gets its
+  /// default. Within a keyed field removed members come first, then changed ones, then new ones, each in the
+  /// collection's order; members that are still there stay the same entities. Opens no turn.
+  void writeTo(R& record, Writer by = Writer::kOutside) const;
+
+ private:
+  decltype(detail::valuesOf<R>(Nox::kRows<R>)) values_;
+};
+
+namespace detail {
+
 template <class R>
 std::string fieldNames() {
   std::string names;
@@ -181,61 +223,78 @@ std::string fieldNames() {
   return names;
 }
 
-// Writing. An absent field is null here.
+// Parsing.
 
-template <class R, Nox::IsPlainRow Row>
-void writeRow(Row const& /*row*/, Json const* json, R& record, Writer /*by*/) {
-  if constexpr (!kIsNone<Row::set>) {
-    std::remove_cvref_t<decltype((record.*Row::read)())> value{};
-    if (json != nullptr) parse(*json, value);
-    (record.*Row::set)(value);
+template <class Key, class R>
+void parseMember(Key const& /*key*/, Json const& json, DocumentOf<R>& to, Writer by) {
+  to = DocumentOf<R>(json, by);
+}
+template <class Key, class Value>
+void parseMember(Key const& key, Json const& json, Value& to, Writer /*by*/) {
+  parseMember(key, json, to);
+}
+
+template <class R, Nox::IsPlainRow Row, class Value>
+void parseRow(Row const& /*row*/, Json const& json, Writer /*by*/, Value& to) {
+  parse(json, to);
+}
+template <class R, Nox::IsChildRow Row, class Value>
+void parseRow(Row const& /*row*/, Json const& json, Writer by, Value& to) {
+  if (!kIsNone<Row::is> && json.is_null()) return;
+  to.emplace(Nox::Name(), DocumentOf<ChildIn<R, Row>>(json, by));
+  if (Json const* const name = find(json.get_ref<Json::object_t const&>(), "name")) parse(*name, to->name);
+}
+template <class R, Nox::IsCollectionRow Row, class Value>
+void parseRow(Row const& /*row*/, Json const& json, Writer by, Value& to) {
+  for (auto const& [found, content] : requireObject(json, "")) {
+    inMember(found, [&, &name = found, &value = content] {
+      auto& [key, member] = to.emplace_back();
+      parseKey(name, key);
+      parseMember(key, value, member, by);
+    });
   }
 }
-template <class R, Nox::IsChildRow Row>
-void writeRow(Row const& /*row*/, Json const* json, R& record, Writer by) {
-  static Json const nothing = Json::object();
+
+// Writing.
+
+template <class R, Nox::IsPlainRow Row, class Value>
+void writeRow(Row const& /*row*/, Value const& value, R& record, Writer /*by*/) {
+  if constexpr (!kIsNone<Row::set>) (record.*Row::set)(value);
+}
+template <class R, Nox::IsChildRow Row, class Value>
+void writeRow(Row const& /*row*/, Value const& value, R& record, Writer by) {
   if constexpr (!kIsNone<Row::is>) {
-    if (json == nullptr || json->is_null()) return;
-    Json const* const name = find(json->get_ref<Json::object_t const&>(), "name");
-    (record.*Row::is)(name != nullptr ? Nox::sharedText<Nox::Name>(requireString(*name, "name")) : Nox::Name());
+    if (!value) return;
+    (record.*Row::is)(value->name);
   }
-  writeDocument(json != nullptr ? *json : nothing, *(record.*Row::change)(), by);
+  static typename Value::value_type const nothing;
+  (value ? *value : nothing).document.writeTo(*(record.*Row::change)(), by);
 }
 /// One member that a document lists, in a collection of the same order as the one that it is written to.
-template <class Key>
-class Listed final : public Nox::Row<Key, Json const*> {
+template <class Key, class Value>
+class Listed final : public Nox::Row<Key, Value const*> {
  public:
-  using Nox::Row<Key, Json const*>::Row;
+  using Nox::Row<Key, Value const*>::Row;
 };
 
-/// Enters the member whether it is there or not; entering an equal value changes nothing.
-template <class Enter, class R, class Key, class Value>
-void enterMember(Enter enter, R& record, Key const& key, Value const& /*present*/, Json const& json) {
-  Value value;
-  parseMember(key, json, value);
-  (record.*enter)(value);
-}
-template <class Enter, class R, class Child>
-void enterMember(Enter enter, R& record, Nox::Name const& name, Nox::Ptr<Child> const& present, Json const& json) {
-  if (present) return writeDocument(json, *present);
-  Nox::ValidPtr<Child> const made = Nox::make<Child>(name);
-  writeDocument(json, *made);
-  (record.*enter)(made);
+/// Writes the member that is there, or enters a new one.
+template <class Row, class R, class C>
+void enterMember(Row const& /*row*/, R& record, Nox::Name const& name, Nox::Ptr<C> const& present,
+                 DocumentOf<C> const& document, Writer by) {
+  if (present) return document.writeTo(*present, by);
+  Nox::ValidPtr<C> const made = Nox::make<C>(name);
+  document.writeTo(*made, by);
+  (record.*Row::enter)(made);
 }
 
-template <class R, Nox::IsCollectionRow Row>
-void writeRow(Row const& /*row*/, Json const* json, R& record, Writer by) {
+template <class R, Nox::IsCollectionRow Row, class Value>
+void writeRow(Row const& row, Value const& value, R& record, Writer by) {
   auto const& map = (record.*Row::whole)();
   using Map = MapOf<Row, R>;
   using Key = KeyOf<Map>;
-  Nox::ValueMap<Listed<Key>, Key, Json const*> listed;
-  if (json != nullptr) {
-    for (auto const& [name, value] : json->get_ref<Json::object_t const&>()) {
-      Key key{};
-      parseKey(name, key);
-      listed.valueIs(key, &value);
-    }
-  }
+  using Member = typename MemberOf<Map>::Value;
+  Nox::ValueMap<Listed<Key, Member>, Key, Member const*> listed;
+  for (auto const& [key, member] : value) listed.valueIs(key, &member);
   for (auto const& member : map)
     if (Key const key = member.fwkKey(); !listed.has(key)) (record.*Row::remove)(key);
   for (bool const isThere : {true, false}) {
@@ -243,9 +302,11 @@ void writeRow(Row const& /*row*/, Json const* json, R& record, Writer by) {
       Key const& key = member.fwkKey();
       if (map.has(key) != isThere) continue;
       if constexpr (kHasChildren<Map>)
-        writeDocument(*member.value(), *(record.*Row::enter)(key), by);
+        member.value()->writeTo(*(record.*Row::enter)(key), by);
+      else if constexpr (std::is_same_v<Member, typename Map::Value>)
+        (record.*Row::enter)(*member.value());
       else
-        enterMember(Row::enter, record, key, map.value(key), *member.value());
+        enterMember(row, record, key, map.value(key), *member.value(), by);
     }
   }
 }
@@ -278,16 +339,16 @@ Json readRow(Row const& /*row*/, R const& record) {
 }  // namespace detail
 
 template <class R>
-void checkDocument(Json const& document, Writer by) {
+DocumentOf<R>::DocumentOf(Json const& document, Writer by) {
   for (auto const& [found, content] : requireObject(document, "")) {
-    detail::inMember(found, [&name = found, &value = content, by] {
+    detail::inMember(found, [&, &name = found, &value = content] {
       bool isKnown = false;
-      detail::forEachRow<R>([&](auto const& row) {
+      detail::forEachValue<R>(values_, [&](auto const& row, auto& to) {
         if (row.name != name) return;
         isKnown = true;
         if (row.isAnswer && by != Writer::kRegistry)
           throw InputError("", "this field is the registry's own: no put may hold it");
-        detail::checkRow<R>(row, value, by);
+        detail::parseRow<R>(row, value, by, to);
       });
       if (!isKnown) throw InputError("", "no such field here; the fields are " + detail::fieldNames<R>());
     });
@@ -307,10 +368,9 @@ Json withoutAnswers(Json const& document) {
 }
 
 template <class R>
-void writeDocument(Json const& document, R& record, Writer by) {
-  auto const& members = document.get_ref<Json::object_t const&>();
-  detail::forEachRow<R>([&](auto const& row) {
-    if (!row.isAnswer || by == Writer::kRegistry) detail::writeRow<R>(row, detail::find(members, row.name), record, by);
+void DocumentOf<R>::writeTo(R& record, Writer by) const {
+  detail::forEachValue<R>(values_, [&](auto const& row, auto const& value) {
+    if (!row.isAnswer || by == Writer::kRegistry) detail::writeRow<R>(row, value, record, by);
   });
 }
 

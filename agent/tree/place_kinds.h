@@ -26,20 +26,23 @@ struct OfClient {
   static std::optional<Json> input(Json const& document) { return document; }
 };
 struct AnyValue : OfClient {
-  static void check(Json const* document, Writer /*by*/) {
+  static Json const& contentOf(CheckedDocument const& document) { return *std::any_cast<Json const*>(document); }
+  static CheckedDocument check(Json const* document, Writer /*by*/) {
     if (document != nullptr && document->is_null())
       throw InputError("", "expected any JSON value but null, found null");
+    return document;
   }
 };
 struct TrueOrFalse : OfClient {
-  static void check(Json const* document, Writer /*by*/) {
-    if (document != nullptr) requireBool(*document, "");
+  static CheckedDocument check(Json const* document, Writer /*by*/) {
+    return document != nullptr && requireBool(*document, "");
   }
 };
 struct OfRegistry {
-  static void check(Json const* /*document*/, Writer by) {
+  static CheckedDocument check(Json const* /*document*/, Writer by) {
     if (by == Writer::kOutside)
       throw PathRefusal("this path is the registry's own: it can be read, not put or deleted");
+    return {};
   }
   static std::optional<Json> input(Json const& /*document*/) { return std::nullopt; }
   static void remove(TreeContent& /*content*/, Path const& /*path*/) {}
@@ -52,8 +55,11 @@ struct OfRecord {
       std::apply([](auto const&... row) { return (row.isAnswer || ...); }, Nox::kRows<R>);
   static constexpr Nox::NoxType const* holder = isAnswered ? &R::noxType : nullptr;
 
-  static void check(Json const* document, Writer by) {
-    if (document != nullptr) checkDocument<R>(*document, by);
+  static CheckedDocument check(Json const* document, Writer by) {
+    return document != nullptr ? CheckedDocument(DocumentOf<R>(*document, by)) : CheckedDocument();
+  }
+  static DocumentOf<R> const& checked(CheckedDocument const& document) {
+    return std::any_cast<DocumentOf<R> const&>(document);
   }
   static std::optional<Json> input(Json const& document) { return withoutAnswers<R>(document); }
   static std::optional<Json> documentOf(Ptr<R> const& record) {
@@ -61,11 +67,11 @@ struct OfRecord {
   }
   /// A record that already stands there is changed; a new one is complete when it is entered.
   template <class Enter>
-  static void writeOrEnter(Ptr<R> const& present, Path const& path, Json const& document, Writer by,
+  static void writeOrEnter(Ptr<R> const& present, Path const& path, CheckedDocument const& document, Writer by,
                            Enter const& enter) {
-    if (present) return writeDocument(document, *present, by);
+    if (present) return checked(document).writeTo(*present, by);
     ValidPtr<R> const made = Nox::make<R>(sharedText<Name>(path.names[0]));
-    writeDocument(document, *made, by);
+    checked(document).writeTo(*made, by);
     enter(made);
   }
 };
@@ -73,12 +79,12 @@ struct OfRecord {
 /// A record that is always there.
 template <class R, ValidPtr<R> AgentTables::*Table>
 struct Lasting : OfRecord<R> {
-  static void check(Json const* document, Writer by) {
+  static CheckedDocument check(Json const* document, Writer by) {
     if (document == nullptr) throw PathRefusal("this path is always there: it can be put, not deleted");
-    OfRecord<R>::check(document, by);
+    return OfRecord<R>::check(document, by);
   }
-  static void put(TreeContent& content, Path const& /*path*/, Json const& document, Writer by) {
-    writeDocument(document, *(content.tables.*Table), by);
+  static void put(TreeContent& content, Path const& /*path*/, CheckedDocument const& document, Writer by) {
+    OfRecord<R>::checked(document).writeTo(*(content.tables.*Table), by);
   }
   static void remove(TreeContent& /*content*/, Path const& /*path*/) {}
   static std::optional<Json> read(TreeContent const& content, Path const& /*path*/) {
@@ -122,9 +128,9 @@ struct Records : OfRecord<R>, Members {
     else
       return members.value(Members::keyOf(path));
   }
-  static void put(TreeContent& content, Path const& path, Json const& document, Writer by) {
+  static void put(TreeContent& content, Path const& path, CheckedDocument const& document, Writer by) {
     if constexpr (detail::kHasChildren<std::remove_cvref_t<decltype(Members::members(content))>>)
-      writeDocument(document, *Members::enter(content, Members::keyOf(path)), by);
+      OfRecord<R>::checked(document).writeTo(*Members::enter(content, Members::keyOf(path)), by);
     else
       OfRecord<R>::writeOrEnter(
           recordAt(content, path), path, document, by, [&](auto const& made) { Members::enter(content, made); });
@@ -136,8 +142,8 @@ struct Records : OfRecord<R>, Members {
 
 template <class Members>
 struct Flags : TrueOrFalse, Members {
-  static void put(TreeContent& content, Path const& path, Json const& document, Writer /*by*/) {
-    Members::enter(content, Members::keyOf(path), document.get<bool>());
+  static void put(TreeContent& content, Path const& path, CheckedDocument const& document, Writer /*by*/) {
+    Members::enter(content, Members::keyOf(path), std::any_cast<bool>(document));
   }
   static std::optional<Json> read(TreeContent const& content, Path const& path) {
     auto const* const row = Members::members(content).find(Members::keyOf(path));
@@ -148,8 +154,8 @@ struct Flags : TrueOrFalse, Members {
 /// Members of the table of peers; what the heartbeats say stands beside it.
 template <class Members>
 struct Heartbeats : AnyValue, Members {
-  static void put(TreeContent& content, Path const& path, Json const& document, Writer /*by*/) {
-    content.heartbeats.insert_or_assign(path.systemId.address().bits(), document);
+  static void put(TreeContent& content, Path const& path, CheckedDocument const& document, Writer /*by*/) {
+    content.heartbeats.insert_or_assign(path.systemId.address().bits(), contentOf(document));
     Members::enter(content, path.systemId);
   }
   static void remove(TreeContent& content, Path const& path) {
@@ -166,7 +172,7 @@ struct Heartbeats : AnyValue, Members {
 struct SwitchRows : OfRegistry {
   static constexpr Nox::NoxType const* holder = &ControllerRegistration::ControllerStatus::noxType;
 
-  static void put(TreeContent& /*content*/, Path const& /*path*/, Json const& /*document*/, Writer /*by*/) {}
+  static void put(TreeContent& /*content*/, Path const& /*path*/, CheckedDocument const& /*document*/, Writer /*by*/) {}
   static std::optional<Json> read(TreeContent const& content, Path const& path) {
     auto const& table = *content.tables.controllerStatus;
     auto const* const config = table.switchConfig().find(path.systemId);
@@ -205,11 +211,12 @@ struct Registration : OfClient {
   static Ptr<Dir> dirAt(TreeContent const& content, Path const& path) {
     return content.tables.registrationRootDir->entity<Dir>(sharedText<Name>(path.names[0]));
   }
-  static void check(Json const* document, Writer /*by*/) {
+  static CheckedDocument check(Json const* document, Writer /*by*/) {
     if (document != nullptr)
       throw PathRefusal("a registration has no document; expected registration/<switch>/<entry>");
+    return {};
   }
-  static void put(TreeContent& /*content*/, Path const& /*path*/, Json const& /*document*/, Writer /*by*/) {}
+  static void put(TreeContent& /*content*/, Path const& /*path*/, CheckedDocument const& /*document*/, Writer /*by*/) {}
   static void remove(TreeContent& content, Path const& path) {
     content.tables.registrationRootDir->entityDel(sharedText<Name>(path.names[0]));
   }
@@ -253,7 +260,7 @@ template <class R>
 struct SwitchRecord : OfRecord<R>, InRegistration<R> {
   using InRegistration<R>::entryAt;
 
-  static void put(TreeContent& content, Path const& path, Json const& document, Writer by) {
+  static void put(TreeContent& content, Path const& path, CheckedDocument const& document, Writer by) {
     OfRecord<R>::writeOrEnter(entryAt(content, path), path, document, by, [&](ValidPtr<R> const& made) {
       InRegistration<R>::enter(content, path, made);
     });
@@ -264,11 +271,11 @@ struct SwitchRecord : OfRecord<R>, InRegistration<R> {
 };
 
 struct KeptEntries : AnyValue, InRegistration<KeptEntry> {
-  static void put(TreeContent& content, Path const& path, Json const& document, Writer /*by*/) {
+  static void put(TreeContent& content, Path const& path, CheckedDocument const& document, Writer /*by*/) {
     if (auto const present = entryAt(content, path))
-      present->contentIs(document);
+      present->contentIs(contentOf(document));
     else
-      enter(content, path, Nox::make<KeptEntry>(nameOf(path), document));
+      enter(content, path, Nox::make<KeptEntry>(nameOf(path), contentOf(document)));
   }
   static std::optional<Json> read(TreeContent const& content, Path const& path) {
     auto const kept = entryAt(content, path);
@@ -282,11 +289,11 @@ struct ServiceStatuses : OfRegistry {
   using Copies = Controller::ServiceStatusDir;
   static constexpr Nox::NoxType const* holder = &Copies::noxType;
 
-  static void check(Json const* document, Writer by) {
+  static CheckedDocument check(Json const* document, Writer by) {
     OfRegistry::check(document, by);
-    Copy::check(document, by);
+    return Copy::check(document, by);
   }
-  static void put(TreeContent& content, Path const& path, Json const& document, Writer by) {
+  static void put(TreeContent& content, Path const& path, CheckedDocument const& document, Writer by) {
     Dir& all = *content.tables.allClientsServiceStatusDir;
     Name const switchName = sharedText<Name>(path.names[0]);
     auto dir = all.entity<Copies>(switchName);
@@ -294,7 +301,7 @@ struct ServiceStatuses : OfRegistry {
       dir = Nox::make<Copies>(switchName);
       all.entityIs(switchName, dir);
     }
-    writeDocument(document, *dir->serviceIs(sharedText<Name>(path.names[1])), by);
+    Copy::checked(document).writeTo(*dir->serviceIs(sharedText<Name>(path.names[1])), by);
   }
   static std::optional<Json> read(TreeContent const& content, Path const& path) {
     auto const dir = content.tables.allClientsServiceStatusDir->entity<Copies>(Name(path.names[0]));

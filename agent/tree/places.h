@@ -1,6 +1,7 @@
 // What may be done at each place of the tree, and which records its documents are made of.
 #pragma once
 
+#include <any>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -28,17 +29,22 @@ struct TreeContent {
   std::unordered_map<std::uint64_t, Json> heartbeats{};
 };
 
+/// A document that was checked, as the kind of its place keeps it: of a record a `DocumentOf`, otherwise a pointer to
+/// the document itself, which must outlive it.
+using CheckedDocument = std::any;
+
 using PathVisit = std::function<void(std::string const& path)>;
 
 /// A row of the table of places.
 struct PlaceRow {
   Place place;
-  /// Throws a PathRefusal or an InputError for what this writer may not put or, without a document, delete.
-  void (*check)(Json const* document, Writer by);
+  /// Converts what this writer puts or, without a document, lets it be deleted. Throws a PathRefusal or an InputError
+  /// for what it may not.
+  CheckedDocument (*check)(Json const* document, Writer by);
   /// What of a document that was read there a client may put; nothing where the whole document is the registry's.
   std::optional<Json> (*input)(Json const& document);
   /// Writes a document that was checked for this writer. Opens no turn.
-  void (*put)(TreeContent& content, Path const& path, Json const& document, Writer by);
+  void (*put)(TreeContent& content, Path const& path, CheckedDocument const& document, Writer by);
   /// Removes what stands there, if something does. Opens no turn.
   void (*remove)(TreeContent& content, Path const& path);
   std::optional<Json> (*read)(TreeContent const& content, Path const& path);

@@ -23,18 +23,16 @@ std::optional<Path> documentIn(Place place, Nox::Entity const& holder, Nox::Writ
 }  // namespace
 
 CheckedOperation StateTree::check(Path const& path, Json const* document) {
-  rowOf(path.place).check(document, Writer::kOutside);
-  return {path, document};
+  return {path, document != nullptr, rowOf(path.place).check(document, Writer::kOutside)};
 }
 
 void StateTree::apply(CheckedOperation const& operation) {
-  auto const& [path, document] = operation;
-  PlaceRow const& row = rowOf(path.place);
+  PlaceRow const& row = rowOf(operation.path_.place);
   Nox::Turn turn;
-  if (document != nullptr)
-    row.put(content_, path, *document, Writer::kOutside);
+  if (operation.isPut_)
+    row.put(content_, operation.path_, operation.document_, Writer::kOutside);
   else
-    row.remove(content_, path);
+    row.remove(content_, operation.path_);
 }
 
 std::optional<Json> StateTree::inputOf(Path const& path, Json const& document) {
@@ -43,8 +41,7 @@ std::optional<Json> StateTree::inputOf(Path const& path, Json const& document) {
 
 void StateTree::restore(Path const& path, Json const& document) {
   PlaceRow const& row = rowOf(path.place);
-  row.check(&document, Writer::kRegistry);
-  row.put(content_, path, document, Writer::kRegistry);
+  row.put(content_, path, row.check(&document, Writer::kRegistry), Writer::kRegistry);
 }
 
 std::optional<Json> StateTree::read(Path const& path) const { return rowOf(path.place).read(content_, path); }

@@ -4,6 +4,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "agent/tree/places.h"
 #include "framework/core/write_observer.h"
@@ -14,10 +15,12 @@ namespace Agent {
 class CheckedOperation {
  private:
   friend class StateTree;
-  CheckedOperation(Path const& path, Json const* document) : path_(path), document_(document) {}
+  CheckedOperation(Path const& path, bool isPut, CheckedDocument document)
+      : path_(path), isPut_(isPut), document_(std::move(document)) {}
 
   Path const& path_;
-  Json const* document_;
+  bool isPut_;
+  CheckedDocument document_;
 };
 
 /// The correspondence between paths and entities. It is all that any surface needs: it owns what no record holds, the

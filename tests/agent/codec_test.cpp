@@ -25,8 +25,7 @@ using testing::ElementsAre;
 template <class R>
 void put(std::string const& document, R& record) {
   Json const json = readJson(document);
-  checkDocument<R>(json);
-  writeDocument(json, record);
+  DocumentOf<R>(json).writeTo(record);
 }
 
 TEST(Codec, ReadsTheDefaultsOfAFreshRecord) {
@@ -186,7 +185,7 @@ TEST(Codec, AnEqualDocumentChangesNothing) {
 template <class R>
 std::string refusal(std::string const& document) {
   try {
-    checkDocument<R>(readJson(document));
+    DocumentOf<R>{readJson(document)};
     return "accepted";
   } catch (InputError const& error) {
     return error.field() + ": " + error.reason();
