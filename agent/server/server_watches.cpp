@@ -2,6 +2,8 @@
 #include "agent/server/server_watches.h"
 
 #include <algorithm>
+#include <chrono>
+#include <iterator>
 #include <utility>
 
 #include "agent/server/text_in_pieces.h"
@@ -19,6 +21,9 @@ std::size_t bytesOf(CommittedTurn const& turn) {
   return bytes;
 }
 
+constexpr auto kSignsOfLife = std::chrono::seconds(15);
+constexpr std::size_t kSignsAtOnce = 256;
+
 /// Ends the data of a change, behind the value.
 constexpr std::string_view kChangeEnd = "}\n\n";
 
@@ -34,19 +39,31 @@ class ServerWatch final : public BodySource {
         prefix_(std::move(prefix)),
         told_(after.value_or(0)),
         idTold_(after.value_or(0)),
-        era_(after ? hub_->era_ : 0) {
-    ++hub_->watches_;
-  }
+        era_(after ? hub_->era_ : 0),
+        signDue_(hub_->now_ + kSignsOfLife),
+        inSigns_(hub_->signs_.insert(hub_->signs_.end(), this)) {}
   ~ServerWatch() override {
-    --hub_->watches_;
-    hub_->waiting_.erase(this);
+    hub_->signs_.erase(inSigns_);
+    stopWaiting(told_);
+    hub_->woken_.erase(this);
   }
 
   std::optional<std::string> next() override;
-  /// There is something to tell; a sign of life, if nothing else.
-  void goOn(bool isForSign) {
-    isSignWanted_ = isForSign;
+  /// There is something to tell.
+  void goOn() { wake(); }
+  EventLoop::Clock::time_point signDue() const { return signDue_; }
+  /// Gives a sign of life, if there has been nothing else to tell; the next is due at that time.
+  void giveSign(EventLoop::Clock::time_point next) {
+    signDue_ = next;
+    if (!waits_) return;
+    isSignWanted_ = true;
     wake();
+  }
+  /// It need not wait any longer. Of the turns meanwhile, those up to `told` did not concern it.
+  void stopWaiting(Revision told) {
+    if (!waits_) return;
+    hub_->waiting_.erase(*std::exchange(waits_, std::nullopt));
+    told_ = told;
   }
 
  private:
@@ -62,11 +79,14 @@ class ServerWatch final : public BodySource {
   void beginPrefix(std::string& to);
   void tellSynced(std::string& to);
   void tellChange(std::string& to, std::string_view path, DocumentText const& text, Revision revision, bool isLast);
+  void beginWaiting();
   /// Makes `told_` the place to resume from.
   std::string idLine();
 
   std::shared_ptr<ServerWatches> hub_;
   std::string prefix_;
+  /// Its place among those that wait.
+  std::optional<ServerWatches::Waiting::iterator> waits_;
   /// All turns up to this one have been told.
   Revision told_;
   /// The revision that was the last one's to resume from.
@@ -83,6 +103,8 @@ class ServerWatch final : public BodySource {
   std::optional<Revision> syncedAt_;
   /// That of the document that is being told.
   TextInPieces text_;
+  EventLoop::Clock::time_point signDue_;
+  std::list<ServerWatch*>::iterator inSigns_;
   bool isCaughtUp_ = false;
   bool isSignWanted_ = false;
   bool isFarewellSaid_ = false;
@@ -90,6 +112,7 @@ class ServerWatch final : public BodySource {
 
 std::optional<std::string> ServerWatch::next() {
   if (isFarewellSaid_) return std::nullopt;
+  stopWaiting(hub_->last_);
   std::string piece;
   while (piece.size() < kPieceBytes) {
     if (text_.isTelling()) {
@@ -117,9 +140,12 @@ std::optional<std::string> ServerWatch::next() {
       break;
     }
   }
-  if (piece.empty()) hub_->waiting_.insert(this);
+  if (piece.empty()) beginWaiting();
   return piece;
 }
+
+// It has been told all turns. What has told the whole prefix waits for one turn more, whatever that changes.
+void ServerWatch::beginWaiting() { waits_ = hub_->waiting_.emplace(syncedAt_ ? std::string_view() : prefix_, this); }
 
 // Tells what is left of a turn, or of it what there is room for; false if all turns have been told.
 bool ServerWatch::tellTurn(std::string& to) {
@@ -207,7 +233,8 @@ void ServerWatches::add(CommittedTurn turn) {
     bytes_ -= bytesOf(*turns_.front());
     turns_.pop_front();
   }
-  wakeAll();
+  for (DocumentChange const& change : turns_.back()->changes) takeOffAlong(change.path);
+  wakeTaken();
 }
 
 void ServerWatches::restart(HistoryId history) {
@@ -230,14 +257,44 @@ void ServerWatches::detach() {
   wakeAll();
 }
 
-// Each is taken off before it is woken: it may wait again at once. Those that have gone meanwhile have taken themselves
-// off.
-void ServerWatches::wakeAll(bool isForSign) {
-  for (ServerWatch* const watch : std::set<ServerWatch*>(waiting_))
-    if (waiting_.erase(watch) != 0) watch->goOn(isForSign);
+// What waits with a prefix of the path stands before the path, the longest prefix last. Between them stands what shares
+// only a part with the path: what is longer than that part need not be looked at.
+void ServerWatches::takeOffAlong(std::string_view path) {
+  for (auto at = waiting_.upper_bound(path); at != waiting_.begin(); at = waiting_.upper_bound(path)) {
+    std::string_view const prefix = std::prev(at)->first;
+    path = path.substr(0, std::mismatch(prefix.begin(), prefix.end(), path.begin(), path.end()).first - prefix.begin());
+    if (path.size() < prefix.size()) continue;
+    for (at = waiting_.lower_bound(prefix); at != waiting_.end() && at->first == prefix;) takeOff(at++, last_ - 1);
+    if (path.empty()) return;
+    path.remove_suffix(1);
+  }
 }
 
-void ServerWatches::keepAlive() { wakeAll(true); }
+void ServerWatches::takeOff(Waiting::iterator at, Revision told) {
+  ServerWatch* const watch = at->second;
+  watch->stopWaiting(told);
+  woken_.insert(watch);
+}
+
+void ServerWatches::wakeAll() {
+  while (!waiting_.empty()) takeOff(waiting_.begin(), last_);
+  wakeTaken();
+}
+
+// Each has been taken off before it is woken: it may wait again at once. Those that go meanwhile take themselves out.
+void ServerWatches::wakeTaken() {
+  while (!woken_.empty()) woken_.extract(woken_.begin()).value()->goOn();
+}
+
+bool ServerWatches::keepAlive(EventLoop::Clock::time_point now) {
+  now_ = now;
+  for (std::size_t given = 0; given < kSignsAtOnce; ++given) {
+    if (signs_.empty() || signs_.front()->signDue() > now) return false;
+    signs_.splice(signs_.end(), signs_, signs_.begin());
+    signs_.back()->giveSign(now + kSignsOfLife);
+  }
+  return true;
+}
 
 std::unique_ptr<BodySource> ServerWatches::watch(std::string prefix, std::optional<Revision> after) {
   return std::make_unique<ServerWatch>(shared_from_this(), std::move(prefix), after);

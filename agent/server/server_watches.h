@@ -3,10 +3,14 @@
 
 #include <cstddef>
 #include <deque>
+#include <list>
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
+#include <string_view>
 
+#include "agent/net/event_loop.h"
 #include "agent/net/http.h"
 #include "agent/tree/live_tree.h"
 
@@ -36,8 +40,9 @@ class ServerWatches : public std::enable_shared_from_this<ServerWatches> {
   void restart(HistoryId history);
   /// Turns that were not yet kept, and that no reader was told of, have been taken back.
   void undone() { ++undone_; }
-  /// Every reader that waits gets a sign of life.
-  void keepAlive();
+  /// Readers that wait get a sign of life, every 15 s, but no more than a few hundred in a call: whether others are
+  /// left.
+  bool keepAlive(EventLoop::Clock::time_point now);
   /// Every reader is told when it has been told the rest, and comes to its end.
   void close();
   /// The tree goes: no reader gets anything more.
@@ -49,15 +54,21 @@ class ServerWatches : public std::enable_shared_from_this<ServerWatches> {
   std::unique_ptr<BodySource> watch(std::string prefix, std::optional<Revision> after);
 
   /// Readers.
-  std::size_t watches() const noexcept { return watches_; }
+  std::size_t watches() const noexcept { return signs_.size(); }
   Revision revision() const noexcept { return last_; }
   HistoryId const& history() const noexcept { return history_; }
 
  private:
   friend class ServerWatch;
+  /// By the beginning of the paths that concern them, which stands in the watch.
+  using Waiting = std::multimap<std::string_view, ServerWatch*>;
 
   bool reachesBackTo(Revision after) const { return after <= last_ && after + turns_.size() >= last_; }
-  void wakeAll(bool isForSign = false);
+  /// The readers that a change at the path concerns need not wait any longer.
+  void takeOffAlong(std::string_view path);
+  void takeOff(Waiting::iterator at, Revision told);
+  void wakeTaken();
+  void wakeAll();
 
   HistoryLimits limits_;
   TreeDocuments const* tree_;
@@ -72,8 +83,13 @@ class ServerWatches : public std::enable_shared_from_this<ServerWatches> {
   std::size_t era_ = 1;
   std::size_t undone_ = 0;
   bool isClosed_ = false;
-  std::size_t watches_ = 0;
-  std::set<ServerWatch*> waiting_;
+  /// All readers, the one first whose sign of life is due first; and the time when one was last given.
+  std::list<ServerWatch*> signs_;
+  EventLoop::Clock::time_point now_;
+  /// Readers that have been told all turns.
+  Waiting waiting_;
+  /// Those that wait no longer and are about to be told so.
+  std::set<ServerWatch*> woken_;
 };
 
 }  // namespace Agent

@@ -12,7 +12,6 @@ constexpr auto kTick = std::chrono::milliseconds(100);
 /// A tick that comes later than this comes late because the agent, or its machine, stood still.
 constexpr auto kLongestTick = std::chrono::milliseconds(500);
 constexpr auto kTries = std::chrono::seconds(1);
-constexpr auto kSignsOfLife = std::chrono::seconds(15);
 
 std::chrono::milliseconds inMilliseconds(EventLoop::Clock::duration duration) {
   return std::chrono::duration_cast<std::chrono::milliseconds>(duration);
@@ -63,8 +62,7 @@ Service::Service(EventLoop& loop, Nox::Library const& library, Store& store, Ser
       options_(options),
       log_(log),
       backups_(std::make_shared<BackupHub>(kept_)),
-      lastTick_(loop.now()),
-      nextSign_(loop.now() + kSignsOfLife) {
+      lastTick_(loop.now()) {
   std::map<std::string, std::chrono::milliseconds> left;
   kept_ = readDocuments(store_, &left);
   watches_ = std::make_shared<ServerWatches>(options_.history, kept_, store_.history());
@@ -272,11 +270,13 @@ void Service::tick() {
   if (turns_.empty()) commit();
   // Behind what has come in already: a renewal may be among it.
   loop_.post(later(self_, &Service::expire));
-  if (now >= nextSign_) {
-    nextSign_ = now + kSignsOfLife;
-    watches_->keepAlive();
-  }
+  keepAlive();
   loop_.at(now + kTick, later(self_, &Service::tick));
+}
+
+// What else has come in goes between.
+void Service::keepAlive() {
+  if (watches_->keepAlive(loop_.now())) loop_.post(later(self_, &Service::keepAlive));
 }
 
 // While the store takes nothing, the dead wait for it.

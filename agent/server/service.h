@@ -84,6 +84,7 @@ class Service {
   void restartFrom(TreeDocuments documents);
   void tell(CommittedTurn turn);
   void tick();
+  void keepAlive();
   void expire();
   void tryStore(EventLoop::Clock::time_point now);
   bool isRefresh(std::span<Operation const> operations, std::optional<std::chrono::milliseconds> timeToLive) const;
@@ -103,7 +104,6 @@ class Service {
   std::shared_ptr<BackupHub> backups_;
   Lifetimes lifetimes_;
   EventLoop::Clock::time_point lastTick_;
-  EventLoop::Clock::time_point nextSign_;
   EventLoop::Clock::time_point nextTry_;
   /// For how long the agent has been awake, and for how long that matters to the heartbeats that it found.
   std::chrono::milliseconds awake_{0};

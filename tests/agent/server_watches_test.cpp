@@ -1,6 +1,11 @@
 // Watches: every change to every reader, or an explicit word that some are gone.
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <deque>
+#include <numeric>
+#include <random>
+
 #include "agent/server/api_call.h"
 #include "support/mirror.h"
 #include "support/random_history.h"
@@ -15,6 +20,7 @@ using namespace std::chrono_literals;
 using Test::sampled;
 using Test::sampledRounds;
 using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
 using ::testing::HasSubstr;
 
 /// A reader that keeps the tree as the events tell it.
@@ -40,6 +46,15 @@ class Reader {
   void reconnect() {
     mirror_.lose();
     source_ = hub_.watch(mirror_.prefix(), parseEventId(mirror_.id(), hub_.history(), "id"));
+  }
+
+  /// From now on it reads whatever it is woken for, at once. Each waking must be for something.
+  void readWhenWoken() {
+    readAll();
+    source_->wakeIs([this] {
+      EXPECT_TRUE(read());
+      readWhenWoken();
+    });
   }
 
   std::map<std::string, std::string> const& documents() const { return mirror_.documents(); }
@@ -247,6 +262,63 @@ TEST(ServerWatches, ALongDocumentComesInPiecesAndIsSharedByItsReaders) {
   EXPECT_EQ(reader.documents().at("registration/a/blob").size(), 1'000'002u);
 }
 
+// A reader is asked about a turn only if the turn changed something that it reads.
+TEST(ServerWatches, AReaderIsAskedForWhatConcernsItAlone) {
+  ServiceWorld world;
+  std::map<std::string, int> asked;
+  std::deque<std::unique_ptr<BodySource>> sources;
+  auto const wait = [&](std::string const& prefix) {
+    BodySource& source = *sources.emplace_back(world.service->watches().watch(prefix, world.service->revision()));
+    EXPECT_EQ(source.next(), "");
+    source.wakeIs([&asked, prefix] { ++asked[prefix]; });
+  };
+  for (int n = 0; n < 1000; ++n) wait("registration/leaf-" + std::to_string(n) + "/");
+  for (char const* prefix :
+       {"", "mount/", "registration/leaf-99", "registration/leaf-990/note", "registration/leaf-990/x"})
+    wait(prefix);
+  world.put("registration/leaf-990/note", "[]");
+  EXPECT_EQ(
+      asked,
+      (std::map<std::string, int>{
+          {"", 1}, {"registration/leaf-99", 1}, {"registration/leaf-990/", 1}, {"registration/leaf-990/note", 1}}));
+}
+
+// The past that it did not keep up with has nothing for it.
+TEST(ServerWatches, AReaderThatNothingConcernsFallsBehindNothing) {
+  ServiceOptions options;
+  options.history.changes = 4;
+  ServiceWorld world(options);
+  for (bool const isWoken : {true, false}) {
+    Reader reader(world.service->watches(), "mount/", world.service->revision());
+    reader.readAll();
+    for (int i = 0; i < 50; ++i) world.put("registration/a/note", std::to_string(i));
+    if (isWoken) world.put("mount/ready/x", "true");
+    reader.readAll();
+    EXPECT_THAT(reader.events(), ElementsAreArray(std::vector<std::string>(isWoken ? 1 : 0, "change")));
+  }
+}
+
+// Each has its own, 15 s behind that before, and no turn of the loop has more than some hundred.
+TEST(ServerWatches, SignsOfLifeComeInSlices) {
+  ServiceWorld world;
+  std::vector<int> signs(1000);
+  std::vector<std::unique_ptr<BodySource>> sources;
+  for (int& count : signs) {
+    auto& source = sources.emplace_back(world.service->watches().watch("", world.service->revision()));
+    EXPECT_EQ(source->next(), "");
+    source->wakeIs([&] { ++count; });
+  }
+  auto const now = world.loop.now() + 20s;
+  int slices = 0;
+  while (world.service->watches().keepAlive(now)) {
+    EXPECT_LE(std::accumulate(signs.begin(), signs.end(), 0), 300 * ++slices);
+    if (slices == 2) sources.erase(sources.begin() + 600, sources.begin() + 700);
+  }
+  EXPECT_GT(slices, 2);
+  EXPECT_EQ(std::count(signs.begin(), signs.end(), 1), 900);
+  EXPECT_FALSE(world.service->watches().keepAlive(now + 14s));
+}
+
 TEST(ServerWatches, ASlowReaderKeepsNothingAlive) {
   ServiceOptions options;
   options.history.changes = 4;
@@ -260,7 +332,15 @@ TEST(ServerWatches, ASlowReaderKeepsNothingAlive) {
 
 // Whatever the paces, losses and ends: when a reader has read all, it has the tree.
 TEST(ServerWatches, EveryReaderEndsWithTheTree) {
-  std::vector<std::string> const prefixes{"", "registration/", "registration/a/", "controller/", "service/status/"};
+  std::vector<std::string> const prefixes{"",
+                                          "reg",
+                                          "registration/",
+                                          "registration/a",
+                                          "registration/a/",
+                                          "registration/a/status",
+                                          "registration/a/status/x",
+                                          "controller/",
+                                          "service/status/"};
   int resyncs = 0;
   for (unsigned const seed : sampledRounds(30)) {
     std::mt19937 random(seed);
@@ -269,6 +349,9 @@ TEST(ServerWatches, EveryReaderEndsWithTheTree) {
     ServiceWorld world(options);
     RandomHistory history(seed);
     std::vector<Reader> readers;
+    // However short the history is, these are told all that concerns them.
+    std::deque<Reader> prompt;
+    for (std::string const& prefix : prefixes) prompt.emplace_back(world.service->watches(), prefix, 0).readWhenWoken();
     for (int i = 0; i < 200; ++i) {
       if (i % 20 == 0)
         readers.emplace_back(
@@ -297,6 +380,10 @@ TEST(ServerWatches, EveryReaderEndsWithTheTree) {
       Reader late(world.service->watches(), prefix, 0);
       late.readAll();
       ASSERT_EQ(late.documents(), documentsOf(world, prefix));
+    }
+    for (Reader const& reader : prompt) {
+      ASSERT_EQ(reader.resyncs(), 0) << "seed " << seed;
+      ASSERT_EQ(reader.documents(), documentsOf(world, reader.prefix())) << "seed " << seed;
     }
     for (Reader const& reader : readers) {
       ASSERT_LE(reader.told(), world.service->revision());
