@@ -211,11 +211,14 @@ constexpr AttrRow attrRowOf(PlainRow<Read, Set, Del> const& of) {
 template <auto Read, auto Is, auto New, auto Del, auto Change, std::size_t N>
 constexpr AttrRow attrRowOf(ChildRow<Read, Is, New, Del, Change, N> const& of) {
   using Op = GenericIf::Op;
-  AttrRow row = rowOf<typename MethodOf<Read>::Result>(of);
-  if constexpr (kIsNone<Change>)
-    enter<Read>(row, Op::kRead, &callWithoutKey<Read>);
-  else
-    enter<Change>(row, Op::kRead, &callWithoutKey<Change>);
+  constexpr auto kRead = [] {
+    if constexpr (kIsNone<Change>)
+      return Read;
+    else
+      return Change;
+  }();
+  AttrRow row = rowOf<typename MethodOf<kRead>::Result>(of);
+  enter<kRead>(row, Op::kRead, &callWithoutKey<kRead>);
   enter<Is>(row, Op::kInstantiate, &call<Is>);
   enter<New>(row, Op::kNew, &call<New>);
   enter<Del>(row, Op::kDelete, &callWithoutKey<Del>);

@@ -184,24 +184,23 @@ class NOX_EXPORT NotifieeOf : public Base::NotifieeConst {
 
 namespace detail {
 
-/// The attribute of which an operation tells: "enabled" of onEnabled, cut out of this function's own signature. A name
-/// that begins with capitals keeps them.
+/// What stands behind "on" in the name of an operation: "Enabled" of onEnabled, cut out of this function's signature.
 template <auto On>
-struct AttributeOf {
-  static consteval std::string_view capital() {
-    std::string_view const signature = __PRETTY_FUNCTION__;
-    std::size_t const from = signature.rfind("::on") + 4;
-    return signature.substr(from, signature.find_first_of(";])", from) - from);
-  }
-  static constexpr auto text = [] {
-    std::array<char, capital().size()> small{};
-    std::ranges::copy(capital(), small.begin());
-    auto const isUpper = [](char c) { return 'A' <= c && c <= 'Z'; };
-    if (small.size() < 2 || !isUpper(small[1])) small[0] = isUpper(small[0]) ? small[0] | 0x20 : small[0];
-    return small;
-  }();
-  static constexpr std::string_view name{text.data(), text.size()};
-};
+constexpr std::string_view operationName() {
+  std::string_view const signature = __PRETTY_FUNCTION__;
+  std::size_t const from = signature.rfind("::on") + 4;
+  return signature.substr(from, signature.find_first_of(";])", from) - from);
+}
+/// The attribute of which an operation tells: "enabled". A name that begins with capitals keeps them.
+template <auto On>
+inline constexpr auto attributeText = [] {
+  constexpr std::string_view kName = operationName<On>();
+  std::array<char, kName.size()> text{};
+  std::ranges::copy(kName, text.begin());
+  auto const isUpper = [](char c) { return 'A' <= c && c <= 'Z'; };
+  if (isUpper(text[0]) && !(text.size() > 1 && isUpper(text[1]))) text[0] = static_cast<char>(text[0] - 'A' + 'a');
+  return text;
+}();
 
 template <auto On>
 struct Operation;
@@ -245,7 +244,7 @@ inline constexpr Notification notification{detail::Operation<On>::notifier,
                                            &detail::Operation<On>::call,
                                            detail::Operation<On>::dropKey,
                                            detail::Operation<On>::keyWord,
-                                           detail::AttributeOf<On>::name};
+                                           {detail::attributeText<On>.data(), detail::attributeText<On>.size()}};
 
 /// Chooses the keyed form among an operation's overloads: `keyed(&NotifieeConst::onService)` is onService(Nox::Name).
 template <class N, class K>
