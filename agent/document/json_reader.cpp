@@ -51,7 +51,7 @@ Json toArray(Json::array_t&& elements) {
 // parse, with the reason in `error_`.
 class Builder {
  public:
-  explicit Builder(std::string_view text) : text_(text) {}
+  Builder(std::string_view text, JsonLimits const& limits) : text_(text), limits_(limits) {}
 
   bool null() { return add(Json()); }
   bool boolean(bool value) { return add(Json(value)); }
@@ -98,11 +98,15 @@ class Builder {
   }
 
   Json takeResult() { return std::move(result_); }
-  InputError const& error() const { return *error_; }
+  [[noreturn]] void throwError() const {
+    if (isLimit_) throw LimitError(*error_);
+    throw InputError(*error_);
+  }
   JsonMembers takeBegun() { return std::move(open_.empty() ? begun_ : open_.front().members); }
 
  private:
   bool add(Json&& value) {
+    if (values_++ == limits_.values) return refuseSize("more than " + std::to_string(limits_.values) + " values");
     if (open_.empty()) {
       result_ = std::move(value);
     } else if (OpenValue& parent = open_.back(); parent.isObject) {
@@ -115,14 +119,17 @@ class Builder {
   }
 
   bool open(bool isObject) {
-    if (open_.size() == kMaximumNesting) {
-      // The outermost field says enough: the whole way down would be a line of its own.
-      error_.emplace(open_.front().isObject ? memberField("", open_.front().key) : "",
-                     "nested deeper than " + std::to_string(kMaximumNesting) + " objects and arrays");
-      return false;
-    }
+    if (open_.size() == limits_.depth)
+      return refuseSize("nested deeper than " + std::to_string(limits_.depth) + " objects and arrays");
     open_.push_back({isObject, false, {}, {}, {}});
     return true;
+  }
+
+  // The outermost field says enough: the whole way down would be a line of its own.
+  bool refuseSize(std::string const& reason) {
+    error_.emplace(!open_.empty() && open_.front().isObject ? memberField("", open_.front().key) : "", reason);
+    isLimit_ = true;
+    return false;
   }
 
   OpenValue close() {
@@ -145,10 +152,13 @@ class Builder {
   }
 
   std::string_view text_;
+  JsonLimits limits_;
+  std::size_t values_ = 0;
   std::vector<OpenValue> open_;
   Json result_;
   JsonMembers begun_;
   std::optional<InputError> error_;
+  bool isLimit_ = false;
 };
 
 // What the parser would let pass: it takes a zero byte for the end, skips a byte order mark, and checks bytes outside
@@ -170,12 +180,12 @@ void checkBytes(std::string_view text) {
 
 }  // namespace
 
-Json readJson(std::string_view text, JsonMembers* begun) {
+Json readJson(std::string_view text, JsonMembers* begun, JsonLimits const& limits) {
   checkBytes(text);
-  Builder builder(text);
+  Builder builder(text, limits);
   if (Json::sax_parse(text.begin(), text.end(), &builder)) return builder.takeResult();
   if (begun) *begun = builder.takeBegun();
-  throw builder.error();
+  builder.throwError();
 }
 
 std::string describe(Json const& value) {

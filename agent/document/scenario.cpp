@@ -74,10 +74,10 @@ Operation toOperation(JsonMembers& members) {
 
 }  // namespace
 
-Operation parseOperation(std::string_view text) {
+Operation parseOperation(std::string_view text, JsonLimits const& limits) {
   JsonMembers members;
   try {
-    Json line = readJson(text, &members);
+    Json line = readJson(text, &members, limits);
     if (!line.is_object()) {
       throw InputError("",
                        "expected {\"put\": PATH, \"value\": DOCUMENT} or {\"delete\": PATH}, found " + describe(line));
@@ -96,10 +96,9 @@ std::optional<Operation> ScenarioReader::next() {
   while (readLine()) {
     if (content_ != Content::kOperation) continue;
     if (text_.back() == '\r') text_.pop_back();
-    if (text_.size() > kMaximumLineBytes) {
-      throw InputError("", "the line is longer than " + std::to_string(kMaximumLineBytes) + " bytes");
-    }
-    return parseOperation(text_);
+    if (text_.size() > limits_.bytes)
+      throw LimitError(InputError("", "the line is longer than " + std::to_string(limits_.bytes) + " bytes"));
+    return parseOperation(text_, limits_.json);
   }
   return std::nullopt;
 }
@@ -151,8 +150,7 @@ void ScenarioReader::append(char const* bytes, std::size_t size) {
     if (content_ == Content::kComment) text_.clear();
   }
   if (content_ == Content::kComment) return;
-  constexpr std::size_t kKept = kMaximumLineBytes + 2;
-  text_.append(bytes, std::min(size, kKept - text_.size()));
+  text_.append(bytes, std::min(size, limits_.bytes + 2 - text_.size()));
 }
 
 }  // namespace Agent

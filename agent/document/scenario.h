@@ -15,6 +15,14 @@ namespace Agent {
 /// A line may hold this many bytes, its line break not counted.
 inline constexpr std::size_t kMaximumLineBytes = 16u * 1024 * 1024;
 
+/// How large a line may be.
+struct LineLimits {
+  /// The line break is not counted.
+  std::size_t bytes = kMaximumLineBytes;
+  /// Of the whole line, in which a document lies one deep.
+  JsonLimits json = {};
+};
+
 /// A document to be put at a path, or a path to be deleted. Whether the tree allows that is not decided yet.
 struct Operation {
   Path path;
@@ -26,7 +34,7 @@ struct Operation {
 
 /// The operation that one line holds: `{"put": PATH, "value": DOCUMENT}` or `{"delete": PATH}`. Fields in errors start
 /// with the operation's members: "value.enabled". Throws an InputError for anything else.
-Operation parseOperation(std::string_view text);
+Operation parseOperation(std::string_view text, JsonLimits const& limits = {});
 
 /// Where a scenario's bytes come from.
 class ByteSource {
@@ -45,7 +53,8 @@ std::unique_ptr<ByteSource> openScenario(std::string const& file);
 /// mark in front of the first line is skipped. Memory stays within the size of one line.
 class ScenarioReader {
  public:
-  explicit ScenarioReader(std::unique_ptr<ByteSource> source) : source_(std::move(source)) {}
+  explicit ScenarioReader(std::unique_ptr<ByteSource> source, LineLimits const& limits = {})
+      : source_(std::move(source)), limits_(limits) {}
 
   /// The next operation; nothing at the end. Throws an InputError if the line holds none, after which reading goes on
   /// with the line behind it, and a FileError if the source fails.
@@ -62,6 +71,7 @@ class ScenarioReader {
   void append(char const* bytes, std::size_t size);
 
   std::unique_ptr<ByteSource> source_;
+  LineLimits limits_;
   std::array<char, 64 * 1024> chunk_;
   std::size_t begin_ = 0;
   std::size_t end_ = 0;

@@ -73,7 +73,16 @@ void describe(CommandLine& line, ServeOptions& options) {
   describeCount(line, "--max-connections COUNT", options.http.connections, "Connections at a time");
   describeCount(line, "--max-header BYTES", options.http.headerBytes, "The header of a request");
   describeCount(line, "--max-body BYTES", options.http.bodyBytes, "The body of a request", kLongestBody);
+  describeCount(
+      line, "--max-document BYTES", options.api.documentBytes, "The text of one document that is put", kLongestBody);
+  describeCount(line,
+                "--max-depth COUNT",
+                options.api.document.depth,
+                "Objects and arrays in one another in a document",
+                kMaximumNesting);
+  describeCount(line, "--max-values COUNT", options.api.document.values, "Values in a document, of any kind");
   describeCount(line, "--max-batch COUNT", options.api.batch, "Documents in one batch");
+  describeCount(line, "--max-atomic COUNT", options.api.atomicBatch, "Documents in one atomic batch");
   describeCount(line, "--max-watches COUNT", options.api.watches, "Watches at a time");
   describeCount(line, "--max-backups COUNT", options.api.backups, "Copies of the whole state at a time");
   describeCount(line, "--history COUNT", options.service.history.changes, "Changes kept for watches that resume");

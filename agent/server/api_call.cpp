@@ -87,13 +87,19 @@ Path pathOf(std::string const& text) {
   }
 }
 
-Json bodyOf(HttpRequest const& request, std::string const& path) {
+Json bodyOf(HttpRequest const& request, std::string const& path, ApiLimits const& limits) {
+  if (request.body.size() > limits.documentBytes)
+    throw HttpProblem(413, "the document is longer than " + std::to_string(limits.documentBytes) + " bytes", path);
   try {
-    return readJson(request.body);
+    return readJson(request.body, nullptr, limits.document);
   } catch (InputError& error) {
     error.pathIs(path);
-    throw HttpProblem(400, error);
+    throw inputProblem(error);
   }
+}
+
+HttpProblem inputProblem(InputError const& error) {
+  return {dynamic_cast<LimitError const*>(&error) != nullptr ? 413 : 400, error};
 }
 
 Revision revisionAt(Documents const& documents, Path const& path) {

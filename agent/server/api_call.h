@@ -61,7 +61,9 @@ std::optional<Revision> parseEventId(std::string_view text, HistoryId const& pre
 /// As `parsePath()`, with the text as the error's path.
 Path pathOf(std::string const& text);
 /// The request's body as the document at `path`.
-Json bodyOf(HttpRequest const& request, std::string const& path);
+Json bodyOf(HttpRequest const& request, std::string const& path, ApiLimits const& limits);
+/// What input is refused with that cannot be read.
+HttpProblem inputProblem(InputError const& error);
 /// The turn that last changed what stands at the path, or below it; 0 if there is nothing.
 Revision revisionAt(Documents const& documents, Path const& path);
 /// Applies one operation, in a turn of its own. Throws an HttpProblem: a 500 if a handler failed, and what was asked

@@ -61,7 +61,7 @@ void TreeApi::getDocument(Call& call) {
 void TreeApi::putDocument(Call& call) {
   Path const& path = call.document.value();
   std::string const text = toText(path);
-  Operation const operation{path, bodyOf(call.request, text)};
+  Operation const operation{path, bodyOf(call.request, text, limits_)};
   applyOne(service_, operation, call.timeToLive());
   auto const found = service_.documents().find(text);
   Revision const revision = found != service_.documents().end() ? found->second.revision : service_.revision();

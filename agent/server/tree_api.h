@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "agent/document/json_reader.h"
 #include "agent/net/http.h"
 #include "agent/net/url.h"
 #include "agent/server/door.h"
@@ -19,10 +20,14 @@ namespace Agent {
 struct ApiLimits {
   /// Readers of changes at a time.
   std::size_t watches = 2'000;
-  /// Documents in one batch.
+  /// Documents in one batch, and in one that is atomic.
   std::size_t batch = 100'000;
+  std::size_t atomicBatch = 10'000;
   /// Copies of the whole state at a time.
   std::size_t backups = 16;
+  /// The text of a document that is put, in bytes, and what it holds.
+  std::size_t documentBytes = 1024 * 1024;
+  JsonLimits document = {.values = 65'536};
 };
 
 class HttpProblem;
@@ -68,6 +73,7 @@ class TreeApi {
   void stop() { isStopping_ = true; }
 
  private:
+  class BatchText;
   struct Batch;
 
   void refuse(Call& call, HttpProblem const& problem);
@@ -77,6 +83,8 @@ class TreeApi {
   void deleteDocument(Call& call);
   void listDocuments(Call& call);
   void postBatch(Call& call);
+  static std::optional<Operation> next(Batch& batch, std::size_t most);
+  void applyWhole(std::shared_ptr<Batch> const& batch);
   void goOn(std::shared_ptr<Batch> const& batch);
   void keep(std::shared_ptr<Batch> const& batch);
   void finish(std::shared_ptr<Batch> const& batch);

@@ -6,13 +6,19 @@
 namespace Agent {
 namespace {
 
-/// So many operations of a batch at a time; then others have their turn.
+/// So much of a batch is read and applied at a time; then others have their turn.
 constexpr std::size_t kSlice = 256;
+constexpr std::size_t kSliceBytes = std::size_t{256} * 1024;
+/// What a line of a batch has beside its document: the path and the names of the members.
+constexpr std::size_t kLineBytes = 1024;
+constexpr std::size_t kLineValues = 2;
+
+}  // namespace
 
 /// A request's body, read as a scenario.
-class Body final : public ByteSource {
+class TreeApi::BatchText final : public ByteSource {
  public:
-  explicit Body(std::string text) : text_(std::move(text)) {}
+  explicit BatchText(std::string text) : text_(std::move(text)) {}
 
   std::size_t read(char* to, std::size_t room) override {
     std::size_t const size = std::min(room, text_.size() - at_);
@@ -20,20 +26,27 @@ class Body final : public ByteSource {
     at_ += size;
     return size;
   }
+  /// How much of it has been read.
+  std::size_t at() const { return at_; }
 
  private:
   std::string text_;
   std::size_t at_ = 0;
 };
 
-}  // namespace
-
 /// A batch on its way: what has been read of it, and how far it has come.
 struct TreeApi::Batch {
+  Batch(std::string body, ApiLimits const& limits) : Batch(std::make_unique<BatchText>(std::move(body)), limits) {}
+  Batch(std::unique_ptr<BatchText> from, ApiLimits const& limits)
+      : text(*from),
+        reader(std::move(from),
+               {std::min(limits.documentBytes + kLineBytes, kMaximumLineBytes),
+                {std::min(limits.document.depth + 1, kMaximumNesting), limits.document.values + kLineValues}}) {}
+
   HttpAnswer answer;
-  std::vector<Operation> operations;
-  /// The line of each operation.
-  std::vector<std::size_t> lines;
+  BatchText& text;
+  ScenarioReader reader;
+  std::size_t read = 0;
   std::optional<Service::TimeToLive> timeToLive;
   std::size_t applied = 0;
   /// So many of those are kept. If the others could not be, they are undone.
@@ -63,33 +76,44 @@ struct TreeApi::Batch {
   }
 };
 
-// All lines are read before the first is applied; what cannot be read ends the batch when it is its turn.
-void TreeApi::postBatch(Call& call) {
-  bool const isAtomic = call.flag("atomic");
-  auto const batch = std::make_shared<Batch>();
-  batch->timeToLive = call.timeToLive();
-  ScenarioReader reader(std::make_unique<Body>(std::move(call.request.body)));
+/// The next operation; nothing at the end of the batch, and where it ends early.
+std::optional<Operation> TreeApi::next(Batch& batch, std::size_t most) {
   try {
-    while (std::optional<Operation> operation = reader.next()) {
-      if (batch->operations.size() == limits_.batch)
-        throw HttpProblem(413,
-                          "more than " + std::to_string(limits_.batch) + " documents in one batch; none was applied");
-      batch->operations.push_back(std::move(*operation));
-      batch->lines.push_back(reader.line());
-    }
+    std::optional<Operation> operation = batch.reader.next();
+    if (!operation || batch.read++ < most) return operation;
+    batch.fail(HttpProblem(413, "more than " + std::to_string(most) + " documents in one batch"), batch.reader.line());
   } catch (InputError const& error) {
-    batch->fail(HttpProblem(400, error), reader.line());
+    batch.fail(inputProblem(error), batch.reader.line());
   }
+  return std::nullopt;
+}
+
+void TreeApi::postBatch(Call& call) {
+  auto const batch = std::make_shared<Batch>(std::move(call.request.body), limits_);
+  batch->timeToLive = call.timeToLive();
   batch->answer = call.answer;
-  if (!isAtomic) return goOn(batch);
+  if (call.flag("atomic"))
+    applyWhole(batch);
+  else
+    goOn(batch);
+}
+
+// All lines are read before the first is applied.
+void TreeApi::applyWhole(std::shared_ptr<Batch> const& batch) {
+  std::vector<Operation> operations;
+  std::vector<std::size_t> lines;
+  while (std::optional<Operation> operation = next(*batch, std::min(limits_.batch, limits_.atomicBatch))) {
+    operations.push_back(std::move(*operation));
+    lines.push_back(batch->reader.line());
+  }
   if (!batch->problem) {
     std::size_t refused = 0;
     try {
-      TurnResult const result = service_.apply(batch->operations, batch->timeToLive, &refused);
-      batch->applied = batch->operations.size();
+      TurnResult const result = service_.apply(operations, batch->timeToLive, &refused);
+      batch->applied = operations.size();
       if (result.failure) batch->fail(HttpProblem(500, *result.failure), 0);
     } catch (InputError const& error) {
-      batch->fail(refusal(error), batch->lines[refused]);
+      batch->fail(refusal(error), lines[refused]);
     }
   }
   keep(batch);
@@ -113,26 +137,28 @@ void TreeApi::finish(std::shared_ptr<Batch> const& batch) {
       [this, batch](StoreError const* /*problem*/) { batch->answer(batch->response(service_.revision())); });
 }
 
+// What cannot be read or applied ends the batch when it is its turn.
 void TreeApi::goOn(std::shared_ptr<Batch> const& batch) {
   if (batch->isUndone) return finish(batch);
-  std::size_t const end = std::min(batch->applied + kSlice, batch->operations.size());
-  while (batch->applied < end) {
-    std::size_t const line = batch->lines[batch->applied];
+  std::size_t const end = batch->applied + kSlice;
+  std::size_t const endBytes = batch->text.at() + kSliceBytes;
+  bool isEnded = false;
+  while (!isEnded && batch->applied < end && batch->text.at() < endBytes) {
+    std::optional<Operation> const operation = next(*batch, limits_.batch);
+    if (isEnded = !operation; isEnded) break;
     try {
-      applyOne(service_, batch->operations[batch->applied], batch->timeToLive);
+      applyOne(service_, *operation, batch->timeToLive);
       ++batch->applied;
       continue;
     } catch (HttpProblem const& problem) {
-      batch->fail(problem, line);
+      batch->fail(problem, batch->reader.line());
     } catch (StoreError const& error) {
-      batch->fail(storeProblem(error), line);
+      batch->fail(storeProblem(error), batch->reader.line());
     }
-    batch->operations.erase(batch->operations.begin() + static_cast<std::ptrdiff_t>(batch->applied),
-                            batch->operations.end());
-    break;
+    isEnded = true;
   }
   keep(batch);
-  if (batch->applied == batch->operations.size()) return finish(batch);
+  if (isEnded) return finish(batch);
   loop_.post([this, batch] { goOn(batch); });
 }
 

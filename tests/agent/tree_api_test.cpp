@@ -1,8 +1,7 @@
 // The HTTP interface without HTTP: every route, status and limit.
 #include <gmock/gmock.h>
 
-#include "agent/server/tree_api.h"
-#include "support/service_world.h"
+#include "support/api_world.h"
 
 namespace Agent::TreeApiTest {
 namespace {
@@ -11,48 +10,7 @@ using namespace std::chrono_literals;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
-/// A service that is asked over its interface.
-class TreeApiTest : public ::testing::Test {
- protected:
-  struct Reply {
-    int status = 0;
-    HttpFields fields;
-    std::string body;
-
-    std::string field(std::string_view name) const { return std::string(findField(fields, name).value_or("-")); }
-    Json json() const { return Json::parse(body); }
-  };
-
-  Reply ask(std::string const& method, std::string const& target, std::string body = {}, HttpFields fields = {}) {
-    std::optional<Reply> reply;
-    api.handle(HttpRequest{method, target, std::move(fields), std::move(body)}, [&](HttpResponse response) {
-      reply = Reply{response.status, response.fields, response.body};
-      if (response.source == nullptr) return;
-      sources.push_back(std::move(response.source));
-      for (auto piece = sources.back()->next(); piece && !piece->empty(); piece = sources.back()->next())
-        reply->body += *piece;
-    });
-    world.loop.run();
-    EXPECT_TRUE(reply) << method << " " << target;
-    return reply.value_or(Reply());
-  }
-  Reply get(std::string const& target) { return ask("GET", target); }
-  Reply put(std::string const& path, std::string const& document) { return ask("PUT", "/v1/tree/" + path, document); }
-  Reply post(std::string const& query, std::vector<std::string> const& lines) {
-    std::string body;
-    for (std::string const& line : lines) body += line + "\n";
-    return ask("POST", "/v1/tree" + query, body);
-  }
-
-  ServiceWorld world;
-  ApiLimits limits{3, 50};
-  TreeApi api{world.loop, *world.service, limits};
-  std::vector<std::unique_ptr<BodySource>> sources;
-};
-
-constexpr char kPut[] = R"({"put": "mount/ready/x", "value": true})";
-constexpr char kDrop[] = R"({"delete": "mount/ready/x"})";
-constexpr char kBad[] = R"({"put": "mount/ready/x", "value": 7})";
+class TreeApiTest : public ApiWorld {};
 
 TEST_F(TreeApiTest, ADocumentIsPutReadAndDeleted) {
   Reply const made = put("mount/ready/x", " true ");
@@ -252,15 +210,6 @@ TEST_F(TreeApiTest, AnAtomicBatchIsOneTurnOrNothing) {
                                R"({"put": "registration/a/status", "value": {}})"});
   EXPECT_EQ(comeback.status, 422);
   EXPECT_EQ(comeback.json()["error"]["line"], 3);
-}
-
-TEST_F(TreeApiTest, ABatchHasALimit) {
-  std::vector<std::string> lines(51, kPut);
-  Reply const reply = post("", lines);
-  EXPECT_EQ(reply.status, 413);
-  EXPECT_EQ(world.read("mount/ready/x"), "nothing");
-  lines.pop_back();
-  EXPECT_EQ(post("", lines).status, 200);
 }
 
 TEST_F(TreeApiTest, AHeartbeatMaySayHowLongItLives) {
