@@ -5,6 +5,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <boost/asio/basic_socket_acceptor.hpp>
 #include <boost/asio/basic_waitable_timer.hpp>
@@ -16,6 +17,7 @@
 #include <stdexcept>
 #include <system_error>
 #include <unordered_set>
+#include <vector>
 
 #include "agent/net/http_connection.h"
 
@@ -30,9 +32,13 @@ using Timer = asio::basic_waitable_timer<EventLoop::Clock, asio::wait_traits<Eve
 
 // Those beyond the limit are told so, as long as they are not too many themselves.
 constexpr std::size_t kMostTurnedAway = 64;
+// Clients whose connections wait to be taken: thousands come back at once. The system takes less if it is told to.
+constexpr int kBacklog = 65'535;
 // How long to wait when there is no room for another connection, and for how long there must be room to say so.
 constexpr std::chrono::milliseconds kAcceptPause(100);
 constexpr std::chrono::seconds kCalm(1);
+// In so many parts all connections are looked at, lest a request wait while that is done to tens of thousands.
+constexpr std::size_t kParts = 10;
 // So many descriptors are no connection's: the program opens files while it runs.
 constexpr rlim_t kOwnDescriptors = 16;
 
@@ -66,7 +72,7 @@ class HttpServer::Impl final : public HttpConnectionHost {
     acceptor_.open(endpoint.protocol(), error);
     if (!error) acceptor_.set_option(asio::socket_base::reuse_address(true), error);
     if (!error) acceptor_.bind(endpoint, error);
-    if (!error) acceptor_.listen(asio::socket_base::max_listen_connections, error);
+    if (!error) acceptor_.listen(kBacklog, error);
     if (error)
       throw std::runtime_error("cannot listen on " + address + " port " + std::to_string(port) + ": " +
                                error.message());
@@ -170,14 +176,25 @@ class HttpServer::Impl final : public HttpConnectionHost {
   // Looking at all of them now and then is less work than a timer for each that every byte would set anew.
   void checkTimes() {
     auto const now = Clock::now();
-    for (auto const& connection : all()) connection->checkTime(now);
+    checkPart(connections_, now);
+    checkPart(turnedAway_, now);
+    part_ = (part_ + 1) % kParts;
     if (isPaused_ && now - lastPause_ > kCalm) {
       isPaused_ = false;
       if (pauseTold_) pauseTold_(nullptr);
     }
     auto const period =
         std::clamp<std::chrono::milliseconds>(limits_.idle / 4, std::chrono::milliseconds(10), std::chrono::seconds(1));
-    at(now + period, [this] { checkTimes(); });
+    at(now + period / kParts, [this] { checkTimes(); });
+  }
+
+  // A part is every so many-th bucket; those that move to another bucket meanwhile are looked at next time. A
+  // connection that is looked at may leave.
+  void checkPart(Connections const& connections, Clock::time_point now) const {
+    for (std::size_t bucket = part_; bucket < connections.bucket_count(); bucket += kParts) {
+      std::vector<std::shared_ptr<HttpConnection>> const some(connections.begin(bucket), connections.end(bucket));
+      for (auto const& connection : some) connection->checkTime(now);
+    }
   }
 
   void awaitSignal() {
@@ -201,6 +218,8 @@ class HttpServer::Impl final : public HttpConnectionHost {
   // From the first pause until there has been none for a while.
   bool isPaused_ = false;
   Clock::time_point lastPause_;
+  // That is looked at next.
+  std::size_t part_ = 0;
   std::array<char, 64 * 1024> scratch_;
   bool isStopping_ = false;
   std::uint16_t port_ = 0;
