@@ -21,7 +21,7 @@ inline constexpr std::size_t kLongestBody = std::size_t{128} * 1024 * 1024;
 struct HttpLimits {
   std::size_t bodyBytes = 16 * 1024 * 1024;
   std::size_t headerBytes = 16 * 1024;
-  std::size_t connections = 4096;
+  std::size_t connections = 65'536;
   /// How long a connection may stand without a byte moving while one side waits for it to: between requests, within
   /// one, and while a response is being taken. Waiting for the program's own answer does not count. A header may take
   /// twice as long in all.

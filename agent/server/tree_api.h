@@ -19,7 +19,7 @@ namespace Agent {
 /// What is too much; a client that wants more is refused.
 struct ApiLimits {
   /// Readers of changes at a time.
-  std::size_t watches = 2'000;
+  std::size_t watches = 65'536;
   /// Documents in one batch, and in one that is atomic.
   std::size_t batch = 100'000;
   std::size_t atomicBatch = 10'000;
