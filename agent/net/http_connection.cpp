@@ -18,7 +18,7 @@ namespace Agent {
 
 // The promise of a response: if it is forgotten, the client is told.
 struct HttpConnection::Promise {
-  explicit Promise(std::weak_ptr<HttpConnection> to) : connection(std::move(to)) {}
+  Promise(std::weak_ptr<HttpConnection> to, BodyBudget::Share of) : connection(std::move(to)), share(std::move(of)) {}
   Promise(Promise const&) = delete;
   Promise& operator=(Promise const&) = delete;
   ~Promise() {
@@ -32,6 +32,8 @@ struct HttpConnection::Promise {
   }
 
   std::weak_ptr<HttpConnection> connection;
+  // As long as the program may have the request.
+  BodyBudget::Share share;
   bool kept = false;
 };
 
@@ -86,6 +88,7 @@ void HttpConnection::close() {
   boost::system::error_code ignored;
   socket_.close(ignored);
   parser_.reset();
+  share_.reset();
   source_.reset();
   host_.left(*this);
 }
@@ -114,10 +117,16 @@ bool HttpConnection::step() {
 bool HttpConnection::read() {
   if (!in_.empty() && !parser_) {
     parser_.emplace(host_.limits());
+    share_.emplace(host_.bodies());
     begun_ = Clock::now();
   }
   if (parser_) {
-    switch (parser_->feed(in_)) {
+    HttpRequestParser::State const state = parser_->feed(in_);
+    if (!share_->grow(parser_->bodyBytes())) {
+      refuse(503, "the bodies of all requests take as much memory as they may; expected to be sent again later");
+      return true;
+    }
+    switch (state) {
       case HttpRequestParser::State::HeaderIn:
         if (parser_->expectsContinue() && in_.empty()) sayContinue();
         return true;
@@ -146,7 +155,8 @@ void HttpConnection::handle() {
   HttpRequest request = parser_->takeRequest();
   parser_.reset();
   isHead_ = request.method == "HEAD";
-  auto const promise = std::make_shared<Promise>(weak_from_this());
+  auto const promise = std::make_shared<Promise>(weak_from_this(), *std::move(share_));
+  share_.reset();
   try {
     host_.handle(std::move(request), [promise](HttpResponse response) { promise->keep(std::move(response)); });
   } catch (std::exception const& error) {
@@ -167,6 +177,7 @@ void HttpConnection::refuse(int status, std::string const& reason) {
   phase_ = Phase::Answering;
   keepsAlive_ = false;
   parser_.reset();
+  share_.reset();
   in_.clear();
   answer(std::move(response));
 }

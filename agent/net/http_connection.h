@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 
+#include "agent/net/body_budget.h"
 #include "agent/net/http_request_parser.h"
 #include "agent/net/http_server.h"
 
@@ -30,6 +31,7 @@ class HttpConnectionHost {
 
   virtual HttpLimits const& limits() const = 0;
   virtual bool isStopping() const = 0;
+  virtual BodyBudget& bodies() = 0;
   /// Where bytes may be read to; they are gone at the next call.
   virtual std::span<char> scratch() = 0;
   virtual void post(std::function<void()> task) = 0;
@@ -119,6 +121,7 @@ class HttpConnection final : public std::enable_shared_from_this<HttpConnection>
   std::string in_;
   // The request that has begun.
   std::optional<HttpRequestParser> parser_;
+  std::optional<BodyBudget::Share> share_;
   Clock::time_point begun_;
 
   // Of the request that is being answered.

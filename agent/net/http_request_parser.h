@@ -62,6 +62,8 @@ class HttpRequestParser final : public HttpMessageParser<true, HttpRequest> {
   /// Whether the client waits for a word before it sends the body.
   bool expectsContinue() const { return expectsContinue_; }
   bool isHttp11() const { return version_ == 11; }
+  /// The memory of what has been read of the body.
+  std::size_t bodyBytes() const { return message_.body.capacity(); }
   HttpRequest takeRequest() { return std::move(message_); }
 
  private:

@@ -64,7 +64,11 @@ std::string ownReason() {
 class HttpServer::Impl final : public HttpConnectionHost {
  public:
   Impl(std::string const& address, std::uint16_t port, HttpLimits const& limits)
-      : limits_(limits), work_(asio::make_work_guard(context_)), acceptor_(context_), signals_(context_) {
+      : limits_(limits),
+        bodies_(limits.allBodiesBytes),
+        work_(asio::make_work_guard(context_)),
+        acceptor_(context_),
+        signals_(context_) {
     ErrorCode error;
     auto const parsed = asio::ip::make_address(address, error);
     if (error) throw std::runtime_error("cannot listen on \"" + address + "\": expected an IP address");
@@ -107,6 +111,7 @@ class HttpServer::Impl final : public HttpConnectionHost {
 
   HttpLimits const& limits() const override { return limits_; }
   bool isStopping() const override { return isStopping_; }
+  BodyBudget& bodies() override { return bodies_; }
   std::span<char> scratch() override { return scratch_; }
   void post(std::function<void()> task) override { asio::post(context_, std::move(task)); }
   void handle(HttpRequest request, HttpAnswer answer) override { handler_(std::move(request), std::move(answer)); }
@@ -211,6 +216,7 @@ class HttpServer::Impl final : public HttpConnectionHost {
   }
 
   HttpLimits const limits_;
+  BodyBudget bodies_;
   HttpHandler handler_;
   std::function<HttpResponse(int, std::string const&)> problem_;
   std::map<int, std::function<void()>> heard_;

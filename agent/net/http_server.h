@@ -20,6 +20,8 @@ inline constexpr std::size_t kLongestBody = std::size_t{128} * 1024 * 1024;
 /// What is too much. A client that goes beyond is told so where HTTP has words for it, and the connection is closed.
 struct HttpLimits {
   std::size_t bodyBytes = 16 * 1024 * 1024;
+  /// All bodies of requests that are on their way, together.
+  std::size_t allBodiesBytes = 256 * 1024 * 1024;
   std::size_t headerBytes = 16 * 1024;
   std::size_t connections = 65'536;
   /// How long a connection may stand without a byte moving while one side waits for it to: between requests, within

@@ -73,6 +73,7 @@ void describe(CommandLine& line, ServeOptions& options) {
   describeCount(line, "--max-connections COUNT", options.http.connections, "Connections at a time");
   describeCount(line, "--max-header BYTES", options.http.headerBytes, "The header of a request");
   describeCount(line, "--max-body BYTES", options.http.bodyBytes, "The body of a request", kLongestBody);
+  describeCount(line, "--max-bodies BYTES", options.http.allBodiesBytes, "All bodies of requests at a time");
   describeCount(
       line, "--max-document BYTES", options.api.documentBytes, "The text of one document that is put", kLongestBody);
   describeCount(line,

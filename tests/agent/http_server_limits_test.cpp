@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <ctime>
+#include <deque>
 #include <string>
 #include <thread>
 #include <vector>
@@ -26,6 +27,51 @@ using Test::RawConnection;
 using Test::RunningServer;
 using Test::smallLimits;
 using Test::text;
+
+TEST(HttpServerLimits, AllBodiesShareOneBudget) {
+  Agent::HttpLimits limits = smallLimits();
+  limits.idle = std::chrono::seconds(30);
+  limits.allBodiesBytes = 2500;
+  // The program keeps its requests as long as it is told to.
+  std::deque<Agent::HttpAnswer> kept;
+  RunningServer server(
+      [&](Agent::HttpRequest const& request, Agent::HttpAnswer const& answer) {
+        if (request.target == "/keep")
+          kept.push_back(answer);
+        else
+          echo(request, answer);
+      },
+      limits);
+  std::string const head = " HTTP/1.1\r\nHost: here\r\nContent-Length: 1000\r\n\r\n";
+  std::string const part(900, 'x');
+  std::string const rest(100, 'y');
+  RawConnection first(server.port());
+  RawConnection second(server.port());
+  first.send("PUT /a" + head + part);
+  second.send("PUT /keep" + head + part + rest);
+  while (server.call([&] { return kept.size(); }) == 0) std::this_thread::yield();
+
+  RawConnection third(server.port());
+  third.send("PUT /a" + head + part + rest);
+  EXPECT_EQ(third.response().status, 503);
+  RawConnection small(server.port());
+  small.send(get("/b"));
+  EXPECT_EQ(small.response().status, 200);
+
+  // A body that has been answered, and one whose client has gone, make room.
+  server.call([&] {
+    kept.front()(text("done"));
+    kept.clear();
+    return true;
+  });
+  EXPECT_EQ(second.response().status, 200);
+  first.close();
+  for (int round = 0; round < 5; ++round) {
+    RawConnection again(server.port());
+    again.send("PUT /a" + head + part + rest);
+    EXPECT_EQ(again.response().status, 200) << round;
+  }
+}
 
 TEST(HttpServerLimits, LosesPatience) {
   RunningServer server(echo, smallLimits());
