@@ -1,4 +1,5 @@
 // The records' types, and what of the records is no one-line member.
+#include <algorithm>
 #include <charconv>
 #include <ostream>
 #include <type_traits>

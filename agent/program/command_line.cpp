@@ -60,9 +60,11 @@ void CommandLine::count(std::string const& form, std::uint64_t& to, std::uint64_
   option(form, &to, description)->check(CLI::Range(std::uint64_t{1}, most).description(""));
 }
 
-void CommandLine::list(std::string const& form, std::vector<std::string>& to, std::string const& description) {
+void CommandLine::list(std::string const& form, std::vector<std::string>& to, std::string const& description,
+                       Check check) {
   std::size_t const end = form.find(' ');
-  command_.add_option(form.substr(0, end), to, description)->type_name(form.substr(end + 1))->allow_extra_args(false);
+  CLI::Option* const option = command_.add_option(form.substr(0, end), to, description);
+  option->type_name(form.substr(end + 1))->allow_extra_args(false)->check(validator(check));
 }
 
 void CommandLine::files(std::string const& name, std::vector<std::string>& to, std::string const& description) {

@@ -59,7 +59,7 @@ class CommandLine {
     option(name + " " + names, choose, description);
   }
   /// An option that may be given more than once.
-  void list(std::string const& form, std::vector<std::string>& to, std::string const& description);
+  void list(std::string const& form, std::vector<std::string>& to, std::string const& description, Check check);
   /// Files to read, at least one; "-" is standard input, at most once.
   void files(std::string const& name, std::vector<std::string>& to, std::string const& description);
 

@@ -22,6 +22,11 @@ std::chrono::milliseconds parseSeconds(std::string const& text, bool mayBeNone) 
   return std::chrono::milliseconds(std::llround(std::ceil(seconds * 1000)));
 }
 
+std::string hostProblem(std::string const& text) {
+  bool const isName = !text.empty() && text.find_first_of("*/ :") == std::string::npos;
+  return isName ? "" : "expected a name like controller.example, without a port, found " + inQuotes(text);
+}
+
 void describeCount(CommandLine& line, std::string const& form, std::size_t& to, std::string const& what,
                    std::uint64_t most = std::uint64_t{1} << 40) {
   line.count(form, to, most, what + " (" + std::to_string(to) + ")");
@@ -48,7 +53,10 @@ void describe(CommandLine& line, ServeOptions& options) {
       "--listen ADDRESS:PORT",
       [&options](std::string const& text) { parseListen(text, options); },
       "Where to listen (127.0.0.1:7400); port 0 takes any that is free");
-  line.list("--allow-host NAME", options.hosts, "A name under which clients reach it; may be given more than once");
+  line.list("--allow-host NAME",
+            options.hosts,
+            "A name under which clients reach it; may be given more than once",
+            hostProblem);
   std::string const where = "The file that keeps the state (enrolix/state.db, among the user's)";
   auto* const state = line.option("--state FILE", &options.state, where, fileProblem);
   line.exclude(line.flag("--memory", options.isMemory, "Keep nothing"), state);

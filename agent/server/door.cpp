@@ -44,7 +44,13 @@ bool isOwn(std::string_view origin, std::string_view host) {
   return false;
 }
 
+[[noreturn]] void refusePage() { throw HttpProblem(403, "pages of other sites may ask for nothing here"); }
+
 }  // namespace
+
+Door::Door(std::vector<std::string> const& names) {
+  for (std::string const& name : names) names_.push_back(hostName(name));
+}
 
 void Door::requireHost(std::string_view host) const {
   std::string const name = hostName(host);
@@ -60,14 +66,15 @@ void Door::require(HttpRequest const& request, std::string_view path) const {
   auto const host = findField(request.fields, "Host");
   // HTTP/1.0 has no such field, and no browser speaks it.
   if (host) requireHost(*host);
-  bool const isRead = request.method == "GET" || request.method == "HEAD";
+  // Where a page is not encrypted browsers leave Sec-Fetch-Site out, and say no more than the origin.
   auto const origin = findField(request.fields, "Origin");
-  if (!isRead && origin && !isOwn(*origin, host.value_or(""))) throw HttpProblem(403, "web pages may not write here");
+  if (origin && !isOwn(*origin, host.value_or(""))) refusePage();
   auto const site = findField(request.fields, "Sec-Fetch-Site").value_or("none");
   bool const isOtherSite = sameWithoutCase(site, "cross-site") || sameWithoutCase(site, "same-site");
+  bool const isRead = request.method == "GET" || request.method == "HEAD";
   bool const isVisit =
       isRead && path == "/" && sameWithoutCase(findField(request.fields, "Sec-Fetch-Mode").value_or(""), "navigate");
-  if (isOtherSite && !isVisit) throw HttpProblem(403, "pages of other sites may ask for nothing here");
+  if (isOtherSite && !isVisit) refusePage();
 }
 
 bool isLoopback(std::string const& address) {

@@ -12,8 +12,8 @@ namespace Agent {
 /// address, so that the browser takes the agent for the page's own server: the field Host then has that name.
 class Door {
  public:
-  /// `names` are those under which the agent is reached beside its addresses and `localhost`, without a port.
-  explicit Door(std::vector<std::string> names = {}) : names_(std::move(names)) {}
+  /// `names` are those under which the agent is reached beside its addresses and `localhost`; a port is of no account.
+  explicit Door(std::vector<std::string> const& names = {});
 
   /// Throws an HttpProblem for a request that is not let in. `path` is that of its target.
   void require(HttpRequest const& request, std::string_view path) const;

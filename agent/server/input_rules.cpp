@@ -1,6 +1,8 @@
 // Looks through the names of a path and of a document.
 #include "agent/server/input_rules.h"
 
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "agent/document/utf8.h"
@@ -10,8 +12,8 @@ namespace {
 
 constexpr Place kConfig("registration/<switch>/config");
 
-void requirePlainName(std::string_view name) {
-  auto const refuse = [&](char const* reason) { throw InputError("", inQuotes(name) + " is no name: " + reason); };
+void requirePlainName(std::string_view name, std::string const& field) {
+  auto const refuse = [&](char const* reason) { throw InputError(field, inQuotes(name) + " is no name: " + reason); };
   if (name == "." || name == "..") refuse("programs that join paths take it for a folder");
   for (std::size_t at = 0; at < name.size();) {
     Utf8Character const character = decodeUtf8(name, at);
@@ -21,20 +23,20 @@ void requirePlainName(std::string_view name) {
   }
 }
 
-/// The keys of all objects in a document that the registry reads, however deep they lie.
-void requirePlainKeys(Json const& document) {
-  std::vector<Json const*> open{&document};
+/// The keys of all objects in a document that the registry reads, however deep they lie, and what it takes for the name
+/// of a service.
+void requirePlainNames(Json const& document) {
+  std::vector<std::pair<Json const*, std::string>> open{{&document, ""}};
   while (!open.empty()) {
-    Json const& value = *open.back();
+    auto const [value, field] = std::move(open.back());
     open.pop_back();
-    if (value.is_object()) {
-      for (auto const& [key, member] : value.get_ref<Json::object_t const&>()) {
-        requirePlainName(key);
-        open.push_back(&member);
-      }
+    if (!value->is_object()) continue;
+    for (auto const& [key, member] : value->get_ref<Json::object_t const&>()) {
+      std::string const inside = memberField(field, key);
+      requirePlainName(key, inside);
+      if (key == "service" && member.is_string()) requirePlainName(member.get_ref<std::string const&>(), inside);
+      open.emplace_back(&member, inside);
     }
-    if (value.is_array())
-      for (Json const& element : value.get_ref<Json::array_t const&>()) open.push_back(&element);
   }
 }
 
@@ -44,8 +46,8 @@ void requireInput(Operation const& operation) {
   if (!operation.value) return;
   Path const& path = operation.path;
   try {
-    for (std::string const& name : path.names) requirePlainName(name);
-    if (!path.place.isFree()) requirePlainKeys(*operation.value);
+    for (std::string const& name : path.names) requirePlainName(name, "");
+    if (!path.place.isFree()) requirePlainNames(*operation.value);
     if (path.place == kConfig && operation.value->is_object() && !operation.value->contains("systemId"))
       throw InputError("systemId", "missing: a put of a switch's configuration says which switch it is");
   } catch (InputError& error) {

@@ -5,8 +5,8 @@
 
 namespace Agent {
 
-/// Throws an InputError for a put with a name that is printed as another one than it is, that is "." or "..", or of a
-/// switch's configuration without a system id. What is stored already may be such, and may be deleted.
+/// Throws an InputError for a put with a name that has a character which is printed as an escape, with the name "." or
+/// "..", or of a switch's configuration without a system id. What is stored already may be such, and may be deleted.
 void requireInput(Operation const& operation);
 
 }  // namespace Agent

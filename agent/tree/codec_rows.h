@@ -241,7 +241,7 @@ void parseRow(Row const& /*row*/, Json const& json, Writer /*by*/, Value& to) {
 template <class R, Nox::IsChildRow Row, class Value>
 void parseRow(Row const& /*row*/, Json const& json, Writer by, Value& to) {
   if (!kIsNone<Row::is> && json.is_null()) return;
-  to.emplace(Nox::Name(), DocumentOf<ChildIn<R, Row>>(json, by));
+  to.emplace(ChildValue<ChildIn<R, Row>>{{}, DocumentOf<ChildIn<R, Row>>(json, by)});
   if (Json const* const name = find(json.get_ref<Json::object_t const&>(), "name")) parse(*name, to->name);
 }
 template <class R, Nox::IsCollectionRow Row, class Value>

@@ -1,4 +1,6 @@
 // Builds the root, attribute by attribute and by name: the tables first, then the machines that take them.
+#include <tuple>
+
 #include "agent/tree/host.h"
 
 #include "framework/by_name/generic_if.h"

@@ -1,6 +1,7 @@
 // A small agent: has the registry built over its records, enrols one switch, and prints what the switch is answered.
 #include <exception>
 #include <iostream>
+#include <tuple>
 
 #include "framework/by_name/generic_if.h"
 #include "framework/by_name/library.h"

@@ -11,7 +11,7 @@ namespace Nox {
 /// reads anything else.
 struct LibraryInterface {
   /// The version of this structure and of all that is reached through it.
-  static constexpr unsigned kVersion = 1;
+  static constexpr unsigned kVersion = 2;
 
   unsigned version;
   char const* release;                    ///< The library's own version, "0.1.0".

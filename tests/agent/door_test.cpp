@@ -28,7 +28,7 @@ int statusOf(Door const& door, std::string const& method, HttpFields const& fiel
 }
 
 TEST(Door, TakesAddressesLoopbackNamesAndTheNamesThatItWasGiven) {
-  Door const door({"controller.example", "other"});
+  Door const door({"controller.example:7400", "other."});
   for (std::string const host : {"127.0.0.1",
                                  "127.0.0.1:7400",
                                  "10.1.2.3:80",
@@ -64,7 +64,7 @@ TEST(Door, TakesAddressesLoopbackNamesAndTheNamesThatItWasGiven) {
   EXPECT_EQ(statusOf(Door(), "GET", {{"Host", "controller.example"}}), 421);
 }
 
-TEST(Door, TakesWritesFromNoPageButTheAgentsOwn) {
+TEST(Door, TakesRequestsFromNoPageButTheAgentsOwn) {
   struct Case {
     char const* method;
     HttpFields fields;
@@ -81,7 +81,8 @@ TEST(Door, TakesWritesFromNoPageButTheAgentsOwn) {
       {"POST", {host, {"Origin", "null"}}, 403},
       {"POST", {host, {"Origin", "file://localhost:7400"}}, 403},
       {"POST", {{"Origin", "http://"}}, 403},
-      {"GET", {host, {"Origin", "http://evil.example"}}, 0},
+      {"GET", {host, {"Origin", "http://evil.example"}}, 403},
+      {"GET", {host, {"Origin", "http://localhost:7400"}}, 0},
       {"GET", {host, {"Sec-Fetch-Site", "none"}}, 0},
       {"GET", {host, {"Sec-Fetch-Site", "same-origin"}}, 0},
       {"GET", {host, {"Sec-Fetch-Site", "cross-site"}}, 403},
@@ -132,6 +133,11 @@ TEST(InputRules, RefuseNamesThatLookLikeOthers) {
   EXPECT_THAT(refusalOf("registration/./note", 1), HasSubstr("is no name"));
   EXPECT_THAT(refusalOf("service/override/..", Json::object()), HasSubstr("is no name"));
   EXPECT_EQ(refusalOf("registration/.../note", 1), "");
+  auto const mount = [](char const* service) { return Json{{"publishedMount", {{"/x", {{"service", service}}}}}}; };
+  EXPECT_THAT(refusalOf("mount/offer/02:00:00:aa:00:01", mount("..")),
+              HasSubstr(": publishedMount[\"/x\"].service: \"..\" is no name"));
+  EXPECT_THAT(refusalOf("mount/offer/02:00:00:aa:00:01", mount("a\u202Eb")), HasSubstr("is no name"));
+  EXPECT_EQ(refusalOf("mount/offer/02:00:00:aa:00:01", mount("routing")), "");
   EXPECT_EQ(refusalOf("registration/größe ✓/note", 1), "");
 }
 

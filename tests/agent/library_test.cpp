@@ -93,7 +93,7 @@ TEST(Library, WhatSpeaksAnotherVersionOrSaysNothingIsRefusedWithOneLine) {
   struct {
     char const* library;
     char const* reason;
-  } const cases[] = {{"other_version", ": speaks version 2 of the library interface, this program 1"},
+  } const cases[] = {{"other_version", ": speaks version 3 of the library interface, this program 2"},
                      {"null_interface", ": is no registry library: it has no noxLibraryInterface"}};
   for (auto const& [name, reason] : cases) {
     std::string const path = std::string(ENROLIX_FOREIGN_LIBRARIES "/") + name + ".so";
