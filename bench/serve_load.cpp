@@ -4,12 +4,8 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <chrono>
-#include <cmath>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <future>
@@ -24,6 +20,7 @@
 #include "agent/net/server_event_reader.h"
 #include "bench/serve_network.h"
 #include "bench/server_process.h"
+#include "bench/service_figures.h"
 
 namespace ServeLoad {
 namespace {
@@ -41,30 +38,6 @@ constexpr Seconds kHeartbeatInterval{10};
 /// Of every heartbeat: long enough for the first to live until the last switch has enrolled.
 constexpr char kTimeToLive[] = "?ttl=60";
 
-/// A folder for one server's files, removed at the end.
-class Folder {
- public:
-  explicit Folder(std::filesystem::path const& parent) : path_((parent / "serve-load-XXXXXX").string()) {
-    if (mkdtemp(path_.data()) == nullptr) throw std::runtime_error("cannot make " + path_);
-  }
-  ~Folder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  Folder(Folder const&) = delete;
-  Folder& operator=(Folder const&) = delete;
-
-  std::string const& path() const { return path_; }
-
- private:
-  std::string path_;
-};
-
-HttpResponse ask(HttpClient& client, std::string const& method, std::string const& target, std::string body = {}) {
-  HttpResponse response = client.request({method, target, {}, std::move(body)});
-  if (response.status != 200) throw std::runtime_error(method + " " + target + ": " + response.body);
-  return response;
-}
 void put(HttpClient& client, std::string const& path, std::string document) {
   ask(client, "PUT", kTree + "/" + path, std::move(document));
 }
@@ -173,21 +146,6 @@ class AnswerWatch {
   std::atomic<bool> hasBegun_{false};
   std::future<void> done_;
 };
-
-/// One row of the table: what was measured, of how many switches, and what came out.
-struct Row {
-  std::string work;
-  std::size_t size;
-  double figure;
-};
-
-double milliseconds(Seconds time) { return time.count() * 1000; }
-
-double percentile(std::vector<double>& values, double part) {
-  auto const at = values.begin() + static_cast<std::ptrdiff_t>(part * static_cast<double>(values.size() - 1));
-  std::nth_element(values.begin(), at, values.end());
-  return *at;
-}
 
 /// What no server can do without that keeps what it answers: some bytes behind the others of a file, on the disk.
 double syncTime(Folder const& folder) {
@@ -333,36 +291,6 @@ class Measurement {
   std::size_t switches_;
   std::vector<Row> rows_;
 };
-
-std::string grouped(std::size_t number) {
-  std::string text = std::to_string(number);
-  for (std::size_t at = text.size(); at > 3; at -= 3) text.insert(at - 3, 1, ',');
-  return text;
-}
-std::string figureText(double figure) {
-  if (figure >= 100) return grouped(static_cast<std::size_t>(std::llround(figure)));
-  std::array<char, 32> text{};
-  std::snprintf(text.data(), text.size(), "%.1f", figure);
-  return text.data();
-}
-
-void print(std::vector<Row> const& rows, bool isMarkdown) {
-  std::vector<std::array<std::string, 3>> lines{{"work", "size", "figure"}};
-  for (Row const& row : rows) lines.push_back({row.work, grouped(row.size), figureText(row.figure)});
-  if (isMarkdown) {
-    lines.insert(lines.begin() + 1, {"---", "---:", "---:"});
-    for (auto const& [work, size, figure] : lines)
-      std::cout << "| " << work << " | " << size << " | " << figure << " |\n";
-    return;
-  }
-  std::array<std::size_t, 3> widths{};
-  for (auto const& line : lines)
-    for (std::size_t i = 0; i < widths.size(); ++i) widths[i] = std::max(widths[i], line[i].size());
-  for (auto const& [work, size, figure] : lines) {
-    std::cout << work << std::string(widths[0] - work.size() + 2 + widths[1] - size.size(), ' ') << size
-              << std::string(2 + widths[2] - figure.size(), ' ') << figure << '\n';
-  }
-}
 
 int run(std::filesystem::path const& place, bool isMarkdown) {
   std::vector<Row> rows;

@@ -1,0 +1,53 @@
+// Many connections to one server, on one thread.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace ServeLoad {
+
+/// Clients of a server on this machine that send when they are told to, and take what comes when `work()` is called.
+/// What fails is a std::runtime_error.
+class Connections {
+ public:
+  using Clock = std::chrono::steady_clock;
+  /// Takes from the front of all that a connection has brought, and leaves what is not yet whole.
+  using Taker = std::function<void(std::string& bytes)>;
+
+  explicit Connections(std::uint16_t port);
+  ~Connections();
+  Connections(Connections const&) = delete;
+  Connections& operator=(Connections const&) = delete;
+
+  /// Begins another connection; its number, from 0 up.
+  std::size_t add(Taker taker);
+  void send(std::size_t connection, std::string_view bytes);
+
+  /// Gives what has come to its takers until then, or until `isDone`, which is asked now and then.
+  void work(Clock::time_point until, std::function<bool()> const& isDone = nullptr);
+
+  std::size_t size() const { return all_.size(); }
+
+ private:
+  struct One {
+    int socket;
+    std::string out;
+    std::string in;
+    Taker taker;
+  };
+
+  static void flush(One& one);
+  void read(One& one);
+
+  std::uint16_t port_;
+  int poll_;
+  std::vector<One> all_;
+  std::vector<char> room_;
+};
+
+}  // namespace ServeLoad
