@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <deque>
-#include <numeric>
 #include <random>
 
 #include "agent/server/api_call.h"
@@ -262,27 +261,6 @@ TEST(ServerWatches, ALongDocumentComesInPiecesAndIsSharedByItsReaders) {
   EXPECT_EQ(reader.documents().at("registration/a/blob").size(), 1'000'002u);
 }
 
-// A reader is asked about a turn only if the turn changed something that it reads.
-TEST(ServerWatches, AReaderIsAskedForWhatConcernsItAlone) {
-  ServiceWorld world;
-  std::map<std::string, int> asked;
-  std::deque<std::unique_ptr<BodySource>> sources;
-  auto const wait = [&](std::string const& prefix) {
-    BodySource& source = *sources.emplace_back(world.service->watches().watch(prefix, world.service->revision()));
-    EXPECT_EQ(source.next(), "");
-    source.wakeIs([&asked, prefix] { ++asked[prefix]; });
-  };
-  for (int n = 0; n < 1000; ++n) wait("registration/leaf-" + std::to_string(n) + "/");
-  for (char const* prefix :
-       {"", "mount/", "registration/leaf-99", "registration/leaf-990/note", "registration/leaf-990/x"})
-    wait(prefix);
-  world.put("registration/leaf-990/note", "[]");
-  EXPECT_EQ(
-      asked,
-      (std::map<std::string, int>{
-          {"", 1}, {"registration/leaf-99", 1}, {"registration/leaf-990/", 1}, {"registration/leaf-990/note", 1}}));
-}
-
 // The past that it did not keep up with has nothing for it.
 TEST(ServerWatches, AReaderThatNothingConcernsFallsBehindNothing) {
   ServiceOptions options;
@@ -296,27 +274,6 @@ TEST(ServerWatches, AReaderThatNothingConcernsFallsBehindNothing) {
     reader.readAll();
     EXPECT_THAT(reader.events(), ElementsAreArray(std::vector<std::string>(isWoken ? 1 : 0, "change")));
   }
-}
-
-// Each has its own, 15 s behind that before, and no turn of the loop has more than some hundred.
-TEST(ServerWatches, SignsOfLifeComeInSlices) {
-  ServiceWorld world;
-  std::vector<int> signs(1000);
-  std::vector<std::unique_ptr<BodySource>> sources;
-  for (int& count : signs) {
-    auto& source = sources.emplace_back(world.service->watches().watch("", world.service->revision()));
-    EXPECT_EQ(source->next(), "");
-    source->wakeIs([&] { ++count; });
-  }
-  auto const now = world.loop.now() + 20s;
-  int slices = 0;
-  while (world.service->watches().keepAlive(now)) {
-    EXPECT_LE(std::accumulate(signs.begin(), signs.end(), 0), 300 * ++slices);
-    if (slices == 2) sources.erase(sources.begin() + 600, sources.begin() + 700);
-  }
-  EXPECT_GT(slices, 2);
-  EXPECT_EQ(std::count(signs.begin(), signs.end(), 1), 900);
-  EXPECT_FALSE(world.service->watches().keepAlive(now + 14s));
 }
 
 TEST(ServerWatches, ASlowReaderKeepsNothingAlive) {
