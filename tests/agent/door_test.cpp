@@ -135,7 +135,7 @@ TEST(InputRules, RefuseNamesThatLookLikeOthers) {
   EXPECT_EQ(refusalOf("registration/.../note", 1), "");
   auto const mount = [](char const* service) { return Json{{"publishedMount", {{"/x", {{"service", service}}}}}}; };
   EXPECT_THAT(refusalOf("mount/offer/02:00:00:aa:00:01", mount("..")),
-              HasSubstr(": publishedMount[\"/x\"].service: \"..\" is no name"));
+              HasSubstr(": publishedMount./x.service: \"..\" is no name"));
   EXPECT_THAT(refusalOf("mount/offer/02:00:00:aa:00:01", mount("a\u202Eb")), HasSubstr("is no name"));
   EXPECT_EQ(refusalOf("mount/offer/02:00:00:aa:00:01", mount("routing")), "");
   EXPECT_EQ(refusalOf("registration/größe ✓/note", 1), "");
