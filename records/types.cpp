@@ -111,8 +111,8 @@ std::optional<Controller::ServiceVersionV1> Nox::TextForm<Controller::ServiceVer
   if (error != std::errc() || (behind != end && *behind != ' ')) return std::nullopt;
   return Controller::ServiceVersionV1(number, String8(behind != end ? std::string_view(behind + 1, end) : ""));
 }
-Nox::String8 Nox::TextForm<Controller::ServiceVersionV1>::print(Controller::ServiceVersionV1 const& version) {
-  return String8(detail::textOf(version));
+Nox::String8 Nox::TextForm<Controller::ServiceVersionV1>::print(Controller::ServiceVersionV1 const& value) {
+  return String8(detail::textOf(value));
 }
 
 std::optional<Controller::MountDesc> Nox::TextForm<Controller::MountDesc>::parse(std::string_view text) {
@@ -128,6 +128,6 @@ std::optional<Controller::MountDesc> Nox::TextForm<Controller::MountDesc>::parse
   std::apply([&](auto const&... field) { (take(mount.*field.second), ...); }, Controller::MountDesc::fields());
   return fields == 5 && text.empty() && !isOpen ? std::optional(mount) : std::nullopt;
 }
-Nox::String8 Nox::TextForm<Controller::MountDesc>::print(Controller::MountDesc const& mount) {
-  return String8(detail::textOf(mount));
+Nox::String8 Nox::TextForm<Controller::MountDesc>::print(Controller::MountDesc const& value) {
+  return String8(detail::textOf(value));
 }

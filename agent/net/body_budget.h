@@ -16,9 +16,11 @@ class BodyBudget {
   class Share {
    public:
     explicit Share(BodyBudget& budget) : most_(budget.most_), taken_(budget.taken_) {}
-    Share(Share&& other) noexcept : most_(other.most_), taken_(other.taken_), bytes_(std::exchange(other.bytes_, 0)) {}
+    Share(Share&& other) noexcept : most_(other.most_), taken_(std::move(other.taken_)), bytes_(other.bytes_) {}
     Share& operator=(Share&&) = delete;
-    ~Share() { *taken_ -= bytes_; }
+    ~Share() {
+      if (taken_ != nullptr) *taken_ -= bytes_;
+    }
 
     /// The body has so many bytes by now, no fewer than before; false if there is no room for them.
     bool grow(std::size_t bytes) {

@@ -17,6 +17,8 @@ class EventLoop {
   virtual ~EventLoop() = default;
 
   virtual Clock::time_point now() const = 0;
+  /// For how long the process was stopped since the last call.
+  virtual Clock::duration stoodStill() = 0;
   /// Runs `task` behind all that is ready to run now.
   virtual void post(std::function<void()> task) = 0;
   /// Runs `task` at that time or soon after; at once if it has passed.

@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "agent/net/http_connection.h"
+#include "agent/net/stop_clock.h"
 
 namespace Agent {
 namespace {
@@ -217,6 +218,7 @@ class HttpServer::Impl final : public HttpConnectionHost {
 
   HttpLimits const limits_;
   BodyBudget bodies_;
+  StopClock stops_;
   HttpHandler handler_;
   std::function<HttpResponse(int, std::string const&)> problem_;
   std::map<int, std::function<void()>> heard_;
@@ -252,6 +254,7 @@ void HttpServer::handlerIs(HttpHandler handler,
 
 std::size_t HttpServer::connections() const { return impl_->connections_.size(); }
 
+HttpServer::Clock::duration HttpServer::stoodStill() { return impl_->stops_.take(); }
 HttpServer::Clock::time_point HttpServer::now() const { return Clock::now(); }
 void HttpServer::post(std::function<void()> task) { impl_->post(std::move(task)); }
 void HttpServer::at(Clock::time_point time, std::function<void()> task) { impl_->at(time, std::move(task)); }

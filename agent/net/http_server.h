@@ -50,6 +50,7 @@ class HttpServer final : public EventLoop {
   std::size_t connections() const;
 
   Clock::time_point now() const override;
+  Clock::duration stoodStill() override;
   /// Unlike all else, it may be called on any thread.
   void post(std::function<void()> task) override;
   void at(Clock::time_point time, std::function<void()> task) override;

@@ -116,7 +116,7 @@ struct FleetOptions {
 };
 
 /// Describe the options to the parser, each without what all have in common.
-void describe(CommandLine& line, ClientCommonOptions& options);
+void describe(CommandLine& line, ClientCommonOptions& common);
 void describe(CommandLine& line, GetOptions& options);
 void describe(CommandLine& line, PutOptions& options);
 void describe(CommandLine& line, DeleteOptions& options);

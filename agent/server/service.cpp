@@ -9,8 +9,9 @@ namespace Agent {
 namespace {
 
 constexpr auto kTick = std::chrono::milliseconds(100);
-/// A tick that comes later than this comes late because the agent, or its machine, stood still.
+/// Behind a tick that comes later than this, renewals wait to be read; so long they are given.
 constexpr auto kLongestTick = std::chrono::milliseconds(500);
+constexpr auto kReading = std::chrono::milliseconds(250);
 constexpr auto kTries = std::chrono::seconds(1);
 
 std::chrono::milliseconds inMilliseconds(EventLoop::Clock::duration duration) {
@@ -258,8 +259,9 @@ void Service::tell(CommittedTurn turn) {
 
 void Service::tick() {
   auto const now = loop_.now();
-  EventLoop::Clock::duration const late = now - lastTick_;
-  EventLoop::Clock::duration const passed = late > kLongestTick ? kTick : late;
+  EventLoop::Clock::duration const whole = now - lastTick_;
+  // What the agent does itself counts: under load the dead go in time, too.
+  EventLoop::Clock::duration const passed = whole - std::min(whole, loop_.stoodStill());
   lifetimes_.pass(inMilliseconds(passed));
   awake_ += inMilliseconds(passed);
   // Once all heartbeats that were found at the start have been put again or have gone, nothing depends on it.
@@ -269,7 +271,10 @@ void Service::tick() {
   tryStore(now);
   if (turns_.empty()) commit();
   // Behind what has come in already: a renewal may be among it.
-  loop_.post(later(self_, &Service::expire));
+  if (whole > kLongestTick)
+    loop_.at(now + kReading, later(self_, &Service::expire));
+  else
+    loop_.post(later(self_, &Service::expire));
   keepAlive();
   loop_.at(now + kTick, later(self_, &Service::tick));
 }

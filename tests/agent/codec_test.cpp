@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <random>
+#include <tuple>
 
 #include "records/agent.h"
 #include "records/registration.h"
@@ -185,7 +186,7 @@ TEST(Codec, AnEqualDocumentChangesNothing) {
 template <class R>
 std::string refusal(std::string const& document) {
   try {
-    DocumentOf<R>{readJson(document)};
+    std::ignore = DocumentOf<R>(readJson(document));
     return "accepted";
   } catch (InputError const& error) {
     return error.field() + ": " + error.reason();

@@ -39,6 +39,18 @@ std::vector<Json> events(Served const& served, std::string const& name = "") {
   return all;
 }
 
+TEST(Serve, AStopOfTheProcessKillsNoHeartbeat) {
+  Served served({"--memory"});
+  Api api(served);
+  std::string const path = std::string("heartbeat/") + kId;
+  EXPECT_EQ(api.put(path + "?ttl=2", "{}").status, 200);
+  served.signal(SIGSTOP);
+  std::this_thread::sleep_for(std::chrono::seconds(3));
+  served.signal(SIGCONT);
+  EXPECT_EQ(api.text(path), "{}");
+  await([&] { return api.text(path) == "nothing"; });
+}
+
 TEST(Serve, SaysThatItIsUnprotectedWhereOthersReachIt) {
   Served open({"--memory", "--log-format", "json", "--listen", "0.0.0.0:0"});
   EXPECT_THAT(Api(open).health().value("warning", ""), HasSubstr("any client"));

@@ -201,6 +201,31 @@ TEST(Service, TimeInWhichTheAgentStoodStillKillsNobody) {
   EXPECT_EQ(world.read("heartbeat/02:00:00:aa:00:01"), "nothing");
 }
 
+TEST(Service, UnderLoadTheDeadGoInTime) {
+  ServiceWorld world;
+  world.put("heartbeat/02:00:00:aa:00:01", "{}");
+  auto const begun = world.loop.now();
+  while (world.read("heartbeat/02:00:00:aa:00:01") != "nothing") {
+    ASSERT_LT(world.loop.now() - begun, 40s);
+    world.loop.isBusy(700ms);
+    world.loop.pass(1ms);
+  }
+  EXPECT_GE(world.loop.now() - begun, 30s);
+  EXPECT_LE(world.loop.now() - begun, 32s) << "of which two times 0.7 s are the load itself";
+}
+
+TEST(Service, RenewalsThatWaitBehindALongTurnAreReadBeforeAnythingExpires) {
+  ServiceWorld world;
+  world.put("heartbeat/02:00:00:aa:00:01", "{}");
+  world.put("heartbeat/02:00:00:aa:00:02", "{}");
+  world.loop.isBusy(1min);
+  world.loop.pass(0s);
+  world.put("heartbeat/02:00:00:aa:00:01", "{}");
+  world.loop.pass(29s);
+  EXPECT_EQ(world.read("heartbeat/02:00:00:aa:00:01"), "{}");
+  EXPECT_EQ(world.read("heartbeat/02:00:00:aa:00:02"), "nothing");
+}
+
 TEST(Service, ABatchIsOneTurnOrNothing) {
   ServiceWorld world;
   std::vector<Operation> batch;

@@ -24,7 +24,7 @@ TEST_F(TreeApiLimits, ABatchHasALimit) {
 TEST_F(TreeApiLimits, AnAtomicBatchHasALimitOfItsOwn) {
   std::vector<std::string> lines(11, kPut);
   EXPECT_EQ(post("", lines).status, 200);
-  lines.push_back(kDrop);
+  lines.emplace_back(kDrop);
   Reply const reply = post("?atomic=1", lines);
   EXPECT_EQ(reply.status, 413);
   EXPECT_EQ(reply.json()["applied"], 0);

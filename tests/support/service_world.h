@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "agent/server/service.h"
@@ -18,6 +19,7 @@ namespace Agent {
 class FakeLoop final : public EventLoop {
  public:
   Clock::time_point now() const override { return now_; }
+  Clock::duration stoodStill() override { return std::exchange(stoodStill_, {}); }
   void post(std::function<void()> task) override { tasks_.push_back(std::move(task)); }
   void at(Clock::time_point time, std::function<void()> task) override { timers_.emplace(time, std::move(task)); }
 
@@ -42,10 +44,16 @@ class FakeLoop final : public EventLoop {
     now_ = end;
   }
   /// Time passes while nothing runs, as on a machine that stands still.
-  void standStill(Clock::duration time) { now_ += time; }
+  void standStill(Clock::duration time) {
+    now_ += time;
+    stoodStill_ += time;
+  }
+  /// Time passes while something else runs.
+  void isBusy(Clock::duration time) { now_ += time; }
 
  private:
   Clock::time_point now_{};
+  Clock::duration stoodStill_{};
   std::deque<std::function<void()>> tasks_;
   std::multimap<Clock::time_point, std::function<void()>> timers_;
 };
