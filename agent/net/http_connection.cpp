@@ -48,6 +48,10 @@ HttpConnection::HttpConnection(HttpConnectionHost& host, HttpSocket socket)
   ::setsockopt(socket_.native_handle(), IPPROTO_TCP, TCP_NOTSENT_LOWAT, &unsent, sizeof unsent);
 }
 
+std::chrono::milliseconds HttpConnection::timeOf(std::size_t bytes) const {
+  return std::chrono::milliseconds(1000 * bytes / host_.limits().bytesPerSecond);
+}
+
 void HttpConnection::checkTime(Clock::time_point now) {
   auto const idle = host_.limits().idle;
   bool const stands = now - moved_ > idle;
@@ -55,7 +59,7 @@ void HttpConnection::checkTime(Clock::time_point now) {
     case Phase::Reading:
       if (!hasBegun()) {
         if (stands) close();
-      } else if (stands || (!parser_->is_header_done() && now - begun_ > 2 * idle)) {
+      } else if (stands || now - begun_ > 2 * idle + timeOf(parser_->bodyBytes())) {
         refuse(408, "the request does not come to its end");
       }
       return;

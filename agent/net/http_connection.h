@@ -88,6 +88,9 @@ class HttpConnection final : public std::enable_shared_from_this<HttpConnection>
   // An empty line does not begin a request.
   bool hasBegun() const { return parser_ && parser_->got_some(); }
 
+  // How long so many bytes of a body may take.
+  std::chrono::milliseconds timeOf(std::size_t bytes) const;
+
   void handle();
   void sayContinue();
   void answer(HttpResponse response);

@@ -26,8 +26,9 @@ struct HttpLimits {
   std::size_t connections = 65'536;
   /// How long a connection may stand without a byte moving while one side waits for it to: between requests, within
   /// one, and while a response is being taken. Waiting for the program's own answer does not count. A header may take
-  /// twice as long in all.
+  /// twice as long in all, and so may a body, but for the time that its bytes take at `bytesPerSecond`.
   std::chrono::milliseconds idle = std::chrono::seconds(60);
+  std::size_t bytesPerSecond = 16 * 1024;
 };
 
 /// Serves HTTP/1.1 on one address, all of it on the thread that calls `run()`. Every connection holds what it has not

@@ -78,6 +78,7 @@ void describe(CommandLine& line, ServeOptions& options) {
       "--idle-timeout SECONDS",
       [&options](std::string const& text) { options.http.idle = parseSeconds(text, false); },
       "When a connection is closed on which nothing moves (60)");
+  describeCount(line, "--min-rate BYTES", options.http.bytesPerSecond, "Bytes of a request's body in a second");
   describeCount(line, "--max-connections COUNT", options.http.connections, "Connections at a time");
   describeCount(line, "--max-header BYTES", options.http.headerBytes, "The header of a request");
   describeCount(line, "--max-body BYTES", options.http.bodyBytes, "The body of a request", kLongestBody);

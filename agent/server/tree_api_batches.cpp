@@ -1,5 +1,6 @@
 // The route of batches: many documents put and deleted, a turn each or all in one.
 #include <algorithm>
+#include <chrono>
 
 #include "agent/server/api_call.h"
 
@@ -9,6 +10,7 @@ namespace {
 /// So much of a batch is read and applied at a time; then others have their turn.
 constexpr std::size_t kSlice = 256;
 constexpr std::size_t kSliceBytes = std::size_t{256} * 1024;
+constexpr std::chrono::milliseconds kSliceTime(5);
 /// What a line of a batch has beside its document: the path and the names of the members.
 constexpr std::size_t kLineBytes = 1024;
 constexpr std::size_t kLineValues = 2;
@@ -142,8 +144,9 @@ void TreeApi::goOn(std::shared_ptr<Batch> const& batch) {
   if (batch->isUndone) return finish(batch);
   std::size_t const end = batch->applied + kSlice;
   std::size_t const endBytes = batch->text.at() + kSliceBytes;
+  auto const endTime = loop_.now() + kSliceTime;
   bool isEnded = false;
-  while (!isEnded && batch->applied < end && batch->text.at() < endBytes) {
+  while (!isEnded && batch->applied < end && batch->text.at() < endBytes && loop_.now() <= endTime) {
     std::optional<Operation> const operation = next(*batch, limits_.batch);
     if (isEnded = !operation; isEnded) break;
     try {
