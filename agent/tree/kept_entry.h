@@ -1,7 +1,7 @@
 // What a switch keeps in its registration beside "config" and "status".
 #pragma once
 
-#include "agent/document/json_reader.h"
+#include "agent/document/documents.h"
 #include "framework/core/entity.h"
 
 namespace Agent {
@@ -9,13 +9,13 @@ namespace Agent {
 /// An entity like any other for the registry, which never looks inside; its content goes with it.
 class KeptEntry final : public Nox::Entity {
  public:
-  KeptEntry(Nox::Name name, Json content) : Entity(std::move(name)), content_(std::move(content)) {}
+  KeptEntry(Nox::Name name, DocumentText content) : Entity(std::move(name)), content_(std::move(content)) {}
 
-  Json const& content() const noexcept { return content_; }
-  void contentIs(Json content) { content_ = std::move(content); }
+  DocumentText const& content() const noexcept { return content_; }
+  void contentIs(DocumentText content) { content_ = std::move(content); }
 
  private:
-  Json content_;
+  DocumentText content_;
 };
 
 }  // namespace Agent

@@ -28,10 +28,12 @@ LiveTree::LiveTree(Nox::Library const& library, TreeDocuments& documents)
   auto known = kept_.documents.begin();
   // Both are in the same order, so that a document that the registry no longer has is one that was passed over.
   std::vector<std::string> gone;
-  tree_->forEach([&](std::string const& path, Json const& document) {
+  tree_->forEachPath([&](std::string const& path) {
+    DocumentText const text = tree_->text(parsePath(path));
+    if (!text) return;
     for (; known != kept_.documents.end() && known->first < path; ++known) gone.push_back(known->first);
     if (known != kept_.documents.end() && known->first == path) ++known;
-    compare(path, &document, firstTurn_);
+    compare(path, text, firstTurn_);
   });
   for (; known != kept_.documents.end(); ++known) gone.push_back(known->first);
   for (std::string const& path : gone) compare(path, nullptr, firstTurn_);
@@ -99,28 +101,24 @@ std::vector<CheckedOperation> LiveTree::check(std::span<Operation const> operati
 
 void LiveTree::collect(WrittenDocuments& written, TurnResult& result) {
   result.turn.revision = kept_.revision + 1;
-  for (auto const& [text, path] : written.paths(kept_.documents)) {
-    std::optional<Json> const document = tree_->read(path);
-    compare(text, document ? &*document : nullptr, result);
-  }
+  for (auto const& [text, path] : written.paths(kept_.documents)) compare(text, tree_->text(path), result);
   result.turn.revision = result.turn.changes.empty() ? kept_.revision : ++kept_.revision;
 }
 
-void LiveTree::compare(std::string const& path, Json const* document, TurnResult& result) {
+void LiveTree::compare(std::string const& path, DocumentText const& text, TurnResult& result) {
   Revision const revision = result.turn.revision;
   auto const known = kept_.documents.find(path);
-  if (document == nullptr) {
+  if (text == nullptr) {
     if (known == kept_.documents.end()) return;
     result.before.push_back({path, std::move(known->second)});
     kept_.documents.erase(known);
     result.turn.changes.push_back({path, nullptr, revision, std::nullopt});
     return;
   }
-  std::string text = document->dump();
-  if (known != kept_.documents.end() && *known->second.text == text) return;
+  if (known != kept_.documents.end() && *known->second.text == *text) return;
   result.before.push_back({path, known != kept_.documents.end() ? std::optional(known->second) : std::nullopt});
   Document& kept = known != kept_.documents.end() ? known->second : kept_.documents[path];
-  kept.text = std::make_shared<std::string const>(std::move(text));
+  kept.text = text;
   kept.revision = revision;
   result.turn.changes.push_back({path, kept.text, kept.revision, kept.timeToLive});
 }

@@ -59,7 +59,7 @@ class LiveTree {
   void collect(WrittenDocuments& written, TurnResult& result);
   void renew(std::string const& path, std::optional<std::chrono::milliseconds> timeToLive, TurnResult& result,
              std::size_t changes);
-  void compare(std::string const& path, Json const* document, TurnResult& result);
+  void compare(std::string const& path, DocumentText const& text, TurnResult& result);
 
   TreeDocuments& kept_;
   std::optional<StateTree> tree_;

@@ -1,6 +1,7 @@
 // The kinds of places that the table of places is made of: for each, what its cells do.
 #pragma once
 
+#include <memory>
 #include <set>
 #include <type_traits>
 
@@ -26,7 +27,12 @@ struct OfClient {
   static std::optional<Json> input(Json const& document) { return document; }
 };
 struct AnyValue : OfClient {
-  static Json const& contentOf(CheckedDocument const& document) { return *std::any_cast<Json const*>(document); }
+  static DocumentText contentOf(CheckedDocument const& document) {
+    return std::make_shared<std::string const>(std::any_cast<Json const*>(document)->dump());
+  }
+  static std::optional<Json> documentOf(DocumentText const& text) {
+    return text ? std::optional(readJson(*text)) : std::nullopt;
+  }
   static CheckedDocument check(Json const* document, Writer /*by*/) {
     if (document != nullptr && document->is_null())
       throw InputError("", "expected any JSON value but null, found null");
@@ -162,9 +168,12 @@ struct Heartbeats : AnyValue, Members {
     content.heartbeats.erase(path.systemId.address().bits());
     Members::remove(content, path);
   }
-  static std::optional<Json> read(TreeContent const& content, Path const& path) {
+  static DocumentText text(TreeContent const& content, Path const& path) {
     auto const found = content.heartbeats.find(path.systemId.address().bits());
-    return found != content.heartbeats.end() ? std::optional(found->second) : std::nullopt;
+    return found != content.heartbeats.end() ? found->second : nullptr;
+  }
+  static std::optional<Json> read(TreeContent const& content, Path const& path) {
+    return AnyValue::documentOf(text(content, path));
   }
 };
 
@@ -277,9 +286,12 @@ struct KeptEntries : AnyValue, InRegistration<KeptEntry> {
     else
       enter(content, path, Nox::make<KeptEntry>(nameOf(path), contentOf(document)));
   }
-  static std::optional<Json> read(TreeContent const& content, Path const& path) {
+  static DocumentText text(TreeContent const& content, Path const& path) {
     auto const kept = entryAt(content, path);
-    return kept ? std::optional(kept->content()) : std::nullopt;
+    return kept ? kept->content() : nullptr;
+  }
+  static std::optional<Json> read(TreeContent const& content, Path const& path) {
+    return documentOf(text(content, path));
   }
 };
 

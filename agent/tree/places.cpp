@@ -2,6 +2,7 @@
 #include "agent/tree/places.h"
 
 #include <array>
+#include <memory>
 
 #include "agent/tree/place_kinds.h"
 
@@ -18,10 +19,29 @@ namespace {
 
 using namespace PlaceKind;  // the rows read as a table
 
+/// What the registry does not read is kept as a text; of a record one is made.
+template <class Kind>
+DocumentText textOf(TreeContent const& content, Path const& path) {
+  if constexpr (requires { &Kind::text; }) {
+    return Kind::text(content, path);
+  } else {
+    std::optional<Json> const document = Kind::read(content, path);
+    return document ? std::make_shared<std::string const>(document->dump()) : nullptr;
+  }
+}
+
 template <class Kind>
 constexpr PlaceRow row(Place place, Nox::ValidPtr<Nox::Dir> AgentTables::*holders = nullptr) {
-  return {
-      place, &Kind::check, &Kind::input, &Kind::put, &Kind::remove, &Kind::read, &Kind::list, Kind::holder, holders};
+  return {.place = place,
+          .check = &Kind::check,
+          .input = &Kind::input,
+          .put = &Kind::put,
+          .remove = &Kind::remove,
+          .read = &Kind::read,
+          .text = &textOf<Kind>,
+          .list = &Kind::list,
+          .holder = Kind::holder,
+          .holders = holders};
 }
 
 constexpr std::array kPlaceRows = {

@@ -9,6 +9,7 @@
 #include <string>
 #include <unordered_map>
 
+#include "agent/document/documents.h"
 #include "agent/document/json_reader.h"
 #include "agent/document/path.h"
 #include "agent/tree/codec.h"
@@ -26,7 +27,7 @@ class PathRefusal : public InputError {
 struct TreeContent {
   Controllerdb::AgentTables& tables;
   /// What the heartbeats say, by the bits of the system id: one for every member of the table of peers.
-  std::unordered_map<std::uint64_t, Json> heartbeats{};
+  std::unordered_map<std::uint64_t, DocumentText> heartbeats{};
 };
 
 /// A document that was checked, as the kind of its place keeps it: of a record a `DocumentOf`, otherwise a pointer to
@@ -48,6 +49,8 @@ struct PlaceRow {
   /// Removes what stands there, if something does. Opens no turn.
   void (*remove)(TreeContent& content, Path const& path);
   std::optional<Json> (*read)(TreeContent const& content, Path const& path);
+  /// The same as a text; null if there is none.
+  DocumentText (*text)(TreeContent const& content, Path const& path);
   /// Gives the paths of the documents that stand at this place, in byte order. A folder gives all that lie inside, and
   /// the places inside give none.
   void (*list)(TreeContent const& content, Place place, PathVisit const& visit);

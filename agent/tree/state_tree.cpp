@@ -46,18 +46,22 @@ void StateTree::restore(Path const& path, Json const& document) {
 
 std::optional<Json> StateTree::read(Path const& path) const { return rowOf(path.place).read(content_, path); }
 
+DocumentText StateTree::text(Path const& path) const { return rowOf(path.place).text(content_, path); }
+
 // No path of one place stands between two of another, but for those of a folder, which lists them all.
-void StateTree::forEach(std::function<void(std::string const&, Json const&)> const& visit) const {
+void StateTree::forEachPath(PathVisit const& visit) const {
   auto const rows = placeRows();
   std::vector<PlaceRow> sorted(rows.begin(), rows.end());
   std::stable_sort(sorted.begin(), sorted.end(), [](PlaceRow const& a, PlaceRow const& b) {
     return a.place.prefix() < b.place.prefix();
   });
-  for (PlaceRow const& row : sorted) {
-    row.list(content_, row.place, [&](std::string const& path) {
-      if (auto const document = read(parsePath(path))) visit(path, *document);
-    });
-  }
+  for (PlaceRow const& row : sorted) row.list(content_, row.place, visit);
+}
+
+void StateTree::forEach(std::function<void(std::string const&, Json const&)> const& visit) const {
+  forEachPath([&](std::string const& path) {
+    if (auto const document = read(parsePath(path))) visit(path, *document);
+  });
 }
 
 // What a document holds lies some levels below the record that holds it.

@@ -57,7 +57,11 @@ class StateTree {
 
   /// The document at the path; nothing if there is none.
   std::optional<Json> read(Path const& path) const;
+  /// Its text; null if there is none.
+  DocumentText text(Path const& path) const;
 
+  /// Calls `visit` with every path that may have a document, in byte order.
+  void forEachPath(PathVisit const& visit) const;
   /// Calls `visit` with every path that has a document, and the document, in byte order of the paths.
   void forEach(std::function<void(std::string const& path, Json const& document)> const& visit) const;
 
