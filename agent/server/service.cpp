@@ -11,7 +11,7 @@ namespace {
 constexpr auto kTick = std::chrono::milliseconds(100);
 /// Behind a tick that comes later than this, renewals wait to be read; so long they are given.
 constexpr auto kLongestTick = std::chrono::milliseconds(500);
-constexpr auto kReading = std::chrono::milliseconds(250);
+constexpr auto kReading = std::chrono::milliseconds(400);
 constexpr auto kTries = std::chrono::seconds(1);
 
 std::chrono::milliseconds inMilliseconds(EventLoop::Clock::duration duration) {
@@ -63,6 +63,7 @@ Service::Service(EventLoop& loop, Nox::Library const& library, Store& store, Ser
       options_(options),
       log_(log),
       backups_(std::make_shared<BackupHub>(kept_)),
+      advanced_(loop.now()),
       lastTick_(loop.now()) {
   std::map<std::string, std::chrono::milliseconds> left;
   kept_ = readDocuments(store_, &left);
@@ -88,6 +89,8 @@ Service::~Service() {
 void Service::start(std::optional<std::map<std::string, std::chrono::milliseconds>> const& left) {
   Revision const revision = kept_.revision;
   tree_ = std::make_unique<LiveTree>(library_, kept_);
+  // What loading took is no time of theirs.
+  advance();
   lifetimes_ = Lifetimes();
   auto const [begin, end] = withPrefix(documents(), Place("heartbeat/<systemId>").prefix());
   for (auto at = begin; at != end; ++at) {
@@ -139,6 +142,7 @@ void Service::renew(std::span<Operation const> operations, std::optional<std::ch
       lifetimes_.forget(path);
       continue;
     }
+    advance();
     lifetimes_.renew(path, timeToLive);
     auto const known = kept_.documents.find(path);
     if (known == kept_.documents.end() || !timeToLive || std::exchange(known->second.isRenewed, true)) continue;
@@ -257,24 +261,32 @@ void Service::tell(CommittedTurn turn) {
   watches_->add(std::move(turn));
 }
 
-void Service::tick() {
+// What the agent does itself counts: under load the dead go in time, too. Called before a deadline is set as well, lest
+// one that is set behind a long turn be measured with that turn.
+void Service::advance() {
   auto const now = loop_.now();
-  EventLoop::Clock::duration const whole = now - lastTick_;
-  // What the agent does itself counts: under load the dead go in time, too.
+  EventLoop::Clock::duration const whole = now - advanced_;
   EventLoop::Clock::duration const passed = whole - std::min(whole, loop_.stoodStill());
   lifetimes_.pass(inMilliseconds(passed));
   awake_ += inMilliseconds(passed);
+  // What is less than a millisecond is not lost.
+  advanced_ = now - (passed - inMilliseconds(passed));
+}
+
+void Service::tick() {
+  auto const now = loop_.now();
+  advance();
   // Once all heartbeats that were found at the start have been put again or have gone, nothing depends on it.
   if (awake_ <= awakeMatters_) store_.awakeIs(awake_);
-  // What is less than a millisecond is not lost.
-  lastTick_ = now - (passed - inMilliseconds(passed));
   tryStore(now);
   if (turns_.empty()) commit();
   // Behind what has come in already: a renewal may be among it.
-  if (whole > kLongestTick)
-    loop_.at(now + kReading, later(self_, &Service::expire));
-  else
+  if (now - std::exchange(lastTick_, now) > kLongestTick) {
+    nextExpiry_ = now + kReading;
+    loop_.at(nextExpiry_, later(self_, &Service::expire));
+  } else if (now >= nextExpiry_) {
     loop_.post(later(self_, &Service::expire));
+  }
   keepAlive();
   loop_.at(now + kTick, later(self_, &Service::tick));
 }

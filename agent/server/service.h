@@ -83,6 +83,7 @@ class Service {
   void takeForeignTurns();
   void restartFrom(TreeDocuments documents);
   void tell(CommittedTurn turn);
+  void advance();
   void tick();
   void keepAlive();
   void expire();
@@ -103,7 +104,11 @@ class Service {
   std::shared_ptr<ServerWatches> watches_;
   std::shared_ptr<BackupHub> backups_;
   Lifetimes lifetimes_;
+  /// Up to when the lifetimes have been told the time.
+  EventLoop::Clock::time_point advanced_;
   EventLoop::Clock::time_point lastTick_;
+  /// Behind a late tick, when renewals have been read.
+  EventLoop::Clock::time_point nextExpiry_;
   EventLoop::Clock::time_point nextTry_;
   /// For how long the agent has been awake, and for how long that matters to the heartbeats that it found.
   std::chrono::milliseconds awake_{0};

@@ -214,6 +214,28 @@ TEST(Service, UnderLoadTheDeadGoInTime) {
   EXPECT_LE(world.loop.now() - begun, 32s) << "of which two times 0.7 s are the load itself";
 }
 
+TEST(Service, ARenewalBehindALongTurnHasItsWholeTime) {
+  ServiceWorld world;
+  world.loop.pass(1s);
+  world.loop.isBusy(20s);
+  // Read before the tick that is due, as sockets are before timers.
+  world.put("heartbeat/02:00:00:aa:00:01", "{}");
+  world.loop.pass(29s);
+  EXPECT_EQ(world.read("heartbeat/02:00:00:aa:00:01"), "{}");
+  world.loop.pass(2s);
+  EXPECT_EQ(world.read("heartbeat/02:00:00:aa:00:01"), "nothing");
+}
+
+TEST(Service, NothingExpiresWhileRenewalsBehindALateTickAreRead) {
+  ServiceWorld world;
+  world.put("heartbeat/02:00:00:aa:00:01", "{}");
+  world.loop.isBusy(1min);
+  world.loop.pass(300ms);
+  EXPECT_EQ(world.read("heartbeat/02:00:00:aa:00:01"), "{}") << "two more ticks have come";
+  world.loop.pass(300ms);
+  EXPECT_EQ(world.read("heartbeat/02:00:00:aa:00:01"), "nothing");
+}
+
 TEST(Service, RenewalsThatWaitBehindALongTurnAreReadBeforeAnythingExpires) {
   ServiceWorld world;
   world.put("heartbeat/02:00:00:aa:00:01", "{}");
