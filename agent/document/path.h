@@ -25,8 +25,6 @@ struct PathPattern {
   std::string_view text;
   /// A document there may have a time to live, and goes when that has passed.
   bool expires = false;
-  /// A document there may be any value but null: the registry does not read it.
-  bool isFree = false;
 };
 
 /// Every place of the tree, in the order in which errors list them. A path names the first place whose pattern it has.
@@ -38,8 +36,8 @@ inline constexpr std::array kPathPatterns = {
     PathPattern{"registration/<switch>"},
     PathPattern{"registration/<switch>/config"},
     PathPattern{"registration/<switch>/status"},
-    PathPattern{"registration/<switch>/<entry>", false, true},
-    PathPattern{"heartbeat/<systemId>", true, true},
+    PathPattern{"registration/<switch>/<entry>"},
+    PathPattern{"heartbeat/<systemId>", true},
     PathPattern{"service/config/<service>"},
     PathPattern{"service/override/<service>"},
     PathPattern{"service/status/<switch>/<service>"},
@@ -63,7 +61,6 @@ class Place {
   constexpr std::string_view pattern() const { return kPathPatterns[row_].text; }
   constexpr bool hasSystemId() const { return pattern().ends_with("<systemId>"); }
   constexpr bool expires() const { return kPathPatterns[row_].expires; }
-  constexpr bool isFree() const { return kPathPatterns[row_].isFree; }
   /// What all its paths begin with; all of the path where the place has but one.
   constexpr std::string_view prefix() const { return pattern().substr(0, pattern().find('<')); }
   /// Whether other places lie inside, so that no document lies at this one.

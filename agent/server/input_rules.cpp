@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "agent/document/utf8.h"
+#include "agent/tree/places.h"
 
 namespace Agent {
 namespace {
@@ -47,7 +48,7 @@ void requireInput(Operation const& operation) {
   Path const& path = operation.path;
   try {
     for (std::string const& name : path.names) requirePlainName(name, "");
-    if (!path.place.isFree()) requirePlainNames(*operation.value);
+    if (!rowOf(path.place).isFree) requirePlainNames(*operation.value);
     if (path.place == kConfig && operation.value->is_object() && !operation.value->contains("systemId"))
       throw InputError("systemId", "missing: a put of a switch's configuration says which switch it is");
   } catch (InputError& error) {

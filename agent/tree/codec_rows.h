@@ -1,12 +1,12 @@
 // How `codec.h` walks the attribute tables: once to parse a document, once to write it, once to read a record.
 #pragma once
 
-#include <charconv>
 #include <optional>
 #include <tuple>
 #include <utility>
 #include <vector>
 
+#include "agent/document/number.h"
 #include "agent/document/path.h"
 #include "agent/tree/codec.h"
 #include "agent/tree/key_order.h"
@@ -92,11 +92,9 @@ inline void parseKey(std::string const& text, Nox::Name& to) {
 }
 inline void parseKey(std::string const& text, Nox::String8& to) { to = Nox::sharedText<Nox::String8>(text); }
 inline void parseKey(std::string const& text, unsigned& to) {
-  auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), to);
-  // Printed again it must be the same text: no leading zeros, nothing behind the number.
-  if (error != std::errc() || keyText(to) != text) {
+  // Printed again it must be the same text: no leading zeros.
+  if (!readNumber(text, to) || keyText(to) != text)
     throw InputError("", "expected a version number from 0 to 4294967295 without leading zeros");
-  }
 }
 
 inline void parseMember(unsigned number, Json const& json, ServiceVersionV1& to) {

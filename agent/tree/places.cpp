@@ -2,6 +2,7 @@
 #include "agent/tree/places.h"
 
 #include <array>
+#include <concepts>
 #include <memory>
 
 #include "agent/tree/place_kinds.h"
@@ -33,6 +34,7 @@ DocumentText textOf(TreeContent const& content, Path const& path) {
 template <class Kind>
 constexpr PlaceRow row(Place place, Nox::ValidPtr<Nox::Dir> AgentTables::*holders = nullptr) {
   return {.place = place,
+          .isFree = std::derived_from<Kind, AnyValue>,
           .check = &Kind::check,
           .input = &Kind::input,
           .put = &Kind::put,

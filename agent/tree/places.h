@@ -39,6 +39,8 @@ using PathVisit = std::function<void(std::string const& path)>;
 /// A row of the table of places.
 struct PlaceRow {
   Place place;
+  /// A document there may be any value but null: the registry does not read it.
+  bool isFree;
   /// Converts what this writer puts or, without a document, lets it be deleted. Throws a PathRefusal or an InputError
   /// for what it may not.
   CheckedDocument (*check)(Json const* document, Writer by);
