@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include "support/listeners.h"
+#include "support/record_samples.h"
 #include "support/write_log.h"
 
 namespace AttributesTest {
@@ -10,29 +11,8 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-/// A new record of class R, named "record" where it takes a name.
-template <class R>
-Nox::ValidPtr<R> newRecord() {
-  if constexpr (std::is_constructible_v<R, Controller::SystemId>)
-    return Nox::make<R>(Controller::SystemId(std::uint64_t{1}));
-  else
-    return Nox::make<R>("record");
-}
-
-/// A value that differs from the default.
-template <class T>
-T sample() {
-  if constexpr (std::is_same_v<T, bool>)
-    return true;
-  else if constexpr (std::is_same_v<T, unsigned>)
-    return 7;
-  else if constexpr (std::is_same_v<T, Controller::SystemId>)
-    return Controller::SystemId(std::uint64_t{0x020000AA0001});
-  else if constexpr (std::is_same_v<T, Controller::ServiceVersionV1>)
-    return Controller::ServiceVersionV1(2, "two");
-  else
-    return T("text");
-}
+using Test::newRecord;
+using Test::sample;
 
 /// Calls `f` with every row that has a reader and a mutator of one value.
 template <class R, class F>

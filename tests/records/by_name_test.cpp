@@ -5,6 +5,7 @@
 
 #include "framework/by_name/generic_if.h"
 #include "support/listeners.h"
+#include "support/record_samples.h"
 
 namespace RecordsByNameTest {
 namespace {
@@ -13,6 +14,8 @@ using namespace Controller;
 using namespace ControllerRegistration;
 using Nox::GenericIf;
 using Nox::Ptr;
+using Test::newRecord;
+using Test::sample;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 using Op = GenericIf::Op;
@@ -21,12 +24,6 @@ using Value = GenericIf::Value;
 template <class R>
 class ByName : public testing::Test {
  protected:
-  static Nox::ValidPtr<R> newRecord() {
-    if constexpr (std::is_constructible_v<R, SystemId>)
-      return Nox::make<R>(SystemId(std::uint64_t{1}));
-    else
-      return Nox::make<R>("record");
-  }
   /// Calls `f` with every row of the kind that it takes.
   template <class F>
   static void forEachRow(F f) {
@@ -36,7 +33,7 @@ class ByName : public testing::Test {
     std::apply([&](auto const&... row) { (visit(row), ...); }, Nox::kRows<R>);
   }
 
-  Nox::ValidPtr<R> const record = newRecord();
+  Nox::ValidPtr<R> const record = newRecord<R>();
   Nox::ValidPtr<Listener<R>> const listener = Nox::make<Listener<R>>(record);
   Nox::GenericIfEntity const byName{record};
 };
@@ -46,20 +43,6 @@ using All = testing::Types<Controllerdb::Config, Controllerdb::Status, SwitchCon
                            ServiceStatusV1, ServiceStatusDir, ServiceConfigDir, OverrideServiceConfigDir, PeerTable,
                            SystemPublishedMount, PublishedMountsTable>;
 TYPED_TEST_SUITE(ByName, All);
-
-template <class T>
-T sample() {
-  if constexpr (std::is_same_v<T, bool>)
-    return true;
-  else if constexpr (std::is_same_v<T, unsigned>)
-    return 7;
-  else if constexpr (std::is_same_v<T, SystemId>)
-    return SystemId(std::uint64_t{0x020000AA0001});
-  else if constexpr (std::is_same_v<T, ServiceVersionV1>)
-    return ServiceVersionV1(2, "two words");
-  else
-    return T("text");
-}
 
 TYPED_TEST(ByName, NamesAndIdsOfTheRowsAreThoseOfTheRecord) {
   Nox::AttributeId id = Nox::kFirstAttribute;

@@ -5,6 +5,7 @@
 
 #include "framework/by_name/generic_if.h"
 #include "support/listeners.h"
+#include "support/record_samples.h"
 #include "support/write_log.h"
 
 namespace KeyedAttributesTest {
@@ -93,19 +94,13 @@ class KeyedAttributes : public testing::Test {
  protected:
   using R = typename C::R;
   using Key = typename C::Key;
-  static Nox::ValidPtr<R> newRecord() {
-    if constexpr (std::is_constructible_v<R, SystemId>)
-      return Nox::make<R>(SystemId(std::uint64_t{1}));
-    else
-      return Nox::make<R>("record");
-  }
   static Key key(unsigned number) { return keyOf<Key>(number); }
   void is(unsigned number, unsigned edition = 1) { enter(*record, C::is, key(number), edition); }
   void del(unsigned number) { (record.get()->*C::del)(key(number)); }
   auto const& all() { return (std::as_const(*record).*C::read)(); }
   static std::string heardOf(Key const& k) { return C::name() + '[' + textOf(k) + ']'; }
 
-  Nox::ValidPtr<R> record = newRecord();
+  Nox::ValidPtr<R> record = ::Test::newRecord<R>();
   Nox::ValidPtr<Listener<R>> listener = Nox::make<Listener<R>>(record);
 };
 
@@ -270,7 +265,7 @@ TYPED_TEST(KeyedChildren, LeaveNoMemberWithAParentThatHasGone) {
   (this->record.get()->*TypeParam::delAll)();
   EXPECT_FALSE(kept->parent());
   auto const survivor = [&] {
-    auto const other = this->newRecord();
+    auto const other = ::Test::newRecord<typename TestFixture::R>();
     return (other.get()->*TypeParam::is)(this->key(3));
   }();
   EXPECT_FALSE(survivor->parent());
