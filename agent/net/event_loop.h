@@ -19,7 +19,7 @@ class EventLoop {
   virtual Clock::time_point now() const = 0;
   /// For how long the process was stopped since the last call.
   virtual Clock::duration stoodStill() = 0;
-  /// Runs `task` behind all that is ready to run now.
+  /// Runs `task` behind all that is ready to run now. Where a loop says so, any thread may call it.
   virtual void post(std::function<void()> task) = 0;
   /// Runs `task` at that time or soon after; at once if it has passed.
   virtual void at(Clock::time_point time, std::function<void()> task) = 0;

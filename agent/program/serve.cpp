@@ -82,16 +82,16 @@ class Agent {
         hangups_(server_, log_),
         library_(libraryPath(options.library)),
         store_(openStore(state, options.acceptedLoss, log_)),
-        service_(server_, library_, *store_, options.service, log_),
+        service_(server_, library_, *store_, serviceOptions(options.service, state), log_),
         url_(urlOf(options, server_.port())),
         warning_(isLoopback(options.address) ? "" : kUnprotected),
         api_(server_, service_, options.api, Door(options.hosts), warning_) {
     log_.info("started",
               {{"url", url_},
                {"state", state.empty() ? "memory" : state},
-               {"revision", std::to_string(service_.revision())},
+               {"revision", std::to_string(service_.latest().revision)},
                {"history", service_.watches().history()},
-               {"documents", std::to_string(service_.documents().size())}});
+               {"documents", std::to_string(service_.latest().documents.size())}});
     if (!warning_.empty()) log_.warning("unprotected", {{"url", url_}, {"reason", warning_}});
     server_.handlerIs(
         [this](HttpRequest request, HttpAnswer answer) { api_.handle(std::move(request), std::move(answer)); },
@@ -110,7 +110,7 @@ class Agent {
   std::string const& url() const noexcept { return url_; }
   void run() {
     server_.run();
-    log_.info("stopped", {{"revision", std::to_string(service_.revision())}});
+    log_.info("stopped", {{"revision", std::to_string(service_.kept().revision)}});
   }
 
  private:
@@ -124,6 +124,11 @@ class Agent {
     for (std::string const& path : store->dropped()) log.warning("document_dropped", {{"path", path}});
     if (store->isLossAccepted()) log.warning("loss_accepted", {{"history", store->history()}});
     return store;
+  }
+
+  static ServiceOptions serviceOptions(ServiceOptions options, std::string const& state) {
+    options.hasStoreThread = !state.empty();
+    return options;
   }
 
   void stop(int signal) {

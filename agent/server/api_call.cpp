@@ -114,10 +114,11 @@ Revision revisionAt(Documents const& documents, Path const& path) {
   return newest;
 }
 
-void applyOne(Service& service, Operation const& operation, std::optional<Service::TimeToLive> timeToLive) {
+bool applyOne(Service& service, Operation const& operation, std::optional<Service::TimeToLive> timeToLive) {
   try {
     TurnResult const result = service.apply({&operation, 1}, timeToLive);
     if (result.failure) throw HttpProblem(500, *result.failure, toText(operation.path));
+    return !result.turn.changes.empty();
   } catch (InputError const& error) {
     throw refusal(error);
   }

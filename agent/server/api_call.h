@@ -66,9 +66,9 @@ Json bodyOf(HttpRequest const& request, std::string const& path, ApiLimits const
 HttpProblem inputProblem(InputError const& error);
 /// The turn that last changed what stands at the path, or below it; 0 if there is nothing.
 Revision revisionAt(Documents const& documents, Path const& path);
-/// Applies one operation, in a turn of its own. Throws an HttpProblem: a 500 if a handler failed, and what was asked
-/// for has been done and may not have been answered.
-void applyOne(Service& service, Operation const& operation, std::optional<Service::TimeToLive> timeToLive);
+/// Applies one operation, in a turn of its own; returns whether it changed anything. Throws an HttpProblem: a 500 if a
+/// handler failed, and what was asked for has been done and may not have been answered.
+bool applyOne(Service& service, Operation const& operation, std::optional<Service::TimeToLive> timeToLive);
 /// What an operation is refused with.
 HttpProblem refusal(InputError const& error);
 HttpProblem storeProblem(StoreError const& error);

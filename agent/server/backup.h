@@ -2,14 +2,21 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <set>
 #include <span>
 #include <string>
 
+#include "agent/document/documents.h"
 #include "agent/net/http.h"
-#include "agent/tree/live_tree.h"
 
 namespace Agent {
+
+/// What stood at a path before a turn changed it; nothing if there was no document.
+struct DocumentBefore {
+  std::string path;
+  std::optional<Document> document;
+};
 
 class Backup;
 

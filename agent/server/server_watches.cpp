@@ -68,12 +68,7 @@ class ServerWatch final : public BodySource {
 
  private:
   /// Whether its place is gone, so that nothing can go on from there.
-  bool isLost() const {
-    // What the whole prefix left to turns that were taken back since is not going to come.
-    bool const isInPrefix = toldPath_ || syncedAt_;
-    return era_ != hub_->era_ || (isInPrefix && undone_ != hub_->undone_) ||
-           (!toldPath_ && turn_ == nullptr && !hub_->reachesBackTo(told_));
-  }
+  bool isLost() const { return era_ != hub_->era_ || (!toldPath_ && turn_ == nullptr && !hub_->reachesBackTo(told_)); }
   bool tellTurn(std::string& to);
   void tellPrefix(std::string& to);
   void beginPrefix(std::string& to);
@@ -92,14 +87,13 @@ class ServerWatch final : public BodySource {
   /// The revision that was the last one's to resume from.
   Revision idTold_;
   std::size_t era_;
-  std::size_t undone_ = 0;
   /// The turn that is being told, and how many of its changes have been.
   std::shared_ptr<CommittedTurn const> turn_;
   std::size_t changesTold_ = 0;
   /// The path behind which the whole prefix goes on, while that is being told.
   std::optional<std::string> toldPath_;
-  /// The revision with which the whole prefix has been told: turns up to this one had gone into the tree meanwhile, and
-  /// follow when they are kept. Before that, what has been told is no state that ever was, and no place to resume from.
+  /// The revision with which the whole prefix has been told: turns up to this one came meanwhile, and follow. Before
+  /// that, what has been told is no state that ever was, and no place to resume from.
   std::optional<Revision> syncedAt_;
   /// That of the document that is being told.
   TextInPieces text_;
@@ -135,7 +129,6 @@ std::optional<std::string> ServerWatch::next() {
       // A reader that comes to the end of the past is told so, also when the last of it was not below its prefix.
       bool const isSignDue = piece.empty() && std::exchange(isSignWanted_, false);
       bool const isEndDue = !std::exchange(isCaughtUp_, true) && idTold_ != told_;
-      if (syncedAt_) break;
       if (isSignDue || isEndDue) piece += idLine() + "\n";
       break;
     }
@@ -144,8 +137,8 @@ std::optional<std::string> ServerWatch::next() {
   return piece;
 }
 
-// It has been told all turns. What has told the whole prefix waits for one turn more, whatever that changes.
-void ServerWatch::beginWaiting() { waits_ = hub_->waiting_.emplace(syncedAt_ ? std::string_view() : prefix_, this); }
+// It has been told all turns.
+void ServerWatch::beginWaiting() { waits_ = hub_->waiting_.emplace(prefix_, this); }
 
 // Tells what is left of a turn, or of it what there is room for; false if all turns have been told.
 bool ServerWatch::tellTurn(std::string& to) {
@@ -174,7 +167,6 @@ bool ServerWatch::tellTurn(std::string& to) {
 // Documents that changed later than the prefix was begun are left to the history, which then has them.
 void ServerWatch::beginPrefix(std::string& to) {
   era_ = hub_->era_;
-  undone_ = hub_->undone_;
   told_ = hub_->last_;
   turn_ = nullptr;
   toldPath_ = "";

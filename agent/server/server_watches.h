@@ -29,17 +29,14 @@ struct HistoryLimits {
 /// this history: one that is slow costs no more than that, and one that is so slow that its place is gone is told so.
 class ServerWatches : public std::enable_shared_from_this<ServerWatches> {
  public:
-  /// Of these documents, which are those of the store now; later they may be ahead of it, by turns that are not yet
-  /// kept. They outlive the hub or its being detached.
+  /// Of these documents, which are those that are kept. They outlive the hub or its being detached.
   ServerWatches(HistoryLimits const& limits, TreeDocuments const& documents, HistoryId history)
       : limits_(limits), tree_(&documents), last_(documents.revision), history_(std::move(history)) {}
 
-  /// A turn was committed: the next one after those before.
+  /// A turn was committed, and the documents have it: the next one after those before.
   void add(CommittedTurn turn);
   /// The documents are those of another state, and the store's again; all readers are told.
   void restart(HistoryId history);
-  /// Turns that were not yet kept, and that no reader was told of, have been taken back.
-  void undone() { ++undone_; }
   /// Readers that wait get a sign of life, every 15 s, but no more than a few hundred in a call: whether others are
   /// left.
   bool keepAlive(EventLoop::Clock::time_point now);
@@ -79,9 +76,8 @@ class ServerWatches : public std::enable_shared_from_this<ServerWatches> {
   std::deque<std::shared_ptr<CommittedTurn const>> turns_;
   std::size_t changes_ = 0;
   std::size_t bytes_ = 0;
-  /// Counts the restarts, and how often turns were taken back.
+  /// Counts the restarts.
   std::size_t era_ = 1;
-  std::size_t undone_ = 0;
   bool isClosed_ = false;
   /// All readers, the one first whose sign of life is due first; and the time when one was last given.
   std::list<ServerWatch*> signs_;

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <exception>
 #include <functional>
 #include <map>
 #include <memory>
@@ -17,6 +18,7 @@
 #include "agent/server/event_log.h"
 #include "agent/server/lifetimes.h"
 #include "agent/server/server_watches.h"
+#include "agent/server/work_thread.h"
 #include "agent/store/store.h"
 #include "agent/tree/live_tree.h"
 
@@ -28,7 +30,10 @@ inline constexpr std::int64_t kLongestSeconds = std::int64_t{10} * 366 * 24 * 36
 struct ServiceOptions {
   /// How long a heartbeat lives whose put does not say; absent for ever.
   std::optional<std::chrono::milliseconds> heartbeatTtl = std::chrono::seconds(30);
-  HistoryLimits history;
+  HistoryLimits history = {};
+  /// The store is used on a thread of its own, behind the constructor; then the loop's `post()` may be called on any
+  /// thread. Without it every commit is waited for.
+  bool hasStoreThread = false;
 };
 
 /// The state tree on a store. Every turn runs when it is asked for, and is kept together with those that are waiting
@@ -43,9 +48,12 @@ class Service {
   Service(Service const&) = delete;
   Service& operator=(Service const&) = delete;
 
-  Documents const& documents() const noexcept { return kept_.documents; }
-  Revision revision() const noexcept { return kept_.revision; }
-  std::size_t switches() const;
+  /// What every reader sees: all of it is kept.
+  TreeDocuments const& kept() const noexcept { return kept_; }
+  /// What a writer writes to: ahead of what is kept by the turns that are not yet.
+  TreeDocuments const& latest() const noexcept { return latest_; }
+  /// Switches that are kept.
+  std::size_t switches() const noexcept { return switches_; }
 
   /// Applies the operations in one turn; heartbeats get this time to live, or the default. Throws an InputError, with
   /// its path, for what the tree does not take, and a StoreError while the store takes no writes; then nothing has
@@ -57,7 +65,7 @@ class Service {
   TurnResult apply(std::span<Operation const> operations, std::optional<TimeToLive> timeToLive = std::nullopt,
                    std::size_t* refused = nullptr);
 
-  /// Calls `done` when all that is visible now is kept: at once if it is already. If it could not be kept, or it is
+  /// Calls `done` when `latest()` is kept as it is now: at once if it is already. If it could not be kept, or it is
   /// not known whether it is, `problem` is why; then the documents are those that were kept before.
   void whenKept(std::function<void(StoreError const* problem)> done);
 
@@ -66,7 +74,7 @@ class Service {
 
   ServerWatches& watches() noexcept { return *watches_; }
 
-  /// All documents as they are now, which must be when `whenKept()` says that they are kept, as the body of a response.
+  /// All documents that are kept now, as the body of a response.
   std::unique_ptr<BodySource> backup();
   /// Backups that are being read.
   std::size_t backups() const noexcept { return backups_->copies(); }
@@ -75,11 +83,23 @@ class Service {
   void stop();
 
  private:
+  /// Turns that go to the store together, and what waits for them.
+  struct Group {
+    std::vector<CommittedTurn> turns;
+    std::vector<std::function<void(StoreError const*)>> waiting;
+  };
+
+  bool isStoreBusy() const { return thread_ && thread_->isBusy(); }
+  void inStore(std::function<void()> work, WorkThread::Done done);
   void start(std::optional<std::map<std::string, std::chrono::milliseconds>> const& left);
-  void keepTurn(TurnResult& result);
+  void keptIs(TreeDocuments documents);
+  void keepTurn(TurnResult const& result);
   void commit();
+  void committed(std::exception_ptr const& thrown);
   void fail(StoreError const& problem);
-  void undo();
+  void storeProblemIs(StoreError const& problem);
+  std::vector<std::function<void(StoreError const*)>> undo();
+  void show(CommittedTurn const& turn);
   void takeForeignTurns();
   void restartFrom(TreeDocuments documents);
   void tell(CommittedTurn turn);
@@ -88,6 +108,7 @@ class Service {
   void keepAlive();
   void expire();
   void tryStore(EventLoop::Clock::time_point now);
+  void tried(std::exception_ptr const& thrown, TreeDocuments found);
   bool isRefresh(std::span<Operation const> operations, std::optional<std::chrono::milliseconds> timeToLive) const;
   void renew(std::span<Operation const> operations, std::optional<std::chrono::milliseconds> timeToLive);
   CommittedTurn takeRenewed();
@@ -97,9 +118,10 @@ class Service {
   Store& store_;
   ServiceOptions options_;
   EventLog& log_;
-  /// What everybody sees: ahead of the store by the turns that are not yet kept.
   TreeDocuments kept_;
-  /// The registry on these documents; none while the store takes no writes.
+  TreeDocuments latest_;
+  std::size_t switches_ = 0;
+  /// The registry on the latest documents; none while the store takes no writes.
   std::unique_ptr<LiveTree> tree_;
   std::shared_ptr<ServerWatches> watches_;
   std::shared_ptr<BackupHub> backups_;
@@ -115,17 +137,19 @@ class Service {
   std::chrono::milliseconds awakeMatters_{0};
   /// Heartbeats that were put for the first time since the start, which is not yet kept.
   std::set<std::string> renewed_;
-  /// Turns that are not yet kept, what stood before them, and what waits for them.
-  std::vector<CommittedTurn> turns_;
-  std::vector<DocumentBefore> before_;
-  Revision revisionBefore_ = 0;
-  std::vector<std::function<void(StoreError const*)>> waiting_;
+  /// Turns that the store has not got yet, and those that it has now.
+  Group open_;
+  Group committing_;
+  /// How long the agent has been awake, where the store is to be told of it.
+  std::optional<std::chrono::milliseconds> awakeDue_;
   /// Turns of which it is not known whether they are kept.
   std::vector<CommittedTurn> doubtful_;
   std::optional<std::string> problem_;
   bool isFull_ = false;
   /// Tasks on the loop hold it weakly, and do nothing when the service has gone.
   std::shared_ptr<Service*> self_ = std::make_shared<Service*>(this);
+  /// Ends first.
+  std::unique_ptr<WorkThread> thread_;
 };
 
 }  // namespace Agent

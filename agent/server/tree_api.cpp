@@ -28,13 +28,12 @@ void TreeApi::handle(HttpRequest request, HttpAnswer answer) {
   }
 }
 
-// What is there, or is not, is told like any other answer: not before it is kept.
+// What a writer finds is told like any other answer: not before it is kept.
 void TreeApi::refuse(Call& call, HttpProblem const& problem) {
   HttpResponse response = problemResponse(problem);
   response.fields.emplace_back("Enrolix-Revision", std::to_string(service_.watches().revision()));
-  bool const isOfState = problem.status() == 404 || problem.status() == 412;
-  if (isOfState)
-    readWhenKept(call, std::move(response));
+  if (problem.status() == 412 && !call.isRead())
+    judgeWhenKept(call, std::move(response));
   else if (problem.status() == 500)
     replyWhenKept(call.answer, std::move(response));
   else
@@ -43,36 +42,43 @@ void TreeApi::refuse(Call& call, HttpProblem const& problem) {
 
 // A condition is about the document that is named, or about the tree.
 void TreeApi::requireRevision(Call const& call) const {
+  TreeDocuments const& found = call.isRead() ? service_.kept() : service_.latest();
   if (call.document)
-    call.requireRevision(revisionAt(service_.documents(), *call.document), toText(*call.document));
+    call.requireRevision(revisionAt(found.documents, *call.document), toText(*call.document));
   else
-    call.requireRevision(service_.revision(), "");
+    call.requireRevision(found.revision, "");
 }
 
 void TreeApi::getDocument(Call& call) {
   std::string const path = toText(call.document.value());
-  auto const found = service_.documents().find(path);
-  if (found == service_.documents().end()) throw HttpProblem(404, "there is no document here", path);
+  Documents const& documents = service_.kept().documents;
+  auto const found = documents.find(path);
+  if (found == documents.end()) throw HttpProblem(404, "there is no document here", path);
   HttpResponse response = jsonResponse(200, found->second.revision, *found->second.text + "\n");
   response.fields.emplace_back("ETag", '"' + std::to_string(found->second.revision) + '"');
-  readWhenKept(call, std::move(response));
+  call.answer(std::move(response));
 }
 
 void TreeApi::putDocument(Call& call) {
   Path const& path = call.document.value();
   std::string const text = toText(path);
   Operation const operation{path, bodyOf(call.request, text, limits_)};
-  applyOne(service_, operation, call.timeToLive());
-  auto const found = service_.documents().find(text);
-  Revision const revision = found != service_.documents().end() ? found->second.revision : service_.revision();
-  replyWhenKept(call.answer, revisionResponse(revision));
+  bool const changes = applyOne(service_, operation, call.timeToLive());
+  Revision const revision = revisionAt(service_.latest().documents, path);
+  HttpResponse response = revisionResponse(revision != 0 ? revision : service_.latest().revision);
+  // What says what is kept already, as a heartbeat does, waits for nothing that others wrote.
+  if (!changes && revision == revisionAt(service_.kept().documents, path))
+    call.answer(std::move(response));
+  else
+    replyWhenKept(call.answer, std::move(response));
 }
 
 void TreeApi::deleteDocument(Call& call) {
-  bool const existed = revisionAt(service_.documents(), call.document.value()) != 0;
+  bool const existed = revisionAt(service_.latest().documents, call.document.value()) != 0;
   applyOne(service_, Operation{call.document.value(), std::nullopt}, std::nullopt);
-  Json const body{{"revision", service_.revision()}, {"existed", existed}};
-  replyWhenKept(call.answer, jsonResponse(200, service_.revision(), body.dump() + "\n"));
+  Revision const revision = service_.latest().revision;
+  Json const body{{"revision", revision}, {"existed", existed}};
+  replyWhenKept(call.answer, jsonResponse(200, revision, body.dump() + "\n"));
 }
 
 void TreeApi::health(Call& call) { tellHealth(call, 200); }
@@ -84,7 +90,7 @@ void TreeApi::tellHealth(Call& call, int status) {
   Json body{{"status", problem ? "no writes" : "ok"},
             {"revision", service_.watches().revision()},
             {"history", service_.watches().history()},
-            {"documents", service_.documents().size()},
+            {"documents", service_.kept().documents.size()},
             {"switches", service_.switches()},
             {"watches", service_.watches().watches()}};
   if (problem) body["reason"] = *problem;
@@ -99,8 +105,8 @@ void TreeApi::replyWhenKept(HttpAnswer answer, HttpResponse response) {
   });
 }
 
-// What could not be kept is gone, and is read again as it is now.
-void TreeApi::readWhenKept(Call& call, HttpResponse response) {
+// What could not be kept is gone, and is judged again as it is now.
+void TreeApi::judgeWhenKept(Call& call, HttpResponse response) {
   auto const waiting = std::make_shared<HttpResponse>(std::move(response));
   service_.whenKept([this, call, waiting](StoreError const* problem) {
     if (problem != nullptr)

@@ -94,7 +94,7 @@ class TreeApi {
   void readiness(Call& call);
   void tellHealth(Call& call, int status);
   void replyWhenKept(HttpAnswer answer, HttpResponse response);
-  void readWhenKept(Call& call, HttpResponse response);
+  void judgeWhenKept(Call& call, HttpResponse response);
 
   EventLoop& loop_;
   Service& service_;

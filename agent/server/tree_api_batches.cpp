@@ -136,7 +136,7 @@ void TreeApi::keep(std::shared_ptr<Batch> const& batch) {
 
 void TreeApi::finish(std::shared_ptr<Batch> const& batch) {
   service_.whenKept(
-      [this, batch](StoreError const* /*problem*/) { batch->answer(batch->response(service_.revision())); });
+      [this, batch](StoreError const* /*problem*/) { batch->answer(batch->response(service_.kept().revision)); });
 }
 
 // What cannot be read or applied ends the batch when it is its turn.

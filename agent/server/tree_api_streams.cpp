@@ -33,9 +33,9 @@ class TreeBody final : public BodySource {
 }  // namespace
 
 void TreeApi::listDocuments(Call& call) {
-  HttpResponse response = jsonResponse(200, service_.revision(), "");
-  response.source = std::make_unique<TreeBody>(service_.documents(), call.parameter("prefix"));
-  readWhenKept(call, std::move(response));
+  HttpResponse response = jsonResponse(200, service_.kept().revision, "");
+  response.source = std::make_unique<TreeBody>(service_.kept().documents, call.parameter("prefix"));
+  call.answer(std::move(response));
 }
 
 void TreeApi::watch(Call& call) {
@@ -56,20 +56,15 @@ void TreeApi::watch(Call& call) {
   call.answer(std::move(response));
 }
 
-// The copy begins when all that is visible is kept.
 void TreeApi::backup(Call& call) {
   if (service_.backups() >= limits_.backups)
     throw HttpProblem(429,
                       "there are " + std::to_string(limits_.backups) + " backups on their way, as many as are allowed");
-  service_.whenKept([this, call](StoreError const* problem) {
-    bool const isAllKept = service_.revision() == service_.watches().revision();
-    if (problem != nullptr || !isAllKept) return handle(call.request, call.answer);
-    HttpResponse response = jsonResponse(200, service_.revision(), "");
-    response.fields.front().second = "application/jsonl";
-    response.fields.emplace_back("Enrolix-History", service_.watches().history());
-    response.source = service_.backup();
-    call.answer(std::move(response));
-  });
+  HttpResponse response = jsonResponse(200, service_.kept().revision, "");
+  response.fields.front().second = "application/jsonl";
+  response.fields.emplace_back("Enrolix-History", service_.watches().history());
+  response.source = service_.backup();
+  call.answer(std::move(response));
 }
 
 }  // namespace Agent

@@ -73,18 +73,15 @@ void LiveTree::renew(std::string const& path, std::optional<std::chrono::millise
   auto const known = kept_.documents.find(path);
   if (known == kept_.documents.end() || known->second.timeToLive == timeToLive) return;
   Document& document = known->second;
-  Document const before = document;
   document.timeToLive = timeToLive;
   auto& all = result.turn.changes;
   auto const end = all.begin() + static_cast<std::ptrdiff_t>(changes);
   auto const change = std::lower_bound(
       all.begin(), end, path, [](DocumentChange const& c, std::string const& p) { return c.path < p; });
-  if (change != end && change->path == path) {
+  if (change != end && change->path == path)
     change->timeToLive = timeToLive;
-  } else {
+  else
     all.push_back({path, document.text, document.revision, timeToLive, true, std::nullopt});
-    result.before.push_back({path, before});
-  }
 }
 
 std::vector<CheckedOperation> LiveTree::check(std::span<Operation const> operations, std::size_t& at) const {
@@ -110,13 +107,11 @@ void LiveTree::compare(std::string const& path, DocumentText const& text, TurnRe
   auto const known = kept_.documents.find(path);
   if (text == nullptr) {
     if (known == kept_.documents.end()) return;
-    result.before.push_back({path, std::move(known->second)});
     kept_.documents.erase(known);
     result.turn.changes.push_back({path, nullptr, revision, std::nullopt});
     return;
   }
   if (known != kept_.documents.end() && *known->second.text == *text) return;
-  result.before.push_back({path, known != kept_.documents.end() ? std::optional(known->second) : std::nullopt});
   Document& kept = known != kept_.documents.end() ? known->second : kept_.documents[path];
   kept.text = text;
   kept.revision = revision;

@@ -14,18 +14,10 @@ namespace Agent {
 
 class WrittenDocuments;
 
-/// What stood at a path before a turn changed it; nothing if there was no document.
-struct DocumentBefore {
-  std::string path;
-  std::optional<Document> document;
-};
-
 /// What one turn did: what it changed, under the new revision; under the old one nothing, or no more than times to
 /// live.
 struct TurnResult {
   CommittedTurn turn;
-  /// What stood before at each path that the turn changed, in the order of the changes.
-  std::vector<DocumentBefore> before;
   /// Why a handler failed, in one line: all is written and delivered, but perhaps not answered as it should be.
   std::optional<std::string> failure;
 };

@@ -41,8 +41,8 @@ StoreModel modelOf(std::string const& backup) {
 
 StoreModel modelOf(Service const& service) {
   StoreModel model;
-  model.revision = service.revision();
-  for (auto const& [path, document] : service.documents())
+  model.revision = service.kept().revision;
+  for (auto const& [path, document] : service.kept().documents)
     model.documents[path] = StoreModel::stored({path, document.text, document.revision, document.timeToLive});
   return model;
 }
@@ -101,7 +101,7 @@ TEST(Backup, IsBrokenOffWhenTheStateIsReplaced) {
   auto const source = world.service->backup();
   EXPECT_TRUE(source->next());
   MemoryStore other(world.memory);
-  commitOne(other, {world.service->revision(), {}});
+  commitOne(other, {world.service->kept().revision, {}});
   world.loop.run();
   EXPECT_THROW(readAll(*source), std::runtime_error);
 }
@@ -131,7 +131,8 @@ TEST(Backup, BecomesAStateOfAnotherHistory) {
   std::ostringstream out;
   EXPECT_EQ(restoreState({file, folder / "state"}, out), 0);
   EXPECT_EQ(folder.files(), 2) << "the backup and the state";
-  EXPECT_THAT(out.str(), StartsWith((folder / "state") + ": revision " + std::to_string(world.service->revision())));
+  EXPECT_THAT(out.str(),
+              StartsWith((folder / "state") + ": revision " + std::to_string(world.service->kept().revision)));
   {
     SqliteStore store(folder / "state");
     EXPECT_EQ(contents(store), modelOf(*world.service));
@@ -292,7 +293,7 @@ TEST(Backup, ReadersOfALostStateAreNeverMistakenAboutTheRestoredOne) {
       if (random() % 2 == 0) one.connect(restored);
       one.read(10'000);
       std::map<std::string, std::string> expected;
-      auto const [begin, end] = withPrefix(restored.service->documents(), one.mirror().prefix());
+      auto const [begin, end] = withPrefix(restored.service->kept().documents, one.mirror().prefix());
       for (auto at = begin; at != end; ++at) expected[at->first] = *at->second.text;
       ASSERT_EQ(one.mirror().documents(), expected) << "prefix " << one.mirror().prefix();
       resyncs += static_cast<unsigned>(one.mirror().resyncs());

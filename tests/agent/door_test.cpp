@@ -147,13 +147,14 @@ TEST(InputRules, LetWhatIsStoredBeDeletedAndLoaded) {
   ServiceWorld world;
   auto const text = std::make_shared<std::string const>(R"({"enabled":true})");
   std::vector<CommittedTurn> const turns{
-      {world.service->revision() + 1, {{path, text, world.service->revision() + 1}}}};
+      {world.service->kept().revision + 1, {{path, text, world.service->kept().revision + 1}}}};
   world.service.reset();
   MemoryStore(world.memory).commit(turns);
   world.restart();
   EXPECT_THAT(world.read(path), HasSubstr(R"("enabled":true)"));
   Operation const gone{parsePath(path), std::nullopt};
   world.service->apply({&gone, 1});
+  world.loop.run();
   EXPECT_EQ(world.read(path), "nothing");
 }
 

@@ -73,14 +73,14 @@ class Reader {
 
 std::map<std::string, std::string> documentsOf(ServiceWorld const& world, std::string const& prefix) {
   std::map<std::string, std::string> all;
-  auto const [begin, end] = withPrefix(world.service->documents(), prefix);
+  auto const [begin, end] = withPrefix(world.service->kept().documents, prefix);
   for (auto at = begin; at != end; ++at) all[at->first] = *at->second.text;
   return all;
 }
 
 TEST(ServerWatches, TellsEachChangedDocumentOfATurnOnceAndItsRevisionWithTheLast) {
   ServiceWorld world;
-  auto const source = world.service->watches().watch("controller/", world.service->revision());
+  auto const source = world.service->watches().watch("controller/", world.service->kept().revision);
   EXPECT_EQ(source->next(), "");
   int wakes = 0;
   source->wakeIs([&] { ++wakes; });
@@ -101,7 +101,7 @@ TEST(ServerWatches, TellsEachChangedDocumentOfATurnOnceAndItsRevisionWithTheLast
 
 TEST(ServerWatches, TellsNothingBeforeItIsKept) {
   ServiceWorld world;
-  auto const source = world.service->watches().watch("", world.service->revision());
+  auto const source = world.service->watches().watch("", world.service->kept().revision);
   Operation const operation = parseOperation(R"({"put": "mount/ready/x", "value": true})");
   world.service->apply({&operation, 1});
   EXPECT_EQ(source->next(), "");
@@ -126,10 +126,10 @@ TEST(ServerWatches, FromTheBeginningItTellsTheWholePrefix) {
 
 TEST(ServerWatches, ARevisionThatHasNotBeenIsAnsweredWithAResync) {
   ServiceWorld world;
-  Reader reader(world.service->watches(), "", world.service->revision() + 5);
+  Reader reader(world.service->watches(), "", world.service->kept().revision + 5);
   reader.readAll();
   EXPECT_EQ(reader.resyncs(), 1);
-  EXPECT_EQ(reader.told(), world.service->revision());
+  EXPECT_EQ(reader.told(), world.service->kept().revision);
 }
 
 TEST(ServerWatches, SaysWhenThePastHasBeenTold) {
@@ -147,7 +147,7 @@ TEST(ServerWatches, SaysWhenThePastHasBeenTold) {
 
 TEST(ServerWatches, GivesASignOfLifeThatMovesThePlaceToResumeFrom) {
   ServiceWorld world;
-  Reader reader(world.service->watches(), "mount/", world.service->revision());
+  Reader reader(world.service->watches(), "mount/", world.service->kept().revision);
   reader.readAll();
   world.put("controller/config", R"({"enabled": true})");
   reader.readAll();
@@ -166,7 +166,7 @@ TEST(ServerWatches, AReaderThatIsLostInAResyncGetsAllOfTheNextOne) {
   reader.readAll();
   // All begins anew at the revision that it has been told.
   MemoryStore other(world.memory);
-  commitOne(other, {world.service->revision(), {}});
+  commitOne(other, {world.service->kept().revision, {}});
   world.loop.run();
   ASSERT_TRUE(reader.read());
   ASSERT_EQ(reader.resyncs(), 1);
@@ -174,7 +174,7 @@ TEST(ServerWatches, AReaderThatIsLostInAResyncGetsAllOfTheNextOne) {
   reader.reconnect();
   reader.readAll();
   EXPECT_EQ(reader.documents(), documentsOf(world, "registration/"));
-  EXPECT_EQ(reader.told(), world.service->revision());
+  EXPECT_EQ(reader.told(), world.service->kept().revision);
 }
 
 // A reader that does not read holds up one piece, whatever there is to tell.
@@ -198,7 +198,7 @@ TEST(ServerWatches, ALongDocumentIsToldInShortPieces) {
 
 TEST(ServerWatches, IsToldWhenTheAgentStops) {
   ServiceWorld world;
-  auto const source = world.service->watches().watch("", world.service->revision());
+  auto const source = world.service->watches().watch("", world.service->kept().revision);
   EXPECT_EQ(source->next(), "");
   world.service->stop();
   EXPECT_EQ(source->next(), "event: shutdown\ndata: {}\n\n");
@@ -207,7 +207,7 @@ TEST(ServerWatches, IsToldWhenTheAgentStops) {
 
 TEST(ServerWatches, IsToldTheRestBeforeTheAgentStops) {
   ServiceWorld world;
-  auto const source = world.service->watches().watch("mount/", world.service->revision());
+  auto const source = world.service->watches().watch("mount/", world.service->kept().revision);
   EXPECT_EQ(source->next(), "");
   Operation const operation = parseOperation(R"({"put": "mount/ready/x", "value": true})");
   world.service->apply({&operation, 1});
@@ -216,7 +216,7 @@ TEST(ServerWatches, IsToldTheRestBeforeTheAgentStops) {
               ::testing::AllOf(HasSubstr("mount/ready/x"), ::testing::EndsWith("shutdown\ndata: {}\n\n")));
 }
 
-TEST(ServerWatches, AWholePrefixIsNoPlaceToResumeFromBeforeAllOfItIsKept) {
+TEST(ServerWatches, AWholePrefixIsThatWhichIsKept) {
   ServiceWorld world;
   world.put("mount/ready/x", "true");
   world.put("mount/ready/y", "true");
@@ -227,13 +227,13 @@ TEST(ServerWatches, AWholePrefixIsNoPlaceToResumeFromBeforeAllOfItIsKept) {
   }
   Reader reader(world.service->watches(), "mount/", 0);
   reader.readAll();
-  EXPECT_THAT(reader.events(), ElementsAre("resync"));
-  EXPECT_EQ(reader.told(), 0u);
+  EXPECT_THAT(reader.events(), ElementsAre("resync", "change", "change", "synced"));
+  EXPECT_EQ(reader.told(), world.service->kept().revision);
   world.loop.run();
   reader.readAll();
-  EXPECT_THAT(reader.events(), ElementsAre("resync", "change", "change", "synced"));
+  EXPECT_THAT(reader.events(), ElementsAre("resync", "change", "change", "synced", "change", "change"));
   EXPECT_EQ(reader.documents(), documentsOf(world, "mount/"));
-  EXPECT_EQ(reader.told(), world.service->revision());
+  EXPECT_EQ(reader.told(), world.service->kept().revision);
 }
 
 TEST(ServerWatches, ATimeToLiveIsNobodysBusiness) {
@@ -249,7 +249,7 @@ TEST(ServerWatches, ATimeToLiveIsNobodysBusiness) {
 
 TEST(ServerWatches, ALongDocumentComesInPiecesAndIsSharedByItsReaders) {
   ServiceWorld world;
-  Revision const before = world.service->revision();
+  Revision const before = world.service->kept().revision;
   world.put("registration/a/blob", '"' + std::string(1'000'000, 'x') + '"');
   auto const source = world.service->watches().watch("", before);
   std::size_t pieces = 0;
@@ -267,7 +267,7 @@ TEST(ServerWatches, AReaderThatNothingConcernsFallsBehindNothing) {
   options.history.changes = 4;
   ServiceWorld world(options);
   for (bool const isWoken : {true, false}) {
-    Reader reader(world.service->watches(), "mount/", world.service->revision());
+    Reader reader(world.service->watches(), "mount/", world.service->kept().revision);
     reader.readAll();
     for (int i = 0; i < 50; ++i) world.put("registration/a/note", std::to_string(i));
     if (isWoken) world.put("mount/ready/x", "true");
@@ -280,7 +280,7 @@ TEST(ServerWatches, ASlowReaderKeepsNothingAlive) {
   ServiceOptions options;
   options.history.changes = 4;
   ServiceWorld world(options);
-  Reader slow(world.service->watches(), "mount/", world.service->revision());
+  Reader slow(world.service->watches(), "mount/", world.service->kept().revision);
   for (int i = 0; i < 50; ++i) world.put("mount/ready/x" + std::to_string(i % 7), i % 2 != 0 ? "true" : "false");
   slow.readAll();
   EXPECT_EQ(slow.resyncs(), 1);
@@ -343,7 +343,7 @@ TEST(ServerWatches, EveryReaderEndsWithTheTree) {
       ASSERT_EQ(reader.documents(), documentsOf(world, reader.prefix())) << "seed " << seed;
     }
     for (Reader const& reader : readers) {
-      ASSERT_LE(reader.told(), world.service->revision());
+      ASSERT_LE(reader.told(), world.service->kept().revision);
       ASSERT_EQ(reader.documents(), documentsOf(world, reader.prefix())) << "seed " << seed;
     }
   }

@@ -44,7 +44,7 @@ class Follower {
   void expectSame() {
     read();
     std::map<std::string, std::string> expected;
-    for (auto const& [path, document] : world_.service->documents()) expected[path] = *document.text;
+    for (auto const& [path, document] : world_.service->kept().documents) expected[path] = *document.text;
     EXPECT_EQ(mirror_.documents(), expected);
   }
   int resyncs() const { return mirror_.resyncs(); }
@@ -125,7 +125,7 @@ TEST(ServiceFailure, AStateThatOthersReplacedIsToldAnew) {
   EXPECT_EQ(write(world, "mount/ready/x", "true"), Answered::kUnknown);
   MemoryStore other(world.memory);
   other.prepare();
-  Revision const revision = world.service->revision();
+  Revision const revision = world.service->kept().revision;
   commitOne(other, {revision + 1, {put("mount/ready/other", "true", revision + 1)}});
   world.loop.pass(2s);
   EXPECT_EQ(world.read("mount/ready/other"), "true");
@@ -136,7 +136,7 @@ TEST(ServiceFailure, AStateThatOthersReplacedIsToldAnew) {
 TEST(ServiceFailure, AnEventOfAnotherHistoryIsAnsweredWithAResync) {
   ServiceWorld world;
   world.put("mount/ready/x", "true");
-  std::string const revision = std::to_string(world.service->revision());
+  std::string const revision = std::to_string(world.service->kept().revision);
   HistoryId const present = world.service->watches().history();
   struct {
     std::string id;

@@ -47,10 +47,10 @@ TEST(ServiceStart, RowsOfNoReadySwitchGoInTheFirstTurn) {
     ServiceWorld world;
     make(world);
     ASSERT_NE(world.read(row(kA)), "nothing") << name;
-    Revision const before = world.service->revision();
+    Revision const before = world.service->kept().revision;
     world.restart();
     EXPECT_EQ(world.read(row(kA)), "nothing") << name;
-    EXPECT_EQ(world.service->revision(), before + 1) << name;
+    EXPECT_EQ(world.service->kept().revision, before + 1) << name;
     EXPECT_EQ(world.text(), world.stored()) << name;
   }
 }
@@ -142,7 +142,7 @@ class Killed {
     service_->apply({&operation, 1});
     loop_.run();
   }
-  bool has(std::string const& path) const { return service_->documents().contains(path); }
+  bool has(std::string const& path) const { return service_->kept().documents.contains(path); }
   void pass(std::chrono::milliseconds time) { loop_.pass(time); }
   /// A killed process runs nothing any more.
   Service& service() { return *service_; }

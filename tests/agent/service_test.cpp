@@ -25,7 +25,7 @@ void enrol(ServiceWorld& world, std::string const& name, std::string const& syst
 
 TEST(Service, ATurnTellsEveryDocumentThatItChangedUnderOneRevision) {
   ServiceWorld world;
-  Revision const before = world.service->revision();
+  Revision const before = world.service->kept().revision;
   EXPECT_EQ(before, 1u);
   EXPECT_THAT(pathsOf(world.put("controller/config", R"({"enabled": true})").turn),
               ElementsAre("controller/config", "controller/status"));
@@ -44,7 +44,7 @@ TEST(Service, ATurnTellsEveryDocumentThatItChangedUnderOneRevision) {
 TEST(Service, ATurnThatChangesNothingHasNoRevision) {
   ServiceWorld world;
   world.put("heartbeat/02:00:00:aa:00:01", "{}");
-  Revision const before = world.service->revision();
+  Revision const before = world.service->kept().revision;
   TurnResult const again = world.put("heartbeat/02:00:00:aa:00:01", "{}");
   EXPECT_EQ(again.turn.revision, before);
   EXPECT_TRUE(again.turn.changes.empty());
@@ -136,9 +136,9 @@ TEST(Service, AHeartbeatThatGoesInItsOwnBatchHasNeverBeen) {
   ServiceWorld world;
   std::vector<Operation> const batch{parseOperation(R"({"put": "heartbeat/02:00:00:aa:00:01", "value": 1})"),
                                      parseOperation(R"({"delete": "heartbeat/02:00:00:aa:00:01"})")};
-  Revision const before = world.service->revision();
+  Revision const before = world.service->kept().revision;
   EXPECT_TRUE(world.service->apply(batch).turn.changes.empty());
-  EXPECT_EQ(world.service->revision(), before);
+  EXPECT_EQ(world.service->kept().revision, before);
 }
 
 TEST(Service, AHeartbeatExpiresUnlessItIsPutAgain) {
@@ -166,7 +166,7 @@ TEST(Service, ATimeToLiveIsTheLastOnePut) {
   world.put("heartbeat/02:00:00:aa:00:03", "{}", Service::TimeToLive{2s});
   TurnResult const longer = world.put("heartbeat/02:00:00:aa:00:03", "{}", Service::TimeToLive{100s});
   EXPECT_EQ(longer.turn.changes.size(), 1u);
-  EXPECT_EQ(longer.turn.revision, world.service->revision());
+  EXPECT_EQ(longer.turn.revision, world.service->kept().revision);
   world.loop.pass(3s);
   EXPECT_FALSE(isAlive(1));
   world.loop.pass(90s);
@@ -254,7 +254,7 @@ TEST(Service, ABatchIsOneTurnOrNothing) {
   for (char const* line :
        {R"({"put": "controller/config", "value": {"enabled": true}})", R"({"put": "mount/ready/x", "value": true})"})
     batch.push_back(parseOperation(line));
-  Revision const before = world.service->revision();
+  Revision const before = world.service->kept().revision;
   EXPECT_EQ(world.service->apply(batch).turn.revision, before + 1);
   world.loop.run();
   batch.push_back(parseOperation(R"({"put": "mount/ready/y", "value": true})"));
@@ -263,7 +263,7 @@ TEST(Service, ABatchIsOneTurnOrNothing) {
   EXPECT_THROW(world.service->apply(batch, std::nullopt, &refused), InputError);
   EXPECT_EQ(refused, 3u);
   EXPECT_EQ(world.read("mount/ready/y"), "nothing");
-  EXPECT_EQ(world.service->revision(), before + 1);
+  EXPECT_EQ(world.service->kept().revision, before + 1);
 }
 
 TEST(Service, NothingOfARegistrationMayGoAndComeBackInOneTurn) {
@@ -342,10 +342,10 @@ TEST(Service, ARestartFindsWhatAFreshRegistryMakesOfTheStoredDocuments) {
     ASSERT_EQ(world.text(), expected) << "seed " << seed;
     ASSERT_EQ(world.stored(), expected) << "seed " << seed;
     // What has come back once stays.
-    Revision const revision = world.service->revision();
+    Revision const revision = world.service->kept().revision;
     world.restart();
     ASSERT_EQ(world.text(), expected) << "seed " << seed;
-    ASSERT_EQ(world.service->revision(), revision) << "seed " << seed;
+    ASSERT_EQ(world.service->kept().revision, revision) << "seed " << seed;
   }
 }
 
@@ -367,10 +367,10 @@ TEST(Service, ARestartOfASettledNetworkChangesNothing) {
   world.put("registration/z/config", R"({"systemId": "02:00:00:aa:00:99"})");
   world.put("registration/z/status", "{}");
   std::string const before = world.text();
-  Revision const revision = world.service->revision();
+  Revision const revision = world.service->kept().revision;
   world.restart();
   EXPECT_EQ(world.text(), before);
-  EXPECT_EQ(world.service->revision(), revision);
+  EXPECT_EQ(world.service->kept().revision, revision);
 }
 
 }  // namespace

@@ -23,7 +23,7 @@ TEST(WaitingWatches, AReaderIsAskedForWhatConcernsItAlone) {
   std::map<std::string, int> asked;
   std::deque<std::unique_ptr<BodySource>> sources;
   auto const wait = [&](std::string const& prefix) {
-    BodySource& source = *sources.emplace_back(world.service->watches().watch(prefix, world.service->revision()));
+    BodySource& source = *sources.emplace_back(world.service->watches().watch(prefix, world.service->kept().revision));
     EXPECT_EQ(source.next(), "");
     source.wakeIs([&asked, prefix] { ++asked[prefix]; });
   };
@@ -44,7 +44,8 @@ TEST(WaitingWatches, ReadersComeAndGoWhileTheyAreWoken) {
   std::deque<std::unique_ptr<BodySource>> sources;
   int woken = 0;
   std::function<void()> const wait = [&] {
-    BodySource& source = *sources.emplace_back(world.service->watches().watch("mount/", world.service->revision()));
+    BodySource& source =
+        *sources.emplace_back(world.service->watches().watch("mount/", world.service->kept().revision));
     EXPECT_EQ(source.next(), "");
     source.wakeIs([&] {
       ++woken;
@@ -69,7 +70,7 @@ TEST(WaitingWatches, SignsOfLifeComeInSlices) {
   std::vector<int> signs(1000);
   std::vector<std::unique_ptr<BodySource>> sources;
   for (int& count : signs) {
-    auto& source = sources.emplace_back(world.service->watches().watch("", world.service->revision()));
+    auto& source = sources.emplace_back(world.service->watches().watch("", world.service->kept().revision));
     EXPECT_EQ(source->next(), "");
     source->wakeIs([&] { ++count; });
   }

@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -20,16 +21,16 @@ class FakeLoop final : public EventLoop {
  public:
   Clock::time_point now() const override { return now_; }
   Clock::duration stoodStill() override { return std::exchange(stoodStill_, {}); }
-  void post(std::function<void()> task) override { tasks_.push_back(std::move(task)); }
+  /// Any thread may call it.
+  void post(std::function<void()> task) override {
+    std::scoped_lock const lock(mutex_);
+    tasks_.push_back(std::move(task));
+  }
   void at(Clock::time_point time, std::function<void()> task) override { timers_.emplace(time, std::move(task)); }
 
   /// Runs all that is ready.
   void run() {
-    while (!tasks_.empty()) {
-      auto const task = std::move(tasks_.front());
-      tasks_.pop_front();
-      task();
-    }
+    while (auto const task = next()) task();
   }
   /// Lets time pass, timer by timer.
   void pass(Clock::duration time) {
@@ -52,7 +53,16 @@ class FakeLoop final : public EventLoop {
   void isBusy(Clock::duration time) { now_ += time; }
 
  private:
+  std::function<void()> next() {
+    std::scoped_lock const lock(mutex_);
+    if (tasks_.empty()) return nullptr;
+    auto task = std::move(tasks_.front());
+    tasks_.pop_front();
+    return task;
+  }
+
   Clock::time_point now_{};
+  std::mutex mutex_;
   Clock::duration stoodStill_{};
   std::deque<std::function<void()>> tasks_;
   std::multimap<Clock::time_point, std::function<void()>> timers_;
@@ -88,11 +98,11 @@ class ServiceWorld {
 
   /// The document at a path on one line; "nothing" if there is none.
   std::string read(std::string const& path) const {
-    auto const found = service->documents().find(path);
-    return found != service->documents().end() ? *found->second.text : "nothing";
+    auto const found = service->kept().documents.find(path);
+    return found != service->kept().documents.end() ? *found->second.text : "nothing";
   }
   /// Every document, a line each.
-  std::string text() const { return textOf(service->documents()); }
+  std::string text() const { return textOf(service->kept().documents); }
   static std::string textOf(Documents const& documents) {
     std::string all;
     for (auto const& [path, document] : documents) all += path + " " + *document.text + "\n";

@@ -1,0 +1,217 @@
+// The service and its store: what is committed, shown and told, and what becomes of it when a commit fails.
+#include <algorithm>
+#include <functional>
+#include <iterator>
+#include <utility>
+
+#include "agent/server/service.h"
+
+namespace Agent {
+namespace {
+
+constexpr auto kTries = std::chrono::seconds(1);
+
+/// What the paths of the switches' rows begin with.
+std::string_view switchPrefix() {
+  static std::string const prefix(Place("controller/switch/<systemId>").prefix());
+  return prefix;
+}
+
+/// Whether they are the same documents, whatever their times to live.
+bool isSame(TreeDocuments const& left, TreeDocuments const& right) {
+  return left.revision == right.revision && std::equal(left.documents.begin(),
+                                                       left.documents.end(),
+                                                       right.documents.begin(),
+                                                       right.documents.end(),
+                                                       [](auto const& one, auto const& other) {
+                                                         return one.first == other.first &&
+                                                                one.second.revision == other.second.revision &&
+                                                                *one.second.text == *other.second.text;
+                                                       });
+}
+
+/// Applies what a turn changed; returns what stood before.
+std::vector<DocumentBefore> applyTo(TreeDocuments& to, CommittedTurn const& turn) {
+  std::vector<DocumentBefore> before;
+  for (DocumentChange const& change : turn.changes) {
+    auto const known = to.documents.find(change.path);
+    before.push_back({change.path, known != to.documents.end() ? std::optional(known->second) : std::nullopt});
+    if (change.text)
+      to.documents[change.path] = {change.text, change.revision, change.timeToLive, false};
+    else if (known != to.documents.end())
+      to.documents.erase(known);
+  }
+  to.revision = turn.revision;
+  return before;
+}
+
+}  // namespace
+
+void Service::keptIs(TreeDocuments documents) {
+  kept_ = std::move(documents);
+  latest_ = kept_;
+  auto const [begin, end] = withPrefix(kept_.documents, switchPrefix());
+  switches_ = static_cast<std::size_t>(std::distance(begin, end));
+}
+
+void Service::inStore(std::function<void()> work, WorkThread::Done done) {
+  if (thread_) return thread_->start(std::move(work), std::move(done));
+  std::exception_ptr thrown;
+  try {
+    work();
+  } catch (StoreError const&) {
+    thrown = std::current_exception();
+  }
+  done(thrown);
+}
+
+// What is asked for while the store is at work goes to it together, as soon as it has done.
+void Service::commit() {
+  if (isStoreBusy()) return;
+  if (tree_) {
+    CommittedTurn renewed = takeRenewed();
+    if (!renewed.changes.empty()) open_.turns.push_back(std::move(renewed));
+    committing_ = std::exchange(open_, {});
+  }
+  auto const awake = std::exchange(awakeDue_, std::nullopt);
+  if (committing_.turns.empty() && !awake) return;
+  inStore(
+      [this, awake] {
+        if (awake) store_.awakeIs(*awake);
+        if (!committing_.turns.empty()) store_.commit(committing_.turns);
+      },
+      [this](std::exception_ptr const& thrown) { committed(thrown); });
+}
+
+void Service::committed(std::exception_ptr const& thrown) {
+  try {
+    if (thrown) std::rethrow_exception(thrown);
+  } catch (StoreError const& problem) {
+    return fail(problem);
+  }
+  Group kept = std::exchange(committing_, {});
+  for (CommittedTurn& turn : kept.turns) {
+    show(turn);
+    tell(std::move(turn));
+  }
+  for (auto const& done : kept.waiting) done(nullptr);
+  if (!open_.turns.empty()) commit();
+}
+
+// What the registry did cannot be taken back one by one: it ends here, and another one starts when the store works
+// again. Until then there is no other state than what is known to be kept.
+void Service::fail(StoreError const& problem) {
+  if (dynamic_cast<OutcomeUnknown const*>(&problem) != nullptr) doubtful_ = committing_.turns;
+  auto const waiting = undo();
+  storeProblemIs(problem);
+  log_.error(isFull_ ? "disk_full" : "store_failed", {{"reason", *problem_}});
+  tree_.reset();
+  renewed_.clear();
+  nextTry_ = loop_.now() + kTries;
+  for (auto const& done : waiting) done(&problem);
+}
+
+void Service::storeProblemIs(StoreError const& problem) {
+  isFull_ = dynamic_cast<StoreFull const*>(&problem) != nullptr;
+  problem_ = problem.what();
+}
+
+// Takes back what is not kept; returns what waited for it.
+std::vector<std::function<void(StoreError const*)>> Service::undo() {
+  std::vector<std::function<void(StoreError const*)>> waiting;
+  for (Group& group : {std::ref(committing_), std::ref(open_)}) {
+    for (CommittedTurn const& turn : group.turns)
+      for (DocumentChange const& change : turn.changes) {
+        auto const kept = kept_.documents.find(change.path);
+        if (kept != kept_.documents.end())
+          latest_.documents[change.path] = kept->second;
+        else
+          latest_.documents.erase(change.path);
+      }
+    std::move(group.waiting.begin(), group.waiting.end(), std::back_inserter(waiting));
+    group = {};
+  }
+  latest_.revision = kept_.revision;
+  return waiting;
+}
+
+// What others wrote is like what was there before: the registry finds it at its first passes.
+void Service::takeForeignTurns() {
+  log_.info("state_changed_by_others", {});
+  auto const waiting = undo();
+  tree_.reset();
+  restartFrom(readDocuments(store_));
+  if (!problem_) start(std::nullopt);
+  StoreError const problem("the state was changed by others at the same time; nothing was done");
+  for (auto const& done : waiting) done(&problem);
+}
+
+// Another state than the one that was told of: all readers are told so.
+void Service::restartFrom(TreeDocuments documents) {
+  keptIs(std::move(documents));
+  watches_->restart(store_.history());
+  backups_->detach();
+  backups_ = std::make_shared<BackupHub>(kept_);
+}
+
+void Service::show(CommittedTurn const& turn) {
+  std::vector<DocumentBefore> const before = applyTo(kept_, turn);
+  for (std::size_t at = 0; at < before.size(); ++at)
+    if (before[at].path.starts_with(switchPrefix()))
+      switches_ = switches_ + (turn.changes[at].text ? 1 : 0) - (before[at].document ? 1 : 0);
+  backups_->changed(before);
+}
+
+// A time to live is kept, and told to no reader.
+void Service::tell(CommittedTurn turn) {
+  std::erase_if(turn.changes, [&](DocumentChange const& change) { return change.isRenewal; });
+  if (turn.changes.empty()) return;
+  for (DocumentChange const& change : turn.changes) log_.changed(change);
+  watches_->add(std::move(turn));
+}
+
+void Service::tryStore(EventLoop::Clock::time_point now) {
+  if (!problem_ || now < nextTry_ || isStoreBusy()) return;
+  nextTry_ = now + kTries;
+  auto const found = std::make_shared<TreeDocuments>();
+  inStore(
+      [this, found] {
+        store_.prepare();
+        *found = readDocuments(store_);
+      },
+      [this, found](std::exception_ptr const& thrown) { tried(thrown, std::move(*found)); });
+}
+
+void Service::tried(std::exception_ptr const& thrown, TreeDocuments found) {
+  try {
+    if (thrown) std::rethrow_exception(thrown);
+  } catch (StoreError const& problem) {
+    return storeProblemIs(problem);
+  }
+  auto const doubtful = std::exchange(doubtful_, {});
+  bool const wasKept = !doubtful.empty() && found.revision == doubtful.back().revision;
+  bool const isKnown = doubtful.empty() || doubtful.back().revision == kept_.revision;
+  // Told only when the store has said that it is there for good.
+  if (wasKept)
+    for (CommittedTurn const& turn : doubtful) show(turn);
+  if (!isSame(found, kept_) || store_.history() != watches_->history()) {
+    log_.warning("state_replaced", {{"revision", std::to_string(found.revision)}});
+    restartFrom(std::move(found));
+  } else {
+    keptIs(std::move(found));
+    if (wasKept)
+      for (CommittedTurn const& turn : doubtful) tell(turn);
+  }
+  problem_ = std::nullopt;
+  log_.info("store_recovered",
+            {{"revision", std::to_string(kept_.revision)},
+             {"unknown",
+              isKnown   ? "none"
+              : wasKept ? "kept"
+                        : "not kept"}});
+  // A client that wanted to put something new meanwhile was turned away, which is held against no heartbeat.
+  start(std::nullopt);
+  commit();
+}
+
+}  // namespace Agent
