@@ -2,12 +2,17 @@
 #pragma once
 
 #include <boost/beast/http/basic_parser.hpp>
+#include <boost/beast/http/error.hpp>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
 #include "agent/net/http.h"
 
 namespace Agent {
+
+/// A message has no more fields than this: each takes more memory than its bytes on the line, however small it is.
+inline constexpr std::size_t kMostFields = 100;
 
 /// Gathers the fields and the body of one message.
 template <bool kIsRequest, class Message>
@@ -19,9 +24,13 @@ class HttpMessageParser : public boost::beast::http::basic_parser<kIsRequest> {
   Message message_;
 
  private:
-  void on_field_impl(boost::beast::http::field, Text name, Text value, ErrorCode&) override {
+  void on_field_impl(boost::beast::http::field, Text name, Text value, ErrorCode& to) override {
     // Trailers come when the message has been judged by its header, and may add nothing to that.
-    if (!this->is_header_done()) message_.fields.emplace_back(std::string(name), std::string(value));
+    if (this->is_header_done()) return;
+    if (message_.fields.size() == kMostFields)
+      to = boost::beast::http::error::buffer_overflow;
+    else
+      message_.fields.emplace_back(std::string(name), std::string(value));
   }
   std::size_t on_body_impl(Text body, ErrorCode&) override {
     message_.body.append(body.data(), body.size());

@@ -23,7 +23,8 @@ class HttpRequestParser final : public HttpMessageParser<true, HttpRequest> {
     Refused  // see status() and reason()
   };
 
-  explicit HttpRequestParser(HttpLimits const& limits) : headerLimit_(limits.headerBytes) {
+  explicit HttpRequestParser(HttpLimits const& limits)
+      : headerLimit_(limits.headerBytes), bodyLimit_(limits.bodyBytes) {
     header_limit(static_cast<std::uint32_t>(std::min<std::size_t>(limits.headerBytes, UINT32_MAX)));
     body_limit(limits.bodyBytes);
     eager(false);
@@ -42,9 +43,9 @@ class HttpRequestParser final : public HttpMessageParser<true, HttpRequest> {
       if (inHeader) headerBytes_ += taken;
       bool const wantsMore = error == boost::beast::http::error::need_more;
       if (error && !wantsMore)
-        result = refuse(statusOf(error), error.message());
+        result = refuse(error);
       else if (tooLong(inHeader ? headerBytes_ : 0, wantsMore ? bytes.size() - used : 0))
-        result = refuse(431, "the header is longer than " + std::to_string(headerLimit_) + " bytes");
+        result = refuse(boost::beast::http::error::header_limit);
       else if (wantsMore)
         break;
       else if (inHeader && is_header_done())
@@ -67,10 +68,16 @@ class HttpRequestParser final : public HttpMessageParser<true, HttpRequest> {
   HttpRequest takeRequest() { return std::move(message_); }
 
  private:
-  static int statusOf(ErrorCode const& error) {
-    if (error == boost::beast::http::error::header_limit) return 431;
-    if (error == boost::beast::http::error::body_limit) return 413;
-    return 400;
+  State refuse(ErrorCode const& error) {
+    using Error = boost::beast::http::error;
+    if (error == Error::header_limit) return refuse(431, longer("header", headerLimit_));
+    if (error == Error::body_limit) return refuse(413, longer("body", bodyLimit_));
+    if (error == Error::buffer_overflow)
+      return refuse(431, "the header has more than " + std::to_string(kMostFields) + " fields");
+    return refuse(400, error.message());
+  }
+  static std::string longer(char const* what, std::uint64_t bytes) {
+    return std::string("the ") + what + " is longer than " + std::to_string(bytes) + " bytes";
   }
 
   State refuse(int status, std::string reason) {
@@ -92,9 +99,12 @@ class HttpRequestParser final : public HttpMessageParser<true, HttpRequest> {
   }
 
   State checkHeader() {
+    takeTheAuthority();
     int hosts = 0;
+    int origins = 0;
     for (auto const& [name, value] : message_.fields) {
       if (sameWithoutCase(name, "Host")) ++hosts;
+      if (sameWithoutCase(name, "Origin")) ++origins;
       if (sameWithoutCase(name, "Transfer-Encoding")) {
         if (!isHttp11()) return refuse(400, "Transfer-Encoding in a request of HTTP/1.0");
         if (!sameWithoutCase(value, "chunked")) return refuse(501, "expected no transfer coding but chunked");
@@ -105,17 +115,25 @@ class HttpRequestParser final : public HttpMessageParser<true, HttpRequest> {
       }
     }
     if (hosts > 1 || (hosts == 0 && isHttp11())) return refuse(400, "expected one field Host");
-    takeTheOrigin();
+    if (origins > 1) return refuse(400, "expected one field Origin at most");
     return is_done() ? State::Complete : State::HeaderIn;
   }
 
-  // "http://host/path" is another way to write "/path".
-  void takeTheOrigin() {
+  // "http://host/path" is another way to write "/path", and its host counts instead of that of the field Host.
+  void takeTheAuthority() {
     constexpr std::string_view kScheme = "http://";
     std::string& target = message_.target;
     if (!sameWithoutCase(std::string_view(target).substr(0, kScheme.size()), kScheme)) return;
-    target.erase(0, std::min(target.find_first_of("/?", kScheme.size()), target.size()));
+    std::size_t const end = std::min(target.find_first_of("/?", kScheme.size()), target.size());
+    std::string const host = target.substr(kScheme.size(), end - kScheme.size());
+    target.erase(0, end);
     if (target.empty() || target.front() == '?') target.insert(0, "/");
+    auto const isHost = [](auto const& field) { return sameWithoutCase(field.first, "Host"); };
+    auto const field = std::find_if(message_.fields.begin(), message_.fields.end(), isHost);
+    if (field != message_.fields.end())
+      field->second = host;
+    else if (!isHttp11())
+      message_.fields.emplace_back("Host", host);
   }
 
   void on_request_impl(boost::beast::http::verb, Text method, Text target, int version, ErrorCode&) override {
@@ -125,6 +143,7 @@ class HttpRequestParser final : public HttpMessageParser<true, HttpRequest> {
   }
 
   std::size_t const headerLimit_;
+  std::uint64_t const bodyLimit_;
   std::size_t headerBytes_ = 0;
   bool skippedLine_ = false;
   int version_ = 0;

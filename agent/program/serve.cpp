@@ -43,16 +43,6 @@ std::string urlOf(ServeOptions const& options, std::uint16_t port) {
   return "http://" + (isSixth ? '[' + options.address + ']' : options.address) + ":" + std::to_string(port);
 }
 
-/// What a status says about a limit.
-std::optional<std::string> limitReason(HttpLimits const& limits, int status) {
-  auto const longer = [](char const* what, std::size_t bytes) {
-    return std::string("the ") + what + " is longer than " + std::to_string(bytes) + " bytes";
-  };
-  if (status == 413) return longer("body", limits.bodyBytes);
-  if (status == 431) return longer("header", limits.headerBytes);
-  return std::nullopt;
-}
-
 /// A hangup ends nothing: the log goes on in a file of its old name, whatever became of that which it was in.
 class Hangups {
  public:
@@ -95,9 +85,7 @@ class Agent {
     if (!warning_.empty()) log_.warning("unprotected", {{"url", url_}, {"reason", warning_}});
     server_.handlerIs(
         [this](HttpRequest request, HttpAnswer answer) { api_.handle(std::move(request), std::move(answer)); },
-        [http = options.http](int status, std::string const& reason) {
-          return TreeApi::problem(status, limitReason(http, status).value_or(reason));
-        });
+        &TreeApi::problem);
     for (int const signal : {SIGTERM, SIGINT}) server_.onSignal(signal, [this, signal] { stop(signal); });
     server_.onPause([this](std::string const* reason) {
       if (reason != nullptr)

@@ -19,6 +19,7 @@ using Test::put;
 using Test::RawConnection;
 using Test::RunningServer;
 using Test::smallLimits;
+using Test::text;
 
 struct Refusal {
   char const* what;
@@ -38,6 +39,9 @@ std::vector<Refusal> const kRefusals{
     {"bare line feeds", "GET / HTTP/1.1\nHost: here\n\n", 400},
     {"no host", "GET / HTTP/1.1\r\n\r\n", 400},
     {"two hosts", get("/", "Host: there\r\n"), 400},
+    {"two hosts beside that of the target", get("http://here/", "Host: here\r\n"), 400},
+    {"target with a host and no field", "GET http://here/ HTTP/1.1\r\n\r\n", 400},
+    {"two origins", get("/", "Origin: http://here\r\nORIGIN: http://here\r\n"), 400},
     {"space before the colon", get("/", "A : b\r\n"), 400},
     {"no colon", get("/", "A\r\n"), 400},
     {"no name", get("/", ": b\r\n"), 400},
@@ -134,6 +138,41 @@ std::vector<Exchange> const kExchanges{
      "PUT /a abc0123456789"},
     {"DELETE /a HTTP/1.0\r\nConnection: keep-alive\r\n\r\n", "DELETE /a "},
 };
+
+// However small they are: each costs more memory than its bytes.
+TEST(HttpRequest, TakesAHundredFields) {
+  RunningServer server(echo);
+  for (int const count : {100, 101, 3000}) {
+    std::string fields;
+    for (int field = 1; field < count; ++field) fields += "a:\r\n";
+    RawConnection client(server.port());
+    client.send(get("/a", fields));
+    auto const response = client.response();
+    EXPECT_EQ(response.status, count <= 100 ? 200 : 431);
+    if (count > 100) {
+      EXPECT_EQ(response.body, "the header has more than 100 fields");
+    }
+  }
+}
+
+// Whatever the field Host says: the program sees the host of the target, and judges that.
+TEST(HttpRequest, TheHostOfAnAbsoluteTargetCounts) {
+  RunningServer server([](HttpRequest const& request, HttpAnswer const& answer) {
+    answer(text(std::string(findField(request.fields, "Host").value_or("none")) + " " + request.target));
+  });
+  struct {
+    char const* request;
+    char const* seen;
+  } const cases[] = {{"GET /a HTTP/1.1\r\nHost: here\r\n\r\n", "here /a"},
+                     {"GET http://there:80/a HTTP/1.1\r\nHost: here\r\n\r\n", "there:80 /a"},
+                     {"GET HTTP://there HTTP/1.0\r\n\r\n", "there /"},
+                     {"GET http:///a HTTP/1.0\r\n\r\n", " /a"}};
+  for (auto const& c : cases) {
+    RawConnection client(server.port());
+    client.send(c.request);
+    EXPECT_EQ(client.response().body, c.seen);
+  }
+}
 
 TEST(HttpRequest, ReadsRequestsInAnyPieces) {
   RunningServer server(echo);

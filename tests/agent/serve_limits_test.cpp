@@ -37,6 +37,19 @@ TEST(ServeLimits, OfAHeader) {
   auto const refused = api.send("GET", "/healthz", "", {{"X-Long", std::string(1000, 'x')}});
   EXPECT_EQ(refused.status, 431);
   EXPECT_EQ(statusIn(refused.body), 431);
+  EXPECT_THAT(refused.body, HasSubstr("longer than 1000 bytes"));
+  EXPECT_EQ(api.send("GET", "/healthz", "", HttpFields(200, {"a", "b"})).status, 431);
+}
+
+// A proxy is asked with the whole address, whose host is judged like the field Host.
+TEST(ServeLimits, OfHosts) {
+  Served const served({"--memory"});
+  for (auto const& [target, status] :
+       {std::pair{"http://localhost/healthz", 200}, {"http://evil.example/healthz", 421}}) {
+    RawConnection client(served.port());
+    client.send(std::string("GET ") + target + " HTTP/1.1\r\nHost: localhost\r\n\r\n");
+    EXPECT_EQ(client.response().status, status) << target;
+  }
 }
 
 TEST(ServeLimits, OfConnections) {
