@@ -37,8 +37,9 @@ struct HttpConnection::Promise {
   bool kept = false;
 };
 
-HttpConnection::HttpConnection(HttpConnectionHost& host, HttpSocket socket)
-    : host_(host), socket_(std::move(socket)), moved_(Clock::now()) {
+HttpConnection::HttpConnection(HttpConnectionHost& host, HttpSocket socket, AddressShares::Origin origin,
+                               std::string wanting)
+    : host_(host), socket_(std::move(socket)), origin_(origin), wanting_(std::move(wanting)), moved_(Clock::now()) {
   boost::system::error_code ignored;
   socket_.non_blocking(true, ignored);
   socket_.set_option(boost::asio::ip::tcp::no_delay(true), ignored);
@@ -54,10 +55,12 @@ std::chrono::milliseconds HttpConnection::timeOf(std::size_t bytes) const {
 
 void HttpConnection::checkTime(Clock::time_point now) {
   auto const idle = host_.limits().idle;
-  bool const stands = now - moved_ > idle;
+  bool const stands = now - moved_ > (wanting_.empty() ? idle : std::min(idle, kLongestSpare));
   switch (phase_) {
     case Phase::Reading:
-      if (!hasBegun()) {
+      if (!wanting_.empty()) {
+        if (stands) turnAway();
+      } else if (!hasBegun()) {
         if (stands) close();
       } else if (stands || now - begun_ > 2 * idle + timeOf(parser_->bodyBytes())) {
         refuse(408, "the request does not come to its end");
@@ -126,6 +129,11 @@ bool HttpConnection::read() {
   }
   if (parser_) {
     HttpRequestParser::State const state = parser_->feed(in_);
+    bool const isHeaderIn = state == HttpRequestParser::State::HeaderIn || state == HttpRequestParser::State::Complete;
+    if (isHeaderIn && !wanting_.empty() && !host_.isVital(parser_->request())) {
+      turnAway();
+      return true;
+    }
     if (!share_->grow(parser_->bodyBytes())) {
       refuse(503, "the bodies of all requests take as much memory as they may; expected to be sent again later");
       return true;
@@ -150,6 +158,11 @@ bool HttpConnection::read() {
   else
     close();
   return true;
+}
+
+void HttpConnection::turnAway() {
+  host_.turnedAway(wanting_);
+  refuse(503, wanting_);
 }
 
 void HttpConnection::handle() {
@@ -188,7 +201,7 @@ void HttpConnection::refuse(int status, std::string const& reason) {
 
 void HttpConnection::answer(HttpResponse response) {
   if (phase_ != Phase::Answering) return;
-  if (host_.isStopping()) keepsAlive_ = false;
+  if (host_.isStopping() || !wanting_.empty()) keepsAlive_ = false;
   int const status = response.status;
   HttpFields& fields = response.fields;
   fields.emplace(fields.begin(), "Date", httpDate(std::time(nullptr)));
@@ -342,7 +355,8 @@ void HttpConnection::takeBytes() {
     close();
   } else if (!error && phase_ != Phase::Draining) {
     in_.append(scratch.data(), count);
-    if (phase_ == Phase::Reading) moved_ = Clock::now();
+    // Without a place there is one deadline for all of a request.
+    if (phase_ == Phase::Reading && wanting_.empty()) moved_ = Clock::now();
   }
   if (phase_ == Phase::Reading)
     advance();

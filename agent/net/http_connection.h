@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 
+#include "agent/net/address_shares.h"
 #include "agent/net/body_budget.h"
 #include "agent/net/http_request_parser.h"
 #include "agent/net/http_server.h"
@@ -37,6 +38,10 @@ class HttpConnectionHost {
   virtual void post(std::function<void()> task) = 0;
   virtual void handle(HttpRequest request, HttpAnswer answer) = 0;
   virtual HttpResponse problem(int status, std::string const& reason) = 0;
+  /// Whether the request is answered even if its connection has no place.
+  virtual bool isVital(HttpRequest const& request) const = 0;
+  /// A client was refused, for want of a place.
+  virtual void turnedAway(std::string const& reason) = 0;
   /// It has closed.
   virtual void left(HttpConnection& connection) = 0;
 };
@@ -47,8 +52,10 @@ class HttpConnection final : public std::enable_shared_from_this<HttpConnection>
  public:
   using Clock = EventLoop::Clock;
 
-  HttpConnection(HttpConnectionHost& host, HttpSocket socket);
+  /// `wanting` says why it has no place, and may ask for no more than one thing that is vital; empty if it has one.
+  HttpConnection(HttpConnectionHost& host, HttpSocket socket, AddressShares::Origin origin, std::string wanting);
 
+  AddressShares::Origin origin() const { return origin_; }
   void begin() { advance(); }
 
   /// Answers without asking the program, and ends.
@@ -75,6 +82,8 @@ class HttpConnection final : public std::enable_shared_from_this<HttpConnection>
   // How many requests or pieces a connection gets done before the others have their turn.
   static constexpr int kStepsInTurn = 8;
   static constexpr std::chrono::milliseconds kLongestDrain = std::chrono::seconds(2);
+  // For so long a connection without a place may take the time of one.
+  static constexpr std::chrono::milliseconds kLongestSpare = std::chrono::seconds(2);
 
   struct Promise;
 
@@ -84,6 +93,7 @@ class HttpConnection final : public std::enable_shared_from_this<HttpConnection>
   // Whether there is another step to take at once.
   bool step();
   bool read();
+  void turnAway();
 
   // An empty line does not begin a request.
   bool hasBegun() const { return parser_ && parser_->got_some(); }
@@ -111,6 +121,8 @@ class HttpConnection final : public std::enable_shared_from_this<HttpConnection>
 
   HttpConnectionHost& host_;
   HttpSocket socket_;
+  AddressShares::Origin const origin_;
+  std::string const wanting_;
   Phase phase_ = Phase::Reading;
   bool advancing_ = false;
   bool awaitsBytes_ = false;

@@ -65,6 +65,7 @@ class HttpRequestParser final : public HttpMessageParser<true, HttpRequest> {
   bool isHttp11() const { return version_ == 11; }
   /// The memory of what has been read of the body.
   std::size_t bodyBytes() const { return message_.body.capacity(); }
+  HttpRequest const& request() const { return message_; }
   HttpRequest takeRequest() { return std::move(message_); }
 
  private:

@@ -19,6 +19,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "agent/net/address_shares.h"
 #include "agent/net/http_connection.h"
 #include "agent/net/stop_clock.h"
 
@@ -31,8 +32,12 @@ using Executor = asio::io_context::executor_type;
 using ErrorCode = boost::system::error_code;
 using Timer = asio::basic_waitable_timer<EventLoop::Clock, asio::wait_traits<EventLoop::Clock>, Executor>;
 
-// Those beyond the limit are told so, as long as they are not too many themselves.
+// Beyond all places, those of connections that may ask one thing that is vital.
+constexpr std::size_t kSparePlaces = 16;
+// Those for which there is none of these either are told so, as long as they are not too many themselves.
 constexpr std::size_t kMostTurnedAway = 64;
+// How often it is told that connections are turned away.
+constexpr std::chrono::seconds kBetweenTurnedAway(10);
 // Clients whose connections wait to be taken: thousands come back at once. The system takes less if it is told to.
 constexpr int kBacklog = 65'535;
 // How long to wait when there is no room for another connection, and for how long there must be room to say so.
@@ -67,6 +72,8 @@ class HttpServer::Impl final : public HttpConnectionHost {
   Impl(std::string const& address, std::uint16_t port, HttpLimits const& limits)
       : limits_(limits),
         bodies_(limits.allBodiesBytes),
+        places_(limits.connections, limits.connectionsOfOne),
+        sparePlaces_(kSparePlaces, 0),
         work_(asio::make_work_guard(context_)),
         acceptor_(context_),
         signals_(context_) {
@@ -120,9 +127,16 @@ class HttpServer::Impl final : public HttpConnectionHost {
 
   void left(HttpConnection& connection) override {
     auto const self = connection.shared_from_this();
-    connections_.erase(self);
+    if (connections_.erase(self) != 0) places_.giveBack(connection.origin());
+    if (spare_.erase(self) != 0) sparePlaces_.giveBack(connection.origin());
     turnedAway_.erase(self);
     endIfDone();
+  }
+
+  bool isVital(HttpRequest const& request) const override { return isVital_ && isVital_(request); }
+  void turnedAway(std::string const& reason) override {
+    ++turnedAwayCount_;
+    turnedAwayReason_ = reason;
   }
 
   using Connections = std::unordered_set<std::shared_ptr<HttpConnection>>;
@@ -158,12 +172,19 @@ class HttpServer::Impl final : public HttpConnectionHost {
   }
 
   void welcome(HttpSocket socket) {
-    bool const isOneTooMany = connections_.size() >= limits_.connections;
-    if (isOneTooMany && turnedAway_.size() >= kMostTurnedAway) return;
-    auto const connection = std::make_shared<HttpConnection>(*this, std::move(socket));
-    (isOneTooMany ? turnedAway_ : connections_).insert(connection);
-    if (isOneTooMany)
-      connection->refuse(503, "the server has as many connections as it may");
+    ErrorCode error;
+    auto const client = socket.remote_endpoint(error);
+    if (error) return;
+    auto const origin = AddressShares::originOf(client.address());
+    std::string const wanting = places_.take(origin);
+    bool const isSpare = !wanting.empty() && sparePlaces_.take(origin).empty();
+    bool const isTooMany = !wanting.empty() && !isSpare;
+    if (isTooMany) turnedAway(wanting);
+    if (isTooMany && turnedAway_.size() >= kMostTurnedAway) return;
+    auto const connection = std::make_shared<HttpConnection>(*this, std::move(socket), origin, wanting);
+    (isTooMany ? turnedAway_ : isSpare ? spare_ : connections_).insert(connection);
+    if (isTooMany)
+      connection->refuse(503, wanting);
     else
       connection->begin();
   }
@@ -171,6 +192,7 @@ class HttpServer::Impl final : public HttpConnectionHost {
   // A copy, because a connection that is visited may leave.
   std::vector<std::shared_ptr<HttpConnection>> all() const {
     std::vector<std::shared_ptr<HttpConnection>> copy(connections_.begin(), connections_.end());
+    copy.insert(copy.end(), spare_.begin(), spare_.end());
     copy.insert(copy.end(), turnedAway_.begin(), turnedAway_.end());
     return copy;
   }
@@ -183,11 +205,17 @@ class HttpServer::Impl final : public HttpConnectionHost {
   void checkTimes() {
     auto const now = Clock::now();
     checkPart(connections_, now);
+    checkPart(spare_, now);
     checkPart(turnedAway_, now);
     part_ = (part_ + 1) % kParts;
     if (isPaused_ && now - lastPause_ > kCalm) {
       isPaused_ = false;
       if (pauseTold_) pauseTold_(nullptr);
+    }
+    if (turnedAwayCount_ != 0 && now - turnedAwayTold_ > kBetweenTurnedAway) {
+      turnedAwayTold_ = now;
+      auto const count = std::exchange(turnedAwayCount_, 0);
+      if (tellTurnedAway_) tellTurnedAway_(count, turnedAwayReason_);
     }
     auto const period =
         std::clamp<std::chrono::milliseconds>(limits_.idle / 4, std::chrono::milliseconds(10), std::chrono::seconds(1));
@@ -213,19 +241,27 @@ class HttpServer::Impl final : public HttpConnectionHost {
 
   void endIfDone() {
     // Behind all that is ready to run.
-    if (isStopping_ && connections_.empty() && turnedAway_.empty()) post([this] { context_.stop(); });
+    if (isStopping_ && connections_.empty() && spare_.empty() && turnedAway_.empty()) post([this] { context_.stop(); });
   }
 
   HttpLimits const limits_;
   BodyBudget bodies_;
+  AddressShares places_;
+  AddressShares sparePlaces_;
   StopClock stops_;
   HttpHandler handler_;
   std::function<HttpResponse(int, std::string const&)> problem_;
+  std::function<bool(HttpRequest const&)> isVital_;
   std::map<int, std::function<void()>> heard_;
   std::function<void(std::string const*)> pauseTold_;
   // From the first pause until there has been none for a while.
   bool isPaused_ = false;
   Clock::time_point lastPause_;
+  // Since it was told last.
+  std::size_t turnedAwayCount_ = 0;
+  std::string turnedAwayReason_;
+  Clock::time_point turnedAwayTold_;
+  std::function<void(std::size_t, std::string const&)> tellTurnedAway_;
   // That is looked at next.
   std::size_t part_ = 0;
   std::array<char, 64 * 1024> scratch_;
@@ -237,6 +273,8 @@ class HttpServer::Impl final : public HttpConnectionHost {
   asio::basic_socket_acceptor<asio::ip::tcp, Executor> acceptor_;
   asio::basic_signal_set<Executor> signals_;
   Connections connections_;
+  // Those with a spare place, and those with none.
+  Connections spare_;
   Connections turnedAway_;
 };
 
@@ -247,9 +285,11 @@ HttpServer::~HttpServer() = default;
 std::uint16_t HttpServer::port() const { return impl_->port_; }
 
 void HttpServer::handlerIs(HttpHandler handler,
-                           std::function<HttpResponse(int status, std::string const& reason)> problem) {
+                           std::function<HttpResponse(int status, std::string const& reason)> problem,
+                           std::function<bool(HttpRequest const& request)> isVital) {
   impl_->handler_ = std::move(handler);
   impl_->problem_ = std::move(problem);
+  impl_->isVital_ = std::move(isVital);
 }
 
 std::size_t HttpServer::connections() const { return impl_->connections_.size(); }
@@ -261,6 +301,9 @@ void HttpServer::at(Clock::time_point time, std::function<void()> task) { impl_-
 
 void HttpServer::onSignal(int number, std::function<void()> heard) { impl_->onSignal(number, std::move(heard)); }
 void HttpServer::onPause(std::function<void(std::string const*)> told) { impl_->pauseTold_ = std::move(told); }
+void HttpServer::onTurnedAway(std::function<void(std::size_t count, std::string const& reason)> told) {
+  impl_->tellTurnedAway_ = std::move(told);
+}
 void HttpServer::run() { impl_->context_.run(); }
 void HttpServer::stop(std::chrono::milliseconds grace) { impl_->stop(grace); }
 

@@ -24,6 +24,8 @@ struct HttpLimits {
   std::size_t allBodiesBytes = 256 * 1024 * 1024;
   std::size_t headerBytes = 16 * 1024;
   std::size_t connections = 65'536;
+  /// Of these, from one address; 0 for three quarters. An address of IPv6 counts as its network of 64 bits.
+  std::size_t connectionsOfOne = 0;
   /// How long a connection may stand without a byte moving while one side waits for it to: between requests, within
   /// one, and while a response is being taken. Waiting for the program's own answer does not count. A header may take
   /// twice as long in all, and so may a body, but for the time that its bytes take at `bytesPerSecond`.
@@ -44,10 +46,12 @@ class HttpServer final : public EventLoop {
   std::uint16_t port() const;
 
   /// The handler that answers; set before `run()`. `problem` makes the response to what is refused before it becomes a
-  /// request: a status from 400 up and a reason.
-  void handlerIs(HttpHandler handler, std::function<HttpResponse(int status, std::string const& reason)> problem);
+  /// request: a status from 400 up and a reason. A connection for which there is no place has one of a few more for
+  /// two seconds and one request, which is handled if `isVital` says so and refused otherwise.
+  void handlerIs(HttpHandler handler, std::function<HttpResponse(int status, std::string const& reason)> problem,
+                 std::function<bool(HttpRequest const& request)> isVital = nullptr);
 
-  /// Open connections, but for those that are being turned away.
+  /// Open connections, but for those that have no place.
   std::size_t connections() const;
 
   Clock::time_point now() const override;
@@ -62,6 +66,10 @@ class HttpServer final : public EventLoop {
   /// Calls `told` when no more connections can be taken, with the reason in one line, and with null when they have been
   /// taken again for a while. Clients that connect meanwhile wait. Some descriptors stay free for the program itself.
   void onPause(std::function<void(std::string const* reason)> told);
+
+  /// Calls `told` now and then with how many connections have been turned away since, if any were, and why the last
+  /// one was.
+  void onTurnedAway(std::function<void(std::size_t count, std::string const& reason)> told);
 
   /// Runs until it has stopped. Lets through what a task throws.
   void run();

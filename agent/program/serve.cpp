@@ -85,13 +85,17 @@ class Agent {
     if (!warning_.empty()) log_.warning("unprotected", {{"url", url_}, {"reason", warning_}});
     server_.handlerIs(
         [this](HttpRequest request, HttpAnswer answer) { api_.handle(std::move(request), std::move(answer)); },
-        &TreeApi::problem);
+        &TreeApi::problem,
+        &TreeApi::isVital);
     for (int const signal : {SIGTERM, SIGINT}) server_.onSignal(signal, [this, signal] { stop(signal); });
     server_.onPause([this](std::string const* reason) {
       if (reason != nullptr)
         log_.warning("accepting_paused", {{"reason", *reason}});
       else
         log_.info("accepting_resumed", {});
+    });
+    server_.onTurnedAway([this](std::size_t count, std::string const& reason) {
+      log_.warning("turned_away", {{"count", std::to_string(count)}, {"reason", reason}});
     });
   }
 

@@ -80,6 +80,10 @@ void describe(CommandLine& line, ServeOptions& options) {
       "When a connection is closed on which nothing moves (60)");
   describeCount(line, "--min-rate BYTES", options.http.bytesPerSecond, "Bytes of a request's body in a second");
   describeCount(line, "--max-connections COUNT", options.http.connections, "Connections at a time");
+  line.count("--max-per-address COUNT",
+             options.http.connectionsOfOne,
+             std::uint64_t{1} << 40,
+             "Connections of one address at a time (three quarters of all)");
   describeCount(line, "--max-header BYTES", options.http.headerBytes, "The header of a request");
   describeCount(line, "--max-body BYTES", options.http.bodyBytes, "The body of a request", kLongestBody);
   describeCount(line, "--max-bodies BYTES", options.http.allBodiesBytes, "All bodies of requests at a time");

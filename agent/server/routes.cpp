@@ -16,6 +16,10 @@ bool isAt(std::string_view resource, std::string_view path) {
                                 : path == resource;
 }
 
+bool takes(TreeApi::Route const& route, std::string_view method) {
+  return method == route.method || (route.method == "GET" && method == "HEAD");
+}
+
 /// Whether a query that is written "name=VALUE&other=VALUE" has a parameter of that name.
 bool hasParameter(std::string_view query, std::string_view name) {
   while (!query.empty()) {
@@ -44,6 +48,7 @@ bool hasParameter(std::string_view query, std::string_view name) {
 std::span<TreeApi::Route const> TreeApi::routes() {
   constexpr unsigned kConditional = Route::kConditional;
   constexpr unsigned kRepeatable = Route::kRepeatable;
+  constexpr unsigned kVital = Route::kVital;
   static constexpr Route kRoutes[] = {
       {"GET", "/v1/tree/<path>", "", kConditional | kRepeatable, &TreeApi::getDocument},
       {"PUT", "/v1/tree/<path>", "ttl=SECONDS", kConditional | kRepeatable, &TreeApi::putDocument},
@@ -52,10 +57,17 @@ std::span<TreeApi::Route const> TreeApi::routes() {
       {"POST", "/v1/tree", "atomic=1&ttl=SECONDS", kConditional, &TreeApi::postBatch},
       {"GET", "/v1/watch", "prefix=P&after=ID", kRepeatable, &TreeApi::watch},
       {"GET", "/v1/backup", "", kConditional | kRepeatable, &TreeApi::backup},
-      {"GET", "/healthz", "", kRepeatable, &TreeApi::health},
+      {"GET", "/healthz", "", kRepeatable | kVital, &TreeApi::health},
       {"GET", "/readyz", "", kRepeatable, &TreeApi::readiness},
   };
   return kRoutes;
+}
+
+bool TreeApi::isVital(HttpRequest const& request) {
+  auto const path = std::string_view(request.target).substr(0, request.target.find('?'));
+  return std::ranges::any_of(routes(), [&](Route const& route) {
+    return (route.traits & Route::kVital) != 0 && isAt(route.resource, path) && takes(route, request.method);
+  });
 }
 
 TreeApi::Route const& TreeApi::Call::findRoute() {
@@ -64,7 +76,7 @@ TreeApi::Route const& TreeApi::Call::findRoute() {
     if (!isAt(route.resource, target.path)) continue;
     if (isOfDocument(route.resource) && !document)
       document = pathOf(target.path.substr(route.resource.size() - kAnyPath.size()));
-    if (request.method == route.method || (route.method == "GET" && isRead())) return route;
+    if (takes(route, request.method)) return route;
     allowed.append(allowed.empty() ? "" : ", ").append(route.method == "GET" ? "GET, HEAD" : route.method);
   }
   if (allowed.empty()) refuseResource();

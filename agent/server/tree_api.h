@@ -43,6 +43,7 @@ class TreeApi {
     enum Trait : unsigned {
       kConditional = 1,  ///< If-Match and If-None-Match are heeded.
       kRepeatable = 2,   ///< Sent again, as after an answer that was lost, it changes nothing more.
+      kVital = 4,        ///< Answered, too, where all connections are taken.
     };
 
     /// With GET, HEAD is taken too.
@@ -68,6 +69,9 @@ class TreeApi {
 
   /// The response to what is refused for another reason.
   static HttpResponse problem(int status, std::string const& reason);
+
+  /// Whether the request is for a route that is vital.
+  static bool isVital(HttpRequest const& request);
 
   /// From now on nothing is answered but that the agent stops.
   void stop() { isStopping_ = true; }

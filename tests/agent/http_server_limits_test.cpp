@@ -140,30 +140,6 @@ TEST(HttpServerLimits, ClosesOnAReaderThatDoesNotRead) {
   EXPECT_LT(client.rest().size(), 20'000'000U);
 }
 
-TEST(HttpServerLimits, TurnsAwayWhoIsOneTooMany) {
-  HttpLimits limits;
-  limits.connections = 3;
-  RunningServer server(echo, limits);
-  std::vector<RawConnection> clients;
-  for (int i = 0; i < 3; ++i) {
-    clients.emplace_back(server.port());
-    clients.back().send(get("/a"));
-    EXPECT_EQ(clients.back().response().status, 200);
-  }
-  for (int i = 0; i < 100; ++i) {
-    RawConnection client(server.port());
-    if (i % 2 == 0) client.send(get("/a"));
-    auto const response = client.response();
-    EXPECT_EQ(response.status, 503);
-    EXPECT_EQ(server.call([&] { return server.server().connections(); }), 3U);
-  }
-  clients.pop_back();
-  server.await([&] { return server.server().connections() == 2; });
-  RawConnection client(server.port());
-  client.send(get("/a"));
-  EXPECT_EQ(client.response().status, 200);
-}
-
 TEST(HttpServerLimits, ServesAThousandConnections) {
   RunningServer server(echo);
   std::vector<RawConnection> clients;

@@ -54,20 +54,24 @@ TEST(ServeLimits, OfHosts) {
 
 TEST(ServeLimits, OfConnections) {
   Served const served({"--memory", "--max-connections", "3"});
-  auto const ask = [](RawConnection& connection) {
-    connection.send("GET /healthz HTTP/1.1\r\nHost: localhost\r\n\r\n");
+  auto const ask = [](RawConnection& connection, std::string const& target = "/readyz") {
+    connection.send("GET " + target + " HTTP/1.1\r\nHost: localhost\r\n\r\n");
     return connection.response();
   };
   std::deque<RawConnection> connections;
   for (int n = 0; n < 3; ++n) EXPECT_EQ(ask(connections.emplace_back(served.port())).status, 200);
   for (int n = 0; n < 3; ++n) {
     RawConnection fourth(served.port());
-    auto const refused = fourth.response();
+    auto const refused = ask(fourth);
     EXPECT_EQ(refused.status, 503);
+    EXPECT_THAT(refused.body, HasSubstr("all 3 connections are taken"));
     EXPECT_EQ(statusIn(refused.body), 503);
     EXPECT_FALSE(RawConnection::field(refused.head, "Retry-After").empty());
     EXPECT_TRUE(fourth.ends());
   }
+  RawConnection probe(served.port());
+  EXPECT_EQ(ask(probe, "/healthz").status, 200);
+  await([&] { return served.log().find(" turned_away count=") != std::string::npos; });
   // Clients that were there are served as before, and so is one that comes when one has gone.
   for (RawConnection& connection : connections) EXPECT_EQ(ask(connection).status, 200);
   connections.pop_front();

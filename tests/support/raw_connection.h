@@ -27,11 +27,15 @@ struct RawResponse {
 /// Gives up, with a failure of the test, when nothing happens for half a minute.
 class RawConnection {
  public:
-  /// `receiveBuffer` makes a reader that takes little before it is full; 0 leaves it to the system.
-  explicit RawConnection(std::uint16_t port, int receiveBuffer = 0) : socket_(::socket(AF_INET, SOCK_STREAM, 0)) {
+  /// `receiveBuffer` makes a reader that takes little before it is full; 0 leaves it to the system. It comes from the
+  /// loopback address 127.0.0.`from`.
+  explicit RawConnection(std::uint16_t port, int receiveBuffer = 0, int from = 1)
+      : socket_(::socket(AF_INET, SOCK_STREAM, 0)) {
     if (receiveBuffer != 0) ::setsockopt(socket_, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
     sockaddr_in address{};
     address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK - 1 + static_cast<std::uint32_t>(from));
+    EXPECT_EQ(::bind(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0) << std::strerror(errno);
     address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     EXPECT_EQ(::connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0) << std::strerror(errno);

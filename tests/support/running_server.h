@@ -14,12 +14,14 @@ class RunningServer {
   explicit RunningServer(Agent::HttpHandler handler, Agent::HttpLimits const& limits = {},
                          std::string const& address = "127.0.0.1")
       : server_(address, 0, limits) {
-    server_.handlerIs(std::move(handler), [](int status, std::string const& reason) {
+    auto const problem = [](int status, std::string const& reason) {
       Agent::HttpResponse response;
       response.status = status;
       response.body = reason;
       return response;
-    });
+    };
+    server_.handlerIs(
+        std::move(handler), problem, [](Agent::HttpRequest const& request) { return request.target == "/vital"; });
     thread_ = std::thread([this] { server_.run(); });
   }
   ~RunningServer() {
