@@ -99,6 +99,8 @@ void describe(CommandLine& line, ServeOptions& options) {
   describeCount(line, "--max-atomic COUNT", options.api.atomicBatch, "Documents in one atomic batch");
   describeCount(line, "--max-watches COUNT", options.api.watches, "Watches at a time");
   describeCount(line, "--max-backups COUNT", options.api.backups, "Copies of the whole state at a time");
+  describeCount(line, "--max-documents COUNT", options.service.stored.documents, "Documents that are kept");
+  describeCount(line, "--max-stored BYTES", options.service.stored.bytes, "The paths and texts of all of them");
   describeCount(line, "--history COUNT", options.service.history.changes, "Changes kept for watches that resume");
   describeCount(line, "--history-bytes BYTES", options.service.history.bytes, "The room for these changes");
 }

@@ -125,6 +125,7 @@ bool applyOne(Service& service, Operation const& operation, std::optional<Servic
 }
 
 HttpProblem refusal(InputError const& error) {
+  if (dynamic_cast<QuotaRefusal const*>(&error) != nullptr) return {507, error};
   return {dynamic_cast<PathRefusal const*>(&error) != nullptr ? 403 : 422, error};
 }
 

@@ -62,7 +62,7 @@ Service::~Service() {
 
 // A heartbeat has `left` to live, or all of its time if that is absent: what ended was the agent, not the switch.
 void Service::start(std::optional<std::map<std::string, std::chrono::milliseconds>> const& left) {
-  tree_ = std::make_unique<LiveTree>(library_, latest_);
+  tree_ = std::make_unique<LiveTree>(library_, latest_, options_.stored);
   // What loading took is no time of theirs.
   advance();
   lifetimes_ = Lifetimes();

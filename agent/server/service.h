@@ -31,6 +31,7 @@ struct ServiceOptions {
   /// How long a heartbeat lives whose put does not say; absent for ever.
   std::optional<std::chrono::milliseconds> heartbeatTtl = std::chrono::seconds(30);
   HistoryLimits history = {};
+  StoredLimits stored = {};
   /// The store is used on a thread of its own, behind the constructor; then the loop's `post()` may be called on any
   /// thread. Without it every commit is waited for.
   bool hasStoreThread = false;

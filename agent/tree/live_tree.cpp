@@ -22,8 +22,10 @@ void about(std::string const& path, Work const& work) {
 
 }  // namespace
 
-LiveTree::LiveTree(Nox::Library const& library, TreeDocuments& documents)
-    : kept_(documents), host_(library, [this](Controllerdb::AgentTables& tables) { restore(tables); }) {
+LiveTree::LiveTree(Nox::Library const& library, TreeDocuments& documents, StoredLimits const& limits)
+    : kept_(documents),
+      size_(kept_.documents, limits),
+      host_(library, [this](Controllerdb::AgentTables& tables) { restore(tables); }) {
   firstTurn_.turn.revision = kept_.revision + 1;
   auto known = kept_.documents.begin();
   // Both are in the same order, so that a document that the registry no longer has is one that was passed over.
@@ -50,7 +52,9 @@ void LiveTree::restore(Controllerdb::AgentTables& tables) {
 TurnResult LiveTree::apply(std::span<Operation const> operations, std::optional<std::chrono::milliseconds> timeToLive,
                            std::size_t* refused) {
   std::size_t at = 0;
-  std::vector<CheckedOperation> const checked = check(operations, refused != nullptr ? *refused : at);
+  if (refused == nullptr) refused = &at;
+  std::vector<CheckedOperation> const checked = check(operations, *refused);
+  size_.require(operations, kept_.documents, *refused);
   TurnResult result;
   WrittenDocuments written(*tree_);
   for (Operation const& operation : operations) written.add(operation.path);
@@ -107,11 +111,14 @@ void LiveTree::compare(std::string const& path, DocumentText const& text, TurnRe
   auto const known = kept_.documents.find(path);
   if (text == nullptr) {
     if (known == kept_.documents.end()) return;
+    size_.removed(path, *known->second.text);
     kept_.documents.erase(known);
     result.turn.changes.push_back({path, nullptr, revision, std::nullopt});
     return;
   }
   if (known != kept_.documents.end() && *known->second.text == *text) return;
+  if (known != kept_.documents.end()) size_.removed(path, *known->second.text);
+  size_.added(path, *text);
   Document& kept = known != kept_.documents.end() ? known->second : kept_.documents[path];
   kept.text = text;
   kept.revision = revision;

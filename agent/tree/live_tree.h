@@ -9,6 +9,7 @@
 #include "agent/document/scenario.h"
 #include "agent/tree/host.h"
 #include "agent/tree/state_tree.h"
+#include "agent/tree/stored_size.h"
 
 namespace Agent {
 
@@ -30,7 +31,7 @@ class LiveTree {
   /// table, then the rest, and then its first passes, in one turn. Rows are not taken over, because a registry removes
   /// only those that it knows of: after this the table holds the rows of the switches that are ready in this registry,
   /// and no other. Throws an InputError with its path for a document that no tree can have had.
-  LiveTree(Nox::Library const& library, TreeDocuments& documents);
+  LiveTree(Nox::Library const& library, TreeDocuments& documents, StoredLimits const& limits = {});
   LiveTree(LiveTree const&) = delete;
   LiveTree& operator=(LiveTree const&) = delete;
 
@@ -40,8 +41,8 @@ class LiveTree {
   Controllerdb::AgentTables const& tables() noexcept { return host_.tables(); }
 
   /// Applies the operations in one turn, or none of them. Heartbeats that are put get this time to live. Throws an
-  /// InputError with its path, and a field that starts inside the document, if the tree does not take one; `refused`,
-  /// if given, receives which.
+  /// InputError with its path, and a field that starts inside the document, if the tree does not take one, and a
+  /// QuotaRefusal if there is no room for them; `refused`, if given, receives which.
   TurnResult apply(std::span<Operation const> operations, std::optional<std::chrono::milliseconds> timeToLive,
                    std::size_t* refused = nullptr);
 
@@ -54,6 +55,7 @@ class LiveTree {
   void compare(std::string const& path, DocumentText const& text, TurnResult& result);
 
   TreeDocuments& kept_;
+  StoredSize size_;
   std::optional<StateTree> tree_;
   Host host_;
   TurnResult firstTurn_;

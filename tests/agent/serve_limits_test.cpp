@@ -112,6 +112,25 @@ TEST(ServeLimits, OfABatch) {
   EXPECT_EQ(api.documents("mount/").size(), 3u);
 }
 
+TEST(ServeLimits, OfWhatIsKept) {
+  std::string const note = '"' + std::string(1000, 'x') + '"';
+  for (Served::Options const& limit :
+       {Served::Options{"--max-documents", "6"}, Served::Options{"--max-stored", "5000"}}) {
+    Served::Options options = limit;
+    options.push_back("--memory");
+    Served const served(options);
+    Api api(served);
+    int count = 0;
+    while (count < 10 && api.put("registration/a/n" + std::to_string(count), note).status == 200) ++count;
+    EXPECT_THAT(count, testing::AllOf(testing::Ge(1), testing::Le(6))) << limit[0];
+    auto const refused = api.put("registration/a/more", note);
+    EXPECT_EQ(refused.status, 507);
+    EXPECT_EQ(statusIn(refused.body), 507);
+    EXPECT_EQ(api.remove("registration/a/n0").status, 200);
+    EXPECT_EQ(api.put("registration/a/more", note).status, 200);
+  }
+}
+
 TEST(ServeLimits, OfPatience) {
   Served const served({"--memory", "--idle-timeout", "0.2"});
   RawConnection silent(served.port());

@@ -16,6 +16,8 @@ namespace Agent {
 /// A service that is asked over its interface.
 class ApiWorld : public ::testing::Test {
  protected:
+  explicit ApiWorld(ServiceOptions const& options = {}) : world(options) {}
+
   struct Reply {
     int status = 0;
     HttpFields fields;

@@ -1,0 +1,95 @@
+// Adds up what a batch would make of the documents.
+#include "agent/tree/stored_size.h"
+
+#include <algorithm>
+#include <map>
+#include <optional>
+#include <utility>
+
+namespace Agent {
+namespace {
+
+/// The documents of one turn have no more bytes: they come in one body. As long as there is more room than that,
+/// nothing need be added up.
+constexpr std::uint64_t kLargestTurn = std::uint64_t{512} * 1024 * 1024;
+
+/// A batch on its way through the documents, which stay as they are.
+class Growth {
+ public:
+  explicit Growth(Documents const& standing) : documents_(standing) {}
+
+  std::int64_t documents = 0;
+  std::int64_t bytes = 0;
+
+  void add(Operation const& operation) {
+    std::string const path = toText(operation.path);
+    if (operation.isPut()) return become(path, path.size() + operation.value->dump().size());
+    if (!operation.path.place.isFolder()) return become(path, 0);
+    auto const [begin, end] = withPrefix(documents_, path + "/");
+    for (auto at = begin; at != end; ++at) become(at->first, 0);
+    for (auto at = written_.lower_bound(path + "/"); at != written_.end() && at->first.starts_with(path + "/"); ++at)
+      become(at->first, 0);
+  }
+
+ private:
+  /// The document at the path comes to have so many bytes; none if it goes.
+  void become(std::string const& path, std::size_t size) {
+    auto const known = documents_.find(path);
+    std::size_t const stands = known != documents_.end() ? path.size() + known->second.text->size() : 0;
+    std::size_t const before = std::exchange(written_.try_emplace(path, stands).first->second, size);
+    documents += static_cast<int>(size != 0) - static_cast<int>(before != 0);
+    bytes += static_cast<std::int64_t>(size) - static_cast<std::int64_t>(before);
+  }
+
+  Documents const& documents_;
+  std::map<std::string, std::size_t, std::less<>> written_;
+};
+
+}  // namespace
+
+StoredSize::StoredSize(Documents const& documents, StoredLimits const& limits) : limits_(limits) {
+  for (auto const& [path, document] : documents) added(path, *document.text);
+}
+
+void StoredSize::added(std::string const& path, std::string const& text) {
+  ++documents_;
+  bytes_ += path.size() + text.size();
+}
+
+void StoredSize::removed(std::string const& path, std::string const& text) {
+  --documents_;
+  bytes_ -= path.size() + text.size();
+}
+
+void StoredSize::require(std::span<Operation const> operations, Documents const& documents, std::size_t& at) const {
+  if (documents_ + operations.size() <= limits_.documents && bytes_ + kLargestTurn <= limits_.bytes) return;
+  Growth growth(documents);
+  auto const isTooMuch = [](std::uint64_t now, std::int64_t more, std::uint64_t most) {
+    return more > 0 && now + static_cast<std::uint64_t>(more) > most;
+  };
+  auto const reason = [&]() -> std::optional<std::string> {
+    if (isTooMuch(documents_, growth.documents, limits_.documents))
+      return "there are " + std::to_string(documents_) + " documents, of " + std::to_string(limits_.documents) +
+             " that are kept at most; a delete makes room";
+    if (isTooMuch(bytes_, growth.bytes, limits_.bytes))
+      return "all documents have " + std::to_string(bytes_) + " bytes, of " + std::to_string(limits_.bytes) +
+             " that are kept at most; a delete makes room";
+    return std::nullopt;
+  };
+  std::optional<std::size_t> first;
+  for (std::size_t number = 0; number < operations.size(); ++number) {
+    growth.add(operations[number]);
+    // What goes later in the batch makes room for what comes before.
+    if (!reason())
+      first = std::nullopt;
+    else if (!first)
+      first = number;
+  }
+  if (!first) return;
+  at = *first;
+  QuotaRefusal refusal(*reason());
+  refusal.pathIs(toText(operations[at].path));
+  throw refusal;
+}
+
+}  // namespace Agent

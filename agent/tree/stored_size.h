@@ -1,0 +1,47 @@
+// How much the documents of a tree are, and how much they may be.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+
+#include "agent/document/documents.h"
+#include "agent/document/input_error.h"
+#include "agent/document/scenario.h"
+
+namespace Agent {
+
+/// What clients may let the documents become. What is stored already, and what the registry writes, is counted and
+/// never refused.
+struct StoredLimits {
+  std::uint64_t documents = 4'000'000;
+  /// Of paths and texts.
+  std::uint64_t bytes = std::uint64_t{2} * 1024 * 1024 * 1024;
+};
+
+/// A put that would make the documents more than they may be.
+class QuotaRefusal : public InputError {
+ public:
+  explicit QuotaRefusal(std::string const& reason) : InputError("", reason) {}
+};
+
+/// The number and the bytes of documents, as they change.
+class StoredSize {
+ public:
+  StoredSize(Documents const& documents, StoredLimits const& limits);
+
+  void added(std::string const& path, std::string const& text);
+  void removed(std::string const& path, std::string const& text);
+
+  /// Throws a QuotaRefusal, with its path, if the operations together would make more of the documents than they may
+  /// be, and more than they are; `at` receives which was too much. A put counts as what its client wrote.
+  void require(std::span<Operation const> operations, Documents const& documents, std::size_t& at) const;
+
+ private:
+  StoredLimits limits_;
+  std::uint64_t documents_ = 0;
+  std::uint64_t bytes_ = 0;
+};
+
+}  // namespace Agent
