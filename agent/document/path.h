@@ -19,30 +19,32 @@ using Controller::SystemId;
 /// of valid UTF-8 without "/" and without control characters. `what` says what it names: "a service name".
 void requireName(std::string_view name, std::string_view what, std::string const& field);
 
-/// What the paths of one place look like.
+/// What the documents of a place come from.
+enum class Source { kOperator, kRegistry, kSwitch, kHeartbeats, kMounts };
+
+/// What the paths of one place look like, and where the documents there come from.
 struct PathPattern {
   /// Words in angle brackets stand for what differs from path to path: a system id for `<systemId>`, otherwise a name.
   std::string_view text;
-  /// A document there may have a time to live, and goes when that has passed.
-  bool expires = false;
+  Source source;
 };
 
 /// Every place of the tree, in the order in which errors list them. A path names the first place whose pattern it has.
 /// What may be done there stands in the table of `agent/tree/places.cpp`, in the same order.
 inline constexpr std::array kPathPatterns = {
-    PathPattern{"controller/config"},
-    PathPattern{"controller/status"},
-    PathPattern{"controller/switch/<systemId>"},
-    PathPattern{"registration/<switch>"},
-    PathPattern{"registration/<switch>/config"},
-    PathPattern{"registration/<switch>/status"},
-    PathPattern{"registration/<switch>/<entry>"},
-    PathPattern{"heartbeat/<systemId>", true},
-    PathPattern{"service/config/<service>"},
-    PathPattern{"service/override/<service>"},
-    PathPattern{"service/status/<switch>/<service>"},
-    PathPattern{"mount/offer/<systemId>"},
-    PathPattern{"mount/ready/<service>"},
+    PathPattern{"controller/config", Source::kOperator},
+    PathPattern{"controller/status", Source::kOperator},
+    PathPattern{"controller/switch/<systemId>", Source::kRegistry},
+    PathPattern{"registration/<switch>", Source::kSwitch},
+    PathPattern{"registration/<switch>/config", Source::kSwitch},
+    PathPattern{"registration/<switch>/status", Source::kSwitch},
+    PathPattern{"registration/<switch>/<entry>", Source::kSwitch},
+    PathPattern{"heartbeat/<systemId>", Source::kHeartbeats},
+    PathPattern{"service/config/<service>", Source::kOperator},
+    PathPattern{"service/override/<service>", Source::kOperator},
+    PathPattern{"service/status/<switch>/<service>", Source::kRegistry},
+    PathPattern{"mount/offer/<systemId>", Source::kMounts},
+    PathPattern{"mount/ready/<service>", Source::kMounts},
 };
 static_assert(std::all_of(kPathPatterns.begin(), kPathPatterns.end(),
                           [](PathPattern const& row) {
@@ -60,7 +62,9 @@ class Place {
   constexpr std::size_t row() const { return row_; }
   constexpr std::string_view pattern() const { return kPathPatterns[row_].text; }
   constexpr bool hasSystemId() const { return pattern().ends_with("<systemId>"); }
-  constexpr bool expires() const { return kPathPatterns[row_].expires; }
+  constexpr Source source() const { return kPathPatterns[row_].source; }
+  /// A document there may have a time to live, and goes when that has passed.
+  constexpr bool expires() const { return source() == Source::kHeartbeats; }
   /// What all its paths begin with; all of the path where the place has but one.
   constexpr std::string_view prefix() const { return pattern().substr(0, pattern().find('<')); }
   /// Whether other places lie inside, so that no document lies at this one.

@@ -1,6 +1,7 @@
 // One call of the HTTP interface: what its parts must be, and how it is answered.
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string_view>
 
@@ -29,8 +30,15 @@ class HttpProblem : public std::exception {
   InputError error_;
 };
 
-struct TreeApi::Call {
+struct TreeApi::Call : std::enable_shared_from_this<Call> {
+  Call(HttpRequest of, HttpAnswer to)
+      : request(std::move(of)), answer([to = std::move(to), isAnswered = isAnswered](HttpResponse response) {
+          *isAnswered = true;
+          to(std::move(response));
+        }) {}
+
   HttpRequest request;
+  std::shared_ptr<bool> isAnswered = std::make_shared<bool>(false);
   HttpAnswer answer;
   Target target;
   /// The document that the target names; nothing for any other resource.
@@ -40,6 +48,7 @@ struct TreeApi::Call {
   /// The route that the request takes, which also gives `document`. Throws a 404 if there is no such resource, a 405
   /// for a method that it does not take, and a 400 for what is no path of a document.
   Route const& findRoute();
+  Urgency urgency(Route const& route) const;
   /// Throws a 400 for a parameter of the query that the route does not take.
   void requireParameters(Route const& route) const;
   /// Throws a 412 if the request is for another revision than this one, which is that of what stands at `path`.

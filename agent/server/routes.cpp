@@ -8,6 +8,8 @@ namespace Agent {
 namespace {
 
 constexpr std::string_view kAnyPath = "<path>";
+/// A request with a longer body is not urgent, in bytes.
+constexpr std::size_t kLongBody = std::size_t{64} * 1024;
 
 bool isOfDocument(std::string_view resource) { return resource.ends_with(kAnyPath); }
 
@@ -48,17 +50,16 @@ bool hasParameter(std::string_view query, std::string_view name) {
 std::span<TreeApi::Route const> TreeApi::routes() {
   constexpr unsigned kConditional = Route::kConditional;
   constexpr unsigned kRepeatable = Route::kRepeatable;
-  constexpr unsigned kVital = Route::kVital;
   static constexpr Route kRoutes[] = {
-      {"GET", "/v1/tree/<path>", "", kConditional | kRepeatable, &TreeApi::getDocument},
-      {"PUT", "/v1/tree/<path>", "ttl=SECONDS", kConditional | kRepeatable, &TreeApi::putDocument},
-      {"DELETE", "/v1/tree/<path>", "", kConditional | kRepeatable, &TreeApi::deleteDocument},
-      {"GET", "/v1/tree", "prefix=P", kConditional | kRepeatable, &TreeApi::listDocuments},
-      {"POST", "/v1/tree", "atomic=1&ttl=SECONDS", kConditional, &TreeApi::postBatch},
-      {"GET", "/v1/watch", "prefix=P&after=ID", kRepeatable, &TreeApi::watch},
-      {"GET", "/v1/backup", "", kConditional | kRepeatable, &TreeApi::backup},
-      {"GET", "/healthz", "", kRepeatable | kVital, &TreeApi::health},
-      {"GET", "/readyz", "", kRepeatable, &TreeApi::readiness},
+      {"GET", "/v1/tree/<path>", "", kConditional | kRepeatable, Urgency::kOperator, &TreeApi::getDocument},
+      {"PUT", "/v1/tree/<path>", "ttl=SECONDS", kConditional | kRepeatable, Urgency::kOperator, &TreeApi::putDocument},
+      {"DELETE", "/v1/tree/<path>", "", kConditional | kRepeatable, Urgency::kOperator, &TreeApi::deleteDocument},
+      {"GET", "/v1/tree", "prefix=P", kConditional | kRepeatable, Urgency::kBulk, &TreeApi::listDocuments},
+      {"POST", "/v1/tree", "atomic=1&ttl=SECONDS", kConditional, Urgency::kBulk, &TreeApi::postBatch},
+      {"GET", "/v1/watch", "prefix=P&after=ID", kRepeatable, Urgency::kOperator, &TreeApi::watch},
+      {"GET", "/v1/backup", "", kConditional | kRepeatable, Urgency::kBulk, &TreeApi::backup},
+      {"GET", "/healthz", "", kRepeatable, Urgency::kHealth, &TreeApi::health},
+      {"GET", "/readyz", "", kRepeatable, Urgency::kHealth, &TreeApi::readiness},
   };
   return kRoutes;
 }
@@ -66,7 +67,7 @@ std::span<TreeApi::Route const> TreeApi::routes() {
 bool TreeApi::isVital(HttpRequest const& request) {
   auto const path = std::string_view(request.target).substr(0, request.target.find('?'));
   return std::ranges::any_of(routes(), [&](Route const& route) {
-    return (route.traits & Route::kVital) != 0 && isAt(route.resource, path) && takes(route, request.method);
+    return route.urgency == Urgency::kHealth && isAt(route.resource, path) && takes(route, request.method);
   });
 }
 
@@ -83,6 +84,22 @@ TreeApi::Route const& TreeApi::Call::findRoute() {
   HttpProblem problem(405, "expected one of " + allowed + ", found " + inQuotes(request.method));
   problem.allow = allowed;
   throw problem;
+}
+
+Urgency TreeApi::Call::urgency(Route const& route) const {
+  if (request.body.size() > kLongBody) return Urgency::kBulk;
+  if (!document) return route.urgency;
+  switch (document->place.source()) {
+    case Source::kHeartbeats:
+      return Urgency::kHeartbeat;
+    case Source::kSwitch:
+    case Source::kMounts:
+      return Urgency::kSwitch;
+    case Source::kOperator:
+    case Source::kRegistry:
+      break;
+  }
+  return route.urgency;
 }
 
 void TreeApi::Call::requireParameters(Route const& route) const {

@@ -9,23 +9,40 @@ HttpResponse TreeApi::problem(int status, std::string const& reason) {
   return problemResponse(HttpProblem(status, reason));
 }
 
-void TreeApi::handle(HttpRequest request, HttpAnswer answer) {
-  Call call{std::move(request), std::move(answer), {}, {}};
+// Does `work`, which answers the call; if it throws, the call is refused.
+template <class Work>
+void TreeApi::answering(Call& call, Work const& work) {
   try {
-    if (isStopping_) throw HttpProblem(503, "the agent stops");
-    call.target = parseTarget(call.request.target);
-    door_.require(call.request, call.target.path);
-    Route const& route = call.findRoute();
-    call.requireParameters(route);
-    if ((route.traits & Route::kConditional) != 0) requireRevision(call);
-    (this->*route.handle)(call);
+    work();
   } catch (HttpProblem const& problem) {
     refuse(call, problem);
   } catch (InputError const& error) {
     refuse(call, HttpProblem(400, error));
   } catch (StoreError const& error) {
     refuse(call, storeProblem(error));
+  } catch (std::exception const& error) {
+    if (!*call.isAnswered) refuse(call, HttpProblem(500, error.what()));
   }
+}
+
+void TreeApi::handle(HttpRequest request, HttpAnswer answer) {
+  auto const call = std::make_shared<Call>(std::move(request), std::move(answer));
+  answering(*call, [&] {
+    if (isStopping_) throw HttpProblem(503, "the agent stops");
+    call->target = parseTarget(call->request.target);
+    door_.require(call->request, call->target.path);
+    Route const& route = call->findRoute();
+    call->requireParameters(route);
+    queue_.add(call->urgency(route), [this, call, &route] { this->answer(*call, route); });
+  });
+}
+
+void TreeApi::answer(Call& call, Route const& route) {
+  answering(call, [&] {
+    if (isStopping_) throw HttpProblem(503, "the agent stops");
+    if ((route.traits & Route::kConditional) != 0) requireRevision(call);
+    (this->*route.handle)(call);
+  });
 }
 
 // What a writer finds is told like any other answer: not before it is kept.
@@ -108,11 +125,11 @@ void TreeApi::replyWhenKept(HttpAnswer answer, HttpResponse response) {
 // What could not be kept is gone, and is judged again as it is now.
 void TreeApi::judgeWhenKept(Call& call, HttpResponse response) {
   auto const waiting = std::make_shared<HttpResponse>(std::move(response));
-  service_.whenKept([this, call, waiting](StoreError const* problem) {
+  service_.whenKept([this, call = call.shared_from_this(), waiting](StoreError const* problem) {
     if (problem != nullptr)
-      handle(call.request, call.answer);
+      handle(std::move(call->request), call->answer);
     else
-      call.answer(std::move(*waiting));
+      call->answer(std::move(*waiting));
   });
 }
 

@@ -12,6 +12,7 @@
 #include "agent/net/http.h"
 #include "agent/net/url.h"
 #include "agent/server/door.h"
+#include "agent/server/request_queue.h"
 #include "agent/server/service.h"
 
 namespace Agent {
@@ -43,7 +44,6 @@ class TreeApi {
     enum Trait : unsigned {
       kConditional = 1,  ///< If-Match and If-None-Match are heeded.
       kRepeatable = 2,   ///< Sent again, as after an answer that was lost, it changes nothing more.
-      kVital = 4,        ///< Answered, too, where all connections are taken.
     };
 
     /// With GET, HEAD is taken too.
@@ -53,6 +53,9 @@ class TreeApi {
     /// What the query may have, as the documents write it: "prefix=P&after=ID".
     std::string_view query;
     unsigned traits;
+    /// What waits longer than others. A route of single documents is as urgent as what its documents come from, and a
+    /// request that is long has time.
+    Urgency urgency;
     void (TreeApi::*handle)(Call& call);
   };
   /// The table of routes, in the order of the documents. The answers 404 and 405 and the refusal of unknown parameters
@@ -61,9 +64,15 @@ class TreeApi {
 
   /// `warning` is told to all that ask how the agent is, unless it is empty.
   TreeApi(EventLoop& loop, Service& service, ApiLimits const& limits, Door door = Door(), std::string warning = {})
-      : loop_(loop), service_(service), limits_(limits), door_(std::move(door)), warning_(std::move(warning)) {}
+      : loop_(loop),
+        service_(service),
+        limits_(limits),
+        door_(std::move(door)),
+        warning_(std::move(warning)),
+        queue_(loop) {}
 
-  /// Answers, at once or later. What a request asks for that is wrong is answered with a status from 400 up and
+  /// Answers when it is the request's turn. What a request asks for that is wrong is answered with a status from 400 up
+  /// and
   /// `{"error": {"status", "path", "field", "reason"}}`, of which path and field are there where they are known.
   void handle(HttpRequest request, HttpAnswer answer);
 
@@ -80,6 +89,9 @@ class TreeApi {
   class BatchText;
   struct Batch;
 
+  template <class Work>
+  void answering(Call& call, Work const& work);
+  void answer(Call& call, Route const& route);
   void refuse(Call& call, HttpProblem const& problem);
   void requireRevision(Call const& call) const;
   void getDocument(Call& call);
@@ -88,7 +100,8 @@ class TreeApi {
   void listDocuments(Call& call);
   void postBatch(Call& call);
   static std::optional<Operation> next(Batch& batch, std::size_t most);
-  void applyWhole(std::shared_ptr<Batch> const& batch);
+  void applyWhole(Batch& batch);
+  bool take(Batch& batch, Operation operation);
   void goOn(std::shared_ptr<Batch> const& batch);
   void keep(std::shared_ptr<Batch> const& batch);
   void finish(std::shared_ptr<Batch> const& batch);
@@ -105,6 +118,7 @@ class TreeApi {
   ApiLimits limits_;
   Door door_;
   std::string warning_;
+  RequestQueue queue_;
   bool isStopping_ = false;
 };
 

@@ -50,6 +50,10 @@ struct TreeApi::Batch {
   ScenarioReader reader;
   std::size_t read = 0;
   std::optional<Service::TimeToLive> timeToLive;
+  /// All are applied in one turn: what has been read so far, and the lines.
+  bool isAtomic = false;
+  std::vector<Operation> operations;
+  std::vector<std::size_t> lines;
   std::size_t applied = 0;
   /// So many of those are kept. If the others could not be, they are undone.
   std::size_t kept = 0;
@@ -94,32 +98,24 @@ void TreeApi::postBatch(Call& call) {
   auto const batch = std::make_shared<Batch>(std::move(call.request.body), limits_);
   batch->timeToLive = call.timeToLive();
   batch->answer = call.answer;
-  if (call.flag("atomic"))
-    applyWhole(batch);
-  else
-    goOn(batch);
+  batch->isAtomic = call.flag("atomic");
+  goOn(batch);
 }
 
-// All lines are read before the first is applied.
-void TreeApi::applyWhole(std::shared_ptr<Batch> const& batch) {
-  std::vector<Operation> operations;
-  std::vector<std::size_t> lines;
-  while (std::optional<Operation> operation = next(*batch, std::min(limits_.batch, limits_.atomicBatch))) {
-    operations.push_back(std::move(*operation));
-    lines.push_back(batch->reader.line());
+// All lines have been read.
+void TreeApi::applyWhole(Batch& batch) {
+  std::size_t refused = 0;
+  try {
+    TurnResult const result = service_.apply(batch.operations, batch.timeToLive, &refused);
+    batch.applied = batch.operations.size();
+    if (result.failure) batch.fail(HttpProblem(500, *result.failure), 0);
+  } catch (InputError const& error) {
+    batch.fail(refusal(error), batch.lines[refused]);
+  } catch (StoreError const& error) {
+    batch.fail(storeProblem(error), 0);
+  } catch (std::exception const& error) {
+    batch.fail(HttpProblem(500, error.what()), 0);
   }
-  if (!batch->problem) {
-    std::size_t refused = 0;
-    try {
-      TurnResult const result = service_.apply(operations, batch->timeToLive, &refused);
-      batch->applied = operations.size();
-      if (result.failure) batch->fail(HttpProblem(500, *result.failure), 0);
-    } catch (InputError const& error) {
-      batch->fail(refusal(error), lines[refused]);
-    }
-  }
-  keep(batch);
-  finish(batch);
 }
 
 /// Notes what becomes of what has been applied so far.
@@ -142,27 +138,40 @@ void TreeApi::finish(std::shared_ptr<Batch> const& batch) {
 // What cannot be read or applied ends the batch when it is its turn.
 void TreeApi::goOn(std::shared_ptr<Batch> const& batch) {
   if (batch->isUndone) return finish(batch);
-  std::size_t const end = batch->applied + kSlice;
+  std::size_t const most = batch->isAtomic ? std::min(limits_.batch, limits_.atomicBatch) : limits_.batch;
+  std::size_t const end = batch->read + kSlice;
   std::size_t const endBytes = batch->text.at() + kSliceBytes;
   auto const endTime = loop_.now() + kSliceTime;
   bool isEnded = false;
-  while (!isEnded && batch->applied < end && batch->text.at() < endBytes && loop_.now() <= endTime) {
-    std::optional<Operation> const operation = next(*batch, limits_.batch);
-    if (isEnded = !operation; isEnded) break;
-    try {
-      applyOne(service_, *operation, batch->timeToLive);
-      ++batch->applied;
-      continue;
-    } catch (HttpProblem const& problem) {
-      batch->fail(problem, batch->reader.line());
-    } catch (StoreError const& error) {
-      batch->fail(storeProblem(error), batch->reader.line());
-    }
-    isEnded = true;
+  while (!isEnded && batch->read < end && batch->text.at() < endBytes && loop_.now() <= endTime) {
+    std::optional<Operation> operation = next(*batch, most);
+    isEnded = !operation || !take(*batch, std::move(*operation));
   }
-  keep(batch);
+  if (isEnded && batch->isAtomic && !batch->problem) applyWhole(*batch);
+  if (isEnded || !batch->isAtomic) keep(batch);
   if (isEnded) return finish(batch);
-  loop_.post([this, batch] { goOn(batch); });
+  queue_.add(Urgency::kBulk, [this, batch] { goOn(batch); });
+}
+
+/// Applies an operation, or keeps it for the end; false if it is refused.
+bool TreeApi::take(Batch& batch, Operation operation) {
+  if (batch.isAtomic) {
+    batch.operations.push_back(std::move(operation));
+    batch.lines.push_back(batch.reader.line());
+    return true;
+  }
+  try {
+    applyOne(service_, operation, batch.timeToLive);
+    ++batch.applied;
+    return true;
+  } catch (HttpProblem const& problem) {
+    batch.fail(problem, batch.reader.line());
+  } catch (StoreError const& error) {
+    batch.fail(storeProblem(error), batch.reader.line());
+  } catch (std::exception const& error) {
+    batch.fail(HttpProblem(500, error.what()), batch.reader.line());
+  }
+  return false;
 }
 
 }  // namespace Agent

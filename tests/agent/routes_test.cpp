@@ -1,6 +1,8 @@
 // The table of routes, against the documents and against what the routes do.
 #include <gmock/gmock.h>
 
+#include <array>
+
 #include "agent/server/tree_api.h"
 #include "support/documents.h"
 #include "support/service_world.h"
@@ -11,6 +13,10 @@ namespace {
 using testing::ElementsAreArray;
 using testing::HasSubstr;
 using Route = TreeApi::Route;
+
+std::string urgencyName(Urgency urgency) {
+  return std::array{"health", "heartbeats", "switches", "operators", "bulk"}.at(static_cast<std::size_t>(urgency));
+}
 
 /// A request for each route, which it takes.
 class Routes : public testing::Test {
@@ -46,12 +52,13 @@ TEST_F(Routes, AreThoseOfTheDocuments) {
     if (!route.query.empty()) request += "?" + std::string(route.query);
     expected.push_back({request + "`",
                         (route.traits & Route::kConditional) != 0 ? "yes" : "",
-                        (route.traits & Route::kRepeatable) != 0 ? "yes" : ""});
+                        (route.traits & Route::kRepeatable) != 0 ? "yes" : "",
+                        urgencyName(route.urgency)});
   }
   std::vector<TableRow> documented = tableRows(documentNamed("docs/serving.md"), "## Routes");
   for (TableRow& row : documented) {
-    ASSERT_EQ(row.size(), 4u) << row[0];
-    EXPECT_NE(row[3], "") << row[0];
+    ASSERT_EQ(row.size(), 5u) << row[0];
+    EXPECT_NE(row[4], "") << row[0];
     row.pop_back();
   }
   EXPECT_THAT(documented, ElementsAreArray(expected));

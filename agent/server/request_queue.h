@@ -1,0 +1,51 @@
+// Requests that are to be answered, the most urgent first.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <memory>
+
+#include "agent/net/event_loop.h"
+
+namespace Agent {
+
+/// How long a request may wait, the most urgent first: whether the agent is well, heartbeats, what switches say of
+/// themselves, what operators ask and want, and what is much at a time.
+enum class Urgency { kHealth, kHeartbeat, kSwitch, kOperator, kBulk };
+
+/// Runs tasks on the loop, one after the other, and lets what has come in meanwhile be read every millisecond. Of those
+/// that wait, the most urgent runs first, and of equally urgent ones that which came first; but every 16th is the one
+/// that has waited longest, so that none waits for ever. All on the loop's thread; the loop outlives it.
+class RequestQueue {
+ public:
+  explicit RequestQueue(EventLoop& loop) : loop_(loop) {}
+
+  /// Runs `task` later, unless the queue has gone by then. It may add others, and may not end the queue.
+  void add(Urgency urgency, std::function<void()> task);
+
+ private:
+  struct Waiting {
+    std::function<void()> task;
+    /// Counts all tasks.
+    std::size_t number;
+  };
+  using Line = std::deque<Waiting>;
+
+  static constexpr std::size_t kUrgencies = static_cast<std::size_t>(Urgency::kBulk) + 1;
+
+  void runLater();
+  void run();
+  Line& next();
+
+  EventLoop& loop_;
+  std::array<Line, kUrgencies> lines_;
+  std::size_t added_ = 0;
+  std::size_t waiting_ = 0;
+  std::size_t ran_ = 0;
+  /// Tasks on the loop hold it weakly.
+  std::shared_ptr<RequestQueue*> self_ = std::make_shared<RequestQueue*>(this);
+};
+
+}  // namespace Agent
