@@ -102,13 +102,17 @@ void HttpConnection::close() {
 
 void HttpConnection::advance() {
   // A handler that answers at once does so from within a step.
-  if (advancing_) return;
+  if (advancing_ || isPosted_) return;
   auto const self = shared_from_this();
   advancing_ = true;
   int steps = 0;
   while (step())
     if (++steps == kStepsInTurn) {
-      host_.post([self] { self->advance(); });
+      isPosted_ = true;
+      host_.post([self] {
+        self->isPosted_ = false;
+        self->advance();
+      });
       break;
     }
   advancing_ = false;
@@ -333,7 +337,8 @@ void HttpConnection::awaitRoom() {
 }
 
 void HttpConnection::awaitBytes() {
-  if (awaitsBytes_ || ended_ || phase_ == Phase::Closed) return;
+  // What has come in is answered first.
+  if (awaitsBytes_ || isPosted_ || ended_ || phase_ == Phase::Closed) return;
   if (phase_ != Phase::Reading && in_.size() >= host_.limits().headerBytes) return;
   awaitsBytes_ = true;
   socket_.async_wait(HttpSocket::wait_read, [self = shared_from_this()](ErrorCode const& error) {

@@ -125,6 +125,8 @@ class HttpConnection final : public std::enable_shared_from_this<HttpConnection>
   std::string const wanting_;
   Phase phase_ = Phase::Reading;
   bool advancing_ = false;
+  // It goes on when the others have had their turn.
+  bool isPosted_ = false;
   bool awaitsBytes_ = false;
   bool awaitsRoom_ = false;
   // The client sends no more.

@@ -40,6 +40,8 @@ constexpr std::size_t kMostTurnedAway = 64;
 constexpr std::chrono::seconds kBetweenTurnedAway(10);
 // Clients whose connections wait to be taken: thousands come back at once. The system takes less if it is told to.
 constexpr int kBacklog = 65'535;
+// So many are taken before others have their turn.
+constexpr int kAcceptsInTurn = 64;
 // How long to wait when there is no room for another connection, and for how long there must be room to say so.
 constexpr std::chrono::milliseconds kAcceptPause(100);
 constexpr std::chrono::seconds kCalm(1);
@@ -85,6 +87,7 @@ class HttpServer::Impl final : public HttpConnectionHost {
     if (!error) acceptor_.set_option(asio::socket_base::reuse_address(true), error);
     if (!error) acceptor_.bind(endpoint, error);
     if (!error) acceptor_.listen(kBacklog, error);
+    if (!error) acceptor_.non_blocking(true, error);
     if (error)
       throw std::runtime_error("cannot listen on " + address + " port " + std::to_string(port) + ": " +
                                error.message());
@@ -142,16 +145,27 @@ class HttpServer::Impl final : public HttpConnectionHost {
   using Connections = std::unordered_set<std::shared_ptr<HttpConnection>>;
 
   void accept() {
-    acceptor_.async_accept([this](ErrorCode const& error, HttpSocket socket) {
+    acceptor_.async_wait(asio::socket_base::wait_read, [this](ErrorCode const& error) {
       if (!acceptor_.is_open()) return;
-      if (error && error != asio::error::connection_aborted) return pause(error.message());
-      bool const isLast = !error && isOwn(socket.native_handle() + 1);
-      if (!error) welcome(std::move(socket));
-      if (isLast)
-        pause(ownReason());
-      else
-        accept();
+      if (error) return pause(error.message());
+      acceptSome();
     });
+  }
+
+  // Not one at a time: between two waits all that is ready has its turn, however long that takes.
+  void acceptSome() {
+    for (int i = 0; i < kAcceptsInTurn; ++i) {
+      HttpSocket socket(context_);
+      ErrorCode error;
+      acceptor_.accept(socket, error);
+      if (error == asio::error::would_block) break;
+      if (error && error != asio::error::connection_aborted) return pause(error.message());
+      if (error) continue;
+      bool const isLast = isOwn(socket.native_handle() + 1);
+      welcome(std::move(socket));
+      if (isLast) return pause(ownReason());
+    }
+    accept();
   }
 
   // Clients that connect wait in the system's queue.

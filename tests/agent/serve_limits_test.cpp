@@ -54,7 +54,7 @@ TEST(ServeLimits, OfHosts) {
 
 TEST(ServeLimits, OfConnections) {
   Served const served({"--memory", "--max-connections", "3"});
-  auto const ask = [](RawConnection& connection, std::string const& target = "/readyz") {
+  auto const ask = [](RawConnection& connection, std::string const& target = "/v1/tree") {
     connection.send("GET " + target + " HTTP/1.1\r\nHost: localhost\r\n\r\n");
     return connection.response();
   };
