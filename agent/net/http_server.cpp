@@ -13,6 +13,7 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/signal_set.hpp>
 #include <cerrno>
+#include <exception>
 #include <map>
 #include <stdexcept>
 #include <system_error>
@@ -42,6 +43,9 @@ constexpr std::chrono::seconds kBetweenTurnedAway(10);
 constexpr int kBacklog = 65'535;
 // So many are taken before others have their turn.
 constexpr int kAcceptsInTurn = 64;
+// In the middle of a long task, others have so long, so often.
+constexpr std::chrono::milliseconds kBreath(2);
+constexpr std::chrono::milliseconds kBreathEvery(4);
 // How long to wait when there is no room for another connection, and for how long there must be room to say so.
 constexpr std::chrono::milliseconds kAcceptPause(100);
 constexpr std::chrono::seconds kCalm(1);
@@ -102,6 +106,20 @@ class HttpServer::Impl final : public HttpConnectionHost {
     auto const timer = std::make_shared<Timer>(context_, time);
     // A task that waits keeps its timer, so that nothing cancels it.
     timer->async_wait([timer, task = std::move(task)](ErrorCode const&) { task(); });
+  }
+
+  // What a task throws in the middle of another one ends the loop as it would have outside.
+  void breathe() {
+    auto const begin = Clock::now();
+    if (isBreathing_ || begin - breathed_ < kBreathEvery) return;
+    isBreathing_ = true;
+    try {
+      while (Clock::now() - begin < kBreath && context_.poll_one() != 0) continue;
+    } catch (...) {
+      post([thrown = std::current_exception()] { std::rethrow_exception(thrown); });
+    }
+    isBreathing_ = false;
+    breathed_ = Clock::now();
   }
 
   void onSignal(int number, std::function<void()> heard) {
@@ -280,9 +298,13 @@ class HttpServer::Impl final : public HttpConnectionHost {
   std::size_t part_ = 0;
   std::array<char, 64 * 1024> scratch_;
   bool isStopping_ = false;
+  bool isBreathing_ = false;
+  Clock::time_point breathed_;
   std::uint16_t port_ = 0;
   // What is ready to run goes with the context, and may hold connections; so these are closed before.
-  asio::io_context context_{1};
+  // Not for one thread alone: then what a task has posted is not counted before its end, and a loop that breathes would
+  // take itself to have nothing left to do.
+  asio::io_context context_;
   asio::executor_work_guard<Executor> work_;
   asio::basic_socket_acceptor<asio::ip::tcp, Executor> acceptor_;
   asio::basic_signal_set<Executor> signals_;
@@ -313,6 +335,7 @@ HttpServer::Clock::time_point HttpServer::now() const { return Clock::now(); }
 void HttpServer::post(std::function<void()> task) { impl_->post(std::move(task)); }
 void HttpServer::at(Clock::time_point time, std::function<void()> task) { impl_->at(time, std::move(task)); }
 
+void HttpServer::breathe() { impl_->breathe(); }
 void HttpServer::onSignal(int number, std::function<void()> heard) { impl_->onSignal(number, std::move(heard)); }
 void HttpServer::onPause(std::function<void(std::string const*)> told) { impl_->pauseTold_ = std::move(told); }
 void HttpServer::onTurnedAway(std::function<void(std::size_t count, std::string const& reason)> told) {

@@ -58,6 +58,7 @@ class HttpServer final : public EventLoop {
   Clock::duration stoodStill() override;
   /// Unlike all else, it may be called on any thread.
   void post(std::function<void()> task) override;
+  void breathe() override;
   void at(Clock::time_point time, std::function<void()> task) override;
 
   /// Calls `heard` on every signal of that number, instead of what the system does with it otherwise.

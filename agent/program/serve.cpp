@@ -124,6 +124,8 @@ class Agent {
   }
 
   void stop(int signal) {
+    // Not in the middle of a turn.
+    if (service_.isApplying()) return server_.post([this, signal] { stop(signal); });
     log_.info("stopping", {{"signal", std::to_string(signal)}});
     api_.stop();
     service_.stop();

@@ -15,36 +15,56 @@ constexpr std::size_t kOldest = 16;
 
 }  // namespace
 
-void RequestQueue::add(Urgency urgency, std::function<void()> task) {
-  lines_[static_cast<std::size_t>(urgency)].push_back({std::move(task), added_++});
-  if (waiting_++ == 0) runLater();
+void RequestQueue::add(Urgency urgency, bool mayInterrupt, std::function<void()> task) {
+  lines_[static_cast<std::size_t>(urgency)][mayInterrupt ? 0 : 1].push_back({std::move(task), added_++});
+  runLater();
+}
+
+std::function<void()> RequestQueue::runs() {
+  return [self = std::weak_ptr(self_)] {
+    if (auto const queue = self.lock()) (**queue).run();
+  };
 }
 
 void RequestQueue::runLater() {
-  loop_.post([self = std::weak_ptr(self_)] {
-    if (auto const queue = self.lock()) (**queue).run();
-  });
+  if (!std::exchange(isPosted_, true)) loop_.post(runs());
 }
 
-// A task may add others.
+// A task may breathe, so that this is called within it.
 void RequestQueue::run() {
+  isPosted_ = isTimed_ = false;
   auto const end = loop_.now() + kTurn;
-  do {
-    Line& line = next();
-    auto const task = std::move(line.front().task);
-    line.pop_front();
-    // The last one is still counted, so that what it adds does not begin another turn.
+  for (Line* line = next(); line != nullptr; line = loop_.now() < end ? next() : nullptr) {
+    auto const task = std::move(line->front().task);
+    line->pop_front();
+    if (!isEmpty()) runLater();
     task();
-  } while (--waiting_ > 0 && loop_.now() < end);
-  if (waiting_ > 0) runLater();
+  }
+  if (isEmpty()) return;
+  if (!isInTask_()) {
+    runLater();
+  } else if (!std::exchange(isTimed_, true)) {
+    // What may not interrupt waits for the end of the task.
+    loop_.at(loop_.now() + kTurn, runs());
+  }
 }
 
-RequestQueue::Line& RequestQueue::next() {
-  auto const waits = [](Line const& line) { return !line.empty(); };
-  if (++ran_ % kOldest != 0) return *std::find_if(lines_.begin(), lines_.end(), waits);
-  return *std::min_element(lines_.begin(), lines_.end(), [](Line const& one, Line const& other) {
-    return !one.empty() && (other.empty() || one.front().number < other.front().number);
-  });
+bool RequestQueue::isEmpty() const {
+  return std::all_of(lines_.begin(), lines_.end(), [](auto const& two) { return two[0].empty() && two[1].empty(); });
+}
+
+/// The line whose first task is next; null if none may run.
+RequestQueue::Line* RequestQueue::next() {
+  bool const isOldestWanted = ++ran_ % kOldest == 0;
+  std::size_t const kinds = isInTask_() ? 1 : 2;
+  Line* found = nullptr;
+  for (auto& two : lines_) {
+    for (std::size_t kind = 0; kind < kinds; ++kind)
+      if (!two[kind].empty() && (found == nullptr || two[kind].front().number < found->front().number))
+        found = &two[kind];
+    if (found != nullptr && !isOldestWanted) break;
+  }
+  return found;
 }
 
 }  // namespace Agent

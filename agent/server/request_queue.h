@@ -20,10 +20,12 @@ enum class Urgency { kHealth, kHeartbeat, kSwitch, kOperator, kBulk };
 /// that has waited longest, so that none waits for ever. All on the loop's thread; the loop outlives it.
 class RequestQueue {
  public:
-  explicit RequestQueue(EventLoop& loop) : loop_(loop) {}
+  /// As long as `isInTask` says that the loop breathes within a task that takes long, only tasks run that may interrupt
+  /// one.
+  RequestQueue(EventLoop& loop, std::function<bool()> isInTask) : loop_(loop), isInTask_(std::move(isInTask)) {}
 
   /// Runs `task` later, unless the queue has gone by then. It may add others, and may not end the queue.
-  void add(Urgency urgency, std::function<void()> task);
+  void add(Urgency urgency, bool mayInterrupt, std::function<void()> task);
 
  private:
   struct Waiting {
@@ -35,15 +37,20 @@ class RequestQueue {
 
   static constexpr std::size_t kUrgencies = static_cast<std::size_t>(Urgency::kBulk) + 1;
 
+  std::function<void()> runs();
   void runLater();
   void run();
-  Line& next();
+  Line* next();
+  bool isEmpty() const;
 
   EventLoop& loop_;
-  std::array<Line, kUrgencies> lines_;
+  std::function<bool()> isInTask_;
+  /// Those that may interrupt, and those that may not.
+  std::array<std::array<Line, 2>, kUrgencies> lines_;
   std::size_t added_ = 0;
-  std::size_t waiting_ = 0;
   std::size_t ran_ = 0;
+  bool isPosted_ = false;
+  bool isTimed_ = false;
   /// Tasks on the loop hold it weakly.
   std::shared_ptr<RequestQueue*> self_ = std::make_shared<RequestQueue*>(this);
 };

@@ -17,13 +17,6 @@ std::chrono::milliseconds inMilliseconds(EventLoop::Clock::duration duration) {
   return std::chrono::duration_cast<std::chrono::milliseconds>(duration);
 }
 
-/// A task that does nothing once its service has gone.
-std::function<void()> later(std::weak_ptr<Service*> self, void (Service::*work)()) {
-  return [self = std::move(self), work] {
-    if (auto const service = self.lock()) ((**service).*work)();
-  };
-}
-
 }  // namespace
 
 Service::Service(EventLoop& loop, Nox::Library const& library, Store& store, ServiceOptions const& options,
@@ -48,9 +41,15 @@ Service::Service(EventLoop& loop, Nox::Library const& library, Store& store, Ser
   }
   // The first reader sees what the first passes came to.
   commit();
-  store_.foreignTurnsIs([this] { loop_.post(later(self_, &Service::takeForeignTurns)); });
+  store_.foreignTurnsIs([this] { loop_.post(later(&Service::takeForeignTurns)); });
   if (options_.hasStoreThread) thread_ = std::make_unique<WorkThread>(loop_);
   tick();
+}
+
+std::function<void()> Service::later(void (Service::*work)()) const {
+  return [self = std::weak_ptr(self_), work] {
+    if (auto const service = self.lock()) ((**service).*work)();
+  };
 }
 
 Service::~Service() {
@@ -63,6 +62,7 @@ Service::~Service() {
 // A heartbeat has `left` to live, or all of its time if that is absent: what ended was the agent, not the switch.
 void Service::start(std::optional<std::map<std::string, std::chrono::milliseconds>> const& left) {
   tree_ = std::make_unique<LiveTree>(library_, latest_, options_.stored);
+  tree_->breatheIs([this] { breathe(); });
   // What loading took is no time of theirs.
   advance();
   lifetimes_ = Lifetimes();
@@ -81,11 +81,12 @@ void Service::start(std::optional<std::map<std::string, std::chrono::millisecond
 TurnResult Service::apply(std::span<Operation const> operations, std::optional<TimeToLive> timeToLive,
                           std::size_t* refused) {
   std::optional<std::chrono::milliseconds> const ttl = timeToLive ? timeToLive->value : options_.heartbeatTtl;
-  if (problem_ && !isRefresh(operations, ttl)) {
+  if ((problem_ || isApplying_) && !isRefresh(operations, ttl)) {
+    if (!problem_) throw StoreError("another turn is being applied");
     if (isFull_) throw StoreFull(*problem_);
     throw StoreError(*problem_);
   }
-  if (!tree_) {
+  if (!tree_ || isApplying_) {
     renew(operations, ttl);
     return {{latest_.revision, {}}, std::nullopt};
   }
@@ -93,7 +94,7 @@ TurnResult Service::apply(std::span<Operation const> operations, std::optional<T
     if (refused != nullptr) *refused = at;
     requireInput(operations[at]);
   }
-  TurnResult result = tree_->apply(operations, ttl, refused);
+  TurnResult result = applyToTree(operations, ttl, refused);
   if (result.failure) log_.error("handler_failed", {{"reason", *result.failure}});
   renew(operations, ttl);
   keepTurn(result);
@@ -139,16 +140,49 @@ bool Service::isRefresh(std::span<Operation const> operations,
   });
 }
 
+// What runs meanwhile leaves the tree and the latest documents alone. What it begins is ended behind the turn.
+TurnResult Service::applyToTree(std::span<Operation const> operations,
+                                std::optional<std::chrono::milliseconds> timeToLive, std::size_t* refused) {
+  struct Scope {
+    explicit Scope(Service& of) : service(of) { service.isApplying_ = true; }
+    Scope(Scope const&) = delete;
+    Scope& operator=(Scope const&) = delete;
+    ~Scope() {
+      service.isApplying_ = false;
+      if (std::exchange(service.hasBreathed_, false)) service.loop_.post(service.later(&Service::goOn));
+    }
+    Service& service;
+  };
+  Scope const scope(*this);
+  return tree_->apply(operations, timeToLive, refused);
+}
+
+void Service::breathe() {
+  if (!isApplying_) return;
+  hasBreathed_ = true;
+  loop_.breathe();
+}
+
+void Service::goOn() {
+  if (isApplying_) return;
+  if (std::exchange(hasForeignTurns_, false)) return takeForeignTurns();
+  if (auto const thrown = std::exchange(failed_, nullptr)) return committed(thrown);
+  if (!open_.turns.empty()) return commit();
+  for (auto& done : std::exchange(open_.waiting, {})) whenKept(std::move(done));
+}
+
 void Service::keepTurn(TurnResult const& result) {
   if (result.turn.changes.empty()) return;
   open_.turns.push_back(result.turn);
   if (open_.turns.size() > 1 || isStoreBusy()) return;
   // Behind whatever is ready to be read now, and once more behind what that makes ready: all of it shares one commit.
-  loop_.post([&loop = loop_, commit = later(self_, &Service::commit)] { loop.post(commit); });
+  loop_.post([&loop = loop_, commit = later(&Service::commit)] { loop.post(commit); });
 }
 
 void Service::whenKept(std::function<void(StoreError const* problem)> done) {
-  if (Group* const last = !open_.turns.empty() ? &open_ : !committing_.turns.empty() ? &committing_ : nullptr)
+  if (Group* const last = !open_.turns.empty() || isApplying_ ? &open_
+                          : !committing_.turns.empty()        ? &committing_
+                                                              : nullptr)
     last->waiting.push_back(std::move(done));
   else
     done(nullptr);
@@ -168,6 +202,8 @@ void Service::advance() {
 
 void Service::tick() {
   auto const now = loop_.now();
+  // What has to be done is done at the next one, which is late and knows it.
+  if (isApplying_) return loop_.at(now + kTick, later(&Service::tick));
   advance();
   // Once all heartbeats that were found at the start have been put again or have gone, nothing depends on it.
   if (awake_ <= awakeMatters_) awakeDue_ = awake_;
@@ -176,22 +212,22 @@ void Service::tick() {
   // Behind what has come in already: a renewal may be among it.
   if (now - std::exchange(lastTick_, now) > kLongestTick) {
     nextExpiry_ = now + kReading;
-    loop_.at(nextExpiry_, later(self_, &Service::expire));
+    loop_.at(nextExpiry_, later(&Service::expire));
   } else if (now >= nextExpiry_) {
-    loop_.post(later(self_, &Service::expire));
+    loop_.post(later(&Service::expire));
   }
   keepAlive();
-  loop_.at(now + kTick, later(self_, &Service::tick));
+  loop_.at(now + kTick, later(&Service::tick));
 }
 
 // What else has come in goes between.
 void Service::keepAlive() {
-  if (watches_->keepAlive(loop_.now())) loop_.post(later(self_, &Service::keepAlive));
+  if (watches_->keepAlive(loop_.now())) loop_.post(later(&Service::keepAlive));
 }
 
 // While the store takes nothing, the dead wait for it.
 void Service::expire() {
-  if (problem_) return;
+  if (problem_ || isApplying_) return;
   for (std::string const& path : lifetimes_.takeExpired()) {
     log_.warning("heartbeat_expired", {{"path", path}});
     Operation const operation{parsePath(path), std::nullopt};

@@ -70,6 +70,14 @@ class Service {
   /// not known whether it is, `problem` is why; then the documents are those that were kept before.
   void whenKept(std::function<void(StoreError const* problem)> done);
 
+  /// A turn is being applied, and this is called in the middle of it. Everything may be read; no operations may be
+  /// applied but a refresh.
+  bool isApplying() const noexcept { return isApplying_; }
+  /// Whether the operations say of heartbeats what is known, so that nothing changes.
+  bool isRefresh(std::span<Operation const> operations, std::optional<TimeToLive> timeToLive) const {
+    return isRefresh(operations, timeToLive ? timeToLive->value : options_.heartbeatTtl);
+  }
+
   /// Why the store takes no writes; nothing if it does.
   std::optional<std::string> const& storeProblem() const noexcept { return problem_; }
 
@@ -90,7 +98,13 @@ class Service {
     std::vector<std::function<void(StoreError const*)>> waiting;
   };
 
-  bool isStoreBusy() const { return thread_ && thread_->isBusy(); }
+  /// A task that does nothing once the service has gone.
+  std::function<void()> later(void (Service::*work)()) const;
+  bool isStoreBusy() const { return isApplying_ || failed_ || (thread_ && thread_->isBusy()); }
+  TurnResult applyToTree(std::span<Operation const> operations, std::optional<std::chrono::milliseconds> timeToLive,
+                         std::size_t* refused);
+  void breathe();
+  void goOn();
   void inStore(std::function<void()> work, WorkThread::Done done);
   void start(std::optional<std::map<std::string, std::chrono::milliseconds>> const& left);
   void keptIs(TreeDocuments documents);
@@ -141,6 +155,11 @@ class Service {
   /// Turns that the store has not got yet, and those that it has now.
   Group open_;
   Group committing_;
+  bool isApplying_ = false;
+  bool hasBreathed_ = false;
+  bool hasForeignTurns_ = false;
+  /// How a commit has failed that ended in the middle of a turn.
+  std::exception_ptr failed_;
   /// How long the agent has been awake, where the store is to be told of it.
   std::optional<std::chrono::milliseconds> awakeDue_;
   /// Turns of which it is not known whether they are kept.

@@ -84,6 +84,11 @@ void Service::commit() {
 }
 
 void Service::committed(std::exception_ptr const& thrown) {
+  // The registry is at work.
+  if (thrown && isApplying_) {
+    failed_ = thrown;
+    return;
+  }
   try {
     if (thrown) std::rethrow_exception(thrown);
   } catch (StoreError const& problem) {
@@ -137,6 +142,8 @@ std::vector<std::function<void(StoreError const*)>> Service::undo() {
 
 // What others wrote is like what was there before: the registry finds it at its first passes.
 void Service::takeForeignTurns() {
+  hasForeignTurns_ = isApplying_;
+  if (hasForeignTurns_) return;
   log_.info("state_changed_by_others", {});
   auto const waiting = undo();
   tree_.reset();

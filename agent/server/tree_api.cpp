@@ -33,16 +33,29 @@ void TreeApi::handle(HttpRequest request, HttpAnswer answer) {
     door_.require(call->request, call->target.path);
     Route const& route = call->findRoute();
     call->requireParameters(route);
-    queue_.add(call->urgency(route), [this, call, &route] { this->answer(*call, route); });
+    // A heartbeat that says what it said before changes nothing; whether it does is seen when it is its turn.
+    bool const isHeartbeat = call->document && call->document->place.expires() && call->request.method == "PUT";
+    queue(*call, route, call->isRead() || isHeartbeat);
   });
+}
+
+void TreeApi::queue(Call& call, Route const& route, bool mayInterrupt) {
+  queue_.add(
+      call.urgency(route), mayInterrupt, [this, call = call.shared_from_this(), &route] { answer(*call, route); });
 }
 
 void TreeApi::answer(Call& call, Route const& route) {
   answering(call, [&] {
+    if (service_.isApplying() && !call.isRead() && !isRefresh(call)) return queue(call, route, false);
     if (isStopping_) throw HttpProblem(503, "the agent stops");
     if ((route.traits & Route::kConditional) != 0) requireRevision(call);
     (this->*route.handle)(call);
   });
+}
+
+bool TreeApi::isRefresh(Call const& call) const {
+  Operation const operation{*call.document, bodyOf(call.request, toText(*call.document), limits_)};
+  return service_.isRefresh({&operation, 1}, call.timeToLive());
 }
 
 // What a writer finds is told like any other answer: not before it is kept.

@@ -69,7 +69,7 @@ class TreeApi {
         limits_(limits),
         door_(std::move(door)),
         warning_(std::move(warning)),
-        queue_(loop) {}
+        queue_(loop, [this] { return service_.isApplying(); }) {}
 
   /// Answers when it is the request's turn. What a request asks for that is wrong is answered with a status from 400 up
   /// and
@@ -91,7 +91,9 @@ class TreeApi {
 
   template <class Work>
   void answering(Call& call, Work const& work);
+  void queue(Call& call, Route const& route, bool mayInterrupt);
   void answer(Call& call, Route const& route);
+  bool isRefresh(Call const& call) const;
   void refuse(Call& call, HttpProblem const& problem);
   void requireRevision(Call const& call) const;
   void getDocument(Call& call);

@@ -150,7 +150,7 @@ void TreeApi::goOn(std::shared_ptr<Batch> const& batch) {
   if (isEnded && batch->isAtomic && !batch->problem) applyWhole(*batch);
   if (isEnded || !batch->isAtomic) keep(batch);
   if (isEnded) return finish(batch);
-  queue_.add(Urgency::kBulk, [this, batch] { goOn(batch); });
+  queue_.add(Urgency::kBulk, false, [this, batch] { goOn(batch); });
 }
 
 /// Applies an operation, or keeps it for the end; false if it is refused.

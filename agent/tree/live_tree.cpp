@@ -56,11 +56,14 @@ TurnResult LiveTree::apply(std::span<Operation const> operations, std::optional<
   std::vector<CheckedOperation> const checked = check(operations, *refused);
   size_.require(operations, kept_.documents, *refused);
   TurnResult result;
-  WrittenDocuments written(*tree_);
+  WrittenDocuments written(*tree_, breathe_);
   for (Operation const& operation : operations) written.add(operation.path);
   try {
     Nox::Turn turn;
-    for (CheckedOperation const& operation : checked) tree_->apply(operation);
+    for (CheckedOperation const& operation : checked) {
+      breathe_();
+      tree_->apply(operation);
+    }
   } catch (std::exception const& exception) {
     result.failure = printable(exception.what(), 1000);
   }
@@ -92,6 +95,7 @@ std::vector<CheckedOperation> LiveTree::check(std::span<Operation const> operati
   std::vector<CheckedOperation> checked;
   BatchCheck batch(kept_.documents);
   for (at = 0; at < operations.size(); ++at) {
+    breathe_();
     about(toText(operations[at].path), [&] {
       checked.push_back(StateTree::check(operations[at].path, operations[at].value ? &*operations[at].value : nullptr));
       if (operations.size() > 1) batch.add(operations[at]);
@@ -102,7 +106,10 @@ std::vector<CheckedOperation> LiveTree::check(std::span<Operation const> operati
 
 void LiveTree::collect(WrittenDocuments& written, TurnResult& result) {
   result.turn.revision = kept_.revision + 1;
-  for (auto const& [text, path] : written.paths(kept_.documents)) compare(text, tree_->text(path), result);
+  for (auto const& [text, path] : written.paths(kept_.documents)) {
+    breathe_();
+    compare(text, tree_->text(path), result);
+  }
   result.turn.revision = result.turn.changes.empty() ? kept_.revision : ++kept_.revision;
 }
 

@@ -5,7 +5,11 @@
 
 namespace Agent {
 
-WrittenDocuments::WrittenDocuments(StateTree const& tree) : tree_(tree) {
+/// So often it is asked whether others have waited long enough.
+static constexpr std::size_t kWritesPerBreath = 64;
+
+WrittenDocuments::WrittenDocuments(StateTree const& tree, std::function<void()> const& breathe)
+    : tree_(tree), breathe_(breathe) {
   NOX_ASSERT(Nox::writeObserver_ == nullptr, "another observer watches the writes");
   Nox::writeObserver_ = this;
 }
@@ -41,6 +45,7 @@ void WrittenDocuments::removed(Nox::Entity const& entity, std::string_view /*att
 
 void WrittenDocuments::note(Nox::Entity const& entity, Nox::WriteText const& key) {
   if (auto const path = tree_.documentOf(entity, key)) add(*path);
+  if (++writes_ % kWritesPerBreath == 0) breathe_();
 }
 
 }  // namespace Agent

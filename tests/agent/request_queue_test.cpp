@@ -20,11 +20,11 @@ constexpr Urgency kAll[] = {
 
 TEST(RequestQueue, RunsTheMostUrgentFirstAndEqualsInTheirOrder) {
   FakeLoop loop;
-  RequestQueue queue(loop);
+  RequestQueue queue(loop, [] { return false; });
   std::vector<std::pair<Urgency, int>> ran;
   for (int i = 0; i < 3; ++i)
     for (std::size_t at = std::size(kAll); at-- > 0;)
-      queue.add(kAll[at], [&ran, urgency = kAll[at], i] { ran.emplace_back(urgency, i); });
+      queue.add(kAll[at], false, [&ran, urgency = kAll[at], i] { ran.emplace_back(urgency, i); });
   EXPECT_TRUE(ran.empty());
   loop.run();
   EXPECT_EQ(ran.size(), 3 * std::size(kAll));
@@ -36,13 +36,13 @@ TEST(RequestQueue, LetsNothingWaitForEverAndWhatComesInBeReadEveryMillisecond) {
   SCOPED_TRACE("seed " + std::to_string(seed));
   std::mt19937 random(seed);
   FakeLoop loop;
-  RequestQueue queue(loop);
+  RequestQueue queue(loop, [] { return false; });
   std::size_t ran = 0;
   std::size_t bulk = 0;
   std::size_t read = 0;
   // Each request is followed by another of its kind, as those of a client are.
   std::function<void(Urgency)> const ask = [&](Urgency urgency) {
-    queue.add(urgency, [&, urgency] {
+    queue.add(urgency, false, [&, urgency] {
       if (++ran == 10'000) return;
       if (ran > 10'000) return;
       if (urgency == Urgency::kBulk) ++bulk;
@@ -66,8 +66,8 @@ TEST(RequestQueue, LetsNothingWaitForEverAndWhatComesInBeReadEveryMillisecond) {
 TEST(RequestQueue, EndsWithWhatWaits) {
   FakeLoop loop;
   bool hasRun = false;
-  auto queue = std::make_unique<RequestQueue>(loop);
-  queue->add(Urgency::kBulk, [&] { hasRun = true; });
+  auto queue = std::make_unique<RequestQueue>(loop, [] { return false; });
+  queue->add(Urgency::kBulk, false, [&] { hasRun = true; });
   queue.reset();
   loop.run();
   EXPECT_FALSE(hasRun);

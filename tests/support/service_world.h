@@ -26,6 +26,11 @@ class FakeLoop final : public EventLoop {
     std::scoped_lock const lock(mutex_);
     tasks_.push_back(std::move(task));
   }
+  /// Runs what is ready at the call.
+  void breathe() override {
+    for (std::size_t left = tasks_.size(); left > 0; --left)
+      if (auto const task = next()) task();
+  }
   void at(Clock::time_point time, std::function<void()> task) override { timers_.emplace(time, std::move(task)); }
 
   /// Runs all that is ready.

@@ -1,0 +1,137 @@
+// What is answered in the middle of a turn that takes long.
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <thread>
+
+#include "agent/server/tree_api.h"
+#include "support/gated_store.h"
+#include "support/service_world.h"
+
+namespace Agent::LongTurnTest {
+namespace {
+
+using namespace std::chrono_literals;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+std::string lines(int count) {
+  std::string text;
+  for (int i = 0; i < count; ++i)
+    text += R"({"put": "registration/a/)" + std::to_string(i) + R"(", "value": )" + std::to_string(i) + "}\n";
+  return text;
+}
+
+class LongTurn : public ::testing::Test {
+ protected:
+  void ask(std::string const& name, char const* method, std::string const& target, std::string body = {}) {
+    api.handle({method, target, {}, std::move(body)}, [this, name](HttpResponse const& response) {
+      answers.push_back(name + " " + std::to_string(response.status) + (service.isApplying() ? " meanwhile" : ""));
+    });
+  }
+  /// Does `work` once, in the middle of the next turn that breathes.
+  void meanwhile(std::function<void()> work) {
+    loop.post([this, work = std::move(work)] {
+      if (service.isApplying()) return work();
+      if (++looks < 100'000) meanwhile(work);
+    });
+  }
+  void await(std::size_t count) {
+    for (int i = 0; i < 60'000 && answers.size() < count; ++i) {
+      loop.run();
+      std::this_thread::sleep_for(1ms);
+    }
+    ASSERT_EQ(answers.size(), count);
+  }
+
+  std::shared_ptr<Memory> memory = std::make_shared<Memory>();
+  GatedStore store{memory};
+  FakeLoop loop;
+  EventLog log;
+  Nox::Library library{libraryPath(std::nullopt)};
+  ServiceOptions options{.hasStoreThread = true};
+  Service service{loop, library, store, options, log};
+  TreeApi api{loop, service, {}};
+  std::vector<std::string> answers;
+  int looks = 0;
+};
+
+TEST_F(LongTurn, HoldsUpNoReaderAndNoHeartbeatThatSaysWhatItSaid) {
+  ask("first", "PUT", "/v1/tree/heartbeat/02:00:00:aa:00:01", "{}");
+  await(1);
+  answers.clear();
+  meanwhile([this] {
+    ask("new", "PUT", "/v1/tree/heartbeat/02:00:00:aa:00:02", "{}");
+    ask("bulk", "POST", "/v1/tree", lines(3));
+    ask("operator", "PUT", "/v1/tree/controller/config", R"({"enabled": true})");
+    ask("read", "GET", "/v1/tree/registration/a/7");
+    ask("same", "PUT", "/v1/tree/heartbeat/02:00:00:aa:00:01", "{}");
+    ask("health", "GET", "/healthz");
+  });
+  ask("turn", "POST", "/v1/tree?atomic=1", lines(1000));
+  await(7);
+  // Nothing of the turn is seen before it is kept.
+  EXPECT_THAT(answers,
+              ElementsAre("health 200 meanwhile",
+                          "same 200 meanwhile",
+                          "read 404 meanwhile",
+                          "turn 200",
+                          "new 200",
+                          "operator 200",
+                          "bulk 200"));
+}
+
+TEST_F(LongTurn, IsTakenBackIfACommitFailsMeanwhile) {
+  ask("first", "PUT", "/v1/tree/mount/ready/x", "true");
+  await(1);
+  answers.clear();
+  store.isOpenIs(false);
+  ask("before", "PUT", "/v1/tree/mount/ready/x", "false");
+  for (int i = 0; i < 60'000 && !store.isReached(); ++i) {
+    loop.run();
+    std::this_thread::sleep_for(1ms);
+  }
+  ASSERT_TRUE(store.isReached());
+  bool hasFailed = false;
+  meanwhile([&] {
+    memory->isFullIs(true);
+    store.isOpenIs(true);
+    // The thread has told the loop by then.
+    while (store.isReached()) std::this_thread::sleep_for(1ms);
+    std::this_thread::sleep_for(20ms);
+    hasFailed = true;
+  });
+  ask("turn", "POST", "/v1/tree?atomic=1", lines(1000));
+  ask("behind", "GET", "/v1/tree/registration/a/7");
+  await(3);
+  EXPECT_TRUE(hasFailed);
+  EXPECT_THAT(answers, ::testing::UnorderedElementsAre("behind 404", "before 507", "turn 507"));
+  EXPECT_EQ(service.latest().revision, service.kept().revision);
+  EXPECT_EQ(service.latest().documents.size(), service.kept().documents.size());
+  EXPECT_EQ(*service.latest().documents.at("mount/ready/x").text, "true");
+}
+
+TEST_F(LongTurn, LetsAnotherCommitEndAndTheTickWait) {
+  store.isOpenIs(false);
+  ask("before", "PUT", "/v1/tree/mount/ready/x", "true");
+  for (int i = 0; i < 60'000 && !store.isReached(); ++i) {
+    loop.run();
+    std::this_thread::sleep_for(1ms);
+  }
+  meanwhile([this] {
+    EXPECT_THAT(answers, IsEmpty());
+    store.isOpenIs(true);
+    for (int i = 0; i < 1000 && store.isReached(); ++i) std::this_thread::sleep_for(1ms);
+    std::this_thread::sleep_for(20ms);
+    loop.isBusy(1s);
+  });
+  ask("turn", "POST", "/v1/tree?atomic=1", lines(1000));
+  await(2);
+  EXPECT_THAT(answers, ElementsAre("before 200 meanwhile", "turn 200"));
+  EXPECT_EQ(*service.kept().documents.at("registration/a/7").text, "7");
+  loop.pass(5s);
+  EXPECT_EQ(service.storeProblem(), std::nullopt);
+}
+
+}  // namespace
+}  // namespace Agent::LongTurnTest
