@@ -67,7 +67,8 @@ void HttpConnection::checkTime(Clock::time_point now) {
       }
       return;
     case Phase::Writing:
-      if (stands) close();
+      // What the system takes, it takes in bursts: of a reader that keeps the rate, too, nothing is seen for a while.
+      if (stands || (awaitsRoom_ && behind_ + (now - waits_) > 2 * idle)) close();
       return;
     case Phase::Draining:
       if (now - moved_ > std::min(idle, kLongestDrain)) close();
@@ -305,6 +306,7 @@ bool HttpConnection::flush() {
     }
     sent_ += count;
     moved_ = Clock::now();
+    behind_ -= std::min<Clock::duration>(behind_, timeOf(count));
   }
   sent_ = 0;
   out_ = std::string();
@@ -330,8 +332,10 @@ void HttpConnection::finish() {
 
 void HttpConnection::awaitRoom() {
   awaitsRoom_ = true;
+  waits_ = Clock::now();
   socket_.async_wait(HttpSocket::wait_write, [self = shared_from_this()](ErrorCode const& error) {
     self->awaitsRoom_ = false;
+    self->behind_ += Clock::now() - self->waits_;
     if (!error) self->advance();
   });
 }
@@ -349,7 +353,8 @@ void HttpConnection::awaitBytes() {
 
 void HttpConnection::takeBytes() {
   if (phase_ == Phase::Closed) return;
-  auto const scratch = host_.scratch();
+  std::size_t const most = parser_ ? parser_->wanted() : host_.limits().headerBytes;
+  auto const scratch = host_.scratch().first(std::min(most, host_.scratch().size()));
   ErrorCode error;
   std::size_t const count = socket_.read_some(boost::asio::buffer(scratch.data(), scratch.size()), error);
   if (error == boost::asio::error::eof) {

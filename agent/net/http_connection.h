@@ -98,7 +98,7 @@ class HttpConnection final : public std::enable_shared_from_this<HttpConnection>
   // An empty line does not begin a request.
   bool hasBegun() const { return parser_ && parser_->got_some(); }
 
-  // How long so many bytes of a body may take.
+  // How long so many bytes may take.
   std::chrono::milliseconds timeOf(std::size_t bytes) const;
 
   void handle();
@@ -140,6 +140,10 @@ class HttpConnection final : public std::enable_shared_from_this<HttpConnection>
   std::optional<HttpRequestParser> parser_;
   std::optional<BodyBudget::Share> share_;
   Clock::time_point begun_;
+
+  // Since when the response waits for its reader, and how far that is behind the rate that it is to keep.
+  Clock::time_point waits_;
+  Clock::duration behind_{0};
 
   // Of the request that is being answered.
   bool http11_ = true;

@@ -65,6 +65,12 @@ class HttpRequestParser final : public HttpMessageParser<true, HttpRequest> {
   bool isHttp11() const { return version_ == 11; }
   /// The memory of what has been read of the body.
   std::size_t bodyBytes() const { return message_.body.capacity(); }
+  /// How much there may be to read for it, as far as is known: of what follows behind it no more is to be read than a
+  /// header.
+  std::size_t wanted() const {
+    auto const left = is_header_done() ? content_length_remaining() : boost::none;
+    return static_cast<std::size_t>(std::max<std::uint64_t>(left.value_or(0), headerLimit_));
+  }
   HttpRequest const& request() const { return message_; }
   HttpRequest takeRequest() { return std::move(message_); }
 

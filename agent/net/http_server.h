@@ -28,7 +28,8 @@ struct HttpLimits {
   std::size_t connectionsOfOne = 0;
   /// How long a connection may stand without a byte moving while one side waits for it to: between requests, within
   /// one, and while a response is being taken. Waiting for the program's own answer does not count. A header may take
-  /// twice as long in all, and so may a body, but for the time that its bytes take at `bytesPerSecond`.
+  /// twice as long in all, and so may a body, but for the time that its bytes take at `bytesPerSecond`. A reader of
+  /// responses may be behind that rate by as much.
   std::chrono::milliseconds idle = std::chrono::seconds(60);
   std::size_t bytesPerSecond = 16 * 1024;
 };

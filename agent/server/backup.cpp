@@ -13,6 +13,13 @@ namespace Agent {
 
 /// Ends the line of a document, behind its text.
 static constexpr std::string_view kEntryEnd = "}\n";
+/// So much may all copies keep of what stood before.
+static constexpr std::size_t kStoodBytes = std::size_t{256} * 1024 * 1024;
+
+/// With what an entry of a map takes.
+static std::size_t bytesOf(std::string const& path, std::optional<Document> const& document) {
+  return 256 + path.size() + (document ? document->text->size() : 0);
+}
 
 /// One copy.
 class Backup final : public BodySource {
@@ -25,7 +32,15 @@ class Backup final : public BodySource {
 
   std::optional<std::string> next() override;
   void changed(DocumentBefore const& before) {
-    if (!told_ || before.path > *told_) stood_.try_emplace(before.path, before.document);
+    bool const isAhead = !isTooSlow_ && (!told_ || before.path > *told_);
+    if (isAhead && stood_.try_emplace(before.path, before.document).second)
+      stoodBytes_ += bytesOf(before.path, before.document);
+  }
+  std::size_t stoodBytes() const { return stoodBytes_; }
+  void giveUp() {
+    isTooSlow_ = true;
+    stood_.clear();
+    stoodBytes_ = 0;
   }
 
  private:
@@ -41,6 +56,8 @@ class Backup final : public BodySource {
   std::optional<std::string> told_;
   /// What stood at paths behind that one when the copy began, where it has changed since.
   std::map<std::string, std::optional<Document>, std::less<>> stood_;
+  std::size_t stoodBytes_ = 0;
+  bool isTooSlow_ = false;
   /// A document that is being told, and how much of it has been: a long one is shared by its readers, however slow they
   /// are, and not copied for each.
   TextInPieces text_;
@@ -51,6 +68,7 @@ class Backup final : public BodySource {
 std::optional<std::string> Backup::next() {
   if (isEnded_) return std::nullopt;
   if (hub_->documents_ == nullptr) throw std::runtime_error("the state was replaced by another one");
+  if (isTooSlow_) throw std::runtime_error("the state changes faster than the copy is read");
   std::string piece;
   if (!std::exchange(isBegun_, true))
     piece =
@@ -74,6 +92,7 @@ bool Backup::tellNext(std::string& to) {
   if (stood != stood_.end() && (stands == documents.end() || stood->first <= stands->first)) {
     told_ = stood->first;
     if (stood->second) tell(to, stood->first, *stood->second);
+    stoodBytes_ -= bytesOf(stood->first, stood->second);
     stood_.erase(stood);
     return true;
   }
@@ -88,12 +107,21 @@ void Backup::tell(std::string& to, std::string const& path, Document const& docu
   to += "{\"path\":" + Json(path).dump() + ",\"revision\":" + std::to_string(document.revision);
   if (document.timeToLive) to += ",\"ttl\":" + std::to_string(document.timeToLive->count());
   to += ",\"value\":";
-  text_.begin(document.text, to, kEntryEnd);
+  text_.begin(document.text, to, kEntryEnd, hub_->heldTexts_);
 }
 
 void BackupHub::changed(std::span<DocumentBefore const> before) {
   for (Backup* const copy : copies_)
     for (DocumentBefore const& one : before) copy->changed(one);
+  auto const isSmaller = [](Backup const* left, Backup const* right) {
+    return left->stoodBytes() < right->stoodBytes();
+  };
+  auto const all = [&] {
+    std::size_t bytes = 0;
+    for (Backup const* const copy : copies_) bytes += copy->stoodBytes();
+    return bytes;
+  };
+  while (all() > kStoodBytes) (*std::max_element(copies_.begin(), copies_.end(), isSmaller))->giveUp();
 }
 
 void BackupHub::detach() { documents_ = nullptr; }

@@ -9,6 +9,7 @@
 
 #include "agent/document/documents.h"
 #include "agent/net/http.h"
+#include "agent/server/text_in_pieces.h"
 
 namespace Agent {
 
@@ -22,7 +23,8 @@ class Backup;
 
 /// The copies that are being read. A copy holds all documents as they were when it began, however slowly it is read: it
 /// goes through the documents path by path, and keeps of those that it has not come to what stood there before a turn
-/// changed them. All on the event thread.
+/// changed them. When all copies keep more than 256 MiB, the one that keeps the most is broken off. All on the event
+/// thread.
 ///
 /// A copy is text, a JSON object a line: first what it is, then each document in byte order of the paths, and last the
 /// count of the documents and the checksum of all lines before.
@@ -46,6 +48,7 @@ class BackupHub : public std::enable_shared_from_this<BackupHub> {
 
   TreeDocuments const* documents_;
   std::set<Backup*> copies_;
+  BodyBudget heldTexts_{kHeldTextBytes};
 };
 
 }  // namespace Agent

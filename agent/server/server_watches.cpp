@@ -6,7 +6,6 @@
 #include <iterator>
 #include <utility>
 
-#include "agent/server/text_in_pieces.h"
 #include "framework/memory/assertion.h"
 
 namespace Agent {
@@ -68,7 +67,7 @@ class ServerWatch final : public BodySource {
 
  private:
   /// Whether its place is gone, so that nothing can go on from there.
-  bool isLost() const { return era_ != hub_->era_ || (!toldPath_ && turn_ == nullptr && !hub_->reachesBackTo(told_)); }
+  bool isLost() const { return era_ != hub_->era_ || (!toldPath_ && !hub_->reachesBackTo(told_)); }
   bool tellTurn(std::string& to);
   void tellPrefix(std::string& to);
   void beginPrefix(std::string& to);
@@ -87,8 +86,7 @@ class ServerWatch final : public BodySource {
   /// The revision that was the last one's to resume from.
   Revision idTold_;
   std::size_t era_;
-  /// The turn that is being told, and how many of its changes have been.
-  std::shared_ptr<CommittedTurn const> turn_;
+  /// How many changes of the next turn have been told.
   std::size_t changesTold_ = 0;
   /// The path behind which the whole prefix goes on, while that is being told.
   std::optional<std::string> toldPath_;
@@ -142,12 +140,9 @@ void ServerWatch::beginWaiting() { waits_ = hub_->waiting_.emplace(prefix_, this
 
 // Tells what is left of a turn, or of it what there is room for; false if all turns have been told.
 bool ServerWatch::tellTurn(std::string& to) {
-  if (turn_ == nullptr) {
-    if (told_ == hub_->last_) return false;
-    turn_ = hub_->turns_[hub_->turns_.size() - static_cast<std::size_t>(hub_->last_ - told_)];
-    changesTold_ = 0;
-  }
-  auto const& changes = turn_->changes;
+  if (told_ == hub_->last_) return false;
+  CommittedTurn const& turn = hub_->turns_[hub_->turns_.size() - static_cast<std::size_t>(hub_->last_ - told_)];
+  auto const& changes = turn.changes;
   auto const isNext = [&](DocumentChange const& change) { return change.path.starts_with(prefix_); };
   std::size_t at = changesTold_;
   while (at < changes.size() && !isNext(changes[at])) ++at;
@@ -155,12 +150,12 @@ bool ServerWatch::tellTurn(std::string& to) {
     DocumentChange const& change = changes[at];
     do ++at;
     while (at < changes.size() && !isNext(changes[at]));
-    tellChange(to, change.path, change.text, turn_->revision, at == changes.size());
+    tellChange(to, change.path, change.text, turn.revision, at == changes.size());
   }
   changesTold_ = at;
   if (at < changes.size()) return true;
-  told_ = turn_->revision;
-  turn_ = nullptr;
+  told_ = turn.revision;
+  changesTold_ = 0;
   return true;
 }
 
@@ -168,7 +163,7 @@ bool ServerWatch::tellTurn(std::string& to) {
 void ServerWatch::beginPrefix(std::string& to) {
   era_ = hub_->era_;
   told_ = hub_->last_;
-  turn_ = nullptr;
+  changesTold_ = 0;
   toldPath_ = "";
   syncedAt_ = std::nullopt;
   // What was known before is forgotten, and the whole prefix is not there yet: a reader that loses the connection now
@@ -209,7 +204,7 @@ void ServerWatch::tellChange(std::string& to, std::string_view path, DocumentTex
 
   to += "data: {\"revision\":" + std::to_string(revision) + ",\"path\":" + Json(path).dump() + ",\"value\":";
   if (text)
-    text_.begin(text, to, kChangeEnd);
+    text_.begin(text, to, kChangeEnd, hub_->heldTexts_);
   else
     to.append("null").append(kChangeEnd);
 }
@@ -219,13 +214,13 @@ void ServerWatches::add(CommittedTurn turn) {
   last_ = turn.revision;
   changes_ += turn.changes.size();
   bytes_ += bytesOf(turn);
-  turns_.push_back(std::make_shared<CommittedTurn const>(std::move(turn)));
+  turns_.push_back(std::move(turn));
   while (turns_.size() > 1 && (changes_ > limits_.changes || bytes_ > limits_.bytes)) {
-    changes_ -= turns_.front()->changes.size();
-    bytes_ -= bytesOf(*turns_.front());
+    changes_ -= turns_.front().changes.size();
+    bytes_ -= bytesOf(turns_.front());
     turns_.pop_front();
   }
-  for (DocumentChange const& change : turns_.back()->changes) takeOffAlong(change.path);
+  for (DocumentChange const& change : turns_.back().changes) takeOffAlong(change.path);
   wakeTaken();
 }
 

@@ -12,6 +12,7 @@
 
 #include "agent/net/event_loop.h"
 #include "agent/net/http.h"
+#include "agent/server/text_in_pieces.h"
 #include "agent/tree/live_tree.h"
 
 namespace Agent {
@@ -54,6 +55,8 @@ class ServerWatches : public std::enable_shared_from_this<ServerWatches> {
   std::size_t watches() const noexcept { return signs_.size(); }
   Revision revision() const noexcept { return last_; }
   HistoryId const& history() const noexcept { return history_; }
+  /// The room for long texts that readers of any kind are in the middle of.
+  BodyBudget& heldTexts() noexcept { return heldTexts_; }
 
  private:
   friend class ServerWatch;
@@ -68,12 +71,13 @@ class ServerWatches : public std::enable_shared_from_this<ServerWatches> {
   void wakeAll();
 
   HistoryLimits limits_;
+  BodyBudget heldTexts_{kHeldTextBytes};
   TreeDocuments const* tree_;
   /// The last turn's revision; those of the turns that are kept end with it.
   Revision last_;
   /// Event ids carry it: a revision means something within one history alone.
   HistoryId history_;
-  std::deque<std::shared_ptr<CommittedTurn const>> turns_;
+  std::deque<CommittedTurn> turns_;
   std::size_t changes_ = 0;
   std::size_t bytes_ = 0;
   /// Counts the restarts.

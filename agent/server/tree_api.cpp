@@ -79,16 +79,6 @@ void TreeApi::requireRevision(Call const& call) const {
     call.requireRevision(found.revision, "");
 }
 
-void TreeApi::getDocument(Call& call) {
-  std::string const path = toText(call.document.value());
-  Documents const& documents = service_.kept().documents;
-  auto const found = documents.find(path);
-  if (found == documents.end()) throw HttpProblem(404, "there is no document here", path);
-  HttpResponse response = jsonResponse(200, found->second.revision, *found->second.text + "\n");
-  response.fields.emplace_back("ETag", '"' + std::to_string(found->second.revision) + '"');
-  call.answer(std::move(response));
-}
-
 void TreeApi::putDocument(Call& call) {
   Path const& path = call.document.value();
   std::string const text = toText(path);

@@ -1,40 +1,85 @@
-// The routes whose answers are streamed: the whole tree, watches, backups.
+// The routes whose answers are streamed: documents, the whole tree, watches, backups.
+#include <stdexcept>
+
 #include "agent/server/api_call.h"
+#include "agent/server/text_in_pieces.h"
 
 namespace Agent {
 namespace {
 
-/// Documents as one JSON object, a line each: as they were when it was asked for, however slowly they are read.
+/// Documents as one JSON object, a line each. A reader is no more than a place among them: each is told as it stands
+/// when it comes to it.
 class TreeBody final : public BodySource {
  public:
-  TreeBody(Documents const& documents, std::string_view prefix) {
-    auto const [begin, end] = withPrefix(documents, prefix);
-    for (auto at = begin; at != end; ++at) documents_.emplace_back(at->first, at->second.text);
-  }
+  TreeBody(Service& service, std::string prefix)
+      : service_(service), history_(service.watches().history()), prefix_(std::move(prefix)) {}
 
   std::optional<std::string> next() override {
     if (isEnded_) return std::nullopt;
-    std::string piece = at_ == 0 ? "{" : "";
-    for (; at_ < documents_.size() && piece.size() < kPieceBytes; ++at_) {
-      piece += (at_ == 0 ? "\n" : ",\n") + Json(documents_[at_].first).dump() + ": " + *documents_[at_].second;
-      documents_[at_].second = nullptr;
-    }
-    isEnded_ = at_ == documents_.size();
+    if (service_.watches().history() != history_) throw std::runtime_error("the state was replaced by another one");
+    Documents const& documents = service_.kept().documents;
+    std::string piece = told_ ? "" : "{";
+    if (text_.isTelling()) text_.goOn(piece, "");
+    auto at = told_ ? documents.upper_bound(*told_) : documents.lower_bound(prefix_);
+    for (; at != documents.end() && at->first.starts_with(prefix_) && piece.size() < kPieceBytes; ++at)
+      tell(piece, at->first, at->second.text);
+    isEnded_ = !text_.isTelling() && (at == documents.end() || !at->first.starts_with(prefix_));
     if (isEnded_) piece += "\n}\n";
     return piece;
   }
 
  private:
-  std::vector<std::pair<std::string, DocumentText>> documents_;
-  std::size_t at_ = 0;
+  void tell(std::string& piece, std::string const& path, DocumentText const& text) {
+    piece.append(told_ ? ",\n" : "\n").append(Json(path).dump()).append(": ");
+    told_ = path;
+    text_.begin(text, piece, "", service_.watches().heldTexts());
+  }
+
+  Service& service_;
+  HistoryId const history_;
+  std::string const prefix_;
+  /// The path behind which it goes on.
+  std::optional<std::string> told_;
+  TextInPieces text_;
   bool isEnded_ = false;
+};
+
+/// One long document.
+class DocumentBody final : public BodySource {
+ public:
+  DocumentBody(DocumentText const& text, BodyBudget& held) { text_.begin(text, first_, "\n", held); }
+
+  std::optional<std::string> next() override {
+    if (!first_.empty()) return std::exchange(first_, {});
+    if (!text_.isTelling()) return std::nullopt;
+    std::string piece;
+    text_.goOn(piece, "\n");
+    return piece;
+  }
+
+ private:
+  std::string first_;
+  TextInPieces text_;
 };
 
 }  // namespace
 
+void TreeApi::getDocument(Call& call) {
+  std::string const path = toText(call.document.value());
+  Documents const& documents = service_.kept().documents;
+  auto const found = documents.find(path);
+  if (found == documents.end()) throw HttpProblem(404, "there is no document here", path);
+  DocumentText const& text = found->second.text;
+  bool const isLong = text->size() >= kPieceBytes;
+  HttpResponse response = jsonResponse(200, found->second.revision, isLong ? "" : *text + "\n");
+  response.fields.emplace_back("ETag", '"' + std::to_string(found->second.revision) + '"');
+  if (isLong) response.source = std::make_unique<DocumentBody>(text, service_.watches().heldTexts());
+  call.answer(std::move(response));
+}
+
 void TreeApi::listDocuments(Call& call) {
   HttpResponse response = jsonResponse(200, service_.kept().revision, "");
-  response.source = std::make_unique<TreeBody>(service_.kept().documents, call.parameter("prefix"));
+  response.source = std::make_unique<TreeBody>(service_, call.parameter("prefix"));
   call.answer(std::move(response));
 }
 

@@ -15,9 +15,10 @@ namespace Agent {
 /// What clients may let the documents become. What is stored already, and what the registry writes, is counted and
 /// never refused.
 struct StoredLimits {
+  // 100,000 switches with four services each have 400,000 documents of 150 MB.
   std::uint64_t documents = 4'000'000;
   /// Of paths and texts.
-  std::uint64_t bytes = std::uint64_t{2} * 1024 * 1024 * 1024;
+  std::uint64_t bytes = std::uint64_t{1024} * 1024 * 1024;
 };
 
 /// A put that would make the documents more than they may be.

@@ -140,6 +140,30 @@ TEST(HttpServerLimits, ClosesOnAReaderThatDoesNotRead) {
   EXPECT_LT(client.rest().size(), 20'000'000U);
 }
 
+// One takes 100 kB a second, always something, and never so much that it would be idle.
+TEST(HttpServerLimits, ClosesOnAReaderThatIsSlowerThanItMayBe) {
+  struct {
+    std::size_t bytesPerSecond;
+    bool isServed;
+  } const cases[] = {{20'000, true}, {5'000'000, false}};
+  for (auto const& c : cases) {
+    HttpLimits limits = smallLimits();
+    limits.idle = std::chrono::seconds(1);
+    limits.bytesPerSecond = c.bytesPerSecond;
+    RunningServer server([](HttpRequest const&, HttpAnswer const& answer) { answer(text(longText())); }, limits);
+    RawConnection client(server.port(), 4096);
+    client.send(get("/a"));
+    auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    std::size_t taken = 0;
+    while (std::chrono::steady_clock::now() < end) {
+      taken += client.take(1000);
+      std::this_thread::sleep_for(milliseconds(10));
+    }
+    EXPECT_GT(taken, 100'000U);
+    EXPECT_EQ(server.call([&] { return server.server().connections(); }), c.isServed ? 1U : 0U) << c.bytesPerSecond;
+  }
+}
+
 TEST(HttpServerLimits, ServesAThousandConnections) {
   RunningServer server(echo);
   std::vector<RawConnection> clients;

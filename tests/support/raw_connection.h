@@ -104,6 +104,13 @@ class RawConnection {
     return read(2, end) && end == "\r\n" ? piece : "";
   }
 
+  /// Takes so many bytes or fewer from the system, and throws them away; how many they were.
+  std::size_t take(std::size_t most) const {
+    std::string part(most, ' ');
+    auto const count = ::recv(socket_, part.data(), part.size(), MSG_DONTWAIT);
+    return count > 0 ? static_cast<std::size_t>(count) : 0;
+  }
+
   /// All that comes until the other side has ended or broken off.
   std::string rest() {
     while (more()) {
