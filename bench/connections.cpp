@@ -40,16 +40,16 @@ Connections::Connections(std::uint16_t port) : port_(port), poll_(epoll_create1(
   if (poll_ < 0) fail("epoll");
 }
 Connections::~Connections() {
-  for (One const& one : all_) close(one.socket);
-  close(poll_);
+  for (One& one : all_) close(one);
+  ::close(poll_);
 }
 
-std::size_t Connections::add(Taker taker) {
+std::size_t Connections::add(Taker taker, EndTaker ended) {
   int const on = 1;
   int const socket = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
   if (socket < 0) fail("a connection");
   std::size_t const number = all_.size();
-  all_.push_back({socket, {}, {}, std::move(taker)});
+  all_.push_back({socket, {}, {}, std::move(taker), std::move(ended)});
   setsockopt(socket, IPPROTO_IP, IP_BIND_ADDRESS_NO_PORT, &on, sizeof on);
   setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
   sockaddr_in const own = loopback(number / kOfOneAddress, 0);
@@ -71,22 +71,37 @@ void Connections::send(std::size_t connection, std::string_view bytes) {
   if (isFirst) flush(one);
 }
 
+void Connections::close(std::size_t connection) { close(all_[connection]); }
+
+void Connections::close(One& one) {
+  if (one.socket >= 0) ::close(std::exchange(one.socket, -1));
+}
+
+void Connections::end(One& one, char const* what) {
+  if (!one.ended) fail(what);
+  close(one);
+  one.ended();
+}
+
 void Connections::flush(One& one) {
-  while (!one.out.empty()) {
+  while (one.socket >= 0 && !one.out.empty()) {
     auto const sent = ::send(one.socket, one.out.data(), one.out.size(), MSG_NOSIGNAL);
     if (sent < 0 && errno == EAGAIN) return;
-    if (sent < 0) fail("sending");
+    if (sent < 0) return end(one, "sending");
     one.out.erase(0, static_cast<std::size_t>(sent));
   }
   one.out.shrink_to_fit();
 }
 
 void Connections::read(One& one) {
-  while (true) {
+  while (one.socket >= 0) {
     auto const count = recv(one.socket, room_.data(), room_.size(), 0);
     if (count < 0 && errno == EAGAIN) break;
-    if (count < 0) fail("reading");
-    if (count == 0) throw std::runtime_error("the server closed a connection");
+    if (count == 0) errno = ECONNRESET;
+    if (count <= 0) {
+      one.taker(one.in);
+      return end(one, "reading");
+    }
     one.in.append(room_.data(), static_cast<std::size_t>(count));
   }
   one.taker(one.in);

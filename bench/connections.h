@@ -18,15 +18,18 @@ class Connections {
   using Clock = std::chrono::steady_clock;
   /// Takes from the front of all that a connection has brought, and leaves what is not yet whole.
   using Taker = std::function<void(std::string& bytes)>;
+  /// Is told that the server has ended a connection, which is closed then.
+  using EndTaker = std::function<void()>;
 
   explicit Connections(std::uint16_t port);
   ~Connections();
   Connections(Connections const&) = delete;
   Connections& operator=(Connections const&) = delete;
 
-  /// Begins another connection; its number, from 0 up.
-  std::size_t add(Taker taker);
+  /// Begins another connection; its number, from 0 up. Without `ended`, no server may end it. Not for takers to call.
+  std::size_t add(Taker taker, EndTaker ended = nullptr);
   void send(std::size_t connection, std::string_view bytes);
+  void close(std::size_t connection);
 
   /// Gives what has come to its takers until then, or until `isDone`, which is asked now and then.
   void work(Clock::time_point until, std::function<bool()> const& isDone = nullptr);
@@ -39,8 +42,11 @@ class Connections {
     std::string out;
     std::string in;
     Taker taker;
+    EndTaker ended;
   };
 
+  static void close(One& one);
+  static void end(One& one, char const* what);
   static void flush(One& one);
   void read(One& one);
 

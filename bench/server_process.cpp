@@ -8,6 +8,7 @@
 
 #include <array>
 #include <csignal>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -16,7 +17,7 @@ namespace ServeLoad {
 namespace {
 
 /// The child's side: it becomes the server, or ends.
-[[noreturn]] void becomeServer(int out, std::string const& folder, pid_t parent) {
+[[noreturn]] void becomeServer(int out, std::string const& folder, Launch const& launch, pid_t parent) {
   std::string const state = folder + "/state.db";
   std::string const log = folder + "/log";
   prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -25,7 +26,11 @@ namespace {
   if (getppid() != parent || problems < 0) _exit(127);
   dup2(out, STDOUT_FILENO);
   dup2(problems, STDERR_FILENO);
-  execl(ENROLIX_PROGRAM, "enrolix", "serve", "--listen", "127.0.0.1:0", "--state", state.c_str(), nullptr);
+  std::vector<char const*> arguments{"enrolix", "serve", "--listen", "127.0.0.1:0", "--state", state.c_str()};
+  for (std::string const& option : launch.options) arguments.push_back(option.c_str());
+  arguments.push_back(nullptr);
+  for (auto const& [name, value] : launch.environment) setenv(name.c_str(), value.c_str(), 1);
+  execv(ENROLIX_PROGRAM, const_cast<char* const*>(arguments.data()));
   _exit(127);
 }
 
@@ -42,12 +47,12 @@ std::ifstream openOfSystem(pid_t pid, char const* name) {
 
 }  // namespace
 
-ServerProcess::ServerProcess(std::string const& folder) {
+ServerProcess::ServerProcess(std::string const& folder, Launch const& launch) {
   std::array<int, 2> out{};
   if (pipe2(out.data(), O_CLOEXEC) != 0) throw std::runtime_error("no pipe to the server");
   pid_t const parent = getpid();
   pid_ = fork();
-  if (pid_ == 0) becomeServer(out[1], folder, parent);
+  if (pid_ == 0) becomeServer(out[1], folder, launch, parent);
   close(out[1]);
   std::string const line = pid_ > 0 ? readLine(out[0]) : "";
   close(out[0]);
@@ -59,11 +64,19 @@ ServerProcess::ServerProcess(std::string const& folder) {
   url_ = line.substr(url);
 }
 
-std::size_t ServerProcess::residentBytes() const {
+void ServerProcess::signal(int number) const { ::kill(pid_, number); }
+
+bool ServerProcess::runs() const {
+  siginfo_t ended{};
+  return pid_ > 0 && waitid(P_PID, static_cast<id_t>(pid_), &ended, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+         ended.si_pid == 0;
+}
+
+std::size_t ServerProcess::bytesOf(char const* row) const {
   std::ifstream file = openOfSystem(pid_, "status");
   for (std::string word; file >> word;) {
     std::size_t kibibytes = 0;
-    if (word == "VmRSS:" && file >> kibibytes) return kibibytes * 1024;
+    if (word == row && file >> kibibytes) return kibibytes * 1024;
   }
   throw std::runtime_error("the server has gone");
 }

@@ -47,7 +47,8 @@ Agent::HttpResponse ask(Agent::HttpClient& client, std::string const& method, st
 double milliseconds(std::chrono::duration<double> time) { return time.count() * 1000; }
 
 double percentile(std::vector<double>& values, double part) {
-  auto const at = values.begin() + static_cast<std::ptrdiff_t>(part * static_cast<double>(values.size() - 1));
+  auto const rank = static_cast<std::ptrdiff_t>(std::ceil(part * static_cast<double>(values.size())));
+  auto const at = values.begin() + std::max<std::ptrdiff_t>(rank, 1) - 1;
   std::nth_element(values.begin(), at, values.end());
   return *at;
 }

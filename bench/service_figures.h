@@ -38,7 +38,7 @@ struct Row {
 
 double milliseconds(std::chrono::duration<double> time);
 
-/// The value below which this part of them is; of some values at least, whose order changes.
+/// The least value that no more than the rest of them exceeds; of some values at least, whose order changes.
 double percentile(std::vector<double>& values, double part);
 
 void print(std::vector<Row> const& rows, bool isMarkdown);

@@ -50,10 +50,6 @@ std::string head(std::string const& method, std::string const& target) {
   return method + " " + target + " HTTP/1.1\r\nHost: localhost\r\n";
 }
 
-std::uint16_t portOf(ServerProcess const& server) {
-  return static_cast<std::uint16_t>(std::stoul(server.url().substr(server.url().rfind(':') + 1)));
-}
-
 /// Takes responses off that are answers to as many requests; calls `answered` for each.
 Connections::Taker responseTaker(std::function<void()> answered) {
   return [answered = std::move(answered)](std::string& bytes) {
@@ -143,7 +139,7 @@ class Measurement {
   std::vector<Row> run() {
     auto server = std::make_unique<ServerProcess>(folder_.path());
     {
-      Connections connections(portOf(*server));
+      Connections connections(server->port());
       Readers readers(connections);
       open(*server, connections, readers);
       putNotes(*server);
@@ -238,7 +234,7 @@ class Measurement {
     auto const begin = Clock::now();
     ServerProcess const server(folder_.path());
     row("restart after a crash, ms", load_.watches, milliseconds(Clock::now() - begin));
-    Connections connections(portOf(server));
+    Connections connections(server.port());
     std::vector<double> times;
     auto sent = Clock::now();
     std::string const question = head("GET", "/healthz") + "\r\n";
