@@ -19,9 +19,6 @@
 namespace ServeLoad {
 namespace {
 
-/// An address has some 28,000 ports for clients, and a free one is found quickly while most are.
-constexpr std::size_t kOfOneAddress = 2'000;
-
 constexpr std::chrono::milliseconds kBetweenQuestions(10);
 
 [[noreturn]] void fail(char const* what) { throw std::system_error(errno, std::generic_category(), what); }
@@ -36,7 +33,8 @@ sockaddr_in loopback(std::size_t number, std::uint16_t port) {
 
 }  // namespace
 
-Connections::Connections(std::uint16_t port) : port_(port), poll_(epoll_create1(EPOLL_CLOEXEC)), room_(64 * 1024) {
+Connections::Connections(std::uint16_t port, std::size_t ofOneAddress)
+    : port_(port), ofOneAddress_(ofOneAddress), poll_(epoll_create1(EPOLL_CLOEXEC)), room_(64 * 1024) {
   if (poll_ < 0) fail("epoll");
 }
 Connections::~Connections() {
@@ -52,7 +50,7 @@ std::size_t Connections::add(Taker taker, EndTaker ended) {
   all_.push_back({socket, {}, {}, std::move(taker), std::move(ended)});
   setsockopt(socket, IPPROTO_IP, IP_BIND_ADDRESS_NO_PORT, &on, sizeof on);
   setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-  sockaddr_in const own = loopback(number / kOfOneAddress, 0);
+  sockaddr_in const own = loopback(number / ofOneAddress_, 0);
   sockaddr_in const server = loopback(0, port_);
   if (bind(socket, reinterpret_cast<sockaddr const*>(&own), sizeof own) != 0) fail("an address");
   if (connect(socket, reinterpret_cast<sockaddr const*>(&server), sizeof server) != 0 && errno != EINPROGRESS)

@@ -21,7 +21,11 @@ class Connections {
   /// Is told that the server has ended a connection, which is closed then.
   using EndTaker = std::function<void()>;
 
-  explicit Connections(std::uint16_t port);
+  /// An address has some 28,000 ports for clients, and a free one is found quickly while most are.
+  static constexpr std::size_t kOfOneAddress = 2'000;
+
+  /// So many have one address, the next another one.
+  explicit Connections(std::uint16_t port, std::size_t ofOneAddress = kOfOneAddress);
   ~Connections();
   Connections(Connections const&) = delete;
   Connections& operator=(Connections const&) = delete;
@@ -30,6 +34,7 @@ class Connections {
   std::size_t add(Taker taker, EndTaker ended = nullptr);
   void send(std::size_t connection, std::string_view bytes);
   void close(std::size_t connection);
+  bool isOpen(std::size_t connection) const { return all_[connection].socket >= 0; }
 
   /// Gives what has come to its takers until then, or until `isDone`, which is asked now and then.
   void work(Clock::time_point until, std::function<bool()> const& isDone = nullptr);
@@ -51,6 +56,7 @@ class Connections {
   void read(One& one);
 
   std::uint16_t port_;
+  std::size_t ofOneAddress_;
   int poll_;
   std::vector<One> all_;
   std::vector<char> room_;
