@@ -5,6 +5,7 @@
 #include <map>
 #include <stdexcept>
 
+#include "agent/document/json_reader.h"
 #include "agent/server/text_in_pieces.h"
 #include "agent/store/backup_reader.h"
 #include "agent/store/document_digest.h"
