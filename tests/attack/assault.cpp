@@ -93,13 +93,22 @@ int Wire::answer() {
   return 0;
 }
 
+// One that comes in two parts may be missed.
+void Wire::countAnswers(std::string_view bytes) {
+  constexpr std::string_view kBegin = "HTTP/1.1 ";
+  for (std::size_t at = bytes.find(kBegin); at < bytes.size(); at = bytes.find(kBegin, at + kBegin.size())) {
+    ++assault_[Unit::requests];
+    std::string_view const status = bytes.substr(at + kBegin.size());
+    if (status.starts_with('4') || status.starts_with('5')) ++assault_.refused;
+  }
+}
+
 void Wire::drain() {
   std::array<char, 64 * 1024> room;
   while (isOpen()) {
     auto const count = recv(socket_, room.data(), room.size(), 0);
     if (count == 0 || (count < 0 && errno != EAGAIN)) close();
-    std::string_view const begin(room.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
-    if (begin.starts_with("HTTP/1.1 4") || begin.starts_with("HTTP/1.1 5")) ++assault_.refused;
+    countAnswers(std::string_view(room.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0))));
     if (count < static_cast<ssize_t>(room.size())) return;
   }
 }

@@ -68,12 +68,13 @@ class Wire {
   void sendOn(std::string_view bytes);
   /// The next response's status; 0 if there is none.
   int answer();
-  /// Reads and throws away what has come.
+  /// Reads and throws away what has come, but for the number of answers.
   void drain();
 
  private:
   /// Sends what goes without waiting; how much.
   std::size_t sendSome(std::string_view bytes);
+  void countAnswers(std::string_view bytes);
   /// Whether the socket is ready for it before the attack is over.
   bool await(short what) const;
 

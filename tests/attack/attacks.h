@@ -70,6 +70,8 @@ void floodFromMany(Assault& assault, std::size_t client);
 void comeAndGo(Assault& assault, std::size_t client);
 void pipelineUnread(Assault& assault, std::size_t client);
 void pipelineRead(Assault& assault, std::size_t client);
+void pipelineFromMany(Assault& assault, std::size_t client);
+void pipelineHeartbeats(Assault& assault, std::size_t client);
 void sendManyFields(Assault& assault, std::size_t client);
 void watchEverything(Assault& assault, std::size_t client);
 void stopServer(Assault& assault, std::size_t client);

@@ -1,8 +1,8 @@
 // Attackers that use connections as no client should.
-#include <array>
 #include <list>
 #include <string>
 
+#include "bench/serve_network.h"
 #include "tests/attack/attacks.h"
 #include "tests/attack/responses.h"
 
@@ -63,8 +63,13 @@ void leaveUnread(Assault& assault, std::size_t count, std::string const& target)
   hold(assault, {.count = count, .begin = question(target), .receiveBuffer = kSmallBuffer});
 }
 
+/// Sends these requests one behind the other on so many connections, and reads what is answered.
+void pipeline(Assault& assault, std::size_t count, std::string const& requests) {
+  hold(assault, {.count = count, .more = requests, .period = 0, .reads = true});
+}
+
 void flood(Assault& assault, std::size_t addresses) {
-  hold(assault, {.count = 2'500, .begin = "", .addresses = addresses, .reads = true});
+  hold(assault, {.count = 2'500, .addresses = addresses, .reads = true});
 }
 
 }  // namespace
@@ -83,18 +88,24 @@ void sendBodiesAboveRate(Assault& assault, std::size_t /*client*/) { sendBodies(
 
 // Small bodies take what large ones leave.
 void holdBodies(Assault& assault, std::size_t /*client*/) {
-  constexpr std::size_t kOfEach = 40;
-  constexpr std::array<std::size_t, 4> kSizes{1'000'000, 60'000, 4'000, 300};
+  constexpr std::size_t kMost = 400;
+  constexpr std::size_t kRefusals = 3;
   std::list<Wire> wires;
-  while (!assault.isOver) {
-    std::erase_if(wires, [](Wire const& wire) { return !wire.isOpen(); });
-    while (wires.size() < kOfEach * kSizes.size() && !assault.isOver) {
-      std::size_t const size = kSizes[wires.size() / kOfEach];
-      wires.emplace_back(assault).send(head("PUT", "/v1/tree/registration/spine-0/note", size) +
-                                       std::string(size - 1, ' '));
-    }
-    assault.sleep(0.02);
+  auto const look = [&] {
+    assault.sleep(0.001);
     for (Wire& wire : wires) wire.drain();
+    std::erase_if(wires, [](Wire const& wire) { return !wire.isOpen(); });
+  };
+  while (!assault.isOver) {
+    for (std::size_t const size : {1'000'000, 60'000, 4'000, 300}) {
+      std::size_t const enough = assault.refused + kRefusals;
+      while (!assault.isOver && assault.refused < enough && wires.size() < kMost) {
+        wires.emplace_back(assault).send(head("PUT", "/v1/tree/registration/spine-0/note", size) +
+                                         std::string(size - 1, ' '));
+        look();
+      }
+    }
+    look();
   }
 }
 
@@ -123,11 +134,23 @@ void comeAndGo(Assault& assault, std::size_t /*client*/) {
 
 void pipelineUnread(Assault& assault, std::size_t /*client*/) {
   std::string const questions = hundred(question("/v1/tree/controller/config"));
-  hold(assault, {.count = 8, .begin = "", .more = questions, .period = 0.001, .receiveBuffer = kSmallBuffer});
+  hold(assault, {.count = 8, .more = questions, .period = 0.001, .receiveBuffer = kSmallBuffer});
 }
 
-void pipelineRead(Assault& assault, std::size_t /*client*/) {
-  hold(assault, {.count = 8, .begin = "", .more = hundred(question("/healthz")), .period = 0, .reads = true});
+void pipelineRead(Assault& assault, std::size_t /*client*/) { pipeline(assault, 8, hundred(question("/healthz"))); }
+void pipelineFromMany(Assault& assault, std::size_t /*client*/) {
+  pipeline(assault, assault.sized<std::size_t>(300, 50), question("/healthz"));
+}
+
+// Each is a turn, of the most urgent kind.
+void pipelineHeartbeats(Assault& assault, std::size_t /*client*/) {
+  constexpr std::size_t kFirst = 2'000'000;
+  std::string requests;
+  for (std::size_t i = kFirst; i < kFirst + 50; ++i) {
+    std::string const path = ServeLoad::heartbeatPath(i);
+    requests += putRequest(path, ServeLoad::kEmpty) + request("DELETE", "/v1/tree/" + path);
+  }
+  pipeline(assault, 8, requests);
 }
 
 void watchEverything(Assault& assault, std::size_t client) {
