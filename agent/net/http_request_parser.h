@@ -38,13 +38,15 @@ class HttpRequestParser final : public HttpMessageParser<true, HttpRequest> {
     while (result == State::WantsMore && used < bytes.size()) {
       bool const inHeader = !is_header_done();
       boost::beast::error_code error;
+      std::size_t const bodyBefore = message_.body.size();
       std::size_t const taken = put(boost::asio::buffer(bytes.data() + used, bytes.size() - used), error);
       used += taken;
+      std::size_t const framing = taken - (message_.body.size() - bodyBefore);
       if (inHeader) headerBytes_ += taken;
       bool const wantsMore = error == boost::beast::http::error::need_more;
       if (error && !wantsMore)
         result = refuse(error);
-      else if (tooLong(inHeader ? headerBytes_ : 0, wantsMore ? bytes.size() - used : 0))
+      else if (tooLong(inHeader ? headerBytes_ : framing, wantsMore ? bytes.size() - used : 0))
         result = refuse(boost::beast::http::error::header_limit);
       else if (wantsMore)
         break;

@@ -84,6 +84,8 @@ std::vector<Refusal> const kRefusals{
      431},
     {"long end of a chunk's head", chunked("3;" + std::string(600, 'x')), 431},
     {"long trailer", chunked("0\r\nA: " + std::string(600, 'x')), 431},
+    {"whole chunk's head that is long", chunked("3;" + std::string(600, 'x') + "\r\nabc\r\n0\r\n\r\n"), 431},
+    {"whole trailer that is long", chunked("0\r\nA: " + std::string(600, 'x') + "\r\n\r\n"), 431},
 };
 
 TEST(HttpRequest, RefusesWhatIsNoRequest) {
