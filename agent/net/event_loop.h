@@ -21,8 +21,7 @@ class EventLoop {
   virtual Clock::duration stoodStill() = 0;
   /// Runs `task` behind all that is ready to run now. Where a loop says so, any thread may call it.
   virtual void post(std::function<void()> task) = 0;
-  /// Called within a task that takes long, as often as that wants: now and then it runs what is ready, within the call,
-  /// so that whoever calls it expects that.
+  /// Called within a task that takes long, as often as that wants. Now and then it runs what is ready, within the call.
   virtual void breathe() = 0;
   /// Runs `task` at that time or soon after; at once if it has passed.
   virtual void at(Clock::time_point time, std::function<void()> task) = 0;
