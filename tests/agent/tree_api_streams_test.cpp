@@ -122,6 +122,7 @@ TEST_F(TreeApiStreams, OfALongDocumentReadersHoldWhatThereIsRoomFor) {
     std::vector<std::unique_ptr<BodySource>> readers(80);
     for (auto& reader : readers) {
       wide.handle({"GET", target, {}, ""}, [&](HttpResponse response) { reader = std::move(response.source); });
+      world.loop.run();
       EXPECT_LE(reader->next()->size(), kPieceBytes + 1000);
     }
     putNote(0, kSize, 'z');
