@@ -36,6 +36,8 @@ struct HttpRequest {
   std::string target;
   HttpFields fields;
   std::string body;
+  /// A server's: it had come in before the request before it was answered.
+  bool isPipelined = false;
 };
 
 /// A source ends a piece that has become so long, in bytes.

@@ -110,10 +110,14 @@ void HttpConnection::advance() {
   while (step())
     if (++steps == kStepsInTurn) {
       isPosted_ = true;
-      host_.post([self] {
+      auto goOn = [self] {
         self->isPosted_ = false;
         self->advance();
-      });
+      };
+      if (source_)
+        host_.postPiece(std::move(goOn));
+      else
+        host_.post(std::move(goOn));
       break;
     }
   advancing_ = false;
@@ -175,6 +179,7 @@ void HttpConnection::handle() {
   http11_ = parser_->isHttp11();
   keepsAlive_ = parser_->keep_alive();
   HttpRequest request = parser_->takeRequest();
+  request.isPipelined = isPipelined_;
   parser_.reset();
   isHead_ = request.method == "HEAD";
   auto const promise = std::make_shared<Promise>(weak_from_this(), *std::move(share_));
@@ -236,7 +241,7 @@ void HttpConnection::answer(HttpResponse response) {
 }
 
 void HttpConnection::wakeLater() {
-  host_.post([self = shared_from_this()] { self->woken(); });
+  host_.postPiece([self = shared_from_this()] { self->woken(); });
 }
 
 void HttpConnection::woken() {
@@ -317,6 +322,7 @@ void HttpConnection::finish() {
   moved_ = Clock::now();
   if (keepsAlive_ && !host_.isStopping()) {
     phase_ = Phase::Reading;
+    isPipelined_ = !in_.empty();
     if (in_.empty()) in_ = std::string();
     return;
   }

@@ -36,6 +36,8 @@ class HttpConnectionHost {
   /// Where bytes may be read to; they are gone at the next call.
   virtual std::span<char> scratch() = 0;
   virtual void post(std::function<void()> task) = 0;
+  /// Runs `task` behind all requests; of such tasks no more at a time than take a millisecond.
+  virtual void postPiece(std::function<void()> task) = 0;
   virtual void handle(HttpRequest request, HttpAnswer answer) = 0;
   virtual HttpResponse problem(int status, std::string const& reason) = 0;
   /// Whether the request is answered even if its connection has no place.
@@ -144,6 +146,9 @@ class HttpConnection final : public std::enable_shared_from_this<HttpConnection>
   // Since when the response waits for its reader, and how far that is behind the rate that it is to keep.
   Clock::time_point waits_;
   Clock::duration behind_{0};
+
+  // The client sent more before it had the answer.
+  bool isPipelined_ = false;
 
   // Of the request that is being answered.
   bool http11_ = true;

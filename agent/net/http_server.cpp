@@ -13,6 +13,7 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/signal_set.hpp>
 #include <cerrno>
+#include <deque>
 #include <exception>
 #include <map>
 #include <stdexcept>
@@ -46,6 +47,8 @@ constexpr int kAcceptsInTurn = 64;
 // In the middle of a long task, others have so long, so often.
 constexpr std::chrono::milliseconds kBreath(2);
 constexpr std::chrono::milliseconds kBreathEvery(4);
+// So long at a time long answers are made.
+constexpr std::chrono::milliseconds kPieces(1);
 // How long to wait when there is no room for another connection, and for how long there must be room to say so.
 constexpr std::chrono::milliseconds kAcceptPause(100);
 constexpr std::chrono::seconds kCalm(1);
@@ -100,7 +103,10 @@ class HttpServer::Impl final : public HttpConnectionHost {
     checkTimes();
   }
 
-  ~Impl() override { closeAll(); }
+  ~Impl() override {
+    closeAll();
+    pieces_.clear();
+  }
 
   void at(Clock::time_point time, std::function<void()> task) {
     auto const timer = std::make_shared<Timer>(context_, time);
@@ -143,6 +149,10 @@ class HttpServer::Impl final : public HttpConnectionHost {
   BodyBudget& bodies() override { return bodies_; }
   std::span<char> scratch() override { return scratch_; }
   void post(std::function<void()> task) override { asio::post(context_, std::move(task)); }
+  void postPiece(std::function<void()> task) override {
+    pieces_.push_back(std::move(task));
+    if (pieces_.size() == 1) post([this] { runPieces(); });
+  }
   void handle(HttpRequest request, HttpAnswer answer) override { handler_(std::move(request), std::move(answer)); }
   HttpResponse problem(int status, std::string const& reason) override { return problem_(status, reason); }
 
@@ -158,6 +168,17 @@ class HttpServer::Impl final : public HttpConnectionHost {
   void turnedAway(std::string const& reason) override {
     ++turnedAwayCount_;
     turnedAwayReason_ = reason;
+  }
+
+  // The first stays in the line until it has run, so that what it adds does not begin another turn.
+  void runPieces() {
+    auto const end = Clock::now() + kPieces;
+    do {
+      auto const task = std::move(pieces_.front());
+      task();
+      pieces_.pop_front();
+    } while (!pieces_.empty() && Clock::now() < end);
+    if (!pieces_.empty()) post([this] { runPieces(); });
   }
 
   using Connections = std::unordered_set<std::shared_ptr<HttpConnection>>;
@@ -299,6 +320,8 @@ class HttpServer::Impl final : public HttpConnectionHost {
   std::array<char, 64 * 1024> scratch_;
   bool isStopping_ = false;
   bool isBreathing_ = false;
+  // What is to be written of answers that are long.
+  std::deque<std::function<void()>> pieces_;
   Clock::time_point breathed_;
   std::uint16_t port_ = 0;
   // What is ready to run goes with the context, and may hold connections; so these are closed before.

@@ -87,7 +87,7 @@ TreeApi::Route const& TreeApi::Call::findRoute() {
 }
 
 Urgency TreeApi::Call::urgency(Route const& route) const {
-  if (request.body.size() > kLongBody) return Urgency::kBulk;
+  if (request.body.size() > kLongBody || request.isPipelined) return Urgency::kBulk;
   if (!document) return route.urgency;
   switch (document->place.source()) {
     case Source::kHeartbeats:

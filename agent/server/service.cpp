@@ -90,10 +90,6 @@ TurnResult Service::apply(std::span<Operation const> operations, std::optional<T
     renew(operations, ttl);
     return {{latest_.revision, {}}, std::nullopt};
   }
-  for (std::size_t at = 0; at < operations.size(); ++at) {
-    if (refused != nullptr) *refused = at;
-    requireInput(operations[at]);
-  }
   TurnResult result = applyToTree(operations, ttl, refused);
   if (result.failure) log_.error("handler_failed", {{"reason", *result.failure}});
   renew(operations, ttl);
@@ -154,6 +150,11 @@ TurnResult Service::applyToTree(std::span<Operation const> operations,
     Service& service;
   };
   Scope const scope(*this);
+  for (std::size_t at = 0; at < operations.size(); ++at) {
+    breathe();
+    if (refused != nullptr) *refused = at;
+    requireInput(operations[at]);
+  }
   return tree_->apply(operations, timeToLive, refused);
 }
 

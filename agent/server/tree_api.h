@@ -105,6 +105,8 @@ class TreeApi {
   void applyWhole(Batch& batch);
   bool take(Batch& batch, Operation operation);
   void goOn(std::shared_ptr<Batch> const& batch);
+  void goOnLater(std::shared_ptr<Batch> const& batch);
+  void forget(std::shared_ptr<Batch> const& batch);
   void keep(std::shared_ptr<Batch> const& batch);
   void finish(std::shared_ptr<Batch> const& batch);
   void watch(Call& call);

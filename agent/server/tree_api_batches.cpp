@@ -1,6 +1,7 @@
 // The route of batches: many documents put and deleted, a turn each or all in one.
 #include <algorithm>
 #include <chrono>
+#include <utility>
 
 #include "agent/server/api_call.h"
 
@@ -11,6 +12,7 @@ namespace {
 constexpr std::size_t kSlice = 256;
 constexpr std::size_t kSliceBytes = std::size_t{256} * 1024;
 constexpr std::chrono::milliseconds kSliceTime(5);
+constexpr std::size_t kPiecesAhead = 2;
 /// What a line of a batch has beside its document: the path and the names of the members.
 constexpr std::size_t kLineBytes = 1024;
 constexpr std::size_t kLineValues = 2;
@@ -58,6 +60,9 @@ struct TreeApi::Batch {
   /// So many of those are kept. If the others could not be, they are undone.
   std::size_t kept = 0;
   bool isUndone = false;
+  /// Pieces of it that are not kept yet, and whether it waits for one of them to go on.
+  std::size_t pieces = 0;
+  bool isWaiting = false;
   /// What ends it early, and the line.
   std::optional<HttpProblem> problem;
   std::size_t problemLine = 0;
@@ -120,19 +125,32 @@ void TreeApi::applyWhole(Batch& batch) {
 
 /// Notes what becomes of what has been applied so far.
 void TreeApi::keep(std::shared_ptr<Batch> const& batch) {
-  service_.whenKept([batch, applied = batch->applied](StoreError const* problem) {
+  ++batch->pieces;
+  service_.whenKept([this, batch, applied = batch->applied](StoreError const* problem) {
+    --batch->pieces;
     if (problem == nullptr) {
       if (!batch->isUndone) batch->kept = applied;
-      return;
+    } else {
+      batch->isUndone = true;
+      batch->fail(storeProblem(*problem), 0);
     }
-    batch->isUndone = true;
-    batch->fail(storeProblem(*problem), 0);
+    if (std::exchange(batch->isWaiting, false)) goOnLater(batch);
   });
 }
 
 void TreeApi::finish(std::shared_ptr<Batch> const& batch) {
-  service_.whenKept(
-      [this, batch](StoreError const* /*problem*/) { batch->answer(batch->response(service_.kept().revision)); });
+  service_.whenKept([this, batch](StoreError const* /*problem*/) {
+    batch->answer(batch->response(service_.kept().revision));
+    forget(batch);
+  });
+}
+
+// What many documents took is given back piece by piece.
+void TreeApi::forget(std::shared_ptr<Batch> const& batch) {
+  batch->operations.erase(
+      batch->operations.end() - static_cast<std::ptrdiff_t>(std::min(batch->operations.size(), kSlice)),
+      batch->operations.end());
+  if (!batch->operations.empty()) queue_.add(Urgency::kBulk, false, [this, batch] { forget(batch); });
 }
 
 // What cannot be read or applied ends the batch when it is its turn.
@@ -150,6 +168,12 @@ void TreeApi::goOn(std::shared_ptr<Batch> const& batch) {
   if (isEnded && batch->isAtomic && !batch->problem) applyWhole(*batch);
   if (isEnded || !batch->isAtomic) keep(batch);
   if (isEnded) return finish(batch);
+  // No further ahead of the store, lest those that write meanwhile wait for all of it.
+  batch->isWaiting = batch->pieces >= kPiecesAhead;
+  if (!batch->isWaiting) goOnLater(batch);
+}
+
+void TreeApi::goOnLater(std::shared_ptr<Batch> const& batch) {
   queue_.add(Urgency::kBulk, false, [this, batch] { goOn(batch); });
 }
 

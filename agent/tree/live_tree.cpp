@@ -57,7 +57,10 @@ TurnResult LiveTree::apply(std::span<Operation const> operations, std::optional<
   size_.require(operations, kept_.documents, *refused);
   TurnResult result;
   WrittenDocuments written(*tree_, breathe_);
-  for (Operation const& operation : operations) written.add(operation.path);
+  for (Operation const& operation : operations) {
+    breathe_();
+    written.add(operation.path);
+  }
   try {
     Nox::Turn turn;
     for (CheckedOperation const& operation : checked) {

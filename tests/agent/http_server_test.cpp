@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <deque>
+#include <random>
 #include <vector>
 
 #include "support/http_texts.h"

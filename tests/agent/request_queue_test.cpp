@@ -97,7 +97,7 @@ TEST(UrgentRequests, AreAnsweredBeforeTheNextPieceOfABatch) {
   world.loop.run();
   EXPECT_THAT(
       answered,
-      ElementsAre("health 200", "switch 404", "heartbeat 200", "operator 200", "long 200", "batch 200", "atomic 200"));
+      ElementsAre("health 200", "switch 404", "heartbeat 200", "operator 200", "long 200", "atomic 200", "batch 200"));
 }
 
 TEST(Sources, AreThoseOfTheDocuments) {
