@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <span>
@@ -123,6 +124,8 @@ class TreeApi {
   Door door_;
   std::string warning_;
   RequestQueue queue_;
+  /// Atomic batches that have not ended; the first one is being read or applied.
+  std::deque<std::shared_ptr<Batch>> atomic_;
   bool isStopping_ = false;
 };
 

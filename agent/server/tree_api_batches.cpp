@@ -95,6 +95,8 @@ std::optional<Operation> TreeApi::next(Batch& batch, std::size_t most) {
     batch.fail(HttpProblem(413, "more than " + std::to_string(most) + " documents in one batch"), batch.reader.line());
   } catch (InputError const& error) {
     batch.fail(inputProblem(error), batch.reader.line());
+  } catch (std::exception const& error) {
+    batch.fail(HttpProblem(500, error.what()), batch.reader.line());
   }
   return std::nullopt;
 }
@@ -104,7 +106,9 @@ void TreeApi::postBatch(Call& call) {
   batch->timeToLive = call.timeToLive();
   batch->answer = call.answer;
   batch->isAtomic = call.flag("atomic");
-  goOn(batch);
+  if (batch->isAtomic) atomic_.push_back(batch);
+  // What has been read of one is much more than its text: they are read one at a time.
+  if (!batch->isAtomic || atomic_.size() == 1) goOn(batch);
 }
 
 // All lines have been read.
@@ -150,7 +154,10 @@ void TreeApi::forget(std::shared_ptr<Batch> const& batch) {
   batch->operations.erase(
       batch->operations.end() - static_cast<std::ptrdiff_t>(std::min(batch->operations.size(), kSlice)),
       batch->operations.end());
-  if (!batch->operations.empty()) queue_.add(Urgency::kBulk, false, [this, batch] { forget(batch); });
+  if (!batch->operations.empty()) return queue_.add(Urgency::kBulk, false, [this, batch] { forget(batch); });
+  if (!batch->isAtomic) return;
+  atomic_.pop_front();
+  if (!atomic_.empty()) goOnLater(atomic_.front());
 }
 
 // What cannot be read or applied ends the batch when it is its turn.

@@ -81,6 +81,15 @@ TEST_F(LongTurn, HoldsUpNoReaderAndNoHeartbeatThatSaysWhatItSaid) {
                           "bulk 200"));
 }
 
+TEST_F(LongTurn, FollowsAnotherWhateverBecomesOfThat) {
+  ask("one", "POST", "/v1/tree?atomic=1", lines(600));
+  ask("two", "POST", "/v1/tree?atomic=1", lines(600) + "no line\n");
+  ask("three", "POST", "/v1/tree?atomic=1", "");
+  ask("four", "POST", "/v1/tree?atomic=1", lines(600));
+  await(4);
+  EXPECT_THAT(answers, ElementsAre("one 200", "two 400", "three 200", "four 200"));
+}
+
 TEST_F(LongTurn, IsTakenBackIfACommitFailsMeanwhile) {
   ask("first", "PUT", "/v1/tree/mount/ready/x", "true");
   await(1);
