@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <string_view>
 
 #include "agent/server/api_call.h"
@@ -32,7 +33,9 @@ bool isAddress(std::string const& name) {
 
 bool isLocalName(std::string_view name) {
   constexpr std::string_view kLocal = "localhost";
-  bool const isBelow = name.size() > kLocal.size() && name[name.size() - kLocal.size() - 1] == '.';
+  auto const isOfName = [](unsigned char c) { return std::isalnum(c) != 0 || c == '-' || c == '.'; };
+  bool const isBelow = name.size() > kLocal.size() && name[name.size() - kLocal.size() - 1] == '.' &&
+                       std::all_of(name.begin(), name.end(), isOfName);
   return sameWithoutCase(name, kLocal) ||
          (isBelow && sameWithoutCase(name.substr(name.size() - kLocal.size()), kLocal));
 }
@@ -69,8 +72,10 @@ void Door::require(HttpRequest const& request, std::string_view path) const {
   // Where a page is not encrypted browsers leave Sec-Fetch-Site out, and say no more than the origin.
   auto const origin = findField(request.fields, "Origin");
   if (origin && !isOwn(*origin, host.value_or(""))) refusePage();
-  auto const site = findField(request.fields, "Sec-Fetch-Site").value_or("none");
-  bool const isOtherSite = sameWithoutCase(site, "cross-site") || sameWithoutCase(site, "same-site");
+  bool const isOtherSite = std::any_of(request.fields.begin(), request.fields.end(), [](auto const& field) {
+    return sameWithoutCase(field.first, "Sec-Fetch-Site") && !sameWithoutCase(field.second, "none") &&
+           !sameWithoutCase(field.second, "same-origin");
+  });
   bool const isRead = request.method == "GET" || request.method == "HEAD";
   bool const isVisit =
       isRead && path == "/" && sameWithoutCase(findField(request.fields, "Sec-Fetch-Mode").value_or(""), "navigate");

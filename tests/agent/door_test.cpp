@@ -47,6 +47,8 @@ TEST(Door, TakesAddressesLoopbackNamesAndTheNamesThatItWasGiven) {
                                  "evil.example:7400",
                                  "localhost.evil.example",
                                  "evillocalhost",
+                                 "evil.example/.localhost",
+                                 "evil.example?.localhost",
                                  "127.0.0.1.evil.example",
                                  "controller.example.evil.example",
                                  "a.controller.example",
@@ -89,6 +91,8 @@ TEST(Door, TakesRequestsFromNoPageButTheAgentsOwn) {
       {"GET", {host, {"Sec-Fetch-Site", "Same-Site"}}, 403},
       {"HEAD", {host, {"Sec-Fetch-Site", "same-site"}}, 403},
       {"PUT", {host, {"Sec-Fetch-Site", "cross-site"}}, 403},
+      {"PUT", {host, {"Sec-Fetch-Site", "none"}, {"Sec-Fetch-Site", "cross-site"}}, 403},
+      {"PUT", {host, {"Sec-Fetch-Site", "cross-site, none"}}, 403},
       {"GET", {host, {"Sec-Fetch-Site", "cross-site"}, {"Sec-Fetch-Mode", "navigate"}}, 403},
   };
   for (Case const& c : cases)

@@ -28,7 +28,7 @@ class FakeLoop final : public EventLoop {
   }
   /// Runs what is ready at the call.
   void breathe() override {
-    for (std::size_t left = tasks_.size(); left > 0; --left)
+    for (std::size_t left = ready(); left > 0; --left)
       if (auto const task = next()) task();
   }
   void at(Clock::time_point time, std::function<void()> task) override { timers_.emplace(time, std::move(task)); }
@@ -58,6 +58,10 @@ class FakeLoop final : public EventLoop {
   void isBusy(Clock::duration time) { now_ += time; }
 
  private:
+  std::size_t ready() {
+    std::scoped_lock const lock(mutex_);
+    return tasks_.size();
+  }
   std::function<void()> next() {
     std::scoped_lock const lock(mutex_);
     if (tasks_.empty()) return nullptr;
