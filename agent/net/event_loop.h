@@ -6,7 +6,8 @@
 
 namespace Agent {
 
-/// What runs on the event thread runs to its end before the next begins. All calls are made on that thread.
+/// What runs on the event thread runs to its end before the next begins, unless it breathes. All calls but `post()` are
+/// made on that thread.
 class EventLoop {
  public:
   using Clock = std::chrono::steady_clock;

@@ -55,8 +55,8 @@ bool RequestQueue::isEmpty() const {
 
 /// The line whose first task is next; null if none may run.
 RequestQueue::Line* RequestQueue::next() {
-  bool const isOldestWanted = ++ran_ % kOldest == 0;
   std::size_t const kinds = isInTask_() ? 1 : 2;
+  bool const isOldestWanted = kinds == 2 && ran_ % kOldest == kOldest - 1;
   Line* found = nullptr;
   for (auto& two : lines_) {
     for (std::size_t kind = 0; kind < kinds; ++kind)
@@ -64,6 +64,7 @@ RequestQueue::Line* RequestQueue::next() {
         found = &two[kind];
     if (found != nullptr && !isOldestWanted) break;
   }
+  if (found != nullptr && kinds == 2) ++ran_;
   return found;
 }
 

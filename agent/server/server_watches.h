@@ -55,6 +55,8 @@ class ServerWatches : public std::enable_shared_from_this<ServerWatches> {
   std::size_t watches() const noexcept { return signs_.size(); }
   Revision revision() const noexcept { return last_; }
   HistoryId const& history() const noexcept { return history_; }
+  /// Another number behind each restart.
+  std::size_t era() const noexcept { return era_; }
   /// The room for long texts that readers of any kind are in the middle of.
   BodyBudget& heldTexts() noexcept { return heldTexts_; }
 

@@ -230,13 +230,15 @@ void Service::keepAlive() {
 void Service::expire() {
   if (problem_ || isApplying_) return;
   for (std::string const& path : lifetimes_.takeExpired()) {
+    // It was put again in the middle of an earlier turn.
+    if (lifetimes_.has(path)) continue;
     log_.warning("heartbeat_expired", {{"path", path}});
     Operation const operation{parsePath(path), std::nullopt};
     apply({&operation, 1});
   }
 }
 
-std::unique_ptr<BodySource> Service::backup() { return backups_->copy(store_.history()); }
+std::unique_ptr<BodySource> Service::backup() { return backups_->copy(watches_->history()); }
 
 void Service::stop() {
   if (thread_) thread_->finish();

@@ -71,7 +71,8 @@ void Service::commit() {
   if (tree_) {
     CommittedTurn renewed = takeRenewed();
     if (!renewed.changes.empty()) open_.turns.push_back(std::move(renewed));
-    committing_ = std::exchange(open_, {});
+    // What waits without a turn waits for one that is being applied.
+    if (!open_.turns.empty()) committing_ = std::exchange(open_, {});
   }
   auto const awake = std::exchange(awakeDue_, std::nullopt);
   if (committing_.turns.empty() && !awake) return;

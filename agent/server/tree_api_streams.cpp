@@ -12,11 +12,11 @@ namespace {
 class TreeBody final : public BodySource {
  public:
   TreeBody(Service& service, std::string prefix)
-      : service_(service), history_(service.watches().history()), prefix_(std::move(prefix)) {}
+      : service_(service), era_(service.watches().era()), prefix_(std::move(prefix)) {}
 
   std::optional<std::string> next() override {
     if (isEnded_) return std::nullopt;
-    if (service_.watches().history() != history_) throw std::runtime_error("the state was replaced by another one");
+    if (service_.watches().era() != era_) throw std::runtime_error("the state was replaced by another one");
     Documents const& documents = service_.kept().documents;
     std::string piece = told_ ? "" : "{";
     if (text_.isTelling()) text_.goOn(piece, "");
@@ -36,7 +36,7 @@ class TreeBody final : public BodySource {
   }
 
   Service& service_;
-  HistoryId const history_;
+  std::size_t const era_;
   std::string const prefix_;
   /// The path behind which it goes on.
   std::optional<std::string> told_;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <random>
 #include <unordered_set>
 
 namespace Nox {
@@ -29,12 +30,14 @@ class SharedTexts {
   static constexpr std::size_t kAsksPerText = 16;
 
   /// Eight bytes at a time: the library's hash, which is called for each text, made a network's enrolment 2 % longer.
-  /// Not noexcept, so that the table keeps each text's hash.
+  /// Another one in each table, so that no client can choose texts of one hash. Not noexcept, so that the table keeps
+  /// each text's hash.
   struct Hash {
     using is_transparent = void;
+    Hash() : seed_(std::uint64_t{std::random_device()()} << 32 | std::random_device()()) {}
     std::size_t operator()(std::string_view characters) const {
       std::size_t left = characters.size();
-      std::uint64_t hash = left;
+      std::uint64_t hash = seed_ ^ left;
       char const* at = characters.data();
       for (; left > sizeof hash; at += sizeof hash, left -= sizeof hash) hash = mixed(hash, wordAt<std::uint64_t>(at));
       // The last bytes, some of them twice.
@@ -57,6 +60,8 @@ class SharedTexts {
       hash = (hash ^ word) * 0x9E3779B97F4A7C15;
       return hash ^ hash >> 32;
     }
+
+    std::uint64_t seed_;
   };
   struct Equal {
     using is_transparent = void;
