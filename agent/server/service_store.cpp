@@ -12,10 +12,7 @@ namespace {
 constexpr auto kTries = std::chrono::seconds(1);
 
 /// What the paths of the switches' rows begin with.
-std::string_view switchPrefix() {
-  static std::string const prefix(Place("controller/switch/<systemId>").prefix());
-  return prefix;
-}
+constexpr std::string_view kSwitches = Place("controller/switch/<systemId>").prefix();
 
 /// Whether they are the same documents, whatever their times to live.
 bool isSame(TreeDocuments const& left, TreeDocuments const& right) {
@@ -50,7 +47,7 @@ std::vector<DocumentBefore> applyTo(TreeDocuments& to, CommittedTurn const& turn
 void Service::keptIs(TreeDocuments documents) {
   kept_ = std::move(documents);
   latest_ = kept_;
-  auto const [begin, end] = withPrefix(kept_.documents, switchPrefix());
+  auto const [begin, end] = withPrefix(kept_.documents, kSwitches);
   switches_ = static_cast<std::size_t>(std::distance(begin, end));
 }
 
@@ -165,7 +162,7 @@ void Service::restartFrom(TreeDocuments documents) {
 void Service::show(CommittedTurn const& turn) {
   std::vector<DocumentBefore> const before = applyTo(kept_, turn);
   for (std::size_t at = 0; at < before.size(); ++at)
-    if (before[at].path.starts_with(switchPrefix()))
+    if (before[at].path.starts_with(kSwitches))
       switches_ = switches_ + (turn.changes[at].text ? 1 : 0) - (before[at].document ? 1 : 0);
   backups_->changed(before);
 }
