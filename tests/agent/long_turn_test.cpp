@@ -4,9 +4,7 @@
 #include <chrono>
 #include <thread>
 
-#include "agent/server/tree_api.h"
 #include "support/gated_store.h"
-#include "support/service_world.h"
 
 namespace Agent::LongTurnTest {
 namespace {
@@ -22,7 +20,7 @@ std::string lines(int count) {
   return text;
 }
 
-class LongTurn : public ::testing::Test {
+class LongTurn : public GatedWorld {
  protected:
   void ask(std::string const& name, char const* method, std::string const& target, std::string body = {}) {
     api.handle({method, target, {}, std::move(body)}, [this, name](HttpResponse const& response) {
@@ -37,21 +35,10 @@ class LongTurn : public ::testing::Test {
     });
   }
   void await(std::size_t count) {
-    for (int i = 0; i < 60'000 && answers.size() < count; ++i) {
-      loop.run();
-      std::this_thread::sleep_for(1ms);
-    }
+    runUntil([&] { return answers.size() >= count; });
     ASSERT_EQ(answers.size(), count);
   }
 
-  std::shared_ptr<Memory> memory = std::make_shared<Memory>();
-  GatedStore store{memory};
-  FakeLoop loop;
-  EventLog log;
-  Nox::Library library{libraryPath(std::nullopt)};
-  ServiceOptions options{.hasStoreThread = true};
-  Service service{loop, library, store, options, log};
-  TreeApi api{loop, service, {}};
   std::vector<std::string> answers;
   int looks = 0;
 };
@@ -96,11 +83,7 @@ TEST_F(LongTurn, IsTakenBackIfACommitFailsMeanwhile) {
   answers.clear();
   store.isOpenIs(false);
   ask("before", "PUT", "/v1/tree/mount/ready/x", "false");
-  for (int i = 0; i < 60'000 && !store.isReached(); ++i) {
-    loop.run();
-    std::this_thread::sleep_for(1ms);
-  }
-  ASSERT_TRUE(store.isReached());
+  awaitCommit();
   bool hasFailed = false;
   meanwhile([&] {
     memory->isFullIs(true);
@@ -123,10 +106,7 @@ TEST_F(LongTurn, IsTakenBackIfACommitFailsMeanwhile) {
 TEST_F(LongTurn, LetsAnotherCommitEndAndTheTickWait) {
   store.isOpenIs(false);
   ask("before", "PUT", "/v1/tree/mount/ready/x", "true");
-  for (int i = 0; i < 60'000 && !store.isReached(); ++i) {
-    loop.run();
-    std::this_thread::sleep_for(1ms);
-  }
+  awaitCommit();
   meanwhile([this] {
     EXPECT_THAT(answers, IsEmpty());
     store.isOpenIs(true);

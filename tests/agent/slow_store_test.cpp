@@ -4,9 +4,7 @@
 #include <algorithm>
 #include <thread>
 
-#include "agent/server/tree_api.h"
 #include "support/gated_store.h"
-#include "support/service_world.h"
 
 namespace Agent::SlowStoreTest {
 namespace {
@@ -16,10 +14,8 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
-class SlowStore : public ::testing::Test {
+class SlowStore : public GatedWorld {
  protected:
-  ~SlowStore() override { store.isOpenIs(true); }
-
   /// Sends a request; its status comes into `statuses` when it is answered.
   void ask(char const* method, std::string const& target, std::string const& body = "") {
     api.handle({method, target, {}, body}, [this](HttpResponse const& response) {
@@ -30,30 +26,16 @@ class SlowStore : public ::testing::Test {
   }
   /// Runs the loop until so many requests have been answered.
   void await(std::size_t answers) {
-    for (int i = 0; i < 60'000 && statuses.size() < answers; ++i) {
-      loop.run();
-      std::this_thread::sleep_for(1ms);
-    }
+    runUntil([&] { return statuses.size() >= answers; });
     ASSERT_EQ(statuses.size(), answers);
   }
   /// Puts a document and stops its commit at the gate.
   void beginCommit(std::string const& path, std::string const& document) {
     store.isOpenIs(false);
     ask("PUT", "/v1/tree/" + path, document);
-    for (int i = 0; i < 60'000 && !store.isReached(); ++i) {
-      loop.run();
-      std::this_thread::sleep_for(1ms);
-    }
-    ASSERT_TRUE(store.isReached()) << "nothing was committed";
+    awaitCommit();
   }
 
-  std::shared_ptr<Memory> memory = std::make_shared<Memory>();
-  GatedStore store{memory};
-  FakeLoop loop;
-  EventLog log;
-  Nox::Library library{libraryPath(std::nullopt)};
-  Service service{loop, library, store, {.hasStoreThread = true}, log};
-  TreeApi api{loop, service, {}};
   std::vector<int> statuses;
   std::string last;
 };

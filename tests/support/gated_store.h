@@ -1,11 +1,17 @@
-// A store that does not answer as long as a test wants it.
+// A store that does not answer as long as a test wants it, and a service on it.
 #pragma once
 
+#include <gtest/gtest.h>
+
+#include <chrono>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <string>
+#include <thread>
 
-#include "agent/store/memory_store.h"
+#include "agent/server/tree_api.h"
+#include "support/service_world.h"
 
 namespace Agent {
 
@@ -49,6 +55,34 @@ class GatedStore final : public Store {
   bool isOpen_ = true;
   bool isReached_ = false;
   int commits_ = 0;
+};
+
+/// A service whose store has a thread of its own, and stops commits as long as it is told to.
+class GatedWorld : public ::testing::Test {
+ protected:
+  ~GatedWorld() override { store.isOpenIs(true); }
+
+  /// Runs the loop until `isDone`, which the store's thread may bring about; for a minute at most.
+  template <class IsDone>
+  void runUntil(IsDone const& isDone) {
+    for (int i = 0; i < 60'000 && !isDone(); ++i) {
+      loop.run();
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+  }
+  /// Runs the loop until a commit has been stopped.
+  void awaitCommit() {
+    runUntil([this] { return store.isReached(); });
+    ASSERT_TRUE(store.isReached()) << "nothing was committed";
+  }
+
+  std::shared_ptr<Memory> memory = std::make_shared<Memory>();
+  GatedStore store{memory};
+  FakeLoop loop;
+  EventLog log;
+  Nox::Library library{libraryPath(std::nullopt)};
+  Service service{loop, library, store, {.hasStoreThread = true}, log};
+  TreeApi api{loop, service, {}};
 };
 
 }  // namespace Agent
