@@ -33,6 +33,23 @@ sockaddr_in loopback(std::size_t number, std::uint16_t port) {
 
 }  // namespace
 
+int beginConnection(std::size_t from, std::uint16_t port, int receiveBuffer) {
+  int const socket = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  if (socket < 0) return -1;
+  int const on = 1;
+  setsockopt(socket, IPPROTO_IP, IP_BIND_ADDRESS_NO_PORT, &on, sizeof on);
+  if (receiveBuffer != 0) setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
+  sockaddr_in const own = loopback(from, 0);
+  sockaddr_in const server = loopback(0, port);
+  if (bind(socket, reinterpret_cast<sockaddr const*>(&own), sizeof own) == 0 &&
+      (connect(socket, reinterpret_cast<sockaddr const*>(&server), sizeof server) == 0 || errno == EINPROGRESS))
+    return socket;
+  int const error = errno;
+  ::close(socket);
+  errno = error;
+  return -1;
+}
+
 Connections::Connections(std::uint16_t port, std::size_t ofOneAddress)
     : port_(port), ofOneAddress_(ofOneAddress), poll_(epoll_create1(EPOLL_CLOEXEC)), room_(64 * 1024) {
   if (poll_ < 0) fail("epoll");
@@ -43,18 +60,12 @@ Connections::~Connections() {
 }
 
 std::size_t Connections::add(Taker taker, EndTaker ended) {
-  int const on = 1;
-  int const socket = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-  if (socket < 0) fail("a connection");
   std::size_t const number = all_.size();
+  int const socket = beginConnection(number / ofOneAddress_, port_);
+  if (socket < 0) fail("connecting");
   all_.push_back({socket, {}, {}, std::move(taker), std::move(ended)});
-  setsockopt(socket, IPPROTO_IP, IP_BIND_ADDRESS_NO_PORT, &on, sizeof on);
+  int const on = 1;
   setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-  sockaddr_in const own = loopback(number / ofOneAddress_, 0);
-  sockaddr_in const server = loopback(0, port_);
-  if (bind(socket, reinterpret_cast<sockaddr const*>(&own), sizeof own) != 0) fail("an address");
-  if (connect(socket, reinterpret_cast<sockaddr const*>(&server), sizeof server) != 0 && errno != EINPROGRESS)
-    fail("connecting");
   epoll_event event{};
   event.events = EPOLLIN | EPOLLOUT | EPOLLET;
   event.data.u64 = number;

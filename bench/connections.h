@@ -11,6 +11,10 @@
 
 namespace ServeLoad {
 
+/// Begins to connect to a server on this machine, from an address of the loopback network that `from` numbers: the
+/// socket, which is the caller's; -1 with errno if it could not. A `receiveBuffer` of 0 is the system's own.
+int beginConnection(std::size_t from, std::uint16_t port, int receiveBuffer = 0);
+
 /// Clients of a server on this machine that send when they are told to, and take what comes when `work()` is called.
 /// What fails is a std::runtime_error.
 class Connections {

@@ -1,7 +1,5 @@
 #include "tests/attack/assault.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -11,6 +9,7 @@
 #include <optional>
 #include <utility>
 
+#include "bench/connections.h"
 #include "tests/attack/responses.h"
 
 namespace Attack {
@@ -19,27 +18,12 @@ namespace {
 /// Of the attackers, which are other machines than the honest clients.
 constexpr std::size_t kFirstAddress = 66 * 256;
 
-sockaddr_in loopback(std::size_t number, std::uint16_t port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK + static_cast<std::uint32_t>(number));
-  return address;
-}
-
 }  // namespace
 
 Wire::Wire(Assault& assault, std::size_t from, int receiveBuffer)
-    : assault_(assault), socket_(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)) {
-  int const on = 1;
-  setsockopt(socket_, IPPROTO_IP, IP_BIND_ADDRESS_NO_PORT, &on, sizeof on);
-  if (receiveBuffer != 0) setsockopt(socket_, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
-  sockaddr_in const own = loopback(kFirstAddress + from, 0);
-  sockaddr_in const server = loopback(0, assault_.server.port());
-  bool const isBegun =
-      socket_ >= 0 && bind(socket_, reinterpret_cast<sockaddr const*>(&own), sizeof own) == 0 &&
-      (connect(socket_, reinterpret_cast<sockaddr const*>(&server), sizeof server) == 0 || errno == EINPROGRESS);
-  if (isBegun && await(POLLOUT))
+    : assault_(assault),
+      socket_(ServeLoad::beginConnection(kFirstAddress + from, assault.server.port(), receiveBuffer)) {
+  if (socket_ >= 0 && await(POLLOUT))
     ++assault_[Unit::connections];
   else
     close();
