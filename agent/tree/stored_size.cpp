@@ -13,6 +13,24 @@ namespace {
 /// nothing need be added up.
 constexpr std::uint64_t kLargestTurn = std::uint64_t{512} * 1024 * 1024;
 
+constexpr Place kConfig("registration/<switch>/config");
+constexpr Place kStatus("registration/<switch>/status");
+constexpr Place kOffer("mount/offer/<systemId>");
+
+/// Whose identity the registration has; nothing if it has no configuration.
+std::optional<SystemId> identityOf(std::string const& registration, Documents const& documents) {
+  auto const config = documents.find(textAt(kConfig, {registration}));
+  if (config == documents.end()) return std::nullopt;
+  auto const address = Lumo::EthAddr::parse(readJson(*config->second.text).at("systemId").get<std::string>());
+  return address ? std::optional(SystemId(*address)) : std::nullopt;
+}
+
+[[noreturn]] void refuse(std::string const& reason, Operation const& operation) {
+  QuotaRefusal refusal(reason);
+  refusal.pathIs(toText(operation.path));
+  throw refusal;
+}
+
 /// A batch on its way through the documents, which stay as they are.
 class Growth {
  public:
@@ -54,14 +72,43 @@ StoredSize::StoredSize(Documents const& documents, StoredLimits const& limits) :
 void StoredSize::added(std::string const& path, std::string const& text) {
   ++documents_;
   bytes_ += path.size() + text.size();
+  if (text.size() <= limits_.status) return;
+  if (Path const parsed = parsePath(path); parsed.place == kStatus) long_.insert(parsed.names[0]);
 }
 
 void StoredSize::removed(std::string const& path, std::string const& text) {
   --documents_;
   bytes_ -= path.size() + text.size();
+  if (text.size() <= limits_.status) return;
+  if (Path const parsed = parsePath(path); parsed.place == kStatus) long_.erase(parsed.names[0]);
 }
 
 void StoredSize::require(std::span<Operation const> operations, Documents const& documents, std::size_t& at) const {
+  for (at = 0; !long_.empty() && at < operations.size(); ++at)
+    if (operations[at].isPut()) requireShortStatus(operations[at], documents);
+  requireRoom(operations, documents, at);
+}
+
+// A heartbeat has the registry write there too, but no more than once for what is offered and configured. A put of the
+// status itself is what clears it.
+void StoredSize::requireShortStatus(Operation const& operation, Documents const& documents) const {
+  Path const& path = operation.path;
+  for (std::string const& registration : long_) {
+    bool const isOfSwitch = path.place == kConfig && path.names[0] == registration;
+    if (!isOfSwitch && (path.place != kOffer || identityOf(registration, documents) != path.systemId)) continue;
+    std::string const status = textAt(kStatus, {registration});
+    refuse(status + " has " + std::to_string(documents.at(status).text->size()) +
+               " bytes, and nothing is put for its "
+               "switch beyond " +
+               std::to_string(limits_.status) +
+               ": it tells of all services that the switch has left, "
+               "too; expected " +
+               status + " to be deleted and put anew",
+           operation);
+  }
+}
+
+void StoredSize::requireRoom(std::span<Operation const> operations, Documents const& documents, std::size_t& at) const {
   if (documents_ + operations.size() <= limits_.documents && bytes_ + kLargestTurn <= limits_.bytes) return;
   Growth growth(documents);
   auto const isTooMuch = [](std::uint64_t now, std::int64_t more, std::uint64_t most) {
@@ -87,9 +134,7 @@ void StoredSize::require(std::span<Operation const> operations, Documents const&
   }
   if (!first) return;
   at = *first;
-  QuotaRefusal refusal(*reason());
-  refusal.pathIs(toText(operations[at].path));
-  throw refusal;
+  refuse(*reason(), operations[at]);
 }
 
 }  // namespace Agent

@@ -3,6 +3,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <set>
 #include <span>
 #include <string>
 
@@ -19,9 +21,13 @@ struct StoredLimits {
   std::uint64_t documents = 4'000'000;
   /// Of paths and texts.
   std::uint64_t bytes = std::uint64_t{1024} * 1024 * 1024;
+  /// Of the status of a registration. The registry keeps there what a switch has offered and configured for services
+  /// that it has left since, so that it may grow with puts that make nothing longer. A switch whose documents have the
+  /// size that they may have comes to less than this.
+  std::uint64_t status = std::uint64_t{8} * 1024 * 1024;
 };
 
-/// A put that would make the documents more than they may be.
+/// A put that would make the documents more than they may be, or of a switch whose status is longer than it may be.
 class QuotaRefusal : public InputError {
  public:
   explicit QuotaRefusal(std::string const& reason) : InputError("", reason) {}
@@ -36,13 +42,19 @@ class StoredSize {
   void removed(std::string const& path, std::string const& text);
 
   /// Throws a QuotaRefusal, with its path, if the operations together would make more of the documents than they may
-  /// be, and more than they are; `at` receives which was too much. A put counts as what its client wrote.
+  /// be, and more than they are; `at` receives which was too much. A put counts as what its client wrote. Also for a
+  /// put that the registry may answer in a status that is too long.
   void require(std::span<Operation const> operations, Documents const& documents, std::size_t& at) const;
 
  private:
+  void requireRoom(std::span<Operation const> operations, Documents const& documents, std::size_t& at) const;
+  void requireShortStatus(Operation const& operation, Documents const& documents) const;
+
   StoredLimits limits_;
   std::uint64_t documents_ = 0;
   std::uint64_t bytes_ = 0;
+  /// The registrations with a status that is too long.
+  std::set<std::string, std::less<>> long_;
 };
 
 }  // namespace Agent

@@ -1,6 +1,7 @@
 // How much clients may have kept: what goes beyond is refused before anything is done.
 #include <gmock/gmock.h>
 
+#include <functional>
 #include <map>
 #include <random>
 
@@ -139,6 +140,61 @@ TEST(StoredQuota, TheRegistryIsNotRefused) {
   for (std::string const& line : enrolment("a", "02:00:00:aa:00:01")) world.apply(line);
   EXPECT_NE(world.read("controller/switch/02:00:00:aa:00:01"), "nothing");
   EXPECT_THROW(world.put("registration/a/more", "1"), QuotaRefusal);
+}
+
+// The registry keeps in a status what a switch offered and configured for services that it has left since.
+TEST(StoredQuota, NoStatusGrowsForEver) {
+  ServiceOptions options;
+  options.stored.status = 4000;
+  std::string const id = "02:00:00:aa:00:01";
+  struct Row {
+    char const* what;
+    std::string path;
+    std::function<std::string(std::string const& service)> document;
+  };
+  for (Row const& row : {Row{"mounts",
+                             "mount/offer/" + id,
+                             [](std::string const& service) {
+                               return R"({"publishedMount": {"/m": {"service": ")" + service + R"("}}})";
+                             }},
+                         Row{"services", "registration/a/config", [&](std::string const& service) {
+                               return R"({"systemId": ")" + id + R"(", "enabled": true, "serviceConfig": {")" +
+                                      service + R"(": {"enabled": true}}})";
+                             }}}) {
+    SCOPED_TRACE(row.what);
+    ServiceWorld world(options);
+    world.put("controller/config", R"({"enabled": true})");
+    for (std::string const& line : enrolment("a", id)) world.apply(line);
+    for (std::string const& line : enrolment("b", "02:00:00:aa:00:02")) world.apply(line);
+    int taken = 0;
+    auto const refuses = [&] {
+      try {
+        world.put(row.path, row.document("s" + std::to_string(taken)));
+        // The registration is looked at anew, so that it is negotiated.
+        world.remove("heartbeat/" + id);
+        world.put("heartbeat/" + id, "1");
+        return false;
+      } catch (QuotaRefusal const& refusal) {
+        EXPECT_EQ(refusal.path(), row.path);
+        EXPECT_THAT(refusal.reason(), HasSubstr("registration/a/status has "));
+        return true;
+      }
+    };
+    while (taken < 100 && !refuses()) ++taken;
+    ASSERT_GT(taken, 5);
+    ASSERT_LT(taken, 100);
+    EXPECT_LT(world.read("registration/a/status").size(), 5000u);
+    world.put("heartbeat/" + id, "2");
+    world.put("registration/b/config", R"({"systemId": "02:00:00:aa:00:02"})");
+    world.put("mount/offer/02:00:00:aa:00:02", "{}");
+    world.put("registration/a/note", "1");
+    EXPECT_TRUE(refuses());
+    world.put("registration/a/status", "{}");
+    EXPECT_TRUE(refuses()) << "it stands as it is";
+    world.remove("registration/a/status");
+    world.put("registration/a/status", "{}");
+    EXPECT_FALSE(refuses());
+  }
 }
 
 TEST(StoredQuota, AStateThatIsLargerIsLoaded) {
