@@ -101,6 +101,7 @@ void describe(CommandLine& line, ServeOptions& options) {
   describeCount(line, "--max-backups COUNT", options.api.backups, "Copies of the whole state at a time");
   describeCount(line, "--max-documents COUNT", options.service.stored.documents, "Documents that are kept");
   describeCount(line, "--max-stored BYTES", options.service.stored.bytes, "The paths and texts of all of them");
+  describeCount(line, "--max-pairs COUNT", options.service.stored.pairs, "Services of the controller times switches");
   describeCount(line, "--history COUNT", options.service.history.changes, "Changes kept for watches that resume");
   describeCount(line, "--history-bytes BYTES", options.service.history.bytes, "The room for these changes");
 }

@@ -2,6 +2,7 @@
 #include "agent/tree/stored_size.h"
 
 #include <algorithm>
+#include <array>
 #include <map>
 #include <optional>
 #include <utility>
@@ -11,11 +12,13 @@ namespace {
 
 /// The documents of one turn have no more bytes: they come in one body. As long as there is more room than that,
 /// nothing need be added up.
-constexpr std::uint64_t kLargestTurn = std::uint64_t{512} * 1024 * 1024;
+constexpr std::int64_t kLargestTurn = std::int64_t{512} * 1024 * 1024;
 
 constexpr Place kConfig("registration/<switch>/config");
 constexpr Place kStatus("registration/<switch>/status");
 constexpr Place kOffer("mount/offer/<systemId>");
+constexpr std::string_view kConfigName = kConfig.pattern().substr(kConfig.pattern().rfind('/'));
+constexpr std::array kServices = {Place("service/config/<service>"), Place("service/override/<service>")};
 
 /// Whose identity the registration has; nothing if it has no configuration.
 std::optional<SystemId> identityOf(std::string const& registration, Documents const& documents) {
@@ -36,8 +39,7 @@ class Growth {
  public:
   explicit Growth(Documents const& standing) : documents_(standing) {}
 
-  std::int64_t documents = 0;
-  std::int64_t bytes = 0;
+  StoredAmount amount;
 
   void add(Operation const& operation) {
     std::string const path = toText(operation.path);
@@ -55,30 +57,59 @@ class Growth {
     auto const known = documents_.find(path);
     std::size_t const stands = known != documents_.end() ? path.size() + known->second.text->size() : 0;
     std::size_t const before = std::exchange(written_.try_emplace(path, stands).first->second, size);
-    documents += static_cast<int>(size != 0) - static_cast<int>(before != 0);
-    bytes += static_cast<std::int64_t>(size) - static_cast<std::int64_t>(before);
+    amount.go(path, before);
+    amount.come(path, size);
   }
 
   Documents const& documents_;
   std::map<std::string, std::size_t, std::less<>> written_;
 };
 
+/// Why what is there now may not become more by so much; nothing if it may.
+std::optional<std::string> reasonAgainst(StoredAmount const& now, StoredAmount const& more,
+                                         StoredLimits const& limits) {
+  auto const isTooMuch = [](std::int64_t before, std::int64_t after, std::uint64_t most) {
+    return after > before && static_cast<std::uint64_t>(after) > most;
+  };
+  auto const tooMuch = [](std::string const& what, std::uint64_t most) {
+    return what + ", of " + std::to_string(most) + " that are kept at most; a delete makes room";
+  };
+  if (isTooMuch(now.documents, now.documents + more.documents, limits.documents))
+    return tooMuch("there are " + std::to_string(now.documents) + " documents", limits.documents);
+  if (isTooMuch(now.bytes, now.bytes + more.bytes, limits.bytes))
+    return tooMuch("all documents have " + std::to_string(now.bytes) + " bytes", limits.bytes);
+  if (isTooMuch(
+          now.services * now.switches, (now.services + more.services) * (now.switches + more.switches), limits.pairs))
+    return tooMuch(std::to_string(now.services) + " services of the controller times " + std::to_string(now.switches) +
+                       " switches are " + std::to_string(now.services * now.switches),
+                   limits.pairs);
+  return std::nullopt;
+}
+
 }  // namespace
+
+void StoredAmount::count(std::string_view path, std::size_t size, int sign) {
+  if (size == 0) return;
+  documents += sign;
+  bytes += sign * static_cast<std::int64_t>(size);
+  if (path.starts_with(kConfig.prefix()) && path.ends_with(kConfigName))
+    switches += sign;
+  else if (std::ranges::any_of(kServices, [&](Place place) { return path.starts_with(place.prefix()); }))
+    services += sign;
+}
 
 StoredSize::StoredSize(Documents const& documents, StoredLimits const& limits) : limits_(limits) {
   for (auto const& [path, document] : documents) added(path, *document.text);
 }
 
 void StoredSize::added(std::string const& path, std::string const& text) {
-  ++documents_;
-  bytes_ += path.size() + text.size();
+  amount_.come(path, path.size() + text.size());
   if (text.size() <= limits_.status) return;
   if (Path const parsed = parsePath(path); parsed.place == kStatus) long_.insert(parsed.names[0]);
 }
 
 void StoredSize::removed(std::string const& path, std::string const& text) {
-  --documents_;
-  bytes_ -= path.size() + text.size();
+  amount_.go(path, path.size() + text.size());
   if (text.size() <= limits_.status) return;
   if (Path const parsed = parsePath(path); parsed.place == kStatus) long_.erase(parsed.names[0]);
 }
@@ -98,43 +129,29 @@ void StoredSize::requireShortStatus(Operation const& operation, Documents const&
     if (!isOfSwitch && (path.place != kOffer || identityOf(registration, documents) != path.systemId)) continue;
     std::string const status = textAt(kStatus, {registration});
     refuse(status + " has " + std::to_string(documents.at(status).text->size()) +
-               " bytes, and nothing is put for its "
-               "switch beyond " +
-               std::to_string(limits_.status) +
-               ": it tells of all services that the switch has left, "
-               "too; expected " +
-               status + " to be deleted and put anew",
+               " bytes, and nothing is put for its switch beyond " + std::to_string(limits_.status) +
+               ": it tells of all services that the switch has left, too; expected it to be deleted and put anew",
            operation);
   }
 }
 
 void StoredSize::requireRoom(std::span<Operation const> operations, Documents const& documents, std::size_t& at) const {
-  if (documents_ + operations.size() <= limits_.documents && bytes_ + kLargestTurn <= limits_.bytes) return;
+  auto const count = static_cast<std::int64_t>(operations.size());
+  StoredAmount const most{count, kLargestTurn, count, count};
+  if (!reasonAgainst(amount_, most, limits_)) return;
   Growth growth(documents);
-  auto const isTooMuch = [](std::uint64_t now, std::int64_t more, std::uint64_t most) {
-    return more > 0 && now + static_cast<std::uint64_t>(more) > most;
-  };
-  auto const reason = [&]() -> std::optional<std::string> {
-    if (isTooMuch(documents_, growth.documents, limits_.documents))
-      return "there are " + std::to_string(documents_) + " documents, of " + std::to_string(limits_.documents) +
-             " that are kept at most; a delete makes room";
-    if (isTooMuch(bytes_, growth.bytes, limits_.bytes))
-      return "all documents have " + std::to_string(bytes_) + " bytes, of " + std::to_string(limits_.bytes) +
-             " that are kept at most; a delete makes room";
-    return std::nullopt;
-  };
   std::optional<std::size_t> first;
   for (std::size_t number = 0; number < operations.size(); ++number) {
     growth.add(operations[number]);
     // What goes later in the batch makes room for what comes before.
-    if (!reason())
+    if (!reasonAgainst(amount_, growth.amount, limits_))
       first = std::nullopt;
     else if (!first)
       first = number;
   }
   if (!first) return;
   at = *first;
-  refuse(*reason(), operations[at]);
+  refuse(*reasonAgainst(amount_, growth.amount, limits_), operations[at]);
 }
 
 }  // namespace Agent

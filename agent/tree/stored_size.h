@@ -7,6 +7,7 @@
 #include <set>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "agent/document/documents.h"
 #include "agent/document/input_error.h"
@@ -21,6 +22,9 @@ struct StoredLimits {
   std::uint64_t documents = 4'000'000;
   /// Of paths and texts.
   std::uint64_t bytes = std::uint64_t{1024} * 1024 * 1024;
+  /// Services that the controller configures or overrides, times configured switches: in each such switch the registry
+  /// has a reactor for each such service.
+  std::uint64_t pairs = 16'777'216;
   /// Of the status of a registration. The registry keeps there what a switch has offered and configured for services
   /// that it has left since, so that it may grow with puts that make nothing longer. A switch whose documents have the
   /// size that they may have comes to less than this.
@@ -31,6 +35,25 @@ struct StoredLimits {
 class QuotaRefusal : public InputError {
  public:
   explicit QuotaRefusal(std::string const& reason) : InputError("", reason) {}
+};
+
+/// How much some documents are, or by how much they become more.
+struct StoredAmount {
+  std::int64_t documents = 0;
+  /// Of paths and texts.
+  std::int64_t bytes = 0;
+  /// That the controller configures or overrides.
+  std::int64_t services = 0;
+  /// That are configured.
+  std::int64_t switches = 0;
+
+  /// The document at the path comes to have so many bytes, with those of the path, or had them before; none if it is
+  /// not there.
+  void come(std::string_view path, std::size_t size) { count(path, size, 1); }
+  void go(std::string_view path, std::size_t size) { count(path, size, -1); }
+
+ private:
+  void count(std::string_view path, std::size_t size, int sign);
 };
 
 /// The number and the bytes of documents, as they change.
@@ -51,8 +74,7 @@ class StoredSize {
   void requireShortStatus(Operation const& operation, Documents const& documents) const;
 
   StoredLimits limits_;
-  std::uint64_t documents_ = 0;
-  std::uint64_t bytes_ = 0;
+  StoredAmount amount_;
   /// The registrations with a status that is too long.
   std::set<std::string, std::less<>> long_;
 };

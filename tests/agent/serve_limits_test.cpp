@@ -131,6 +131,15 @@ TEST(ServeLimits, OfWhatIsKept) {
   }
 }
 
+TEST(ServeLimits, OfServicesForEachSwitch) {
+  Served const served({"--memory", "--max-pairs", "2"});
+  Api api(served);
+  EXPECT_EQ(api.put("registration/a/config", R"({"systemId": "02:00:00:00:00:01"})").status, 200);
+  EXPECT_EQ(api.put("service/config/x", "{}").status, 200);
+  EXPECT_EQ(api.put("service/config/y", "{}").status, 200);
+  EXPECT_EQ(api.put("service/config/z", "{}").status, 507);
+}
+
 TEST(ServeLimits, OfPatience) {
   Served const served({"--memory", "--idle-timeout", "0.2"});
   RawConnection silent(served.port());

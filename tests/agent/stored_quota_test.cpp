@@ -14,7 +14,7 @@ using testing::HasSubstr;
 
 ServiceOptions quota(std::uint64_t documents, std::uint64_t bytes) {
   ServiceOptions options;
-  options.stored = {documents, bytes};
+  options.stored = {.documents = documents, .bytes = bytes};
   return options;
 }
 
@@ -140,6 +140,27 @@ TEST(StoredQuota, TheRegistryIsNotRefused) {
   for (std::string const& line : enrolment("a", "02:00:00:aa:00:01")) world.apply(line);
   EXPECT_NE(world.read("controller/switch/02:00:00:aa:00:01"), "nothing");
   EXPECT_THROW(world.put("registration/a/more", "1"), QuotaRefusal);
+}
+
+// Each switch watches each service of the controller, whether or not it has it.
+TEST(StoredQuota, ServicesTimesSwitchesAreLimited) {
+  ServiceOptions options;
+  options.stored.pairs = 6;
+  ServiceWorld world(options);
+  auto const enrol = [&](std::string const& name) {
+    world.put("registration/" + name + "/config", R"({"systemId": "02:00:00:aa:00:01"})");
+  };
+  for (char const* const name : {"a", "b", "c"}) enrol(name);
+  for (char const* const path : {"service/config/x", "service/override/x"}) world.put(path, "{}");
+  EXPECT_THROW(enrol("d"), QuotaRefusal);
+  EXPECT_THROW(world.put("service/config/y", "{}"), QuotaRefusal);
+  world.put("registration/d/status", "{}");
+  world.put("service/config/x", R"({"enabled": true})");
+  world.remove("service/override/x");
+  enrol("d");
+  world.remove("registration/d");
+  world.put("service/config/y", "{}");
+  EXPECT_THROW(world.put("service/config/z", "{}"), QuotaRefusal);
 }
 
 // The registry keeps in a status what a switch offered and configured for services that it has left since.
