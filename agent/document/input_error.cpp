@@ -63,7 +63,7 @@ std::string shortPrintable(std::string_view text, std::size_t limit, bool inside
 
 bool needsQuotes(std::string_view key) {
   return key.empty() || findInvalidUtf8(key) != std::string_view::npos ||
-         key.find_first_of(".:[]\"\\ ") != std::string_view::npos || printable(key, key.size()) != key;
+         key.find_first_of(".:[]\"\\ ") != std::string_view::npos || printable(key) != key;
 }
 
 }  // namespace
@@ -74,12 +74,12 @@ void InputError::isInside(std::string_view key) {
 }
 
 FileError::FileError(std::string_view file, std::string_view reason)
-    : std::runtime_error(printable(file, file.size()) + ": " + std::string(reason)) {}
+    : std::runtime_error(printable(file) + ": " + std::string(reason)) {}
 
 FileError::FileError(std::string_view file, int error) : FileError(file, std::generic_category().message(error)) {}
 
 std::string errorLine(std::string_view file, std::size_t line, InputError const& error) {
-  return printable(file, file.size()) + ":" + std::to_string(line) + ": " + placedReason(error);
+  return printable(file) + ":" + std::to_string(line) + ": " + placedReason(error);
 }
 
 std::string placedReason(InputError const& error) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -46,7 +47,7 @@ std::string placedReason(InputError const& error);
 
 /// `text` as one line of valid UTF-8: control characters, line separators and invalid bytes are written as escapes, and
 /// what is longer than `limit` bytes loses its middle.
-std::string printable(std::string_view text, std::size_t limit);
+std::string printable(std::string_view text, std::size_t limit = SIZE_MAX);
 
 /// `text` between double quotes, printable and short; quotes and backslashes inside are escaped.
 std::string inQuotes(std::string_view text);

@@ -35,8 +35,7 @@ struct Portion {
 std::string linePrefix(Portion const& portion, std::optional<std::uint64_t> line) {
   for (Part const& part : portion.parts) {
     if (!line) break;
-    if (*line <= part.lines)
-      return printable(part.file, part.file.size()) + ":" + std::to_string(part.firstLine + *line - 1) + ": ";
+    if (*line <= part.lines) return printable(part.file) + ":" + std::to_string(part.firstLine + *line - 1) + ": ";
     *line -= part.lines;
   }
   bool const isOneFile = std::all_of(

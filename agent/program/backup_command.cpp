@@ -42,9 +42,9 @@ ExitCode runCommand(BackupOptions const& options, ClientSurroundings const& surr
                     {"documents", reader.documents()}};
     surroundings.print(line.dump() + "\n");
   } else {
-    surroundings.print(printable(options.file, options.file.size()) + ": revision " +
-                       std::to_string(reader.revision()) + ", " + std::to_string(reader.documents()) +
-                       " documents, history " + printable(reader.history(), 100) + "\n");
+    surroundings.print(printable(options.file) + ": revision " + std::to_string(reader.revision()) + ", " +
+                       std::to_string(reader.documents()) + " documents, history " + printable(reader.history(), 100) +
+                       "\n");
   }
   return ExitCode::kDone;
 }

@@ -22,7 +22,7 @@ std::string readWhole(std::string const& file) {
 }
 
 [[noreturn]] void refuseMissing(std::string const& path) {
-  throw ClientFailure(FailureKind::kNotFound, printable(path, path.size()) + ": not found");
+  throw ClientFailure(FailureKind::kNotFound, printable(path) + ": not found");
 }
 
 /// Prints what a put or a delete was answered; a delete may say that nothing was there, which `mayBeMissing` allows.

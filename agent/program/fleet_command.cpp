@@ -123,8 +123,8 @@ class Readiness {
     }
     std::string const state = isReady ? "ready" : "gone";
     Colour const colour = isReady ? Colour::kGreen : Colour::kRed;
-    surroundings_.print(printable(name, name.size()) + " " + coloured(state, areColoursUsed_ ? colour : Colour::kNone) +
-                        " (" + std::to_string(ready_.size()) + " of " + std::to_string(size_) + ")\n");
+    surroundings_.print(printable(name) + " " + coloured(state, areColoursUsed_ ? colour : Colour::kNone) + " (" +
+                        std::to_string(ready_.size()) + " of " + std::to_string(size_) + ")\n");
   }
 
   std::size_t size_;

@@ -27,7 +27,7 @@ int main(int argc, char** argv) {
     return Agent::runCommandLine({argv + 1, argv + argc}, ENROLIX_VERSION);
   } catch (std::exception const& error) {
     std::string const reason = error.what();
-    std::cerr << Agent::printable(reason, reason.size()) << '\n';
+    std::cerr << Agent::printable(reason) << '\n';
     return 1;
   }
 }

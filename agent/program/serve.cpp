@@ -148,7 +148,7 @@ class Agent {
 }  // namespace
 
 std::string damagedLine(std::string_view state, InputError const& error) {
-  return printable(state, state.size()) + ": damaged: " + placedReason(error);
+  return printable(state) + ": damaged: " + placedReason(error);
 }
 
 int serve(ServeOptions const& options, std::ostream& out, std::ostream& problems) {
@@ -165,7 +165,7 @@ int serve(ServeOptions const& options, std::ostream& out, std::ostream& problems
     problems << damagedLine(state, error) << '\n';
   } catch (std::exception const& error) {
     std::string const reason = error.what();
-    problems << printable(reason, reason.size()) << '\n';
+    problems << printable(reason) << '\n';
   }
   return 1;
 }

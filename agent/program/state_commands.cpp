@@ -23,7 +23,7 @@ namespace {
 constexpr std::size_t kDocumentsAtOnce = 10'000;
 
 std::string summary(std::string const& file, Revision revision, std::uint64_t documents) {
-  return printable(file, file.size()) + ": revision " + std::to_string(revision) + ", " + std::to_string(documents) +
+  return printable(file) + ": revision " + std::to_string(revision) + ", " + std::to_string(documents) +
          (documents == 1 ? " document" : " documents");
 }
 
@@ -142,7 +142,7 @@ int restoreState(RestoreOptions const& options, std::ostream& out) {
   StateSummary const made = checkState(temporary);
   bool const isWhole = !made.head.isInUse && !made.hasLog && made.head.revision == copied.first &&
                        made.head.digest.count == copied.second;
-  if (!isWhole) throw StoreError(printable(options.state, options.state.size()) + ": could not be closed");
+  if (!isWhole) throw StoreError(printable(options.state) + ": could not be closed");
   // Unlike a renaming, a link replaces nothing that has come meanwhile.
   if (::link(temporary.c_str(), state.c_str()) != 0) throw FileError(options.state, errno);
   synchroniseFolder(state.parent_path());

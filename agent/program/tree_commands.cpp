@@ -56,7 +56,7 @@ class Batched {
 };
 
 std::string changeLine(FollowedEvent const& event, bool areColoursUsed) {
-  std::string const path = printable(event.path, event.path.size());
+  std::string const path = printable(event.path);
   return std::to_string(event.revision) + "  " + coloured(path, areColoursUsed ? Colour::kCyan : Colour::kNone) + "  " +
          (event.value.is_null() ? "deleted\n" : jsonLine(event.value));
 }

@@ -19,7 +19,7 @@ bool isMissingRoom(int error) { return error == ENOSPC || error == EDQUOT || err
 }  // namespace
 
 SqliteDatabase::SqliteDatabase(std::string const& name, std::string const& file, char const* vfs)
-    : name_(printable(name, name.size())) {
+    : name_(printable(name)) {
   sqlite3* handle = nullptr;
   int const create = vfs != nullptr ? SQLITE_OPEN_CREATE : 0;
   int const code = sqlite3_open_v2(

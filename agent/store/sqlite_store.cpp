@@ -298,7 +298,7 @@ StateSummary checkState(std::string const& file, char const* vfs) {
   std::string path = file;
   if (vfs == nullptr) {
     Located const found = locate(file, std::nullopt);
-    if (!found.isThere) throw StoreError(printable(file, file.size()) + ": there is no such file");
+    if (!found.isThere) throw StoreError(printable(file) + ": there is no such file");
     path = found.file.string();
   }
   SqliteDatabase database(file, path, vfs);

@@ -52,7 +52,7 @@ std::string digestText(Digest const& found, Digest const& written) {
 /// What the witness says against the head; empty if nothing.
 std::string witnessText(SqliteDatabase const& database, StateHead const& head,
                         std::optional<Witness::Record> const& witness, bool hadLog) {
-  auto const quoted = [](std::string const& path) { return printable(path, path.size()); };
+  auto const quoted = [](std::string const& path) { return printable(path); };
   std::string const witnessFile = quoted(std::string(database.path()) + kWitnessEnding);
   std::string const logFile = quoted(database.logPath());
   if (!witness) {
@@ -119,7 +119,7 @@ StateFinding examineState(SqliteDatabase const& database, std::optional<Witness:
 StateFinding examineEmptyFile(SqliteDatabase const& database, bool hasLog) {
   StateFinding finding;
   Witness witness(database);
-  auto const quoted = [](std::string const& path) { return printable(path, path.size()); };
+  auto const quoted = [](std::string const& path) { return printable(path); };
   if (auto const record = witness.read())
     finding.loss = "it is empty, and its witness " + quoted(witness.path()) + " tells of revision " +
                    std::to_string(record->revision) + " with " + counted(record->digest.count, "document", "documents");

@@ -17,7 +17,7 @@ namespace Agent {
 namespace {
 
 [[noreturn]] void fail(std::string const& name, std::string const& reason, int error) {
-  std::string const text = printable(name, name.size()) + ": " + reason + ": " + std::generic_category().message(error);
+  std::string const text = printable(name) + ": " + reason + ": " + std::generic_category().message(error);
   if (error == ENOSPC || error == EDQUOT) throw StoreFull(text);
   throw StoreError(text);
 }
@@ -35,7 +35,7 @@ void makeFolder(std::string const& name, std::filesystem::path const& folder) {
 // Opening what is no regular file may wait for ever, as for a fifo, or fail with an error that does not say why.
 void requireRegular(std::string const& name, std::filesystem::path const& file) {
   std::error_code error;
-  std::string const called = printable(name, name.size());
+  std::string const called = printable(name);
   if (std::filesystem::exists(file, error) && !std::filesystem::is_regular_file(file, error))
     throw StoreError(called + ": is no regular file, a state file was expected");
   for (auto const& [what, ending] : kStateNeighbours) {
@@ -54,8 +54,7 @@ Located locate(std::string const& name, std::optional<Revision> acceptedLoss) {
   requireRegular(name, found.file);
   std::error_code error;
   found.isThere = std::filesystem::exists(found.file, error);
-  if (!found.isThere)
-    requireNoLoss(printable(name, name.size()), examineMissingFile(found.file.string()), acceptedLoss);
+  if (!found.isThere) requireNoLoss(printable(name), examineMissingFile(found.file.string()), acceptedLoss);
   return found;
 }
 
@@ -65,7 +64,7 @@ std::string makeFile(std::string const& name, std::optional<Revision> acceptedLo
     // SQLite takes a file of one byte for an empty one.
     std::error_code error;
     if (std::filesystem::file_size(file, error) == 1)
-      throw StoreError(printable(name, name.size()) + ": is no state file: it has one byte");
+      throw StoreError(printable(name) + ": is no state file: it has one byte");
     return file.string();
   }
   makeFolder(name, file.parent_path());

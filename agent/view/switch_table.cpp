@@ -12,11 +12,9 @@
 namespace Agent {
 namespace {
 
-std::string shown(std::string_view text) { return printable(text, text.size()); }
+std::string nameCell(SwitchRow const& row) { return printable(row.name); }
 
-std::string nameCell(SwitchRow const& row) { return shown(row.name); }
-
-std::string systemIdCell(SwitchRow const& row) { return row.systemId ? shown(*row.systemId) : "-"; }
+std::string systemIdCell(SwitchRow const& row) { return row.systemId ? printable(*row.systemId) : "-"; }
 
 std::string stateCell(SwitchRow const& row) { return row.state; }
 
@@ -62,7 +60,7 @@ Colour stateColour(SwitchProgress progress) {
 
 std::string publishedText(PublishedService const& published) {
   std::string paths;
-  for (std::string const& path : published.mounts) paths.append(paths.empty() ? "" : ", ").append(shown(path));
+  for (std::string const& path : published.mounts) paths.append(paths.empty() ? "" : ", ").append(printable(path));
   return (paths.empty() ? "no mounts" : "mounts " + paths) + (published.isReady ? " (ready)" : " (not ready)");
 }
 
@@ -71,8 +69,9 @@ std::string serviceText(SwitchRow const& row) {
   std::vector<std::array<std::string, 3>> lines;
   std::array<std::size_t, 2> widths{};
   for (ServiceRow const& service : row.services) {
-    auto const& line = lines.emplace_back(std::array{
-        shown(service.service), shown(service.outcome), service.published ? publishedText(*service.published) : ""});
+    auto const& line = lines.emplace_back(std::array{printable(service.service),
+                                                     printable(service.outcome),
+                                                     service.published ? publishedText(*service.published) : ""});
     for (std::size_t c = 0; c < widths.size(); ++c) widths[c] = std::max(widths[c], width(line[c]));
   }
   std::string text;
