@@ -64,4 +64,12 @@ Host::Host(Nox::Library const& library, std::function<void(Controllerdb::AgentTa
                     tables_.peers});
 }
 
+bool Host::isServed(Nox::Name const& registration) const {
+  auto const read = [](Value const& of, char const* attribute, std::initializer_list<Value> key = {}) {
+    return of.isNull() ? Value() : Nox::GenericIf(of.object()).attributeOp(attribute, Op::kRead, key);
+  };
+  Value const machines = read(Value(root_), "registryRootSm");
+  return !read(read(machines, "registrySm", {registration}), "configSm").isNull();
+}
+
 }  // namespace Agent

@@ -22,6 +22,9 @@ class Host {
   Controllerdb::AgentTables& tables() noexcept { return tables_; }
   Nox::Ptr<Nox::Entity> const& root() const noexcept { return root_; }
 
+  /// Whether the registry has a machine for the registration of that name, so that it answers it.
+  bool isServed(Nox::Name const& registration) const;
+
  private:
   Nox::Ptr<Nox::Entity> root_;
   Controllerdb::AgentTables tables_;

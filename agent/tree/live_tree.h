@@ -43,6 +43,8 @@ class LiveTree {
   TurnResult const& firstTurn() const noexcept { return firstTurn_; }
 
   Controllerdb::AgentTables const& tables() noexcept { return host_.tables(); }
+  /// Whether the registry has a machine for the registration of that name.
+  bool isServed(Nox::Name const& registration) const { return host_.isServed(registration); }
 
   /// Applies the operations in one turn, or none of them. Heartbeats that are put get this time to live. Throws an
   /// InputError with its path, and a field that starts inside the document, if the tree does not take one, and a

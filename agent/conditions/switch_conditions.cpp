@@ -1,0 +1,260 @@
+// Finds the switches that a turn concerns, and judges them again.
+#include "agent/conditions/switch_conditions.h"
+
+#include <algorithm>
+
+#include "agent/conditions/switch_records.h"
+
+namespace Agent {
+
+using Nox::Name;
+
+namespace {
+
+SystemId const kLowest{};
+
+/// The name in the row of that system id; nothing without a row.
+std::optional<std::string> nameInRow(Controllerdb::AgentTables const& tables, SystemId const& id) {
+  auto const* const row = tables.controllerStatus->switchStatus().find(id);
+  if (row == nullptr || !row->value()) return std::nullopt;
+  return std::string(row->value()->name().view());
+}
+
+}  // namespace
+
+/// One turn on its way through the switches.
+class SwitchConditions::Judging {
+ public:
+  Judging(SwitchConditions& conditions, Registry const& registry, Since const& now)
+      : to_(conditions), registry_(registry), now_(now) {}
+
+  void all() {
+    for (auto const& [name, judged] : to_.switches_) concerned_.insert(name);
+    for (auto const& entry : registry_.tables.registrationRootDir->entries())
+      concerned_.insert(std::string(entry.fwkKey().view()));
+  }
+
+  void concern(DocumentChange const& change, bool isExpiry) {
+    Path const path = parsePath(change.path);
+    switch (path.place.source()) {
+      case Source::kHeartbeats:
+        return heartbeat(path.systemId, change.text != nullptr, isExpiry);
+      case Source::kSwitch:
+        concerned_.insert(path.names[0]);
+        return;
+      case Source::kMounts:
+      case Source::kOperator:
+        if (path.place.hasSystemId()) return withId(path.systemId);
+        if (!path.names[0].empty()) return withService(path.names[0]);
+        return all();
+      case Source::kRegistry:
+        if (!path.place.hasSystemId())
+          concerned_.insert(path.names[0]);
+        else
+          row(path.systemId);
+        return;
+    }
+  }
+
+  std::vector<Transition> judge() {
+    // Identities first: they decide which other switches the turn concerns.
+    for (std::set<std::string> left = concerned_; !left.empty();) {
+      std::set<std::string> const before = concerned_;
+      for (std::string const& name : left) identify(name);
+      left.clear();
+      std::set_difference(
+          concerned_.begin(), concerned_.end(), before.begin(), before.end(), std::inserter(left, left.end()));
+    }
+    for (std::string const& name : concerned_) judge(name);
+    return std::move(transitions_);
+  }
+
+ private:
+  void heartbeat(SystemId const& id, bool isThere, bool isExpiry) {
+    to_.unrenewed_.erase(id);
+    forEachWithId(id, [&](std::string const& name) {
+      concerned_.insert(name);
+      if (!isThere) ended_[name] = isExpiry ? HeartbeatSeen::kExpired : HeartbeatSeen::kDeleted;
+    });
+  }
+
+  template <class Visit>
+  void forEachWithId(SystemId const& id, Visit const& visit) const {
+    for (auto at = to_.names_.lower_bound({id, ""}); at != to_.names_.end() && at->first == id; ++at) visit(at->second);
+  }
+  void withId(SystemId const& id) {
+    forEachWithId(id, [&](std::string const& name) { concerned_.insert(name); });
+  }
+
+  void withService(std::string const& service) {
+    for (auto const& [name, judged] : to_.switches_)
+      if (judged.hasService(service)) concerned_.insert(name);
+  }
+
+  /// A row, or what it names, may have changed.
+  void row(SystemId const& id) {
+    std::erase_if(to_.ghosts_, [&](auto const& ghost) {
+      if (ghost.second == id) concerned_.insert(ghost.first);
+      return ghost.second == id;
+    });
+    withId(id);
+    auto const name = nameInRow(registry_.tables, id);
+    if (!name) return;
+    concerned_.insert(*name);
+    auto const& config = SwitchRecords(registry_.tables, Name(*name)).config;
+    if (!config || config->systemId() != id) to_.ghosts_.insert({*name, id});
+  }
+
+  /// Notes the system id that the switch has now.
+  void identify(std::string const& name) {
+    auto const known = to_.switches_.find(name);
+    std::optional<SystemId> const before = known != to_.switches_.end() ? known->second.systemId : std::nullopt;
+    auto const& config = SwitchRecords(registry_.tables, Name(name)).config;
+    std::optional<SystemId> const now = config ? std::optional(config->systemId()) : std::nullopt;
+    if (before == now) return;
+    if (before) to_.names_.erase({*before, name});
+    if (now) to_.names_.insert({*now, name});
+    for (auto const& id : {before, now})
+      if (id) row(*id);
+  }
+
+  HeartbeatSeen seen(SystemId const& id, HeartbeatSeen lastEnd) const {
+    if (!registry_.tables.peers->peer().has(id)) return lastEnd;
+    return to_.unrenewed_.contains(id) ? HeartbeatSeen::kUnrenewed : HeartbeatSeen::kPut;
+  }
+
+  void judge(std::string const& name) {
+    Name const key(name);
+    auto const known = to_.switches_.find(name);
+    if (!registry_.tables.registrationRootDir->entries().has(key)) {
+      if (known != to_.switches_.end()) to_.put(name, std::nullopt, now_.revision);
+      return;
+    }
+    JudgedSwitch judged;
+    if (known != to_.switches_.end()) judged.lastEnd = known->second.lastEnd;
+    if (auto const end = ended_.find(name); end != ended_.end()) judged.lastEnd = end->second;
+    SwitchSurroundings surroundings{.isServed = registry_.isServed(key)};
+    if (auto const& config = SwitchRecords(registry_.tables, key).config) {
+      SystemId const id = config->systemId();
+      judged.systemId = id;
+      surroundings.heartbeat = seen(id, judged.lastEnd);
+      auto const first = to_.names_.lower_bound({id, ""});
+      surroundings.isShared =
+          first->second != name || (std::next(first) != to_.names_.end() && std::next(first)->first == id);
+      auto const ghost = to_.ghosts_.lower_bound({name, kLowest});
+      surroundings.hasGhost = ghost != to_.ghosts_.end() && ghost->first == name;
+    }
+    bool isNew = known == to_.switches_.end() || known->second.systemId != judged.systemId;
+    std::span<TimedJudgement const> before;
+    if (known != to_.switches_.end()) before = known->second.conditions;
+    // Both are in the same order.
+    for (Judgement& judgement : Agent::judge(registry_.tables, key, surroundings)) {
+      while (!before.empty() && before.front().judgement.isBefore(judgement)) before = before.subspan(1);
+      bool const isSame = !before.empty() && before.front().judgement == judgement;
+      if (!isSame) transitions_.push_back({name, judgement, now_});
+      judged.conditions.push_back({std::move(judgement), isSame ? before.front().since : now_});
+      isNew = isNew || !isSame;
+    }
+    isNew =
+        isNew || judged.conditions.size() != known->second.conditions.size() || judged.lastEnd != known->second.lastEnd;
+    if (isNew) to_.put(name, std::move(judged), now_.revision);
+  }
+
+  SwitchConditions& to_;
+  Registry const& registry_;
+  Since const now_;
+  std::set<std::string> concerned_;
+  std::map<std::string, HeartbeatSeen> ended_;
+  std::vector<Transition> transitions_;
+};
+
+bool JudgedSwitch::hasService(std::string_view service) const {
+  auto const isLess = [](TimedJudgement const& one, std::string_view of) {
+    return !one.judgement.condition.isOfService() || one.judgement.service.view() < of;
+  };
+  auto const found = std::lower_bound(conditions.begin(), conditions.end(), service, isLess);
+  return found != conditions.end() && found->judgement.service.view() == service;
+}
+
+void SwitchConditions::begin(Registry const& registry, std::set<SystemId> unrenewed, Since const& now) {
+  unrenewed_ = std::move(unrenewed);
+  names_.clear();
+  ghosts_.clear();
+  for (auto& [name, judged] : switches_) judged.systemId = std::nullopt;
+  Judging judging(*this, registry, now);
+  judging.all();
+  judging.judge();
+}
+
+std::vector<Transition> SwitchConditions::turn(Registry const& registry, std::span<DocumentChange const> changes,
+                                               Since const& now, bool isExpiry) {
+  Judging judging(*this, registry, now);
+  for (DocumentChange const& change : changes) judging.concern(change, isExpiry);
+  return judging.judge();
+}
+
+void SwitchConditions::put(std::string const& name, std::optional<JudgedSwitch> judged, Revision revision) {
+  auto const known = switches_.find(name);
+  std::optional<JudgedSwitch> before;
+  if (known != switches_.end()) before = std::move(known->second);
+  before_[name].push_back({revision, std::move(before)});
+  if (judged)
+    switches_[name] = *std::move(judged);
+  else
+    switches_.erase(name);
+}
+
+void SwitchConditions::keptIs(Revision revision) {
+  for (auto& [name, all] : before_)
+    std::erase_if(all, [&](Before const& before) { return before.revision <= revision; });
+  std::erase_if(before_, [](auto const& of) { return of.second.empty(); });
+}
+
+void SwitchConditions::undo() {
+  for (auto& [name, all] : before_) {
+    if (auto& first = all.front().judged)
+      switches_[name] = *std::move(first);
+    else
+      switches_.erase(name);
+  }
+  before_.clear();
+}
+
+JudgedSwitch const* SwitchConditions::find(std::string_view name) const {
+  if (auto const before = before_.find(name); before != before_.end()) {
+    auto const& kept = before->second.front().judged;
+    return kept ? &*kept : nullptr;
+  }
+  auto const found = switches_.find(name);
+  return found != switches_.end() ? &found->second : nullptr;
+}
+
+void SwitchConditions::forEach(
+    std::string_view after,
+    std::function<bool(std::string const& name, JudgedSwitch const& judged)> const& visit) const {
+  auto now = switches_.upper_bound(after);
+  auto before = before_.upper_bound(after);
+  while (now != switches_.end() || before != before_.end()) {
+    bool const isChanged = before != before_.end() && (now == switches_.end() || before->first <= now->first);
+    std::string const& name = isChanged ? before->first : now->first;
+    JudgedSwitch const* const judged = isChanged ? find(name) : &now->second;
+    if (judged != nullptr && !visit(name, *judged)) return;
+    if (now != switches_.end() && now->first == name) ++now;
+    if (isChanged) ++before;
+  }
+}
+
+SwitchNeighbours SwitchConditions::neighbours(std::string const& name) const {
+  SwitchNeighbours neighbours;
+  auto const known = switches_.find(name);
+  if (known != switches_.end() && known->second.systemId) {
+    SystemId const id = *known->second.systemId;
+    for (auto at = names_.lower_bound({id, ""}); at != names_.end() && at->first == id; ++at)
+      if (at->second != name) neighbours.sharers.push_back(at->second);
+  }
+  for (auto at = ghosts_.lower_bound({name, kLowest}); at != ghosts_.end() && at->first == name; ++at)
+    neighbours.ghosts.emplace_back(at->second.stringValue().view());
+  return neighbours;
+}
+
+}  // namespace Agent
