@@ -19,6 +19,7 @@ ExitCode runCommand(ApplyOptions const& options, ClientSurroundings const& surro
 ExitCode runCommand(DumpOptions const& options, ClientSurroundings const& surroundings);
 ExitCode runCommand(BackupOptions const& options, ClientSurroundings const& surroundings);
 ExitCode runCommand(SwitchesOptions const& options, ClientSurroundings const& surroundings);
+ExitCode runCommand(ExplainOptions const& options, ClientSurroundings const& surroundings);
 ExitCode runCommand(FleetOptions const& options, ClientSurroundings const& surroundings);
 
 /// Runs a command and returns the exit status. What went wrong has been noted in one line.

@@ -38,6 +38,8 @@ std::string eventIdProblem(std::string const& text) {
 
 std::string pathProblem(std::string const& text) { return text.empty() ? "empty path" : ""; }
 
+std::string nameProblem(std::string const& text) { return text.empty() ? "empty name" : ""; }
+
 std::string serverProblem(std::string const& text) { return text.empty() ? "empty server" : ""; }
 
 /// An option for a time.
@@ -126,6 +128,11 @@ void describe(CommandLine& line, BackupOptions& options) {
 
 void describe(CommandLine& line, SwitchesOptions& options) {
   line.flag("--watch", options.isWatched, "Print it anew when something has changed");
+}
+
+void describe(CommandLine& line, ExplainOptions& options) {
+  line.require(line.option("SWITCH", &options.name, "The name of its registration", nameProblem));
+  line.option("SERVICE", &options.service, "Only the conditions of this service");
 }
 
 void describe(CommandLine& line, FleetOptions& options) {

@@ -98,6 +98,14 @@ struct SwitchesOptions {
   bool isWatched = false;
 };
 
+/// `enrolix explain`: says why a switch is ready or not.
+struct ExplainOptions {
+  ClientCommonOptions common;
+  std::string name;
+  /// Of this service alone.
+  std::optional<std::string> service;
+};
+
 /// `enrolix fleet`: plays switches.
 struct FleetOptions {
   ClientCommonOptions common;
@@ -125,6 +133,7 @@ void describe(CommandLine& line, ApplyOptions& options);
 void describe(CommandLine& line, DumpOptions& options);
 void describe(CommandLine& line, BackupOptions& options);
 void describe(CommandLine& line, SwitchesOptions& options);
+void describe(CommandLine& line, ExplainOptions& options);
 void describe(CommandLine& line, FleetOptions& options);
 
 }  // namespace Agent

@@ -64,6 +64,7 @@ constexpr Command kCommands[] = {
     asking<DumpOptions>("dump", "Print the tree as replay does"),
     asking<BackupOptions>("backup", "Copy the whole state to a file, from which restore makes a state"),
     asking<SwitchesOptions>("switches", "Print the table of switches"),
+    asking<ExplainOptions>("explain", "Say why a switch is ready or not, since when, and what clears it"),
     command<FleetOptions>("fleet", "Play switches that enrol, stay alive, and go and come",
                           [](auto const& options) {
                             keepInterruptsForSleep();

@@ -56,6 +56,13 @@ bool TreeApi::Call::flag(std::string_view name) const {
   return true;
 }
 
+std::size_t TreeApi::Call::number(std::string_view name) const {
+  std::size_t number = 0;
+  std::string const& text = target.query.find(name)->second;
+  if (!readNumber(text, number)) refuseParameter(std::string(name), "a number of digits", text);
+  return number;
+}
+
 std::string TreeApi::Call::parameter(std::string_view name) const {
   auto const found = target.query.find(name);
   return found != target.query.end() ? found->second : std::string();

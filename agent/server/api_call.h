@@ -43,6 +43,8 @@ struct TreeApi::Call : std::enable_shared_from_this<Call> {
   Target target;
   /// The document that the target names; nothing for any other resource.
   std::optional<Path> document;
+  /// What the target's path has for the name at the end of a resource that is no document.
+  std::string rest;
 
   bool isRead() const { return request.method == "GET" || request.method == "HEAD"; }
   /// The route that the request takes, which also gives `document`. Throws a 404 if there is no such resource, a 405
@@ -57,6 +59,8 @@ struct TreeApi::Call : std::enable_shared_from_this<Call> {
   std::optional<Service::TimeToLive> timeToLive() const;
   /// A parameter that is 0 or 1, and 0 where it is missing.
   bool flag(std::string_view name) const;
+  /// A parameter that is there, as a number.
+  std::size_t number(std::string_view name) const;
   std::string parameter(std::string_view name) const;
 };
 

@@ -8,14 +8,19 @@ namespace Agent {
 namespace {
 
 constexpr std::string_view kAnyPath = "<path>";
+constexpr std::string_view kAnySwitch = "<switch>";
 /// A request with a longer body is not urgent, in bytes.
 constexpr std::size_t kLongBody = std::size_t{64} * 1024;
 
 bool isOfDocument(std::string_view resource) { return resource.ends_with(kAnyPath); }
 
+/// What all paths of the resource begin with.
+std::string_view stemOf(std::string_view resource) { return resource.substr(0, resource.find('<')); }
+
 bool isAt(std::string_view resource, std::string_view path) {
-  return isOfDocument(resource) ? path.starts_with(resource.substr(0, resource.size() - kAnyPath.size()))
-                                : path == resource;
+  if (isOfDocument(resource)) return path.starts_with(stemOf(resource));
+  if (!resource.ends_with(kAnySwitch)) return path == resource;
+  return path.starts_with(stemOf(resource)) && path.size() > stemOf(resource).size();
 }
 
 bool takes(TreeApi::Route const& route, std::string_view method) {
@@ -56,6 +61,13 @@ std::span<TreeApi::Route const> TreeApi::routes() {
       {"DELETE", "/v1/tree/<path>", "", kConditional | kRepeatable, Urgency::kOperator, &TreeApi::deleteDocument},
       {"GET", "/v1/tree", "prefix=P", kConditional | kRepeatable, Urgency::kBulk, &TreeApi::listDocuments},
       {"POST", "/v1/tree", "atomic=1&ttl=SECONDS", kConditional, Urgency::kBulk, &TreeApi::postBatch},
+      {"GET",
+       "/v1/switches",
+       "ready=1&reason=CODE&service=S&name=GLOB&systemId=ID&limit=COUNT&after=NAME",
+       kRepeatable,
+       Urgency::kOperator,
+       &TreeApi::listSwitches},
+      {"GET", "/v1/switches/<switch>", "", kRepeatable | Route::kBetweenTurns, Urgency::kOperator, &TreeApi::getSwitch},
       {"GET", "/v1/watch", "prefix=P&after=ID", kRepeatable, Urgency::kOperator, &TreeApi::watch},
       {"GET", "/v1/backup", "", kConditional | kRepeatable, Urgency::kBulk, &TreeApi::backup},
       {"GET", "/healthz", "", kRepeatable, Urgency::kHealth, &TreeApi::health},
@@ -75,8 +87,8 @@ TreeApi::Route const& TreeApi::Call::findRoute() {
   std::string allowed;
   for (Route const& route : routes()) {
     if (!isAt(route.resource, target.path)) continue;
-    if (isOfDocument(route.resource) && !document)
-      document = pathOf(target.path.substr(route.resource.size() - kAnyPath.size()));
+    if (isOfDocument(route.resource) && !document) document = pathOf(target.path.substr(stemOf(route.resource).size()));
+    rest = target.path.substr(stemOf(route.resource).size());
     if (takes(route, request.method)) return route;
     allowed.append(allowed.empty() ? "" : ", ").append(route.method == "GET" ? "GET, HEAD" : route.method);
   }

@@ -75,6 +75,7 @@ void Service::start(std::optional<std::map<std::string, std::chrono::millisecond
     if (time) awakeMatters_ = std::max(awakeMatters_, awake_ + *time);
   }
   TurnResult first = tree_->firstTurn();
+  beginConditions(first.turn.revision);
   keepTurn(first);
 }
 
@@ -92,6 +93,7 @@ TurnResult Service::apply(std::span<Operation const> operations, std::optional<T
   }
   TurnResult result = applyToTree(operations, ttl, refused);
   if (result.failure) log_.error("handler_failed", {{"reason", *result.failure}});
+  conditions_.turn(registry(), result.turn.changes, since(result.turn.revision), isExpiring_);
   renew(operations, ttl);
   keepTurn(result);
   return result;
@@ -122,6 +124,7 @@ CommittedTurn Service::takeRenewed() {
     Document const& document = known->second;
     turn.changes.push_back({path, document.text, document.revision, document.timeToLive, true});
   }
+  conditions_.turn(registry(), turn.changes, since(turn.revision), false);
   return turn;
 }
 
@@ -173,7 +176,7 @@ void Service::goOn() {
 }
 
 void Service::keepTurn(TurnResult const& result) {
-  if (result.turn.changes.empty()) return;
+  if (result.turn.changes.empty()) return conditions_.keptIs(result.turn.revision);
   open_.turns.push_back(result.turn);
   if (open_.turns.size() > 1 || isStoreBusy()) return;
   // Behind whatever is ready to be read now, and once more behind what that makes ready: all of it shares one commit.
@@ -234,6 +237,10 @@ void Service::expire() {
     if (lifetimes_.has(path)) continue;
     log_.warning("heartbeat_expired", {{"path", path}});
     Operation const operation{parsePath(path), std::nullopt};
+    struct Expiring {
+      bool& is;
+      ~Expiring() { is = false; }
+    } const expiring{isExpiring_ = true};
     apply({&operation, 1});
   }
 }

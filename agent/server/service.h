@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "agent/conditions/switch_conditions.h"
 #include "agent/net/event_loop.h"
 #include "agent/server/backup.h"
 #include "agent/server/event_log.h"
@@ -83,6 +84,11 @@ class Service {
 
   ServerWatches& watches() noexcept { return *watches_; }
 
+  /// The conditions of the switches that are kept.
+  SwitchConditions const& conditions() const noexcept { return conditions_; }
+  /// An explanation for each of a switch's conditions. Not in the middle of a turn.
+  std::vector<Explanation> explain(std::string const& name, JudgedSwitch const& judged) const;
+
   /// All documents that are kept now, as the body of a response.
   std::unique_ptr<BodySource> backup();
   /// Backups that are being read.
@@ -127,6 +133,9 @@ class Service {
   bool isRefresh(std::span<Operation const> operations, std::optional<std::chrono::milliseconds> timeToLive) const;
   void renew(std::span<Operation const> operations, std::optional<std::chrono::milliseconds> timeToLive);
   CommittedTurn takeRenewed();
+  SwitchConditions::Registry registry();
+  static Since since(Revision revision);
+  void beginConditions(Revision revision);
 
   EventLoop& loop_;
   Nox::Library const& library_;
@@ -138,6 +147,7 @@ class Service {
   std::size_t switches_ = 0;
   /// The registry on the latest documents; none while the store takes no writes.
   std::unique_ptr<LiveTree> tree_;
+  SwitchConditions conditions_;
   std::shared_ptr<ServerWatches> watches_;
   std::shared_ptr<BackupHub> backups_;
   Lifetimes lifetimes_;
@@ -156,6 +166,7 @@ class Service {
   Group open_;
   Group committing_;
   bool isApplying_ = false;
+  bool isExpiring_ = false;
   bool hasBreathed_ = false;
   bool hasForeignTurns_ = false;
   /// How a commit has failed that ended in the middle of a turn.

@@ -135,6 +135,7 @@ std::vector<std::function<void(StoreError const*)>> Service::undo() {
     group = {};
   }
   latest_.revision = kept_.revision;
+  conditions_.undo();
   return waiting;
 }
 
@@ -160,6 +161,7 @@ void Service::restartFrom(TreeDocuments documents) {
 }
 
 void Service::show(CommittedTurn const& turn) {
+  conditions_.keptIs(turn.revision);
   std::vector<DocumentBefore> const before = applyTo(kept_, turn);
   for (std::size_t at = 0; at < before.size(); ++at)
     if (before[at].path.starts_with(kSwitches))

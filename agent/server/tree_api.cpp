@@ -35,7 +35,8 @@ void TreeApi::handle(HttpRequest request, HttpAnswer answer) {
     call->requireParameters(route);
     // A heartbeat that says what it said before changes nothing; whether it does is seen when it is its turn.
     bool const isHeartbeat = call->document && call->document->place.expires() && call->request.method == "PUT";
-    queue(*call, route, call->isRead() || isHeartbeat);
+    bool const isBetweenTurns = (route.traits & Route::kBetweenTurns) != 0;
+    queue(*call, route, (call->isRead() && !isBetweenTurns) || isHeartbeat);
   });
 }
 

@@ -43,13 +43,15 @@ class TreeApi {
   struct Route {
     /// What a route may be, as bits of `traits`.
     enum Trait : unsigned {
-      kConditional = 1,  ///< If-Match and If-None-Match are heeded.
-      kRepeatable = 2,   ///< Sent again, as after an answer that was lost, it changes nothing more.
+      kConditional = 1,   ///< If-Match and If-None-Match are heeded.
+      kRepeatable = 2,    ///< Sent again, as after an answer that was lost, it changes nothing more.
+      kBetweenTurns = 4,  ///< It is not answered in the middle of a turn that takes long.
     };
 
     /// With GET, HEAD is taken too.
     std::string_view method;
-    /// The path of the request; `<path>` at its end stands for the path of any document.
+    /// The path of the request; `<path>` at its end stands for the path of any document, and `<switch>` for the name of
+    /// a registration.
     std::string_view resource;
     /// What the query may have, as the documents write it: "prefix=P&after=ID".
     std::string_view query;
@@ -110,6 +112,8 @@ class TreeApi {
   void forget(std::shared_ptr<Batch> const& batch);
   void keep(std::shared_ptr<Batch> const& batch);
   void finish(std::shared_ptr<Batch> const& batch);
+  void listSwitches(Call& call);
+  void getSwitch(Call& call);
   void watch(Call& call);
   void backup(Call& call);
   void health(Call& call);

@@ -1,0 +1,50 @@
+// The service and the conditions of its switches.
+#include <chrono>
+
+#include "agent/document/json_reader.h"
+#include "agent/server/service.h"
+#include "agent/tree/state_tree.h"
+
+namespace Agent {
+
+SwitchConditions::Registry Service::registry() {
+  return {tree_->tables(), [this](Nox::Name const& name) { return tree_->isServed(name); }};
+}
+
+Since Service::since(Revision revision) { return {revision, std::chrono::system_clock::now()}; }
+
+// Until its heartbeat is put again or expires, it is not known whether a switch that was heard before the start is.
+void Service::beginConditions(Revision revision) {
+  std::set<SystemId> unrenewed;
+  constexpr Place kHeartbeat("heartbeat/<systemId>");
+  auto const [begin, end] = withPrefix(latest_.documents, kHeartbeat.prefix());
+  for (auto at = begin; at != end; ++at)
+    if (at->second.timeToLive) unrenewed.insert(parsePath(at->first).systemId);
+  conditions_.begin(registry(), std::move(unrenewed), since(revision));
+}
+
+// The values that decided are those of the documents that are kept, as the conditions are.
+std::vector<Explanation> Service::explain(std::string const& name, JudgedSwitch const& judged) const {
+  Controllerdb::AgentTables tables;
+  StateTree tree(tables);
+  auto const add = [&](std::string const& path) {
+    auto const found = kept_.documents.find(path);
+    if (found != kept_.documents.end()) tree.restore(parsePath(path), readJson(*found->second.text));
+  };
+  Nox::Turn const turn;
+  for (char const* const path : {"controller/config", "controller/status"}) add(path);
+  auto const [begin, end] = withPrefix(kept_.documents, textAt("registration/<switch>", {name}) + "/");
+  for (auto at = begin; at != end; ++at) add(at->first);
+  if (judged.systemId) add(textAt("mount/offer/<systemId>", {judged.systemId->stringValue().view()}));
+  std::vector<Explanation> all;
+  SwitchNeighbours const neighbours = conditions_.neighbours(name);
+  for (auto const& [judgement, when] : judged.conditions) {
+    if (judgement.condition == Condition("Negotiated"))
+      for (Place const place : {Place("service/config/<service>"), Place("service/override/<service>")})
+        add(textAt(place, {judgement.service.view()}));
+    all.push_back(Agent::explain(tables, Nox::Name(name), judgement, neighbours));
+  }
+  return all;
+}
+
+}  // namespace Agent
