@@ -52,6 +52,9 @@ std::uintmax_t SqliteDatabase::fileSize() const {
   sqlite3_int64 size = 0;
   int const code = main.pMethods->xFileSize(&main, &size);
   if (code != SQLITE_OK) fail(std::string("cannot be read: ") + sqlite3_errstr(code));
+  // SQLite takes a file of one byte for an empty one.
+  char byte = 0;
+  if (size == 0 && main.pMethods->xRead(&main, &byte, 1, 0) == SQLITE_OK) size = 1;
   return static_cast<std::uintmax_t>(size);
 }
 

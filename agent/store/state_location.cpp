@@ -60,13 +60,7 @@ Located locate(std::string const& name, std::optional<Revision> acceptedLoss) {
 
 std::string makeFile(std::string const& name, std::optional<Revision> acceptedLoss) {
   auto const [file, isThere] = locate(name, acceptedLoss);
-  if (isThere) {
-    // SQLite takes a file of one byte for an empty one.
-    std::error_code error;
-    if (std::filesystem::file_size(file, error) == 1)
-      throw StoreError(printable(name) + ": is no state file: it has one byte");
-    return file.string();
-  }
+  if (isThere) return file.string();
   makeFolder(name, file.parent_path());
   int const descriptor = ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
   if (descriptor < 0) fail(name, "cannot be made", errno);
