@@ -5,6 +5,8 @@
 
 namespace Agent {
 
+static constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+
 std::optional<ScenarioPiece> ScenarioPieces::next() {
   ScenarioPiece piece;
   piece.firstLine = line_ + 1;
@@ -17,7 +19,9 @@ std::optional<ScenarioPiece> ScenarioPieces::next() {
   }
   if (piece.lines == 0) return std::nullopt;
   line_ += piece.lines;
-  piece.text = read_.substr(0, end);
+  // The piece is read as a scenario of its own, in front of which one byte order mark is left out.
+  if (read_.starts_with(kByteOrderMark)) piece.text = kByteOrderMark;
+  piece.text.append(read_, 0, end);
   read_.erase(0, end);
   return piece;
 }
@@ -31,7 +35,6 @@ bool ScenarioPieces::fill() {
 }
 
 std::size_t ScenarioPieces::lineSize(std::size_t at) {
-  constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
   if (!isStarted_) {
     while (read_.size() < kByteOrderMark.size() && fill()) {
     }

@@ -24,8 +24,9 @@ struct ScenarioPiece {
   std::size_t lines = 0;
 };
 
-/// Cuts one scenario. What the lines hold is not looked at; a byte order mark in front of the first is left out. Memory
-/// stays within the size of a piece and a line.
+/// Cuts one scenario. What the lines hold is not looked at; a byte order mark in front of the first is left out; a
+/// piece that begins with another one gets one more, lest it be left out with the piece. Memory stays within the size
+/// of a piece and a line.
 class ScenarioPieces {
  public:
   explicit ScenarioPieces(std::unique_ptr<ByteSource> source, PieceLimits const& limits = {})

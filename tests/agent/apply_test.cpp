@@ -61,6 +61,14 @@ TEST(ScenarioPieces, TogetherAreTheFileAndKeepTheirBounds) {
   }
 }
 
+TEST(ScenarioPieces, LeaveOutOneByteOrderMarkAtTheVeryStart) {
+  std::string const mark = "\xEF\xBB\xBF";
+  ScenarioPieces pieces(std::make_unique<Text>(mark + mark + "a\nb\n" + mark + "c\n", 2), {10, 1});
+  EXPECT_EQ(pieces.next()->text, mark + mark + "a\n");
+  EXPECT_EQ(pieces.next()->text, "b\n");
+  EXPECT_EQ(pieces.next()->text, mark + mark + "c\n");
+}
+
 TEST(ScenarioPieces, RefuseALineWithoutEnd) {
   ScenarioPieces pieces(std::make_unique<Text>("{}\n" + std::string(kMaximumLineBytes + 64 * 1024, 'x'), 1u << 20u),
                         {10, 1});
