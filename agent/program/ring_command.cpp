@@ -4,6 +4,7 @@
 #include <sstream>
 #include <system_error>
 
+#include "agent/document/input_error.h"
 #include "framework/trace/swiftlog_reader.h"
 
 namespace Agent {
@@ -13,13 +14,16 @@ void describe(CommandLine& line, RingOptions& options) {
 }
 
 std::string ringText(RingOptions const& options) {
-  std::ostringstream text;
+  std::stringstream text;
   try {
     Swiftlog::printRingFile(options.file, text);
   } catch (std::system_error const& error) {
     throw FileError(options.file, error.code().message());
   }
-  return std::move(text).str();
+  // A message has what a program wrote, in no encoding that is known.
+  std::string shown;
+  for (std::string line; std::getline(text, line);) shown += printable(line, line.size()) + "\n";
+  return shown;
 }
 
 }  // namespace Agent

@@ -155,6 +155,21 @@ TEST(Replay, KeepsTheRingTraceInAFile) {
   EXPECT_EQ(runProgram(folder, "ring missing").err, "missing: No such file or directory\n");
 }
 
+TEST(Replay, RingPrintsWhatIsNoPlainTextAsEscapes) {
+  Folder folder;
+  folder.write("s",
+               R"({"put": "controller/status", "value": {"controllerUUID": "12345678"}})"
+               "\n" +
+                   std::string(kOneSwitch));
+  EXPECT_EQ(runProgram(folder, "replay --ring trace s").status, 0);
+  std::string trace = readFile(folder / "trace");
+  std::size_t const at = trace.find("12345678");
+  ASSERT_NE(at, std::string::npos);
+  folder.write("trace", trace.replace(at, 8, "\xff\xe2\x80\xa8\xc3\xa9\x1b\n"));
+  EXPECT_THAT(runProgram(folder, "ring trace").out,
+              HasSubstr("sending uuid to switch: \\xff\\u2028\xc3\xa9\\x1B\\n\n"));
+}
+
 TEST(Replay, WritesTheTreeToAFileOnlyWhenItIsComplete) {
   Folder folder;
   folder.write("good", kEnable);
