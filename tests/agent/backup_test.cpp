@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <random>
 #include <sstream>
 
@@ -104,6 +105,43 @@ TEST(Backup, IsBrokenOffWhenTheStateIsReplaced) {
   commitOne(other, {world.service->kept().revision, {}});
   world.loop.run();
   EXPECT_THROW(readAll(*source), std::runtime_error);
+}
+
+// Of 60 copies each comes to keep 5 documents of 1 MB, and of 10 that have read most of it one: 310 MB, and there is
+// room for 268.
+TEST(Backup, TheCopiesThatKeepTheMostAreBrokenOffWhenTheyHaveNoMoreRoom) {
+  ServiceWorld world;
+  auto const putAll = [&](char letter) {
+    for (int n = 0; n < 5; ++n)
+      world.put("registration/a/n" + std::to_string(n), '"' + std::string(1'000'000, letter) + '"');
+  };
+  putAll('a');
+  StoreModel const expected = modelOf(*world.service);
+  struct Copy {
+    std::unique_ptr<BodySource> source;
+    std::string text;
+  };
+  std::vector<Copy> copies(70);
+  for (std::size_t copy = 0; copy < copies.size(); ++copy) {
+    copies[copy].source = world.service->backup();
+    while (copy < 10 && copies[copy].text.size() < 3'500'000) copies[copy].text += *copies[copy].source->next();
+  }
+  putAll('b');
+  std::size_t broken = 0;
+  for (std::size_t copy = 0; copy < copies.size(); ++copy) {
+    try {
+      copies[copy].text += *copies[copy].source->next();
+    } catch (std::runtime_error const& error) {
+      EXPECT_STREQ(error.what(), "the state changes faster than the copy is read");
+      EXPECT_GE(copy, 10U);
+      ++broken;
+      copies[copy].source = nullptr;
+    }
+  }
+  EXPECT_EQ(broken, 9U);
+  auto const left =
+      std::find_if(copies.rbegin(), copies.rend(), [](Copy const& copy) { return copy.source != nullptr; });
+  for (Copy* const copy : {&copies.front(), &*left}) EXPECT_EQ(modelOf(copy->text + readAll(*copy->source)), expected);
 }
 
 TEST(Backup, IsRefusedIfOneByteOfItIsMissingOrAnother) {

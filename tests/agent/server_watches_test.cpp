@@ -287,6 +287,31 @@ TEST(ServerWatches, ASlowReaderKeepsNothingAlive) {
   EXPECT_EQ(slow.documents(), documentsOf(world, "mount/"));
 }
 
+// What of it has been told is no place to resume from, and a document that has begun comes to its end.
+TEST(ServerWatches, ATurnThatLeavesTheHistoryWhileItIsToldEndsInAResync) {
+  ServiceOptions options;
+  options.history = {1, 1};
+  for (int pieces = 1; pieces <= 7; ++pieces) {
+    ServiceWorld world(options);
+    Revision const before = world.service->kept().revision;
+    std::vector<Operation> turn;
+    for (int note = 1000; note < 1300; ++note)
+      turn.push_back(parseOperation(R"({"put": "registration/a/)" + std::to_string(note) + R"(", "value": ")" +
+                                    std::string(note == 1150 ? 200'000 : 1'000, 'x') + "\"}"));
+    Reader reader(world.service->watches(), "registration/", before);
+    world.service->apply(turn);
+    world.loop.run();
+    for (int piece = 0; piece < pieces; ++piece) ASSERT_TRUE(reader.read());
+    EXPECT_EQ(reader.resyncs(), 0);
+    EXPECT_EQ(reader.told(), before);
+    world.put("registration/a/1150", "1");
+    reader.readAll();
+    EXPECT_EQ(reader.resyncs(), 1);
+    EXPECT_EQ(reader.documents(), documentsOf(world, "registration/"));
+    EXPECT_EQ(reader.told(), world.service->kept().revision);
+  }
+}
+
 // Whatever the paces, losses and ends: when a reader has read all, it has the tree.
 TEST(ServerWatches, EveryReaderEndsWithTheTree) {
   std::vector<std::string> const prefixes{"",

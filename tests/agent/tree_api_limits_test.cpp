@@ -85,5 +85,36 @@ TEST_F(TreeApiLimits, ABatchLetsOthersHaveTheirTurn) {
   EXPECT_GE(heard, 3) << "1000 lines are four slices";
 }
 
+// Its lines are few, and each takes some milliseconds.
+TEST_F(TreeApiLimits, ASliceOfABatchEndsAfterItsTime) {
+  std::string body;
+  for (int n = 0; n < 40; ++n) body += std::string(n % 2 == 0 ? kPut : kDrop) + "\n";
+  for (bool const isSlow : {false, true}) {
+    bool isBatchDone = false;
+    int puts = -1;
+    std::function<void()> const passTime = [&] {
+      world.loop.isBusy(std::chrono::milliseconds(1));
+      if (!isBatchDone) world.loop.post(passTime);
+    };
+    std::function<void()> const put = [&] {
+      ++puts;
+      if (isBatchDone) return;
+      api.handle(HttpRequest{"PUT", "/v1/tree/registration/b/x", {}, std::to_string(puts)},
+                 [&](HttpResponse const& /*response*/) { put(); });
+    };
+    if (isSlow) passTime();
+    api.handle(HttpRequest{"POST", "/v1/tree", {}, body}, [&](HttpResponse const& response) {
+      isBatchDone = true;
+      EXPECT_EQ(response.status, 200);
+    });
+    put();
+    world.loop.run();
+    if (isSlow)
+      EXPECT_GE(puts, 10);
+    else
+      EXPECT_LE(puts, 2);
+  }
+}
+
 }  // namespace
 }  // namespace Agent::TreeApiLimitsTest
