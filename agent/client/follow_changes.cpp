@@ -135,7 +135,7 @@ class Feed {
     isShutdown_ = told.kind == Kind::kShutdown;
     understanding([&] {
       Json data = readJson(event.data);
-      if (told.kind != Kind::kShutdown) told.revision = data.at("revision").get<std::uint64_t>();
+      if (told.kind != Kind::kShutdown) told.revision = data.at("revision").get_ref<Json::number_unsigned_t const&>();
       if (told.kind == Kind::kChange) {
         told.path = data.at("path").get<std::string>();
         told.value = std::move(data.at("value"));

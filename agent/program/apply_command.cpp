@@ -66,8 +66,8 @@ class Sender {
     requireSuccess(response);
     understanding([&] {
       Json const answer = readJson(response.body);
-      applied_ += answer.at("applied").get<std::uint64_t>();
-      revision_ = answer.at("revision").get<std::uint64_t>();
+      applied_ += answer.at("applied").get_ref<Json::number_unsigned_t const&>();
+      revision_ = answer.at("revision").get_ref<Json::number_unsigned_t const&>();
     });
     isSent_ = true;
     // Between the pieces, too, no other client may have changed anything.

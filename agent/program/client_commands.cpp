@@ -33,7 +33,7 @@ void printWritten(HttpResponse const& response, std::string const& path, ClientC
   bool existed = true;
   understanding([&] {
     Json const body = readJson(response.body);
-    revision = body.at("revision").get<std::uint64_t>();
+    revision = body.at("revision").get_ref<Json::number_unsigned_t const&>();
     existed = body.value("existed", true);
   });
   if (!existed && !mayBeMissing) refuseMissing(path);

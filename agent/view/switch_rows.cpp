@@ -29,7 +29,7 @@ std::string text(Json const* object, std::string_view key) {
 
 std::optional<std::uint64_t> number(Json const* object, std::string_view key) {
   Json const* const value = member(object, key);
-  return value != nullptr ? std::optional(value->get<std::uint64_t>()) : std::nullopt;
+  return value != nullptr ? std::optional(value->get_ref<Json::number_unsigned_t const&>()) : std::nullopt;
 }
 
 /// What is known of one switch; what is absent is null.

@@ -143,6 +143,8 @@ TEST(FollowChanges, WhatCannotBeUnderstoodEndsIt) {
                             "event: change\ndata: nonsense\n\n",
                             "id: x\n\n",
                             "event: change\ndata: {\"revision\":1,\"path\":2,\"value\":3}\n\n",
+                            "event: change\ndata: {\"revision\":1e80,\"path\":\"a\",\"value\":3}\n\n",
+                            "event: resync\ndata: {\"revision\":-1}\n\n",
                             "event: synced\ndata: [1]\n\n"}) {
     ClientWorld world;
     world.stream({event});
