@@ -203,6 +203,7 @@ void HttpConnection::refuse(int status, std::string const& reason) {
   HttpResponse response = host_.problem(status, reason);
   phase_ = Phase::Answering;
   keepsAlive_ = false;
+  isHead_ = parser_ && parser_->request().method == "HEAD";
   parser_.reset();
   share_.reset();
   in_.clear();

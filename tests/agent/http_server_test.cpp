@@ -74,6 +74,20 @@ TEST(HttpServer, WritesFieldsAndFramesBodies) {
   EXPECT_EQ(client.response().status, 299);
 }
 
+TEST(HttpServer, ARefusalHasABodyUnlessItIsToHead) {
+  RunningServer server(echo);
+  for (bool const toHead : {false, true}) {
+    RawConnection client(server.port());
+    client.send(std::string("HEAD /a HTTP/1.1\r\nHost: here\r\n\r\n") + (toHead ? "HEAD" : "GET") +
+                " /b HTTP/1.1\r\n\r\n");
+    EXPECT_EQ(client.response(true).status, 200);
+    auto const refusal = client.response(toHead);
+    EXPECT_EQ(refusal.status, 400);
+    EXPECT_EQ(refusal.body.empty(), toHead);
+    EXPECT_TRUE(client.ends());
+  }
+}
+
 TEST(HttpServer, TellsThatItWantsTheBody) {
   RunningServer server(echo);
   RawConnection client(server.port());
