@@ -20,19 +20,21 @@ void RequestQueue::add(Urgency urgency, bool mayInterrupt, std::function<void()>
   runLater();
 }
 
-std::function<void()> RequestQueue::runs() {
-  return [self = std::weak_ptr(self_)] {
-    if (auto const queue = self.lock()) (**queue).run();
+std::function<void()> RequestQueue::runs(bool RequestQueue::*isDue) {
+  return [self = std::weak_ptr(self_), isDue] {
+    auto const queue = self.lock();
+    if (!queue) return;
+    (**queue).*isDue = false;
+    (**queue).run();
   };
 }
 
 void RequestQueue::runLater() {
-  if (!std::exchange(isPosted_, true)) loop_.post(runs());
+  if (!std::exchange(isPosted_, true)) loop_.post(runs(&RequestQueue::isPosted_));
 }
 
 // A task may breathe, so that this is called within it.
 void RequestQueue::run() {
-  isPosted_ = isTimed_ = false;
   auto const end = loop_.now() + kTurn;
   for (Line* line = next(); line != nullptr; line = loop_.now() < end ? next() : nullptr) {
     auto const task = std::move(line->front().task);
@@ -45,7 +47,7 @@ void RequestQueue::run() {
     runLater();
   } else if (!std::exchange(isTimed_, true)) {
     // What may not interrupt waits for the end of the task.
-    loop_.at(loop_.now() + kTurn, runs());
+    loop_.at(loop_.now() + kTurn, runs(&RequestQueue::isTimed_));
   }
 }
 

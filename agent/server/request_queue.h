@@ -37,7 +37,8 @@ class RequestQueue {
 
   static constexpr std::size_t kUrgencies = static_cast<std::size_t>(Urgency::kBulk) + 1;
 
-  std::function<void()> runs();
+  /// What runs the queue, which is not due that way any longer: of each way there is one at most.
+  std::function<void()> runs(bool RequestQueue::*isDue);
   void runLater();
   void run();
   Line* next();

@@ -63,6 +63,38 @@ TEST(RequestQueue, LetsNothingWaitForEverAndWhatComesInBeReadEveryMillisecond) {
   EXPECT_GT(read, 10'000u / 10 / 2);
 }
 
+// A task that breathes leaves two ways for the queue to go on: behind what is ready, and when a time is up.
+TEST(RequestQueue, LetsWhatComesInBeReadEveryMillisecondAfterTasksThatBreathed) {
+  FakeLoop loop;
+  bool isInTask = false;
+  RequestQueue queue(loop, [&] { return isInTask; });
+  int left = 200;
+  int sinceRead = 0;
+  int mostSinceRead = 0;
+  std::function<void()> const ask = [&] {
+    queue.add(Urgency::kBulk, false, [&] {
+      mostSinceRead = std::max(mostSinceRead, ++sinceRead);
+      if (--left <= 0) return;
+      ask();
+      isInTask = left > 100;
+      if (isInTask) loop.breathe();
+      isInTask = false;
+      loop.isBusy(1ms);
+    });
+  };
+  ask();
+  ask();
+  std::function<void()> const reader = [&] {
+    sinceRead = 0;
+    if (left > 0) loop.post(reader);
+  };
+  loop.post(reader);
+  loop.run();
+  EXPECT_LE(left, 0);
+  // One of each way.
+  EXPECT_LE(mostSinceRead, 2);
+}
+
 TEST(RequestQueue, EndsWithWhatWaits) {
   FakeLoop loop;
   bool hasRun = false;

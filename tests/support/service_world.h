@@ -33,7 +33,7 @@ class FakeLoop final : public EventLoop {
   }
   void at(Clock::time_point time, std::function<void()> task) override { timers_.emplace(time, std::move(task)); }
 
-  /// Runs all that is ready.
+  /// Runs all that is ready, timers too that are due.
   void run() {
     while (auto const task = next()) task();
   }
@@ -43,8 +43,6 @@ class FakeLoop final : public EventLoop {
     run();
     while (!timers_.empty() && timers_.begin()->first <= end) {
       now_ = std::max(now_, timers_.begin()->first);
-      post(std::move(timers_.begin()->second));
-      timers_.erase(timers_.begin());
       run();
     }
     now_ = end;
@@ -63,6 +61,8 @@ class FakeLoop final : public EventLoop {
     return tasks_.size();
   }
   std::function<void()> next() {
+    for (; !timers_.empty() && timers_.begin()->first <= now_; timers_.erase(timers_.begin()))
+      post(std::move(timers_.begin()->second));
     std::scoped_lock const lock(mutex_);
     if (tasks_.empty()) return nullptr;
     auto task = std::move(tasks_.front());
