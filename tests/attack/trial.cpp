@@ -106,8 +106,9 @@ class Trial {
       // How long the least takes depends on the machine.
       for (int more = 0; options_.isSmall && more < kMore && !hasArrived(); ++more) honest_.ask(kMoreTime);
       judgeLoad();
-      clients.finish();
+      // While attackers end, what the last honest requests take is none of the server's.
       honest_.finish();
+      clients.finish();
     } catch (std::exception const& error) {
       result_.failures.emplace_back(error.what());
     }
