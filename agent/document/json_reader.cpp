@@ -2,9 +2,12 @@
 #include "agent/document/json_reader.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <iterator>
 #include <limits>
 #include <optional>
 
+#include "agent/document/breath.h"
 #include "agent/document/json_fault.h"
 #include "agent/document/utf8.h"
 
@@ -26,7 +29,10 @@ std::string const* duplicateKey(JsonMembers const& members) {
   std::vector<std::string const*> keys;
   keys.reserve(members.size());
   for (auto const& member : members) keys.push_back(&member.first);
-  std::sort(keys.begin(), keys.end(), [](auto const* a, auto const* b) { return *a < *b; });
+  std::sort(keys.begin(), keys.end(), [](auto const* a, auto const* b) {
+    Breath::take();
+    return *a < *b;
+  });
   auto const found =
       std::adjacent_find(keys.begin(), keys.end(), [](auto const* a, auto const* b) { return *a == *b; });
   return found == keys.end() ? nullptr : *found;
@@ -37,7 +43,10 @@ Json toObject(JsonMembers&& members) {
   Json object = Json::object();
   auto& stored = object.get_ref<Json::object_t&>();
   stored.reserve(members.size());
-  for (auto& [key, value] : members) stored.emplace_back(std::move(key), std::move(value));
+  for (auto& [key, value] : members) {
+    Breath::take();
+    stored.emplace_back(std::move(key), std::move(value));
+  }
   return object;
 }
 
@@ -174,6 +183,40 @@ void checkBytes(std::string_view text) {
   if (std::size_t const at = text.find('\0'); at != std::string_view::npos) refuse(at, "a zero byte");
 }
 
+// The characters of a text, of which the parser asks for one after the other; between two small pieces of it others are
+// answered.
+class Characters {
+ public:
+  using iterator_category = std::input_iterator_tag;
+  using value_type = char;
+  using difference_type = std::ptrdiff_t;
+  using pointer = char const*;
+  using reference = char const&;
+
+  explicit Characters(std::string_view text) : at_(text.data()), pieceEnd_(at_), end_(at_ + text.size()) {}
+
+  reference operator*() const { return *at_; }
+  Characters& operator++() {
+    ++at_;
+    return *this;
+  }
+  // The other one stands at the end.
+  bool operator!=(Characters const& /*end*/) { return at_ != pieceEnd_ || goOn(); }
+
+ private:
+  static constexpr std::ptrdiff_t kPiece = 64;
+
+  bool goOn() {
+    Breath::take();
+    pieceEnd_ += std::min(kPiece, end_ - at_);
+    return at_ != pieceEnd_;
+  }
+
+  char const* at_;
+  char const* pieceEnd_;
+  char const* end_;
+};
+
 [[noreturn]] void refuseType(Json const& value, std::string const& field, std::string const& expected) {
   throw InputError(field, "expected " + expected + ", found " + describe(value));
 }
@@ -183,7 +226,7 @@ void checkBytes(std::string_view text) {
 Json readJson(std::string_view text, JsonMembers* begun, JsonLimits const& limits) {
   checkBytes(text);
   Builder builder(text, limits);
-  if (Json::sax_parse(text.begin(), text.end(), &builder)) return builder.takeResult();
+  if (Json::sax_parse(Characters(text), Characters({}), &builder)) return builder.takeResult();
   if (begun) *begun = builder.takeBegun();
   builder.throwError();
 }

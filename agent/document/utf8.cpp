@@ -1,6 +1,9 @@
 // Decodes UTF-8.
 #include "agent/document/utf8.h"
 
+#include <cstdint>
+#include <cstring>
+
 namespace Agent {
 
 Utf8Character decodeUtf8(std::string_view text, std::size_t at) noexcept {
@@ -22,7 +25,15 @@ Utf8Character decodeUtf8(std::string_view text, std::size_t at) noexcept {
 }
 
 std::size_t findInvalidUtf8(std::string_view text) noexcept {
+  constexpr std::size_t kWord = sizeof(std::uint64_t);
   for (std::size_t at = 0; at < text.size();) {
+    // Most texts are of one byte a character.
+    std::uint64_t word = ~std::uint64_t{0};
+    if (text.size() - at >= kWord) std::memcpy(&word, text.data() + at, kWord);
+    if ((word & 0x8080808080808080u) == 0) {
+      at += kWord;
+      continue;
+    }
     std::size_t const size = decodeUtf8(text, at).size;
     if (size == 0) return at;
     at += size;

@@ -62,7 +62,6 @@ Service::~Service() {
 // A heartbeat has `left` to live, or all of its time if that is absent: what ended was the agent, not the switch.
 void Service::start(std::optional<std::map<std::string, std::chrono::milliseconds>> const& left) {
   tree_ = std::make_unique<LiveTree>(library_, latest_, options_.stored);
-  tree_->breatheIs([this] { breathe(); });
   // What loading took is no time of theirs.
   advance();
   lifetimes_ = Lifetimes();
@@ -139,32 +138,26 @@ bool Service::isRefresh(std::span<Operation const> operations,
   });
 }
 
-// What runs meanwhile leaves the tree and the latest documents alone. What it begins is ended behind the turn.
 TurnResult Service::applyToTree(std::span<Operation const> operations,
                                 std::optional<std::chrono::milliseconds> timeToLive, std::size_t* refused) {
-  struct Scope {
-    explicit Scope(Service& of) : service(of) { service.isApplying_ = true; }
-    Scope(Scope const&) = delete;
-    Scope& operator=(Scope const&) = delete;
-    ~Scope() {
-      service.isApplying_ = false;
-      if (std::exchange(service.hasBreathed_, false)) service.loop_.post(service.later(&Service::goOn));
-    }
-    Service& service;
-  };
-  Scope const scope(*this);
+  LongTask const task(*this);
   for (std::size_t at = 0; at < operations.size(); ++at) {
-    breathe();
     if (refused != nullptr) *refused = at;
     requireInput(operations[at]);
   }
   return tree_->apply(operations, timeToLive, refused);
 }
 
+// What begins in the middle is ended behind the task.
+Service::LongTask::~LongTask() {
+  if (std::exchange(service_.hasBreathed_, false)) service_.loop_.post(service_.later(&Service::goOn));
+}
+
+// What runs meanwhile leaves the tree and the latest documents alone.
 void Service::breathe() {
-  if (!isApplying_) return;
-  hasBreathed_ = true;
+  isApplying_ = hasBreathed_ = true;
   loop_.breathe();
+  isApplying_ = false;
 }
 
 void Service::goOn() {

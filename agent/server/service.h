@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "agent/conditions/switch_conditions.h"
+#include "agent/document/breath.h"
 #include "agent/net/event_loop.h"
 #include "agent/server/backup.h"
 #include "agent/server/event_log.h"
@@ -71,8 +72,18 @@ class Service {
   /// not known whether it is, `problem` is why; then the documents are those that were kept before.
   void whenKept(std::function<void(StoreError const* problem)> done);
 
-  /// A turn is being applied, and this is called in the middle of it. Everything may be read; no operations may be
-  /// applied but a refresh.
+  /// As long as it lives, a task that takes long is interrupted often, and others run in the middle of it. All that
+  /// reads, checks and applies operations does so within one.
+  class LongTask {
+   public:
+    explicit LongTask(Service& service) : service_(service), breath_([&service] { service.breathe(); }) {}
+    ~LongTask();
+
+   private:
+    Service& service_;
+    Breath breath_;
+  };
+  /// A long task is interrupted by what calls this. Everything may be read; no operations may be applied but a refresh.
   bool isApplying() const noexcept { return isApplying_; }
   /// Whether the operations say of heartbeats what is known, so that nothing changes.
   bool isRefresh(std::span<Operation const> operations, std::optional<TimeToLive> timeToLive) const {

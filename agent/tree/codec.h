@@ -2,6 +2,8 @@
 // `codec_rows.h` has the bodies, for the one source that names the records, and for tests.
 #pragma once
 
+#include <string>
+
 #include "agent/document/json_reader.h"
 
 namespace Agent {
@@ -18,8 +20,9 @@ class DocumentOf;
 template <class R>
 Json withoutAnswers(Json const& document);
 
-/// The record's document: every field, in the order of its table, keyed members in byte order of their keys.
+/// The record's document as JSON in one line: every field, in the order of its table, keyed members in byte order of
+/// their keys.
 template <class R>
-Json readDocument(R const& record);
+std::string readDocument(R const& record);
 
 }  // namespace Agent

@@ -2,10 +2,13 @@
 #pragma once
 
 #include <optional>
+#include <string>
 #include <tuple>
 #include <utility>
 #include <vector>
 
+#include "agent/document/breath.h"
+#include "agent/document/json_text.h"
 #include "agent/document/number.h"
 #include "agent/document/path.h"
 #include "agent/tree/codec.h"
@@ -49,6 +52,9 @@ inline Json const* find(Json::object_t const& members, std::string_view key) {
   return nullptr;
 }
 
+template <class R>
+void printDocument(std::string& to, R const& record);
+
 // Scalars, both ways.
 
 inline void parse(Json const& json, bool& to) { to = requireBool(json, ""); }
@@ -76,12 +82,30 @@ inline void parse(Json const& json, Controller::SystemId& to) {
   to = Controller::SystemId(*address);
 }
 
-inline Json print(bool value) { return value; }
-inline Json print(unsigned value) { return value; }
-inline Json print(Nox::StringN<unsigned char> const& text) { return text.view(); }
-inline Json print(Controller::SystemId const& systemId) { return keyText(systemId); }
-inline Json print(ServiceVersionV1 const& version) {
-  return {{"version", print(version.version())}, {"desc", print(version.desc())}};
+inline void print(std::string& to, bool value) { to += value ? "true" : "false"; }
+inline void print(std::string& to, unsigned value) { to += std::to_string(value); }
+inline void print(std::string& to, Nox::StringN<unsigned char> const& text) { appendQuoted(to, text.view()); }
+inline void print(std::string& to, Controller::SystemId const& systemId) { appendQuoted(to, keyText(systemId)); }
+
+/// Appends an object; `appendMembers` is given what begins each of its members.
+template <class AppendMembers>
+void printObject(std::string& to, AppendMembers const& appendMembers) {
+  to += '{';
+  appendMembers([&, isFirst = true](std::string_view key) mutable {
+    Breath::take();
+    if (!std::exchange(isFirst, false)) to += ',';
+    appendQuoted(to, key);
+    to += ':';
+  });
+  to += '}';
+}
+inline void print(std::string& to, ServiceVersionV1 const& version) {
+  printObject(to, [&](auto begin) {
+    begin("version");
+    print(to, version.version());
+    begin("desc");
+    print(to, version.desc());
+  });
 }
 
 // Keys of keyed fields, and the values that stand under them.
@@ -119,16 +143,16 @@ inline void parseMember(Nox::String8 const& path, Json const& json, MountDesc& t
     });
   }
 }
-inline Json printMember(ServiceVersionV1 const& version) { return print(version.desc()); }
-inline Json printMember(MountDesc const& mount) {
-  Json json = Json::object();
-  std::apply([&](auto const&... field) { ((json[field.first] = print(mount.*field.second)), ...); },
-             MountDesc::fields());
-  return json;
+inline void printMember(std::string& to, ServiceVersionV1 const& version) { print(to, version.desc()); }
+inline void printMember(std::string& to, MountDesc const& mount) {
+  printObject(to, [&](auto begin) {
+    std::apply([&](auto const&... field) { ((begin(field.first), print(to, mount.*field.second)), ...); },
+               MountDesc::fields());
+  });
 }
 template <class R>
-Json printMember(Nox::Ptr<R> const& record) {
-  return readDocument(*record);
+void printMember(std::string& to, Nox::Ptr<R> const& record) {
+  printDocument(to, *record);
 }
 
 /// The types of a keyed field: those of the collection that its row reads.
@@ -245,6 +269,7 @@ void parseRow(Row const& /*row*/, Json const& json, Writer by, Value& to) {
 template <class R, Nox::IsCollectionRow Row, class Value>
 void parseRow(Row const& /*row*/, Json const& json, Writer by, Value& to) {
   for (auto const& [found, content] : requireObject(json, "")) {
+    Breath::take();
     inMember(found, [&, &name = found, &value = content] {
       auto& [key, member] = to.emplace_back();
       parseKey(name, key);
@@ -292,11 +317,17 @@ void writeRow(Row const& row, Value const& value, R& record, Writer by) {
   using Key = KeyOf<Map>;
   using Member = typename MemberOf<Map>::Value;
   Nox::ValueMap<Listed<Key, Member>, Key, Member const*> listed;
-  for (auto const& [key, member] : value) listed.valueIs(key, &member);
-  for (auto const& member : map)
+  for (auto const& [key, member] : value) {
+    Breath::take();
+    listed.valueIs(key, &member);
+  }
+  for (auto const& member : map) {
+    Breath::take();
     if (Key const key = member.fwkKey(); !listed.has(key)) (record.*Row::remove)(key);
+  }
   for (bool const isThere : {true, false}) {
     for (auto const& member : listed) {
+      Breath::take();
       Key const& key = member.fwkKey();
       if (map.has(key) != isThere) continue;
       if constexpr (kHasChildren<Map>)
@@ -312,26 +343,38 @@ void writeRow(Row const& row, Value const& value, R& record, Writer by) {
 // Reading.
 
 template <class R, Nox::IsPlainRow Row>
-Json readRow(Row const& /*row*/, R const& record) {
-  return print((record.*Row::read)());
+void printRow(std::string& to, Row const& /*row*/, R const& record) {
+  print(to, (record.*Row::read)());
 }
 template <class R, Nox::IsChildRow Row>
-Json readRow(Row const& /*row*/, R const& record) {
+void printRow(std::string& to, Row const& /*row*/, R const& record) {
   auto const child = (record.*Row::read)();
-  return child ? readDocument(*child) : Json();
+  if (child)
+    printDocument(to, *child);
+  else
+    to += "null";
 }
 template <class R, Nox::IsCollectionRow Row>
-Json readRow(Row const& /*row*/, R const& record) {
-  Json json = Json::object();
-  // Appended without the object's own search for the key, which would read them all for each.
-  auto& members = json.get_ref<Json::object_t&>();
-  for (auto const& [text, member] : sortedByKey((record.*Row::whole)())) {
-    if constexpr (kHasChildren<MapOf<Row, R>>)
-      members.emplace_back(text, readDocument(*member));
-    else
-      members.emplace_back(text, printMember(member->value()));
-  }
-  return json;
+void printRow(std::string& to, Row const& /*row*/, R const& record) {
+  printObject(to, [&](auto begin) {
+    for (auto const& [text, member] : sortedByKey((record.*Row::whole)())) {
+      begin(text);
+      if constexpr (kHasChildren<MapOf<Row, R>>)
+        printDocument(to, *member);
+      else
+        printMember(to, member->value());
+    }
+  });
+}
+
+template <class R>
+void printDocument(std::string& to, R const& record) {
+  printObject(to, [&](auto begin) {
+    forEachRow<R>([&](auto const& row) {
+      begin(row.name);
+      printRow(to, row, record);
+    });
+  });
 }
 
 }  // namespace detail
@@ -373,10 +416,10 @@ void DocumentOf<R>::writeTo(R& record, Writer by) const {
 }
 
 template <class R>
-Json readDocument(R const& record) {
-  Json json = Json::object();
-  detail::forEachRow<R>([&](auto const& row) { json.emplace(row.name, detail::readRow<R>(row, record)); });
-  return json;
+std::string readDocument(R const& record) {
+  std::string text;
+  detail::printDocument(text, record);
+  return text;
 }
 
 }  // namespace Agent

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "agent/document/breath.h"
 #include "framework/core/hash_map.h"
 #include "records/ids.h"
 
@@ -24,7 +25,10 @@ std::vector<std::pair<std::string, Member*>> sortedByKey(Nox::HashMap<Member, Ke
   std::vector<std::pair<std::string, Member*>> sorted;
   sorted.reserve(map.members());
   for (Member& member : map) sorted.emplace_back(keyText(member.fwkKey()).append(end), &member);
-  std::sort(sorted.begin(), sorted.end(), [](auto const& a, auto const& b) { return a.first < b.first; });
+  std::sort(sorted.begin(), sorted.end(), [](auto const& a, auto const& b) {
+    Breath::take();
+    return a.first < b.first;
+  });
   return sorted;
 }
 

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "agent/document/breath.h"
 #include "agent/tree/batch_check.h"
 #include "agent/tree/written_documents.h"
 
@@ -31,6 +32,7 @@ LiveTree::LiveTree(Nox::Library const& library, TreeDocuments& documents, Stored
   // Both are in the same order, so that a document that the registry no longer has is one that was passed over.
   std::vector<std::string> gone;
   tree_->forEachPath([&](std::string const& path) {
+    Breath::take();
     DocumentText const text = tree_->text(parsePath(path));
     if (!text) return;
     for (; known != kept_.documents.end() && known->first < path; ++known) gone.push_back(known->first);
@@ -45,6 +47,7 @@ LiveTree::LiveTree(Nox::Library const& library, TreeDocuments& documents, Stored
 void LiveTree::restore(Controllerdb::AgentTables& tables) {
   tree_.emplace(tables);
   for (auto const& [path, document] : kept_.documents) {
+    Breath::take();
     about(path, [&, &path = path, &document = document] { tree_->restore(parsePath(path), readJson(*document.text)); });
   }
 }
@@ -56,15 +59,15 @@ TurnResult LiveTree::apply(std::span<Operation const> operations, std::optional<
   std::vector<CheckedOperation> const checked = check(operations, *refused);
   size_.require(operations, kept_.documents, *refused);
   TurnResult result;
-  WrittenDocuments written(*tree_, breathe_);
+  WrittenDocuments written(*tree_);
   for (Operation const& operation : operations) {
-    breathe_();
+    Breath::take();
     written.add(operation.path);
   }
   try {
     Nox::Turn turn;
     for (CheckedOperation const& operation : checked) {
-      breathe_();
+      Breath::take();
       tree_->apply(operation);
     }
   } catch (std::exception const& exception) {
@@ -98,7 +101,7 @@ std::vector<CheckedOperation> LiveTree::check(std::span<Operation const> operati
   std::vector<CheckedOperation> checked;
   BatchCheck batch(kept_.documents);
   for (at = 0; at < operations.size(); ++at) {
-    breathe_();
+    Breath::take();
     about(toText(operations[at].path), [&] {
       checked.push_back(StateTree::check(operations[at].path, operations[at].value ? &*operations[at].value : nullptr));
       if (operations.size() > 1) batch.add(operations[at]);
@@ -110,7 +113,7 @@ std::vector<CheckedOperation> LiveTree::check(std::span<Operation const> operati
 void LiveTree::collect(WrittenDocuments& written, TurnResult& result) {
   result.turn.revision = kept_.revision + 1;
   for (auto const& [text, path] : written.paths(kept_.documents)) {
-    breathe_();
+    Breath::take();
     compare(text, tree_->text(path), result);
   }
   result.turn.revision = result.turn.changes.empty() ? kept_.revision : ++kept_.revision;

@@ -1,7 +1,6 @@
 // The tree of a registry that runs, as documents with revisions.
 #pragma once
 
-#include <functional>
 #include <optional>
 #include <span>
 #include <string>
@@ -36,9 +35,6 @@ class LiveTree {
   LiveTree(LiveTree const&) = delete;
   LiveTree& operator=(LiveTree const&) = delete;
 
-  /// In the middle of each later turn it calls `breathe` often, which leaves the tree and the documents alone.
-  void breatheIs(std::function<void()> breathe) { breathe_ = std::move(breathe); }
-
   /// What the first passes changed in what was stored. In a new store that is the whole tree.
   TurnResult const& firstTurn() const noexcept { return firstTurn_; }
 
@@ -48,7 +44,8 @@ class LiveTree {
 
   /// Applies the operations in one turn, or none of them. Heartbeats that are put get this time to live. Throws an
   /// InputError with its path, and a field that starts inside the document, if the tree does not take one, and a
-  /// QuotaRefusal if there is no room for them; `refused`, if given, receives which. Meanwhile the tree breathes.
+  /// QuotaRefusal if there is no room for them; `refused`, if given, receives which. What a breath does in the middle
+  /// of it leaves the tree and the documents alone.
   TurnResult apply(std::span<Operation const> operations, std::optional<std::chrono::milliseconds> timeToLive,
                    std::size_t* refused = nullptr);
 
@@ -60,7 +57,6 @@ class LiveTree {
              std::size_t changes);
   void compare(std::string const& path, DocumentText const& text, TurnResult& result);
 
-  std::function<void()> breathe_ = [] {};
   TreeDocuments& kept_;
   StoredSize size_;
   std::optional<StateTree> tree_;

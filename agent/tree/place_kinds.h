@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <set>
+#include <string>
 #include <type_traits>
 
 #include "agent/tree/codec_rows.h"
@@ -28,10 +29,7 @@ struct OfClient {
 };
 struct AnyValue : OfClient {
   static DocumentText contentOf(CheckedDocument const& document) {
-    return std::make_shared<std::string const>(std::any_cast<Json const*>(document)->dump());
-  }
-  static std::optional<Json> documentOf(DocumentText const& text) {
-    return text ? std::optional(readJson(*text)) : std::nullopt;
+    return std::make_shared<std::string const>(jsonText(*std::any_cast<Json const*>(document)));
   }
   static CheckedDocument check(Json const* document, Writer /*by*/) {
     if (document != nullptr && document->is_null())
@@ -68,8 +66,8 @@ struct OfRecord {
     return std::any_cast<DocumentOf<R> const&>(document);
   }
   static std::optional<Json> input(Json const& document) { return withoutAnswers<R>(document); }
-  static std::optional<Json> documentOf(Ptr<R> const& record) {
-    return record ? std::optional(readDocument(*record)) : std::nullopt;
+  static DocumentText textOf(Ptr<R> const& record) {
+    return record ? std::make_shared<std::string const>(readDocument(*record)) : nullptr;
   }
   /// A record that already stands there is changed; a new one is complete when it is entered.
   template <class Enter>
@@ -93,8 +91,8 @@ struct Lasting : OfRecord<R> {
     OfRecord<R>::checked(document).writeTo(*(content.tables.*Table), by);
   }
   static void remove(TreeContent& /*content*/, Path const& /*path*/) {}
-  static std::optional<Json> read(TreeContent const& content, Path const& /*path*/) {
-    return readDocument(*(content.tables.*Table));
+  static DocumentText text(TreeContent const& content, Path const& /*path*/) {
+    return OfRecord<R>::textOf(content.tables.*Table);
   }
   static void list(TreeContent const& /*content*/, Place place, PathVisit const& visit) { visit(textAt(place, {})); }
 };
@@ -141,8 +139,8 @@ struct Records : OfRecord<R>, Members {
       OfRecord<R>::writeOrEnter(
           recordAt(content, path), path, document, by, [&](auto const& made) { Members::enter(content, made); });
   }
-  static std::optional<Json> read(TreeContent const& content, Path const& path) {
-    return OfRecord<R>::documentOf(recordAt(content, path));
+  static DocumentText text(TreeContent const& content, Path const& path) {
+    return OfRecord<R>::textOf(recordAt(content, path));
   }
 };
 
@@ -151,9 +149,9 @@ struct Flags : TrueOrFalse, Members {
   static void put(TreeContent& content, Path const& path, CheckedDocument const& document, Writer /*by*/) {
     Members::enter(content, Members::keyOf(path), std::any_cast<bool>(document));
   }
-  static std::optional<Json> read(TreeContent const& content, Path const& path) {
+  static DocumentText text(TreeContent const& content, Path const& path) {
     auto const* const row = Members::members(content).find(Members::keyOf(path));
-    return row != nullptr ? std::optional<Json>(row->value()) : std::nullopt;
+    return row != nullptr ? std::make_shared<std::string const>(row->value() ? "true" : "false") : nullptr;
   }
 };
 
@@ -172,9 +170,6 @@ struct Heartbeats : AnyValue, Members {
     auto const found = content.heartbeats.find(path.systemId.address().bits());
     return found != content.heartbeats.end() ? found->second : nullptr;
   }
-  static std::optional<Json> read(TreeContent const& content, Path const& path) {
-    return AnyValue::documentOf(text(content, path));
-  }
 };
 
 /// The table of switches. A registry removes only the rows that it knows of, so that none are put back.
@@ -182,19 +177,29 @@ struct SwitchRows : OfRegistry {
   static constexpr Nox::NoxType const* holder = &ControllerRegistration::ControllerStatus::noxType;
 
   static void put(TreeContent& /*content*/, Path const& /*path*/, CheckedDocument const& /*document*/, Writer /*by*/) {}
-  static std::optional<Json> read(TreeContent const& content, Path const& path) {
+  static DocumentText text(TreeContent const& content, Path const& path) {
     auto const& table = *content.tables.controllerStatus;
     auto const* const config = table.switchConfig().find(path.systemId);
     auto const* const status = table.switchStatus().find(path.systemId);
     auto const* const registered = table.registeredSwitch().find(path.systemId);
-    if (config == nullptr && status == nullptr && registered == nullptr) return std::nullopt;
+    if (config == nullptr && status == nullptr && registered == nullptr) return nullptr;
     // The name of the record in a row; null where the row is absent.
-    auto const nameIn = [](auto const* row) {
-      return row != nullptr && row->value() ? Json(row->value()->name().view()) : Json();
+    auto const printName = [](std::string& to, auto const* row) {
+      if (row != nullptr && row->value())
+        detail::print(to, row->value()->name());
+      else
+        to += "null";
     };
-    return Json{{"switchConfig", nameIn(config)},
-                {"switchStatus", nameIn(status)},
-                {"registeredSwitch", registered == nullptr ? Json() : Json(registered->value())}};
+    std::string text;
+    detail::printObject(text, [&](auto begin) {
+      begin("switchConfig");
+      printName(text, config);
+      begin("switchStatus");
+      printName(text, status);
+      begin("registeredSwitch");
+      text += registered == nullptr ? "null" : registered->value() ? "true" : "false";
+    });
+    return std::make_shared<std::string const>(std::move(text));
   }
   static void list(TreeContent const& content, Place place, PathVisit const& visit) {
     auto const& table = *content.tables.controllerStatus;
@@ -229,7 +234,7 @@ struct Registration : OfClient {
   static void remove(TreeContent& content, Path const& path) {
     content.tables.registrationRootDir->entityDel(sharedText<Name>(path.names[0]));
   }
-  static std::optional<Json> read(TreeContent const& /*content*/, Path const& /*path*/) { return std::nullopt; }
+  static DocumentText text(TreeContent const& /*content*/, Path const& /*path*/) { return nullptr; }
   static void list(TreeContent const& content, Place place, PathVisit const& visit) {
     listInside(*content.tables.registrationRootDir, &Dir::entries, place, visit);
   }
@@ -274,8 +279,8 @@ struct SwitchRecord : OfRecord<R>, InRegistration<R> {
       InRegistration<R>::enter(content, path, made);
     });
   }
-  static std::optional<Json> read(TreeContent const& content, Path const& path) {
-    return OfRecord<R>::documentOf(entryAt(content, path));
+  static DocumentText text(TreeContent const& content, Path const& path) {
+    return OfRecord<R>::textOf(entryAt(content, path));
   }
 };
 
@@ -289,9 +294,6 @@ struct KeptEntries : AnyValue, InRegistration<KeptEntry> {
   static DocumentText text(TreeContent const& content, Path const& path) {
     auto const kept = entryAt(content, path);
     return kept ? kept->content() : nullptr;
-  }
-  static std::optional<Json> read(TreeContent const& content, Path const& path) {
-    return documentOf(text(content, path));
   }
 };
 
@@ -315,9 +317,9 @@ struct ServiceStatuses : OfRegistry {
     }
     Copy::checked(document).writeTo(*dir->serviceIs(sharedText<Name>(path.names[1])), by);
   }
-  static std::optional<Json> read(TreeContent const& content, Path const& path) {
+  static DocumentText text(TreeContent const& content, Path const& path) {
     auto const dir = content.tables.allClientsServiceStatusDir->entity<Copies>(Name(path.names[0]));
-    return dir ? Copy::documentOf(dir->service(Name(path.names[1]))) : std::nullopt;
+    return dir ? Copy::textOf(dir->service(Name(path.names[1]))) : nullptr;
   }
   static void list(TreeContent const& content, Place place, PathVisit const& visit) {
     listInside(*content.tables.allClientsServiceStatusDir, &Copies::service, place, visit);

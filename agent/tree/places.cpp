@@ -3,7 +3,6 @@
 
 #include <array>
 #include <concepts>
-#include <memory>
 
 #include "agent/tree/place_kinds.h"
 
@@ -20,17 +19,6 @@ namespace {
 
 using namespace PlaceKind;  // the rows read as a table
 
-/// What the registry does not read is kept as a text; of a record one is made.
-template <class Kind>
-DocumentText textOf(TreeContent const& content, Path const& path) {
-  if constexpr (requires { &Kind::text; }) {
-    return Kind::text(content, path);
-  } else {
-    std::optional<Json> const document = Kind::read(content, path);
-    return document ? std::make_shared<std::string const>(document->dump()) : nullptr;
-  }
-}
-
 template <class Kind>
 constexpr PlaceRow row(Place place, Nox::ValidPtr<Nox::Dir> AgentTables::*holders = nullptr) {
   return {.place = place,
@@ -39,8 +27,7 @@ constexpr PlaceRow row(Place place, Nox::ValidPtr<Nox::Dir> AgentTables::*holder
           .input = &Kind::input,
           .put = &Kind::put,
           .remove = &Kind::remove,
-          .read = &Kind::read,
-          .text = &textOf<Kind>,
+          .text = &Kind::text,
           .list = &Kind::list,
           .holder = Kind::holder,
           .holders = holders};

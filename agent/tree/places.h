@@ -50,8 +50,7 @@ struct PlaceRow {
   void (*put)(TreeContent& content, Path const& path, CheckedDocument const& document, Writer by);
   /// Removes what stands there, if something does. Opens no turn.
   void (*remove)(TreeContent& content, Path const& path);
-  std::optional<Json> (*read)(TreeContent const& content, Path const& path);
-  /// The same as a text; null if there is none.
+  /// Null if there is none.
   DocumentText (*text)(TreeContent const& content, Path const& path);
   /// Gives the paths of the documents that stand at this place, in byte order. A folder gives all that lie inside, and
   /// the places inside give none.

@@ -44,7 +44,10 @@ void StateTree::restore(Path const& path, Json const& document) {
   row.put(content_, path, row.check(&document, Writer::kRegistry), Writer::kRegistry);
 }
 
-std::optional<Json> StateTree::read(Path const& path) const { return rowOf(path.place).read(content_, path); }
+std::optional<Json> StateTree::read(Path const& path) const {
+  DocumentText const found = text(path);
+  return found ? std::optional(readJson(*found)) : std::nullopt;
+}
 
 DocumentText StateTree::text(Path const& path) const { return rowOf(path.place).text(content_, path); }
 

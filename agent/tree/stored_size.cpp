@@ -7,6 +7,9 @@
 #include <optional>
 #include <utility>
 
+#include "agent/document/breath.h"
+#include "agent/document/json_text.h"
+
 namespace Agent {
 namespace {
 
@@ -43,7 +46,7 @@ class Growth {
 
   void add(Operation const& operation) {
     std::string const path = toText(operation.path);
-    if (operation.isPut()) return become(path, path.size() + operation.value->dump().size());
+    if (operation.isPut()) return become(path, path.size() + jsonText(*operation.value).size());
     if (!operation.path.place.isFolder()) return become(path, 0);
     auto const [begin, end] = withPrefix(documents_, path + "/");
     for (auto at = begin; at != end; ++at) become(at->first, 0);
@@ -142,6 +145,7 @@ void StoredSize::requireRoom(std::span<Operation const> operations, Documents co
   Growth growth(documents);
   std::optional<std::size_t> first;
   for (std::size_t number = 0; number < operations.size(); ++number) {
+    Breath::take();
     growth.add(operations[number]);
     // What goes later in the batch makes room for what comes before.
     if (!reasonAgainst(amount_, growth.amount, limits_))

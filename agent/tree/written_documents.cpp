@@ -1,15 +1,12 @@
 // Asks the tree which document each write is part of.
 #include "agent/tree/written_documents.h"
 
+#include "agent/document/breath.h"
 #include "framework/memory/assertion.h"
 
 namespace Agent {
 
-/// So often it is asked whether others have waited long enough.
-static constexpr std::size_t kWritesPerBreath = 64;
-
-WrittenDocuments::WrittenDocuments(StateTree const& tree, std::function<void()> const& breathe)
-    : tree_(tree), breathe_(breathe) {
+WrittenDocuments::WrittenDocuments(StateTree const& tree) : tree_(tree) {
   NOX_ASSERT(Nox::writeObserver_ == nullptr, "another observer watches the writes");
   Nox::writeObserver_ = this;
 }
@@ -45,7 +42,7 @@ void WrittenDocuments::removed(Nox::Entity const& entity, std::string_view /*att
 
 void WrittenDocuments::note(Nox::Entity const& entity, Nox::WriteText const& key) {
   if (auto const path = tree_.documentOf(entity, key)) add(*path);
-  if (++writes_ % kWritesPerBreath == 0) breathe_();
+  Breath::take();
 }
 
 }  // namespace Agent

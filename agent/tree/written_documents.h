@@ -1,8 +1,6 @@
 // Which documents a turn may have changed: those that its writes are part of.
 #pragma once
 
-#include <cstddef>
-#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -16,8 +14,7 @@ namespace Agent {
 /// of; whether a document has changed is for its reader to find out. Scopes do not nest.
 class WrittenDocuments final : public Nox::WriteObserver {
  public:
-  /// Calls `breathe` now and then, in the middle of a turn.
-  WrittenDocuments(StateTree const& tree, std::function<void()> const& breathe);
+  explicit WrittenDocuments(StateTree const& tree);
   WrittenDocuments(WrittenDocuments const&) = delete;
   WrittenDocuments& operator=(WrittenDocuments const&) = delete;
   virtual ~WrittenDocuments();
@@ -36,8 +33,6 @@ class WrittenDocuments final : public Nox::WriteObserver {
   void note(Nox::Entity const& entity, Nox::WriteText const& key);
 
   StateTree const& tree_;
-  std::function<void()> const& breathe_;
-  std::size_t writes_ = 0;
   std::map<std::string, Path> paths_;
   /// What the paths in the folders begin with that were written as a whole.
   std::vector<std::string> folders_;

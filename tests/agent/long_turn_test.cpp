@@ -27,10 +27,10 @@ class LongTurn : public GatedWorld {
       answers.push_back(name + " " + std::to_string(response.status) + (service.isApplying() ? " meanwhile" : ""));
     });
   }
-  /// Does `work` once, in the middle of the next turn that breathes.
+  /// Does `work` once, in the middle of the next turn that breathes, when its operations have been read.
   void meanwhile(std::function<void()> work) {
     loop.post([this, work = std::move(work)] {
-      if (service.isApplying()) return work();
+      if (service.isApplying() && Nox::writeObserver_ != nullptr) return work();
       if (++looks < 100'000) meanwhile(work);
     });
   }
@@ -66,6 +66,27 @@ TEST_F(LongTurn, HoldsUpNoReaderAndNoHeartbeatThatSaysWhatItSaid) {
                           "new 200",
                           "operator 200",
                           "bulk 200"));
+}
+
+// One document, from the first byte of its text on: nothing of the registry has begun then.
+TEST_F(LongTurn, OfOneDocumentHoldsUpNobodyWhileItIsRead) {
+  std::string services;
+  for (int i = 0; i < 300; ++i) services += R"(, "s)" + std::to_string(i) + R"(": {"enabled": true})";
+  ask("document",
+      "PUT",
+      "/v1/tree/registration/a/config",
+      R"({"systemId": "02:00:00:aa:00:01", "serviceConfig": {"s": {})" + services + "}}");
+  // The request runs first, and this in the middle of it.
+  bool isRead = true;
+  loop.post([&] {
+    isRead = !service.isApplying() || Nox::writeObserver_ != nullptr;
+    ask("write", "PUT", "/v1/tree/registration/a/note", "7");
+    ask("read", "GET", "/v1/tree/registration/a/config");
+    ask("health", "GET", "/healthz");
+  });
+  await(4);
+  EXPECT_FALSE(isRead);
+  EXPECT_THAT(answers, ElementsAre("health 200 meanwhile", "read 404 meanwhile", "document 200", "write 200"));
 }
 
 TEST_F(LongTurn, FollowsAnotherWhateverBecomesOfThat) {
