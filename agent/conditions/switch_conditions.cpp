@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "agent/conditions/switch_records.h"
+#include "agent/document/breath.h"
 
 namespace Agent {
 
@@ -65,7 +66,10 @@ class SwitchConditions::Judging {
       std::set_difference(
           concerned_.begin(), concerned_.end(), before.begin(), before.end(), std::inserter(left, left.end()));
     }
-    for (std::string const& name : concerned_) judge(name);
+    for (std::string const& name : concerned_) {
+      judge(name);
+      for (int piece = 0; piece < kPieces; ++piece) Breath::take();
+    }
     return std::move(transitions_);
   }
 
@@ -159,6 +163,9 @@ class SwitchConditions::Judging {
         isNew || judged.conditions.size() != known->second.conditions.size() || judged.lastEnd != known->second.lastEnd;
     if (isNew) to_.put(name, std::move(judged), now_.revision);
   }
+
+  /// What judging a switch costs, in pieces of work of a microsecond.
+  static constexpr int kPieces = 8;
 
   SwitchConditions& to_;
   Registry const& registry_;
