@@ -104,6 +104,7 @@ inline constexpr ReasonRow kReasons[] = {
      "has been added since",
      "the switch adds an entry to its registration",
      "enrolix put registration/<switch>/<newEntry> --value true"},
+    {"RegistrationDeleted", Truth::kFalse, "Ready", "registration/<switch> was deleted", "the switch enrols again", ""},
     {"NotEnabled",
      Truth::kFalse,
      "Enabled Ready",

@@ -131,7 +131,9 @@ class SwitchConditions::Judging {
     Name const key(name);
     auto const known = to_.switches_.find(name);
     if (!registry_.tables.registrationRootDir->entries().has(key)) {
-      if (known != to_.switches_.end()) to_.put(name, std::nullopt, now_.revision);
+      if (known == to_.switches_.end()) return;
+      transitions_.push_back({name, known->second.systemId, {"Ready", "RegistrationDeleted", {}}, now_});
+      to_.put(name, std::nullopt, now_.revision);
       return;
     }
     JudgedSwitch judged;
@@ -155,7 +157,7 @@ class SwitchConditions::Judging {
     for (Judgement& judgement : Agent::judge(registry_.tables, key, surroundings)) {
       while (!before.empty() && before.front().judgement.isBefore(judgement)) before = before.subspan(1);
       bool const isSame = !before.empty() && before.front().judgement == judgement;
-      if (!isSame) transitions_.push_back({name, judgement, now_});
+      if (!isSame) transitions_.push_back({name, judged.systemId, judgement, now_});
       judged.conditions.push_back({std::move(judgement), isSame ? before.front().since : now_});
       isNew = isNew || !isSame;
     }
@@ -183,14 +185,15 @@ bool JudgedSwitch::hasService(std::string_view service) const {
   return found != conditions.end() && found->judgement.service.view() == service;
 }
 
-void SwitchConditions::begin(Registry const& registry, std::set<SystemId> unrenewed, Since const& now) {
+std::vector<Transition> SwitchConditions::begin(Registry const& registry, std::set<SystemId> unrenewed,
+                                                Since const& now) {
   unrenewed_ = std::move(unrenewed);
   names_.clear();
   ghosts_.clear();
   for (auto& [name, judged] : switches_) judged.systemId = std::nullopt;
   Judging judging(*this, registry, now);
   judging.all();
-  judging.judge();
+  return judging.judge();
 }
 
 std::vector<Transition> SwitchConditions::turn(Registry const& registry, std::span<DocumentChange const> changes,

@@ -46,9 +46,10 @@ struct JudgedSwitch {
   Reason reasonOf(Condition condition) const { return conditions[condition.row()].judgement.reason; }
 };
 
-/// A condition that has another reason than before.
+/// A condition that has another reason than before. A registration that has gone is told as a `Ready` that is false.
 struct Transition {
   std::string name;
+  std::optional<SystemId> systemId;
   Judgement judgement;
   Since since;
 };
@@ -68,7 +69,7 @@ class SwitchConditions {
 
   /// Judges all switches of a registry that has just begun. What they were before keeps its time where it is the same.
   /// `unrenewed` are the heartbeats that may expire before they are put again.
-  void begin(Registry const& registry, std::set<SystemId> unrenewed, Since const& now);
+  std::vector<Transition> begin(Registry const& registry, std::set<SystemId> unrenewed, Since const& now);
 
   /// Judges the switches again that a turn concerns. `isExpiry` says that it deletes heartbeats that expired.
   std::vector<Transition> turn(Registry const& registry, std::span<DocumentChange const> changes, Since const& now,

@@ -79,9 +79,9 @@ class Agent {
     log_.info("started",
               {{"url", url_},
                {"state", state.empty() ? "memory" : state},
-               {"revision", std::to_string(service_.latest().revision)},
+               {"revision", service_.latest().revision},
                {"history", service_.watches().history()},
-               {"documents", std::to_string(service_.latest().documents.size())}});
+               {"documents", service_.latest().documents.size()}});
     if (!warning_.empty()) log_.warning("unprotected", {{"url", url_}, {"reason", warning_}});
     server_.handlerIs(
         [this](HttpRequest request, HttpAnswer answer) { api_.handle(std::move(request), std::move(answer)); },
@@ -95,14 +95,14 @@ class Agent {
         log_.info("accepting_resumed", {});
     });
     server_.onTurnedAway([this](std::size_t count, std::string const& reason) {
-      log_.warning("turned_away", {{"count", std::to_string(count)}, {"reason", reason}});
+      log_.warning("turned_away", {{"count", count}, {"reason", reason}});
     });
   }
 
   std::string const& url() const noexcept { return url_; }
   void run() {
     server_.run();
-    log_.info("stopped", {{"revision", std::to_string(service_.kept().revision)}});
+    log_.info("stopped", {{"revision", service_.kept().revision}});
   }
 
  private:
@@ -126,7 +126,7 @@ class Agent {
   void stop(int signal) {
     // Not in the middle of a turn.
     if (service_.isApplying()) return server_.post([this, signal] { stop(signal); });
-    log_.info("stopping", {{"signal", std::to_string(signal)}});
+    log_.info("stopping", {{"signal", signal}});
     api_.stop();
     service_.stop();
     server_.stop(kGrace);

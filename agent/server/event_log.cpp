@@ -8,8 +8,6 @@
 #include <unistd.h>
 
 #include "agent/document/input_error.h"
-#include "agent/document/json_reader.h"
-#include "agent/document/path.h"
 
 namespace Agent {
 namespace {
@@ -73,9 +71,14 @@ std::string EventLog::line(std::string_view event, Fields fields) const {
   bool const isJson = format_ == LogFormat::kJson;
   std::string text = isJson ? "\"event\":" + Json(event).dump() : std::string(event);
   for (auto const& [name, value] : fields) {
+    if (value.is_null()) continue;
     text += isJson ? "," + Json(name).dump() + ":" : " " + std::string(name) + "=";
-    std::string const printed = printable(value, 1000);
-    bool const isPlain = !value.empty() && value.find_first_of(" \"=\\") == std::string::npos;
+    if (!value.is_string()) {
+      text += value.dump();
+      continue;
+    }
+    std::string const printed = printable(value.get_ref<std::string const&>(), 1000);
+    bool const isPlain = !printed.empty() && printed.find_first_of(" \"=\\") == std::string::npos;
     text += isJson || !isPlain ? Json(printed).dump() : printed;
   }
   return text;
@@ -84,16 +87,5 @@ std::string EventLog::line(std::string_view event, Fields fields) const {
 void EventLog::info(std::string_view event, Fields fields) { logger_->info("{}", line(event, fields)); }
 void EventLog::warning(std::string_view event, Fields fields) { logger_->warn("{}", line(event, fields)); }
 void EventLog::error(std::string_view event, Fields fields) { logger_->error("{}", line(event, fields)); }
-
-void EventLog::changed(DocumentChange const& change) {
-  constexpr std::string_view kPrefix = Place("controller/switch/<systemId>").prefix();
-  if (!change.path.starts_with(kPrefix)) return;
-  std::string const systemId = change.path.substr(kPrefix.size());
-  Json const row = change.text ? Json::parse(*change.text) : Json();
-  if (!row.is_object() || row["registeredSwitch"] != true)
-    info("switch_not_ready", {{"systemId", systemId}});
-  else if (row["switchConfig"].is_string())
-    info("switch_ready", {{"switch", row["switchConfig"].get<std::string>()}, {"systemId", systemId}});
-}
 
 }  // namespace Agent

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <utility>
 
-#include "agent/store/store.h"
+#include "agent/document/json.h"
 
 namespace spdlog {
 class logger;
@@ -20,7 +20,7 @@ enum class LogFormat { kText, kJson };
 /// The log, one line an event: its time and level, its name and its fields.
 class EventLog {
  public:
-  using Fields = std::initializer_list<std::pair<std::string_view, std::string>>;
+  using Fields = std::initializer_list<std::pair<std::string_view, Json>>;
 
   /// Writes to standard error.
   explicit EventLog(LogFormat format);
@@ -30,13 +30,11 @@ class EventLog {
   EventLog(EventLog const&) = delete;
   EventLog& operator=(EventLog const&) = delete;
 
-  /// `event` is a name of letters and underscores; fields are printed as they are in JSON, `name=value` otherwise.
+  /// `event` is a name of letters and underscores; fields are printed as they are in JSON, `name=value` otherwise; what
+  /// is null is left out.
   void info(std::string_view event, Fields fields);
   void warning(std::string_view event, Fields fields);
   void error(std::string_view event, Fields fields);
-
-  /// A document has changed: of note where it says that a switch is ready, or is no longer.
-  void changed(DocumentChange const& change);
 
  private:
   std::string line(std::string_view event, Fields fields) const;

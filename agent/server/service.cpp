@@ -92,7 +92,7 @@ TurnResult Service::apply(std::span<Operation const> operations, std::optional<T
   }
   TurnResult result = applyToTree(operations, ttl, refused);
   if (result.failure) log_.error("handler_failed", {{"reason", *result.failure}});
-  conditions_.turn(registry(), result.turn.changes, since(result.turn.revision), isExpiring_);
+  judge(result.turn);
   renew(operations, ttl);
   keepTurn(result);
   return result;
@@ -123,7 +123,7 @@ CommittedTurn Service::takeRenewed() {
     Document const& document = known->second;
     turn.changes.push_back({path, document.text, document.revision, document.timeToLive, true});
   }
-  conditions_.turn(registry(), turn.changes, since(turn.revision), false);
+  judge(turn);
   return turn;
 }
 
@@ -169,7 +169,7 @@ void Service::goOn() {
 }
 
 void Service::keepTurn(TurnResult const& result) {
-  if (result.turn.changes.empty()) return conditions_.keptIs(result.turn.revision);
+  if (result.turn.changes.empty()) return conditionsKept(result.turn.revision);
   open_.turns.push_back(result.turn);
   if (open_.turns.size() > 1 || isStoreBusy()) return;
   // Behind whatever is ready to be read now, and once more behind what that makes ready: all of it shares one commit.
@@ -202,6 +202,7 @@ void Service::tick() {
   // What has to be done is done at the next one, which is late and knows it.
   if (isApplying_) return loop_.at(now + kTick, later(&Service::tick));
   advance();
+  transitions_.tick(now);
   // Once all heartbeats that were found at the start have been put again or have gone, nothing depends on it.
   if (awake_ <= awakeMatters_) awakeDue_ = awake_;
   tryStore(now);
@@ -244,6 +245,7 @@ void Service::stop() {
   if (thread_) thread_->finish();
   commit();
   if (thread_) thread_->finish();
+  transitions_.tick(loop_.now(), true);
   watches_->close();
 }
 

@@ -20,6 +20,7 @@
 #include "agent/server/event_log.h"
 #include "agent/server/lifetimes.h"
 #include "agent/server/server_watches.h"
+#include "agent/server/transition_log.h"
 #include "agent/server/work_thread.h"
 #include "agent/store/store.h"
 #include "agent/tree/live_tree.h"
@@ -147,6 +148,8 @@ class Service {
   SwitchConditions::Registry registry();
   static Since since(Revision revision);
   void beginConditions(Revision revision);
+  void judge(CommittedTurn const& turn);
+  void conditionsKept(Revision revision);
 
   EventLoop& loop_;
   Nox::Library const& library_;
@@ -159,6 +162,7 @@ class Service {
   /// The registry on the latest documents; none while the store takes no writes.
   std::unique_ptr<LiveTree> tree_;
   SwitchConditions conditions_;
+  TransitionLog transitions_{log_};
   std::shared_ptr<ServerWatches> watches_;
   std::shared_ptr<BackupHub> backups_;
   Lifetimes lifetimes_;

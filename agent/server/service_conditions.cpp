@@ -20,7 +20,16 @@ void Service::beginConditions(Revision revision) {
   auto const [begin, end] = withPrefix(latest_.documents, kHeartbeat.prefix());
   for (auto at = begin; at != end; ++at)
     if (at->second.timeToLive) unrenewed.insert(parsePath(at->first).systemId);
-  conditions_.begin(registry(), std::move(unrenewed), since(revision));
+  transitions_.add(conditions_.begin(registry(), std::move(unrenewed), since(revision)));
+}
+
+void Service::judge(CommittedTurn const& turn) {
+  transitions_.add(conditions_.turn(registry(), turn.changes, since(turn.revision), isExpiring_));
+}
+
+void Service::conditionsKept(Revision revision) {
+  conditions_.keptIs(revision);
+  transitions_.keptIs(revision, loop_.now());
 }
 
 // The values that decided are those of the documents that are kept, as the conditions are.

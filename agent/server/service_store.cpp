@@ -136,6 +136,7 @@ std::vector<std::function<void(StoreError const*)>> Service::undo() {
   }
   latest_.revision = kept_.revision;
   conditions_.undo();
+  transitions_.undo();
   return waiting;
 }
 
@@ -161,7 +162,7 @@ void Service::restartFrom(TreeDocuments documents) {
 }
 
 void Service::show(CommittedTurn const& turn) {
-  conditions_.keptIs(turn.revision);
+  conditionsKept(turn.revision);
   std::vector<DocumentBefore> const before = applyTo(kept_, turn);
   for (std::size_t at = 0; at < before.size(); ++at)
     if (before[at].path.starts_with(kSwitches))
@@ -173,7 +174,6 @@ void Service::show(CommittedTurn const& turn) {
 void Service::tell(CommittedTurn turn) {
   std::erase_if(turn.changes, [&](DocumentChange const& change) { return change.isRenewal; });
   if (turn.changes.empty()) return;
-  for (DocumentChange const& change : turn.changes) log_.changed(change);
   watches_->add(std::move(turn));
 }
 
@@ -202,7 +202,7 @@ void Service::tried(std::exception_ptr const& thrown, TreeDocuments found) {
   if (wasKept)
     for (CommittedTurn const& turn : doubtful) show(turn);
   if (!isSame(found, kept_) || store_.history() != watches_->history()) {
-    log_.warning("state_replaced", {{"revision", std::to_string(found.revision)}});
+    log_.warning("state_replaced", {{"revision", found.revision}});
     restartFrom(std::move(found));
   } else {
     keptIs(std::move(found));
@@ -211,7 +211,7 @@ void Service::tried(std::exception_ptr const& thrown, TreeDocuments found) {
   }
   problem_ = std::nullopt;
   log_.info("store_recovered",
-            {{"revision", std::to_string(kept_.revision)},
+            {{"revision", kept_.revision},
              {"unknown",
               isKnown   ? "none"
               : wasKept ? "kept"

@@ -67,7 +67,7 @@ TEST(ServeResources, WhatTheLogHasNoRoomForIsCountedAndBreaksNoOtherLine) {
   EXPECT_THAT(lines,
               ElementsAre(HasSubstr(" info started "),
                           SizeIs(10),
-                          EndsWith(" info stopping signal=15 lost=2"),
+                          EndsWith(" info stopping signal=15 lost=4"),
                           HasSubstr(" info stopped ")));
 }
 

@@ -106,6 +106,8 @@ TEST(Serve, ASwitchEnrolsIsAnsweredFallsSilentReturnsAndLeaves) {
   }
   EXPECT_THAT(names,
               ElementsAre("started",
+                          "switch_not_ready",
+                          "switch_not_ready",
                           "switch_ready",
                           "heartbeat_expired",
                           "switch_not_ready",
@@ -116,6 +118,39 @@ TEST(Serve, ASwitchEnrolsIsAnsweredFallsSilentReturnsAndLeaves) {
   EXPECT_EQ(events(served, "switch_ready")[0]["switch"], "a");
   EXPECT_EQ(events(served, "switch_ready")[0]["systemId"], kId);
   EXPECT_EQ(events(served, "heartbeat_expired")[0]["path"], std::string("heartbeat/") + kId);
+  std::vector<std::string> reasons;
+  for (Json const& event : events(served, "switch_not_ready")) reasons.push_back(event["reason"]);
+  EXPECT_THAT(reasons, ElementsAre("NoStatus", "NeverHeard", "HeartbeatExpired", "RegistrationDeleted"));
+}
+
+TEST(Serve, LogsManySwitchesTogether) {
+  Served served({"--memory", "--log-format", "json", "--heartbeat-ttl", "0"});
+  Api api(served);
+  EXPECT_EQ(api.put("controller/config", R"({"enabled": true})").status, 200);
+  std::string lines;
+  for (int number = 10; number < 30; ++number) {
+    std::string const id = "02:00:00:aa:00:" + std::to_string(number);
+    std::string const name = "registration/leaf-" + std::to_string(number);
+    lines += R"({"put": "heartbeat/)" + id + R"(", "value": 1})" + "\n";
+    lines += R"({"put": ")" + name + R"(/config", "value": {"systemId": ")" + id + R"(", "enabled": true}})" + "\n";
+    lines += R"({"put": ")" + name + R"(/status", "value": {}})" + "\n";
+  }
+  EXPECT_EQ(api.post(lines).status, 200);
+  EXPECT_EQ(api.put("controller/config", R"({"enabled": false})").status, 200);
+  EXPECT_EQ(api.put("registration/twin/config", R"({"systemId": "02:00:00:aa:00:10"})").status, 200);
+  EXPECT_EQ(served.stop(), 0);
+  std::map<std::string, std::vector<Json>> ends;
+  for (Json const& event : events(served)) {
+    if (event.contains("switch") && event["reason"] == "AgentDisabled") ends["alone"].push_back(event["switch"]);
+    if (event.contains("count") && event["reason"] == "AgentDisabled") ends["together"].push_back(event);
+    if (event["event"] == "identity_conflict") ends["conflict"].push_back(event["switch"]);
+  }
+  EXPECT_THAT(ends["alone"], ElementsAre("leaf-10", "leaf-11", "leaf-12", "leaf-13", "leaf-14"));
+  EXPECT_THAT(ends["conflict"], ElementsAre("leaf-10", "twin"));
+  ASSERT_EQ(ends["together"].size(), 1u);
+  EXPECT_EQ(ends["together"][0]["event"], "switch_not_ready");
+  EXPECT_EQ(ends["together"][0]["count"], 15) << "a number";
+  EXPECT_EQ(ends["together"][0]["first"], "leaf-15, leaf-16, leaf-17, leaf-18, leaf-19");
 }
 
 TEST(Serve, LogsOneLineAnEvent) {
@@ -127,7 +162,9 @@ TEST(Serve, LogsOneLineAnEvent) {
   for (std::string line; std::getline(log, line);) lines.push_back(line);
   EXPECT_THAT(lines,
               ElementsAre(AllOf(HasSubstr(" info started url=http://127.0.0.1:"), HasSubstr(" state=memory")),
-                          HasSubstr(" info switch_ready switch=a systemId=02:00:00:aa:00:01"),
+                          HasSubstr(" info switch_not_ready switch=a systemId=02:00:00:aa:00:01 reason=NoStatus"),
+                          HasSubstr(" info switch_not_ready switch=a systemId=02:00:00:aa:00:01 reason=NeverHeard"),
+                          HasSubstr(" info switch_ready switch=a systemId=02:00:00:aa:00:01 reason=RowThere"),
                           HasSubstr(" info stopping signal=2"),
                           HasSubstr(" info stopped revision=")));
 }
