@@ -7,6 +7,10 @@
 
 namespace Agent {
 
+/// What a request is told for whose body there is no room.
+inline constexpr char kNoRoomForBodies[] =
+    "the bodies of all requests take as much memory as they may; expected to be sent again later";
+
 /// How many bytes all bodies may have together, and how many they have. Used by one thread.
 class BodyBudget {
  public:
@@ -22,9 +26,9 @@ class BodyBudget {
       if (taken_ != nullptr) *taken_ -= bytes_;
     }
 
-    /// The body has so many bytes by now, no fewer than before; false if there is no room for them.
-    bool grow(std::size_t bytes) {
-      if (bytes - bytes_ > most_ - *taken_) return false;
+    /// The body has so many bytes by now; false, and as many as before, if there is no room for them.
+    bool sizeIs(std::size_t bytes) {
+      if (bytes > bytes_ && bytes - bytes_ > most_ - *taken_) return false;
       *taken_ += bytes - bytes_;
       bytes_ = bytes;
       return true;

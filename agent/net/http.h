@@ -30,16 +30,6 @@ class ENROLIX_EXPORT HttpError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-struct HttpRequest {
-  std::string method = "GET";
-  /// As in the request line: percent-encoded path and query.
-  std::string target;
-  HttpFields fields;
-  std::string body;
-  /// A server's: it had come in before the request before it was answered.
-  bool isPipelined = false;
-};
-
 /// A source ends a piece that has become so long, in bytes.
 inline constexpr std::size_t kPieceBytes = std::size_t{64} * 1024;
 
@@ -69,6 +59,38 @@ class BodySource {
 
  private:
   std::function<void()> wake_;
+};
+
+/// The rest of a body will not come: its client has gone, sends what is no HTTP or too much, or takes too long.
+class BodyError : public std::runtime_error {
+ public:
+  BodyError(int status, std::string const& reason) : std::runtime_error(reason), status_(status) {}
+  /// What the request is to be answered with.
+  int status() const noexcept { return status_; }
+
+ private:
+  int status_;
+};
+
+/// The body of a request, to be asked for as it comes. What has not been asked for stays with the client, but for some
+/// 64 KiB, and its time does not pass meanwhile. `next()` throws a BodyError behind what has come if the rest will not.
+/// A request may be answered before; then the rest is thrown away as it comes.
+class BodyReader : public BodySource {
+ public:
+  /// Of what was given, so much is held now, in bytes: it counts among all bodies. What is given is counted as held.
+  virtual void heldIs(std::size_t bytes) = 0;
+};
+
+struct HttpRequest {
+  std::string method = "GET";
+  /// As in the request line: percent-encoded path and query.
+  std::string target;
+  HttpFields fields;
+  std::string body;
+  /// A server's: it had come in before the request before it was answered.
+  bool isPipelined = false;
+  /// A server's, instead of the body, if set.
+  std::shared_ptr<BodyReader> reader{};
 };
 
 struct HttpResponse {

@@ -12,10 +12,18 @@
 #include <utility>
 
 namespace Agent {
+namespace {
+
+constexpr char kTooSlow[] = "the request does not come to its end";
+constexpr char kStopping[] = "the server is stopping";
+constexpr char kEndsEarly[] = "the request ends early";
+
+}  // namespace
 
 // The promise of a response: if it is forgotten, the client is told.
 struct HttpConnection::Promise {
-  Promise(std::weak_ptr<HttpConnection> to, BodyBudget::Share of) : connection(std::move(to)), share(std::move(of)) {}
+  Promise(std::weak_ptr<HttpConnection> to, std::optional<BodyBudget::Share> of)
+      : connection(std::move(to)), share(std::move(of)) {}
   Promise(Promise const&) = delete;
   Promise& operator=(Promise const&) = delete;
   ~Promise() {
@@ -29,8 +37,8 @@ struct HttpConnection::Promise {
   }
 
   std::weak_ptr<HttpConnection> connection;
-  // As long as the program may have the request.
-  BodyBudget::Share share;
+  // As long as the program may have the request; none if it reads the body itself.
+  std::optional<BodyBudget::Share> share;
   bool kept = false;
 };
 
@@ -46,12 +54,9 @@ HttpConnection::HttpConnection(HttpConnectionHost& host, HttpSocket socket, Addr
   ::setsockopt(socket_.native_handle(), IPPROTO_TCP, TCP_NOTSENT_LOWAT, &unsent, sizeof unsent);
 }
 
-std::chrono::milliseconds HttpConnection::timeOf(std::size_t bytes) const {
-  return std::chrono::milliseconds(1000 * bytes / host_.limits().bytesPerSecond);
-}
-
 void HttpConnection::checkTime(Clock::time_point now) {
   auto const idle = host_.limits().idle;
+  if (body_ && body_->isLate(now, host_.limits())) failBody(408, kTooSlow);
   bool const stands = now - moved_ > (wanting_.empty() ? idle : std::min(idle, kLongestSpare));
   switch (phase_) {
     case Phase::Reading:
@@ -59,8 +64,8 @@ void HttpConnection::checkTime(Clock::time_point now) {
         if (stands) turnAway();
       } else if (!hasBegun()) {
         if (stands) close();
-      } else if (stands || now - begun_ > 2 * idle + timeOf(parser_->bodyBytes())) {
-        refuse(408, "the request does not come to its end");
+      } else if (stands || now - begun_ > 2 * idle + host_.limits().timeOf(parser_->bodyBytes())) {
+        refuse(408, kTooSlow);
       }
       return;
     case Phase::Writing:
@@ -72,16 +77,23 @@ void HttpConnection::checkTime(Clock::time_point now) {
       return;
     case Phase::Answering:
     case Phase::Waiting:
+    case Phase::Skipping:
     case Phase::Closed:
       return;
   }
 }
 
+void HttpConnection::failBody(int status, std::string const& reason) {
+  body_->fail(status, reason);
+  advance();
+}
+
 void HttpConnection::stop() {
+  if (body_) failBody(503, kStopping);
   if (phase_ == Phase::Waiting) wakeLater();
   if (phase_ != Phase::Reading) return;
   if (hasBegun())
-    refuse(503, "the server is stopping");
+    refuse(503, kStopping);
   else
     close();
 }
@@ -95,6 +107,7 @@ void HttpConnection::close() {
   parser_.reset();
   share_.reset();
   source_.reset();
+  if (auto const body = std::exchange(body_, nullptr)) body->fail(400, kEndsEarly);
   host_.left(*this);
 }
 
@@ -124,6 +137,7 @@ void HttpConnection::advance() {
 bool HttpConnection::step() {
   if (phase_ == Phase::Reading) return read();
   if (phase_ == Phase::Writing) return write();
+  if (phase_ == Phase::Skipping) return skip();
   return false;
 }
 
@@ -140,13 +154,16 @@ bool HttpConnection::read() {
       turnAway();
       return true;
     }
-    if (!share_->grow(parser_->bodyBytes())) {
-      refuse(503, "the bodies of all requests take as much memory as they may; expected to be sent again later");
+    if (!share_->sizeIs(parser_->bodyBytes())) {
+      refuse(503, kNoRoomForBodies);
       return true;
     }
     switch (state) {
       case HttpRequestParser::State::HeaderIn:
-        if (parser_->expectsContinue() && in_.empty()) sayContinue();
+        if (host_.isReadAsItComes(parser_->request()))
+          handle();
+        else if (parser_->expectsContinue() && in_.empty())
+          sayContinue();
         return true;
       case HttpRequestParser::State::Complete:
         handle();
@@ -160,7 +177,7 @@ bool HttpConnection::read() {
   }
   if (!ended_) return false;
   if (hasBegun())
-    refuse(400, "the request ends early");
+    refuse(400, kEndsEarly);
   else
     close();
   return true;
@@ -177,15 +194,44 @@ void HttpConnection::handle() {
   keepsAlive_ = parser_->keep_alive();
   HttpRequest request = parser_->takeRequest();
   request.isPipelined = isPipelined_;
+  if (!parser_->is_done()) {
+    isAsked_ = !parser_->expectsContinue();
+    auto taken = [self = weak_from_this()] {
+      if (auto const open = self.lock()) open->bodyTaken();
+    };
+    body_ = std::make_shared<ArrivingBody>(std::move(*parser_), *std::move(share_), begun_, std::move(taken));
+    share_.reset();
+    body_->feed(in_);
+    request.reader = body_;
+  }
   parser_.reset();
   isHead_ = request.method == "HEAD";
-  auto const promise = std::make_shared<Promise>(weak_from_this(), *std::move(share_));
+  auto const promise = std::make_shared<Promise>(weak_from_this(), std::move(share_));
   share_.reset();
   try {
     host_.handle(std::move(request), [promise](HttpResponse response) { promise->keep(std::move(response)); });
   } catch (std::exception const& error) {
     if (!promise->kept) promise->keep(host_.problem(500, error.what()));
   }
+}
+
+void HttpConnection::bodyTaken() {
+  bool const isWanted = body_ && body_->isAwaited() && !body_->hasBegun();
+  if (isWanted && !std::exchange(isAsked_, true)) sayContinue();
+  awaitBytes();
+}
+
+void HttpConnection::dropBody() {
+  // A client that waits to be asked for its body may send none.
+  if (!isAsked_ && !body_->hasBegun()) body_->fail(417, "the body was not asked for");
+  body_->drop();
+  if (body_->isOver() && !body_->isComplete()) keepsAlive_ = false;
+}
+
+bool HttpConnection::skip() {
+  if (!body_->isOver()) return false;
+  finish();
+  return true;
 }
 
 void HttpConnection::sayContinue() {
@@ -210,7 +256,9 @@ void HttpConnection::refuse(int status, std::string const& reason) {
 void HttpConnection::awaitBytes() {
   // What has come in is answered first.
   if (awaitsBytes_ || isPosted_ || ended_ || phase_ == Phase::Closed) return;
-  if (phase_ != Phase::Reading && in_.size() >= host_.limits().headerBytes) return;
+  bool const isBody = body_ && !body_->isOver();
+  bool const isAhead = phase_ != Phase::Reading && in_.size() >= host_.limits().headerBytes;
+  if (isBody ? !body_->hasRoom() : isAhead) return;
   awaitsBytes_ = true;
   socket_.async_wait(HttpSocket::wait_read, [self = shared_from_this()](ErrorCode const& error) {
     self->awaitsBytes_ = false;
@@ -220,7 +268,7 @@ void HttpConnection::awaitBytes() {
 
 void HttpConnection::takeBytes() {
   if (phase_ == Phase::Closed) return;
-  std::size_t const most = parser_ ? parser_->wanted() : host_.limits().headerBytes;
+  std::size_t const most = body_ ? body_->wanted() : parser_ ? parser_->wanted() : host_.limits().headerBytes;
   auto const scratch = host_.scratch().first(std::min(most, host_.scratch().size()));
   ErrorCode error;
   std::size_t const count = socket_.read_some(boost::asio::buffer(scratch.data(), scratch.size()), error);
@@ -228,14 +276,16 @@ void HttpConnection::takeBytes() {
     ended_ = true;
     // No client waits behind a half-closed connection for what may never come.
     if (phase_ == Phase::Waiting || phase_ == Phase::Draining) close();
+    if (body_) body_->fail(400, kEndsEarly);
   } else if (error && error != boost::asio::error::would_block) {
     close();
   } else if (!error && phase_ != Phase::Draining) {
     in_.append(scratch.data(), count);
+    if (body_) body_->feed(in_);
     // Without a place there is one deadline for all of a request.
     if (phase_ == Phase::Reading && wanting_.empty()) moved_ = Clock::now();
   }
-  if (phase_ == Phase::Reading)
+  if (phase_ == Phase::Reading || phase_ == Phase::Skipping)
     advance();
   else
     awaitBytes();

@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "agent/net/address_shares.h"
+#include "agent/net/arriving_body.h"
 #include "agent/net/body_budget.h"
 #include "agent/net/http_request_parser.h"
 #include "agent/net/http_server.h"
@@ -42,6 +43,8 @@ class HttpConnectionHost {
   virtual HttpResponse problem(int status, std::string const& reason) = 0;
   /// Whether the request is answered even if its connection has no place.
   virtual bool isVital(HttpRequest const& request) const = 0;
+  /// Whether its body is read by the program.
+  virtual bool isReadAsItComes(HttpRequest const& request) const = 0;
   /// A client was refused, for want of a place.
   virtual void turnedAway(std::string const& reason) = 0;
   /// It has closed.
@@ -76,6 +79,7 @@ class HttpConnection final : public std::enable_shared_from_this<HttpConnection>
     Answering,  // the program has the request
     Writing,    // of a response
     Waiting,    // for the source of a response
+    Skipping,   // all is written, and the rest of the body is thrown away: another request may follow it
     Draining,   // all is written, and what the client still sends is thrown away, lest it miss the response
     Closed
   };
@@ -100,10 +104,11 @@ class HttpConnection final : public std::enable_shared_from_this<HttpConnection>
   // An empty line does not begin a request.
   bool hasBegun() const { return parser_ && parser_->got_some(); }
 
-  // How long so many bytes may take.
-  std::chrono::milliseconds timeOf(std::size_t bytes) const;
-
   void handle();
+  void bodyTaken();
+  void failBody(int status, std::string const& reason);
+  void dropBody();
+  bool skip();
   void sayContinue();
   void answer(HttpResponse response);
   void wakeLater();
@@ -142,6 +147,8 @@ class HttpConnection final : public std::enable_shared_from_this<HttpConnection>
   std::optional<HttpRequestParser> parser_;
   std::optional<BodyBudget::Share> share_;
   Clock::time_point begun_;
+  // Of the request that is being answered, as long as there is more of it or the program has not answered.
+  std::shared_ptr<ArrivingBody> body_;
 
   // Since when the response waits for its reader, and how far that is behind the rate that it is to keep.
   Clock::time_point waits_;
@@ -154,6 +161,8 @@ class HttpConnection final : public std::enable_shared_from_this<HttpConnection>
   bool http11_ = true;
   bool keepsAlive_ = true;
   bool isHead_ = false;
+  // Its client has been told that the body is wanted.
+  bool isAsked_ = false;
 
   // What is to be written next, and how much of it has been.
   std::string out_;

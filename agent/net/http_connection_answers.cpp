@@ -14,6 +14,7 @@ namespace Agent {
 
 void HttpConnection::answer(HttpResponse response) {
   if (phase_ != Phase::Answering) return;
+  if (body_) dropBody();
   if (host_.isStopping() || !wanting_.empty()) keepsAlive_ = false;
   int const status = response.status;
   HttpFields& fields = response.fields;
@@ -114,7 +115,7 @@ bool HttpConnection::flush() {
     }
     sent_ += count;
     moved_ = Clock::now();
-    behind_ -= std::min<Clock::duration>(behind_, timeOf(count));
+    behind_ -= std::min<Clock::duration>(behind_, host_.limits().timeOf(count));
   }
   sent_ = 0;
   out_ = std::string();
@@ -123,6 +124,12 @@ bool HttpConnection::flush() {
 
 void HttpConnection::finish() {
   moved_ = Clock::now();
+  if (keepsAlive_ && body_ && !body_->isOver()) {
+    phase_ = Phase::Skipping;
+    return;
+  }
+  if (body_ && !body_->isComplete()) keepsAlive_ = false;
+  body_.reset();
   if (keepsAlive_ && !host_.isStopping()) {
     phase_ = Phase::Reading;
     isPipelined_ = !in_.empty();

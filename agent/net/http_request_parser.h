@@ -65,8 +65,15 @@ class HttpRequestParser final : public HttpMessageParser<true, HttpRequest> {
   /// Whether the client waits for a word before it sends the body.
   bool expectsContinue() const { return expectsContinue_; }
   bool isHttp11() const { return version_ == 11; }
-  /// The memory of what has been read of the body.
+  /// The memory of what has been read of the body and has not been taken.
   std::size_t bodyBytes() const { return message_.body.capacity(); }
+  std::size_t bodySize() const { return message_.body.size(); }
+  /// All that has been read of it.
+  std::uint64_t bodyRead() const { return taken_ + message_.body.size(); }
+  std::string takeBody() {
+    taken_ += message_.body.size();
+    return std::exchange(message_.body, std::string());
+  }
   /// How much there may be to read for it, as far as is known: of what follows behind it no more is to be read than a
   /// header.
   std::size_t wanted() const {
@@ -74,7 +81,8 @@ class HttpRequestParser final : public HttpMessageParser<true, HttpRequest> {
     return static_cast<std::size_t>(std::max<std::uint64_t>(left.value_or(0), headerLimit_));
   }
   HttpRequest const& request() const { return message_; }
-  HttpRequest takeRequest() { return std::move(message_); }
+  /// With what has been read of the body.
+  HttpRequest takeRequest() { return std::exchange(message_, HttpRequest()); }
 
  private:
   State refuse(ErrorCode const& error) {
@@ -154,6 +162,7 @@ class HttpRequestParser final : public HttpMessageParser<true, HttpRequest> {
   std::size_t const headerLimit_;
   std::uint64_t const bodyLimit_;
   std::size_t headerBytes_ = 0;
+  std::uint64_t taken_ = 0;
   bool skippedLine_ = false;
   int version_ = 0;
   bool expectsContinue_ = false;

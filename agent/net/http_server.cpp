@@ -165,6 +165,9 @@ class HttpServer::Impl final : public HttpConnectionHost {
   }
 
   bool isVital(HttpRequest const& request) const override { return isVital_ && isVital_(request); }
+  bool isReadAsItComes(HttpRequest const& request) const override {
+    return isReadAsItComes_ && isReadAsItComes_(request);
+  }
   void turnedAway(std::string const& reason) override {
     ++turnedAwayCount_;
     turnedAwayReason_ = reason;
@@ -304,7 +307,8 @@ class HttpServer::Impl final : public HttpConnectionHost {
   StopClock stops_;
   HttpHandler handler_;
   std::function<HttpResponse(int, std::string const&)> problem_;
-  std::function<bool(HttpRequest const&)> isVital_;
+  IsKind isVital_;
+  IsKind isReadAsItComes_;
   std::map<int, std::function<void()>> heard_;
   std::function<void(std::string const*)> pauseTold_;
   // From the first pause until there has been none for a while.
@@ -344,11 +348,12 @@ HttpServer::~HttpServer() = default;
 std::uint16_t HttpServer::port() const { return impl_->port_; }
 
 void HttpServer::handlerIs(HttpHandler handler,
-                           std::function<HttpResponse(int status, std::string const& reason)> problem,
-                           std::function<bool(HttpRequest const& request)> isVital) {
+                           std::function<HttpResponse(int status, std::string const& reason)> problem, IsKind isVital,
+                           IsKind isReadAsItComes) {
   impl_->handler_ = std::move(handler);
   impl_->problem_ = std::move(problem);
   impl_->isVital_ = std::move(isVital);
+  impl_->isReadAsItComes_ = std::move(isReadAsItComes);
 }
 
 std::size_t HttpServer::connections() const { return impl_->connections_.size(); }

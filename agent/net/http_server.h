@@ -32,6 +32,11 @@ struct HttpLimits {
   /// responses may be behind that rate by as much.
   std::chrono::milliseconds idle = std::chrono::seconds(60);
   std::size_t bytesPerSecond = 16 * 1024;
+
+  /// How long so many bytes may take.
+  std::chrono::milliseconds timeOf(std::uint64_t bytes) const {
+    return std::chrono::milliseconds(1000 * bytes / bytesPerSecond);
+  }
 };
 
 /// Serves HTTP/1.1 on one address, all of it on the thread that calls `run()`. Every connection holds what it has not
@@ -48,9 +53,11 @@ class HttpServer final : public EventLoop {
 
   /// The handler that answers; set before `run()`. `problem` makes the response to what is refused before it becomes a
   /// request: a status from 400 up and a reason. A connection for which there is no place has one of a few more for
-  /// two seconds and one request, which is handled if `isVital` says so and refused otherwise.
+  /// two seconds and one request, which is handled if `isVital` says so and refused otherwise. A request whose body is
+  /// still to come is handled with a reader of it if `isReadAsItComes` says so, and with all of it otherwise.
+  using IsKind = std::function<bool(HttpRequest const& request)>;
   void handlerIs(HttpHandler handler, std::function<HttpResponse(int status, std::string const& reason)> problem,
-                 std::function<bool(HttpRequest const& request)> isVital = nullptr);
+                 IsKind isVital = nullptr, IsKind isReadAsItComes = nullptr);
 
   /// Open connections, but for those that have no place.
   std::size_t connections() const;

@@ -33,7 +33,7 @@ class TextInPieces {
     goOn(piece, end);
     if (!isTelling_) return;
     share_.emplace(held);
-    if (share_->grow(text->size())) held_ = text;
+    if (share_->sizeIs(text->size())) held_ = text;
   }
   /// Tells more of a text that is being told. Throws if it has gone: the reader has a part of a document that is no
   /// longer there.

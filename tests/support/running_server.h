@@ -21,7 +21,10 @@ class RunningServer {
       return response;
     };
     server_.handlerIs(
-        std::move(handler), problem, [](Agent::HttpRequest const& request) { return request.target == "/vital"; });
+        std::move(handler),
+        problem,
+        [](Agent::HttpRequest const& request) { return request.target == "/vital"; },
+        [](Agent::HttpRequest const& request) { return request.target == "/reads"; });
     thread_ = std::thread([this] { server_.run(); });
   }
   ~RunningServer() {
