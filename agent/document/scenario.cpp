@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 namespace Agent {
 namespace {
@@ -103,41 +104,40 @@ std::optional<Operation> ScenarioReader::next() {
   return std::nullopt;
 }
 
-// Reads the next chunk; false at the end. The first one is at least as long as a byte order mark, unless the scenario
-// is shorter.
+// Reads the next chunk; false if there is none, at the end or for now. The first one is at least as long as a byte
+// order mark, unless the scenario is shorter.
 bool ScenarioReader::fill() {
   constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-  begin_ = 0;
-  end_ = source_->read(chunk_.data(), chunk_.size());
-  if (isStarted_) return end_ > 0;
-  isStarted_ = true;
-  for (std::size_t more = end_; more > 0 && end_ < kByteOrderMark.size(); end_ += more) {
+  if (isStarted_) begin_ = end_ = 0;
+  std::size_t more = 0;
+  do {
     more = source_->read(chunk_.data() + end_, chunk_.size() - end_);
-  }
-  if (std::string_view(chunk_.data(), end_).substr(0, kByteOrderMark.size()) == kByteOrderMark) {
+    end_ += more;
+  } while (!isStarted_ && more > 0 && end_ < kByteOrderMark.size());
+  if (more == 0 && source_->isWaiting()) return false;
+  if (!std::exchange(isStarted_, true) && std::string_view(chunk_.data(), end_).starts_with(kByteOrderMark))
     begin_ = kByteOrderMark.size();
-  }
   return end_ > 0;
 }
 
-// Reads one line without its line break; false at the end.
+// Reads one line without its line break, or goes on with it; false if it is not whole yet, or there is none.
 bool ScenarioReader::readLine() {
-  text_.clear();
-  content_ = Content::kBlank;
-  bool isBegun = false;
-  while (begin_ < end_ || fill()) {
+  while ((isStarted_ && begin_ < end_) || fill()) {
     // A chunk may hold nothing but the byte order mark.
     if (begin_ == end_) continue;
-    if (!isBegun) ++line_;
-    isBegun = true;
+    if (!std::exchange(isInLine_, true)) {
+      ++line_;
+      text_.clear();
+      content_ = Content::kBlank;
+    }
     char const* const bytes = chunk_.data() + begin_;
     auto const* const lineBreak = static_cast<char const*>(std::memchr(bytes, '\n', end_ - begin_));
     std::size_t const size = lineBreak ? static_cast<std::size_t>(lineBreak - bytes) : end_ - begin_;
     append(bytes, size);
     begin_ += lineBreak ? size + 1 : size;
-    if (lineBreak) return true;
+    if (lineBreak) return std::exchange(isInLine_, false);
   }
-  return isBegun;
+  return !source_->isWaiting() && std::exchange(isInLine_, false);
 }
 
 // Keeps the bytes of a line up to what tells that it is too long: two more than the limit, one of which may turn out

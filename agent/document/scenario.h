@@ -43,6 +43,8 @@ class ByteSource {
 
   /// Reads up to `room` bytes to `to` and returns how many it were, 0 at the end. Throws a FileError.
   virtual std::size_t read(char* to, std::size_t room) = 0;
+  /// Whether it was no end yet: there will be more, later.
+  virtual bool isWaiting() const { return false; }
 };
 
 /// Opens a file for reading; "-" is standard input. Throws a FileError.
@@ -56,9 +58,12 @@ class ScenarioReader {
   explicit ScenarioReader(std::unique_ptr<ByteSource> source, LineLimits const& limits = {})
       : source_(std::move(source)), limits_(limits) {}
 
-  /// The next operation; nothing at the end. Throws an InputError if the line holds none, after which reading goes on
-  /// with the line behind it, and a FileError if the source fails.
+  /// The next operation; nothing at the end, and when the source waits for the rest of a line. Throws an InputError if
+  /// the line holds none, after which reading goes on with the line behind it, and what the source throws.
   std::optional<Operation> next();
+
+  /// The memory of the line that is being read.
+  std::size_t lineBytes() const noexcept { return text_.capacity(); }
 
   /// The number of the line read last, counted from 1.
   std::size_t line() const noexcept { return line_; }
@@ -78,6 +83,7 @@ class ScenarioReader {
   bool isStarted_ = false;
 
   std::size_t line_ = 0;
+  bool isInLine_ = false;
   std::string text_;
   Content content_ = Content::kBlank;
 };

@@ -86,7 +86,8 @@ class Agent {
     server_.handlerIs(
         [this](HttpRequest request, HttpAnswer answer) { api_.handle(std::move(request), std::move(answer)); },
         &TreeApi::problem,
-        &TreeApi::isVital);
+        &TreeApi::isVital,
+        &TreeApi::isReadAsItComes);
     for (int const signal : {SIGTERM, SIGINT}) server_.onSignal(signal, [this, signal] { stop(signal); });
     server_.onPause([this](std::string const* reason) {
       if (reason != nullptr)

@@ -36,6 +36,15 @@ bool hasParameter(std::string_view query, std::string_view name) {
   return false;
 }
 
+/// Whether the request is for one of those routes, as far as is seen without a closer look.
+template <class IsOne>
+bool isFor(HttpRequest const& request, IsOne const& isOne) {
+  auto const path = std::string_view(request.target).substr(0, request.target.find('?'));
+  return std::ranges::any_of(TreeApi::routes(), [&](TreeApi::Route const& route) {
+    return isOne(route) && isAt(route.resource, path) && takes(route, request.method);
+  });
+}
+
 [[noreturn]] void refuseResource() {
   std::vector<std::string_view> resources;
   for (TreeApi::Route const& route : TreeApi::routes()) {
@@ -55,12 +64,13 @@ bool hasParameter(std::string_view query, std::string_view name) {
 std::span<TreeApi::Route const> TreeApi::routes() {
   constexpr unsigned kConditional = Route::kConditional;
   constexpr unsigned kRepeatable = Route::kRepeatable;
+  constexpr unsigned kReadAsItComes = Route::kReadAsItComes;
   static constexpr Route kRoutes[] = {
       {"GET", "/v1/tree/<path>", "", kConditional | kRepeatable, Urgency::kOperator, &TreeApi::getDocument},
       {"PUT", "/v1/tree/<path>", "ttl=SECONDS", kConditional | kRepeatable, Urgency::kOperator, &TreeApi::putDocument},
       {"DELETE", "/v1/tree/<path>", "", kConditional | kRepeatable, Urgency::kOperator, &TreeApi::deleteDocument},
       {"GET", "/v1/tree", "prefix=P", kConditional | kRepeatable, Urgency::kBulk, &TreeApi::listDocuments},
-      {"POST", "/v1/tree", "atomic=1&ttl=SECONDS", kConditional, Urgency::kBulk, &TreeApi::postBatch},
+      {"POST", "/v1/tree", "atomic=1&ttl=SECONDS", kConditional | kReadAsItComes, Urgency::kBulk, &TreeApi::postBatch},
       {"GET",
        "/v1/switches",
        "ready=1&reason=CODE&service=S&name=GLOB&systemId=ID&limit=COUNT&after=NAME",
@@ -77,10 +87,11 @@ std::span<TreeApi::Route const> TreeApi::routes() {
 }
 
 bool TreeApi::isVital(HttpRequest const& request) {
-  auto const path = std::string_view(request.target).substr(0, request.target.find('?'));
-  return std::ranges::any_of(routes(), [&](Route const& route) {
-    return route.urgency == Urgency::kHealth && isAt(route.resource, path) && takes(route, request.method);
-  });
+  return isFor(request, [](Route const& route) { return route.urgency == Urgency::kHealth; });
+}
+
+bool TreeApi::isReadAsItComes(HttpRequest const& request) {
+  return isFor(request, [](Route const& route) { return (route.traits & Route::kReadAsItComes) != 0; });
 }
 
 TreeApi::Route const& TreeApi::Call::findRoute() {

@@ -5,6 +5,7 @@
 #include <deque>
 #include <functional>
 #include <memory>
+#include <set>
 #include <span>
 #include <string>
 #include <string_view>
@@ -46,6 +47,7 @@ class TreeApi {
       kConditional = 1,   ///< If-Match and If-None-Match are heeded.
       kRepeatable = 2,    ///< Sent again, as after an answer that was lost, it changes nothing more.
       kBetweenTurns = 4,  ///< It is not answered in the middle of a turn that takes long.
+      kReadAsItComes = 8,  ///< It is answered when its header is in, and reads the body itself.
     };
 
     /// With GET, HEAD is taken too.
@@ -85,6 +87,10 @@ class TreeApi {
   /// Whether the request is for a route that is vital.
   static bool isVital(HttpRequest const& request);
 
+  /// Whether the request is for a route that reads the body itself. If it comes with its body all the same, that is
+  /// taken too.
+  static bool isReadAsItComes(HttpRequest const& request);
+
   /// From now on nothing is answered but that the agent stops.
   void stop() { isStopping_ = true; }
 
@@ -107,6 +113,9 @@ class TreeApi {
   static std::optional<Operation> next(Batch& batch, std::size_t most);
   void applyWhole(Batch& batch);
   bool take(Batch& batch, Operation operation);
+  bool gather(std::shared_ptr<Batch> const& batch);
+  void await(std::shared_ptr<Batch> const& batch);
+  void rouse(std::shared_ptr<Batch> const& batch);
   void goOn(std::shared_ptr<Batch> const& batch);
   void goOnLater(std::shared_ptr<Batch> const& batch);
   void forget(std::shared_ptr<Batch> const& batch);
@@ -128,8 +137,10 @@ class TreeApi {
   Door door_;
   std::string warning_;
   RequestQueue queue_;
-  /// Atomic batches that have not ended; the first one is being read or applied.
+  /// Atomic batches that are whole and have not ended; the first one is being read or applied.
   std::deque<std::shared_ptr<Batch>> atomic_;
+  /// Batches that wait for their clients.
+  std::set<std::shared_ptr<Batch>> awaited_;
   bool isStopping_ = false;
 };
 

@@ -19,48 +19,79 @@ constexpr std::size_t kLineValues = 2;
 
 }  // namespace
 
-/// A request's body, read as a scenario.
+/// A request's body, read as a scenario while it comes.
 class TreeApi::BatchText final : public ByteSource {
  public:
-  explicit BatchText(std::string text) : text_(std::move(text)) {}
+  explicit BatchText(HttpRequest& request) : body_(std::move(request.reader)), text_(std::move(request.body)) {}
 
   std::size_t read(char* to, std::size_t room) override {
+    if (at_ == text_.size()) {
+      text_.clear();
+      at_ = 0;
+      take();
+    }
     std::size_t const size = std::min(room, text_.size() - at_);
     std::copy_n(text_.data() + at_, size, to);
     at_ += size;
+    read_ += size;
     return size;
   }
+  bool isWaiting() const override { return isWaiting_; }
+
+  /// Takes what has come; false if that is nothing.
+  bool take() {
+    auto piece = body_ ? body_->next() : std::nullopt;
+    isWaiting_ = piece && piece->empty();
+    if (!piece || isWaiting_) return false;
+    if (text_.empty())
+      text_ = std::move(*piece);
+    else
+      text_ += *piece;
+    return true;
+  }
+  /// Beside what it holds itself, its reader holds so many bytes.
+  void holds(std::size_t bytes) {
+    if (body_) body_->heldIs(text_.capacity() + bytes);
+  }
+  void wakeIs(std::function<void()> wake) { body_->wakeIs(std::move(wake)); }
+
   /// How much of it has been read.
-  std::size_t at() const { return at_; }
+  std::size_t at() const { return read_; }
 
  private:
+  std::shared_ptr<BodyReader> body_;
   std::string text_;
   std::size_t at_ = 0;
+  std::size_t read_ = 0;
+  bool isWaiting_ = false;
 };
 
 /// A batch on its way: what has been read of it, and how far it has come.
 struct TreeApi::Batch {
-  Batch(std::string body, ApiLimits const& limits) : Batch(std::make_unique<BatchText>(std::move(body)), limits) {}
-  Batch(std::unique_ptr<BatchText> from, ApiLimits const& limits)
-      : text(*from),
+  Batch(Call& of, ApiLimits const& limits) : Batch(of, std::make_unique<BatchText>(of.request), limits) {}
+  Batch(Call& of, std::unique_ptr<BatchText> from, ApiLimits const& limits)
+      : call(of.shared_from_this()),
+        text(*from),
         reader(std::move(from),
                {std::min(limits.documentBytes + kLineBytes, kMaximumLineBytes),
                 {std::min(limits.document.depth + 1, kMaximumNesting), limits.document.values + kLineValues}}) {}
 
-  HttpAnswer answer;
+  std::shared_ptr<Call> call;
   BatchText& text;
   ScenarioReader reader;
   std::size_t read = 0;
   std::optional<Service::TimeToLive> timeToLive;
-  /// All are applied in one turn: what has been read so far, and the lines.
+  /// All are applied in one turn. It is read when all of its text is there, lest a slow client hold up others: what
+  /// has been read so far, and the lines.
   bool isAtomic = false;
+  bool isWhole = false;
   std::vector<Operation> operations;
   std::vector<std::size_t> lines;
   std::size_t applied = 0;
   /// So many of those are kept. If the others could not be, they are undone.
   std::size_t kept = 0;
   bool isUndone = false;
-  /// Pieces of it that are not kept yet, and whether it waits for one of them to go on.
+  /// Pieces of it that are not kept yet, and whether it waits for one of them, or for its client, to go on.
   std::size_t pieces = 0;
   bool isWaiting = false;
   /// What ends it early, and the line.
@@ -87,7 +118,7 @@ struct TreeApi::Batch {
   }
 };
 
-/// The next operation; nothing at the end of the batch, and where it ends early.
+/// The next operation; nothing at the end of the batch, where it ends early, and where it waits for its client.
 std::optional<Operation> TreeApi::next(Batch& batch, std::size_t most) {
   try {
     std::optional<Operation> operation = batch.reader.next();
@@ -95,6 +126,8 @@ std::optional<Operation> TreeApi::next(Batch& batch, std::size_t most) {
     batch.fail(HttpProblem(413, "more than " + std::to_string(most) + " documents in one batch"), batch.reader.line());
   } catch (InputError const& error) {
     batch.fail(inputProblem(error), batch.reader.line());
+  } catch (BodyError const& error) {
+    batch.fail(HttpProblem(error.status(), error.what()), 0);
   } catch (std::exception const& error) {
     batch.fail(HttpProblem(500, error.what()), batch.reader.line());
   }
@@ -102,22 +135,45 @@ std::optional<Operation> TreeApi::next(Batch& batch, std::size_t most) {
 }
 
 void TreeApi::postBatch(Call& call) {
-  auto const batch = std::make_shared<Batch>(std::move(call.request.body), limits_);
-  batch->timeToLive = call.timeToLive();
-  batch->answer = call.answer;
-  batch->isAtomic = call.flag("atomic");
-  if (batch->isAtomic) atomic_.push_back(batch);
+  auto const timeToLive = call.timeToLive();
+  bool const isAtomic = call.flag("atomic");
+  auto const batch = std::make_shared<Batch>(call, limits_);
+  batch->timeToLive = timeToLive;
+  batch->isAtomic = isAtomic;
+  goOn(batch);
+}
+
+/// Whether an atomic batch has all of its text, and its turn.
+bool TreeApi::gather(std::shared_ptr<Batch> const& batch) {
+  if (batch->isWhole) return true;
+  try {
+    while (batch->text.take()) batch->text.holds(0);
+  } catch (BodyError const& error) {
+    batch->fail(HttpProblem(error.status(), error.what()), 0);
+    finish(batch);
+    return false;
+  }
+  if (batch->text.isWaiting()) {
+    await(batch);
+    return false;
+  }
+  batch->isWhole = true;
+  atomic_.push_back(batch);
   // What has been read of one is much more than its text: they are read one at a time.
-  if (!batch->isAtomic || atomic_.size() == 1) goOn(batch);
+  return atomic_.size() == 1;
 }
 
 // All lines have been read.
 void TreeApi::applyWhole(Batch& batch) {
   std::size_t refused = 0;
   try {
+    // Others may have come before since its header was read.
+    requireRevision(*batch.call);
     TurnResult const result = service_.apply(batch.operations, batch.timeToLive, &refused);
     batch.applied = batch.operations.size();
     if (result.failure) batch.fail(HttpProblem(500, *result.failure), 0);
+  } catch (HttpProblem const& problem) {
+    batch.fail(problem, 0);
   } catch (InputError const& error) {
     batch.fail(refusal(error), batch.lines[refused]);
   } catch (StoreError const& error) {
@@ -138,13 +194,13 @@ void TreeApi::keep(std::shared_ptr<Batch> const& batch) {
       batch->isUndone = true;
       batch->fail(storeProblem(*problem), 0);
     }
-    if (std::exchange(batch->isWaiting, false)) goOnLater(batch);
+    rouse(batch);
   });
 }
 
 void TreeApi::finish(std::shared_ptr<Batch> const& batch) {
   service_.whenKept([this, batch](StoreError const* /*problem*/) {
-    batch->answer(batch->response(service_.kept().revision));
+    batch->call->answer(batch->response(service_.kept().revision));
     forget(batch);
   });
 }
@@ -155,7 +211,7 @@ void TreeApi::forget(std::shared_ptr<Batch> const& batch) {
       batch->operations.end() - static_cast<std::ptrdiff_t>(std::min(batch->operations.size(), kSlice)),
       batch->operations.end());
   if (!batch->operations.empty()) return queue_.add(Urgency::kBulk, false, [this, batch] { forget(batch); });
-  if (!batch->isAtomic) return;
+  if (!batch->isWhole) return;
   atomic_.pop_front();
   if (!atomic_.empty()) goOnLater(atomic_.front());
 }
@@ -165,21 +221,45 @@ void TreeApi::goOn(std::shared_ptr<Batch> const& batch) {
   Service::LongTask const task(service_);
   if (isStopping_ && !batch->problem) batch->fail(HttpProblem(503, "the agent stops"), 0);
   if (batch->isUndone || isStopping_) return finish(batch);
+  if (batch->isAtomic && !gather(batch)) return;
   std::size_t const most = batch->isAtomic ? std::min(limits_.batch, limits_.atomicBatch) : limits_.batch;
   std::size_t const end = batch->read + kSlice;
   std::size_t const endBytes = batch->text.at() + kSliceBytes;
   auto const endTime = loop_.now() + kSliceTime;
+  std::size_t const before = batch->applied;
   bool isEnded = false;
-  while (!isEnded && batch->read < end && batch->text.at() < endBytes && loop_.now() <= endTime) {
+  bool isStarved = false;
+  while (!isEnded && !isStarved && batch->read < end && batch->text.at() < endBytes && loop_.now() <= endTime) {
     std::optional<Operation> operation = next(*batch, most);
-    isEnded = !operation || !take(*batch, std::move(*operation));
+    isStarved = !operation && !batch->problem && batch->text.isWaiting();
+    isEnded = !isStarved && (!operation || !take(*batch, std::move(*operation)));
   }
   if (isEnded && batch->isAtomic && !batch->problem) applyWhole(*batch);
-  if (isEnded || !batch->isAtomic) keep(batch);
+  if (isEnded || batch->applied != before) keep(batch);
   if (isEnded) return finish(batch);
+  // What has been read of an atomic one is held as values.
+  if (!batch->isAtomic) batch->text.holds(batch->reader.lineBytes());
   // No further ahead of the store, lest those that write meanwhile wait for all of it.
-  batch->isWaiting = batch->pieces >= kPiecesAhead;
-  if (!batch->isWaiting) goOnLater(batch);
+  if (batch->pieces >= kPiecesAhead)
+    batch->isWaiting = true;
+  else if (isStarved)
+    await(batch);
+  else
+    goOnLater(batch);
+}
+
+/// Goes on when its client has sent more, or has gone.
+void TreeApi::await(std::shared_ptr<Batch> const& batch) {
+  batch->isWaiting = true;
+  awaited_.insert(batch);
+  batch->text.wakeIs([this, weak = std::weak_ptr(batch)] {
+    if (auto const found = weak.lock()) rouse(found);
+  });
+}
+
+void TreeApi::rouse(std::shared_ptr<Batch> const& batch) {
+  awaited_.erase(batch);
+  if (std::exchange(batch->isWaiting, false)) goOnLater(batch);
 }
 
 void TreeApi::goOnLater(std::shared_ptr<Batch> const& batch) {
