@@ -11,7 +11,8 @@
 
 namespace Agent {
 
-/// A message has no more fields than this: each takes more memory than its bytes on the line, however small it is.
+/// A message has no more fields than this, with its trailers: each takes more memory than its bytes on the line,
+/// however small it is.
 inline constexpr std::size_t kMostFields = 100;
 
 /// Gathers the fields and the body of one message.
@@ -24,15 +25,18 @@ class HttpMessageParser : public boost::beast::http::basic_parser<kIsRequest> {
   Message message_;
 
  private:
+  std::size_t fields_ = 0;
+
   void on_field_impl(boost::beast::http::field, Text name, Text value, ErrorCode& to) override {
+    if (++fields_ > kMostFields) to = boost::beast::http::error::buffer_overflow;
     // Trailers come when the message has been judged by its header, and may add nothing to that.
-    if (this->is_header_done()) return;
-    if (message_.fields.size() == kMostFields)
-      to = boost::beast::http::error::buffer_overflow;
-    else
-      message_.fields.emplace_back(std::string(name), std::string(value));
+    if (to || this->is_header_done()) return;
+    message_.fields.emplace_back(std::string(name), std::string(value));
   }
   std::size_t on_body_impl(Text body, ErrorCode&) override {
+    // No more memory than the whole of it takes, where that is known.
+    std::size_t const known = message_.body.size() + this->content_length_remaining().value_or(0);
+    if (known > message_.body.capacity() && known < 2 * message_.body.capacity()) message_.body.reserve(known);
     message_.body.append(body.data(), body.size());
     return body.size();
   }

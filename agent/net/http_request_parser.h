@@ -5,6 +5,7 @@
 #include <boost/asio/buffer.hpp>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "agent/net/http_message_parser.h"
@@ -46,6 +47,8 @@ class HttpRequestParser final : public HttpMessageParser<true, HttpRequest> {
       bool const wantsMore = error == boost::beast::http::error::need_more;
       if (error && !wantsMore)
         result = refuse(error);
+      else if (wantsMore && !inHeader && !mayBeginChunk(std::string_view(bytes).substr(used)))
+        result = refuse(boost::beast::http::error::bad_chunk);
       else if (tooLong(inHeader ? headerBytes_ : framing, wantsMore ? bytes.size() - used : 0))
         result = refuse(boost::beast::http::error::header_limit);
       else if (wantsMore)
@@ -90,7 +93,7 @@ class HttpRequestParser final : public HttpMessageParser<true, HttpRequest> {
     if (error == Error::header_limit) return refuse(431, longer("header", headerLimit_));
     if (error == Error::body_limit) return refuse(413, longer("body", bodyLimit_));
     if (error == Error::buffer_overflow)
-      return refuse(431, "the header has more than " + std::to_string(kMostFields) + " fields");
+      return refuse(431, "the header and the trailers have more than " + std::to_string(kMostFields) + " fields");
     return refuse(400, error.message());
   }
   static std::string longer(char const* what, std::uint64_t bytes) {
@@ -106,6 +109,14 @@ class HttpRequestParser final : public HttpMessageParser<true, HttpRequest> {
   // The grammar's own limit is for each call alone, and there is none for a chunk's head and for trailers.
   bool tooLong(std::size_t taken, std::size_t left) const { return taken + left > headerLimit_; }
 
+  // The grammar looks at the size of a chunk at the end of its line, and at that of the last one behind all trailers.
+  static bool mayBeginChunk(std::string_view text) {
+    if (text.starts_with("\r")) text.remove_prefix(std::min<std::size_t>(text.size(), 2));
+    std::size_t const end = text.find_first_not_of("0123456789abcdefABCDEF");
+    return end == std::string_view::npos ||
+           (end > 0 && std::string_view("\r; \t").find(text[end]) != std::string_view::npos);
+  }
+
   // Some clients end a body with a line end too many. Whether there may be more to skip.
   bool skipEmptyLine(std::string& bytes) {
     if (got_some() || skippedLine_ || !bytes.starts_with('\r')) return false;
@@ -119,9 +130,12 @@ class HttpRequestParser final : public HttpMessageParser<true, HttpRequest> {
     takeTheAuthority();
     int hosts = 0;
     int origins = 0;
+    int lengths = 0;
     for (auto const& [name, value] : message_.fields) {
       if (sameWithoutCase(name, "Host")) ++hosts;
       if (sameWithoutCase(name, "Origin")) ++origins;
+      if (sameWithoutCase(name, "Content-Length") && (++lengths > 1 || value.find(',') != std::string::npos))
+        return refuse(400, "expected one length of the content");
       if (sameWithoutCase(name, "Transfer-Encoding")) {
         if (!isHttp11()) return refuse(400, "Transfer-Encoding in a request of HTTP/1.0");
         if (!sameWithoutCase(value, "chunked")) return refuse(501, "expected no transfer coding but chunked");

@@ -52,6 +52,8 @@ std::vector<Refusal> const kRefusals{
     {"length beyond all numbers", get("/", "Content-Length: 99999999999999999999\r\n"), 400},
     {"two lengths", get("/", "Content-Length: 1\r\nContent-Length: 2\r\n") + "ab", 400},
     {"two lengths in one", get("/", "Content-Length: 1, 2\r\n") + "ab", 400},
+    {"the same length twice", get("/", "Content-Length: 0\r\nContent-Length: 0\r\n"), 400},
+    {"the same length twice in one", get("/", "Content-Length: 0,0\r\n"), 400},
     {"length, then chunks", get("/", "Content-Length: 5\r\nTransfer-Encoding: chunked\r\n") + "0\r\n\r\n", 400},
     {"chunks, then length", get("/", "Transfer-Encoding: chunked\r\nContent-Length: 5\r\n") + "0\r\n\r\n", 400},
     {"chunks twice", get("/", "Transfer-Encoding: chunked\r\nTransfer-Encoding: chunked\r\n") + "0\r\n\r\n", 400},
@@ -60,6 +62,8 @@ std::vector<Refusal> const kRefusals{
     {"unknown coding beside chunks", get("/", "Transfer-Encoding: gzip\r\nTransfer-Encoding: chunked\r\n"), 501},
     {"chunks of old", "PUT / HTTP/1.0\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n", 400},
     {"chunk size that is no number", chunked("x\r\n"), 400},
+    {"chunk size that is a number in C", chunked("0x0"), 400},
+    {"second chunk size that is no number", chunked("3\r\nabc\r\nx"), 400},
     {"chunk size beyond all numbers", chunked("10000000000000001\r\n"), 400},
     {"chunk without its end", chunked("3\r\nabcd\r\n0\r\n\r\n"), 400},
     {"chunk size in front of a bare line feed", chunked("3\nabc\r\n0\r\n\r\n"), 400},
@@ -142,17 +146,19 @@ std::vector<Exchange> const kExchanges{
 };
 
 // However small they are: each costs more memory than its bytes.
-TEST(HttpRequest, TakesAHundredFields) {
+TEST(HttpRequest, TakesAHundredFieldsWithTheTrailers) {
   RunningServer server(echo);
   for (int const count : {100, 101, 3000}) {
     std::string fields;
-    for (int field = 1; field < count; ++field) fields += "a:\r\n";
-    RawConnection client(server.port());
-    client.send(get("/a", fields));
-    auto const response = client.response();
-    EXPECT_EQ(response.status, count <= 100 ? 200 : 431);
-    if (count > 100) {
-      EXPECT_EQ(response.body, "the header has more than 100 fields");
+    for (int field = 2; field < count; ++field) fields += "a:\r\n";
+    for (std::string const& request : {get("/a", "a:\r\n" + fields), chunked("0\r\n" + fields + "\r\n")}) {
+      RawConnection client(server.port());
+      client.send(request);
+      auto const response = client.response();
+      EXPECT_EQ(response.status, count <= 100 ? 200 : 431);
+      if (count > 100) {
+        EXPECT_EQ(response.body, "the header and the trailers have more than 100 fields");
+      }
     }
   }
 }
