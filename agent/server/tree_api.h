@@ -44,9 +44,9 @@ class TreeApi {
   struct Route {
     /// What a route may be, as bits of `traits`.
     enum Trait : unsigned {
-      kConditional = 1,   ///< If-Match and If-None-Match are heeded.
-      kRepeatable = 2,    ///< Sent again, as after an answer that was lost, it changes nothing more.
-      kBetweenTurns = 4,  ///< It is not answered in the middle of a turn that takes long.
+      kConditional = 1,    ///< If-Match and If-None-Match are heeded.
+      kRepeatable = 2,     ///< Sent again, as after an answer that was lost, it changes nothing more.
+      kBetweenTurns = 4,   ///< It is not answered in the middle of a turn that takes long.
       kReadAsItComes = 8,  ///< It is answered when its header is in, and reads the body itself.
     };
 

@@ -26,7 +26,7 @@ class TreeApi::BatchText final : public ByteSource {
 
   std::size_t read(char* to, std::size_t room) override {
     if (at_ == text_.size()) {
-      text_.clear();
+      text_ = std::string();
       at_ = 0;
       take();
     }
