@@ -60,6 +60,8 @@ class Host final : public Agent::HttpConnectionHost {
     HttpResponse response;
     switch (request.target.size() % 4) {
       case 0:
+        // An exception tells no more than what stands before a zero.
+        asked.back() = asked.back().c_str();
         throw std::runtime_error(asked.back());
       case 1:
         response.source = std::make_unique<Pieces>(asked.back());
