@@ -62,7 +62,7 @@ class ServerWatch final : public BodySource {
   void stopWaiting(Revision told) {
     if (!waits_) return;
     hub_->waiting_.erase(*std::exchange(waits_, std::nullopt));
-    told_ = told;
+    told_ = std::max(told_, told);
   }
 
  private:
@@ -104,7 +104,7 @@ class ServerWatch final : public BodySource {
 
 std::optional<std::string> ServerWatch::next() {
   if (isFarewellSaid_) return std::nullopt;
-  stopWaiting(hub_->last_);
+  stopWaiting(hub_->passed_);
   std::string piece;
   while (piece.size() < kPieceBytes) {
     if (text_.isTelling()) {
@@ -210,7 +210,7 @@ void ServerWatch::tellChange(std::string& to, std::string_view path, DocumentTex
 }
 
 void ServerWatches::add(CommittedTurn turn) {
-  NOX_ASSERT(turn.revision == last_ + 1, "turns are told one after the other");
+  NOX_ASSERT(turn.revision == last_ + 1 && passed_ == last_, "turns are told one after the other");
   last_ = turn.revision;
   changes_ += turn.changes.size();
   bytes_ += bytesOf(turn);
@@ -220,12 +220,27 @@ void ServerWatches::add(CommittedTurn turn) {
     bytes_ -= bytesOf(turns_.front());
     turns_.pop_front();
   }
-  for (DocumentChange const& change : turns_.back().changes) takeOffAlong(change.path);
-  wakeTaken();
+}
+
+// A reader that begins to wait meanwhile has been told of the turn, and is woken in vain at most.
+bool ServerWatches::wakeNext() {
+  if (passed_ != last_) {
+    if (!waiting_.empty() && changesPassed_ < turns_.back().changes.size()) {
+      takeOffAlong(turns_.back().changes[changesPassed_++].path);
+      return true;
+    }
+    passed_ = last_;
+    changesPassed_ = 0;
+  }
+  // Each has been taken off before it is woken: it may wait again at once. Those that go meanwhile take themselves out.
+  if (woken_.empty()) return false;
+  woken_.extract(woken_.begin()).value()->goOn();
+  return true;
 }
 
 void ServerWatches::restart(HistoryId history) {
-  last_ = tree_->revision;
+  last_ = passed_ = tree_->revision;
+  changesPassed_ = 0;
   history_ = std::move(history);
   turns_.clear();
   changes_ = 0;
@@ -251,7 +266,7 @@ void ServerWatches::takeOffAlong(std::string_view path) {
     std::string_view const prefix = std::prev(at)->first;
     path = path.substr(0, std::mismatch(prefix.begin(), prefix.end(), path.begin(), path.end()).first - prefix.begin());
     if (path.size() < prefix.size()) continue;
-    for (at = waiting_.lower_bound(prefix); at != waiting_.end() && at->first == prefix;) takeOff(at++, last_ - 1);
+    for (at = waiting_.lower_bound(prefix); at != waiting_.end() && at->first == prefix;) takeOff(at++, passed_);
     if (path.empty()) return;
     path.remove_suffix(1);
   }
@@ -264,13 +279,8 @@ void ServerWatches::takeOff(Waiting::iterator at, Revision told) {
 }
 
 void ServerWatches::wakeAll() {
-  while (!waiting_.empty()) takeOff(waiting_.begin(), last_);
-  wakeTaken();
-}
-
-// Each has been taken off before it is woken: it may wait again at once. Those that go meanwhile take themselves out.
-void ServerWatches::wakeTaken() {
-  while (!woken_.empty()) woken_.extract(woken_.begin()).value()->goOn();
+  while (!waiting_.empty()) takeOff(waiting_.begin(), passed_);
+  while (wakeNext()) continue;
 }
 
 bool ServerWatches::keepAlive(EventLoop::Clock::time_point now) {

@@ -32,10 +32,14 @@ class ServerWatches : public std::enable_shared_from_this<ServerWatches> {
  public:
   /// Of these documents, which are those that are kept. They outlive the hub or its being detached.
   ServerWatches(HistoryLimits const& limits, TreeDocuments const& documents, HistoryId history)
-      : limits_(limits), tree_(&documents), last_(documents.revision), history_(std::move(history)) {}
+      : limits_(limits), tree_(&documents), last_(documents.revision), passed_(last_), history_(std::move(history)) {}
 
-  /// A turn was committed, and the documents have it: the next one after those before.
+  /// A turn was committed, and the documents have it: the next one after those before. Readers that wait are told of it
+  /// by `wakeNext()`, which was false before.
   void add(CommittedTurn turn);
+  /// Looks for readers that the next change of the last turn concerns, or wakes one that has been found; false if all
+  /// have been woken.
+  bool wakeNext();
   /// The documents are those of another state, and the store's again; all readers are told.
   void restart(HistoryId history);
   /// Readers that wait get a sign of life, every 15 s, but no more than a few hundred in a call: whether others are
@@ -69,7 +73,6 @@ class ServerWatches : public std::enable_shared_from_this<ServerWatches> {
   /// The readers that a change at the path concerns need not wait any longer.
   void takeOffAlong(std::string_view path);
   void takeOff(Waiting::iterator at, Revision told);
-  void wakeTaken();
   void wakeAll();
 
   HistoryLimits limits_;
@@ -77,6 +80,10 @@ class ServerWatches : public std::enable_shared_from_this<ServerWatches> {
   TreeDocuments const* tree_;
   /// The last turn's revision; those of the turns that are kept end with it.
   Revision last_;
+  /// Of what follows it, readers that wait need not have been told yet; and how many changes of that have been looked
+  /// at.
+  Revision passed_;
+  std::size_t changesPassed_ = 0;
   /// Event ids carry it: a revision means something within one history alone.
   HistoryId history_;
   std::deque<CommittedTurn> turns_;

@@ -41,6 +41,7 @@ Service::Service(EventLoop& loop, Nox::Library const& library, Store& store, Ser
   }
   // The first reader sees what the first passes came to.
   commit();
+  tellAll();
   store_.foreignTurnsIs([this] { loop_.post(later(&Service::takeForeignTurns)); });
   if (options_.hasStoreThread) thread_ = std::make_unique<WorkThread>(loop_);
   tick();
@@ -67,6 +68,7 @@ void Service::start(std::optional<std::map<std::string, std::chrono::millisecond
   lifetimes_ = Lifetimes();
   auto const [begin, end] = withPrefix(kept_.documents, Place("heartbeat/<systemId>").prefix());
   for (auto at = begin; at != end; ++at) {
+    Breath::take();
     std::optional<std::chrono::milliseconds> time = at->second.timeToLive;
     if (left)
       if (auto const found = left->find(at->first); found != left->end()) time = found->second;
@@ -163,7 +165,7 @@ void Service::breathe() {
 void Service::goOn() {
   if (isApplying_) return;
   if (std::exchange(hasForeignTurns_, false)) return takeForeignTurns();
-  if (auto const thrown = std::exchange(failed_, nullptr)) return committed(thrown);
+  if (auto const work = std::exchange(deferred_, nullptr)) return work();
   if (!open_.turns.empty()) return commit();
   for (auto& done : std::exchange(open_.waiting, {})) whenKept(std::move(done));
 }
@@ -179,6 +181,7 @@ void Service::keepTurn(TurnResult const& result) {
 void Service::whenKept(std::function<void(StoreError const* problem)> done) {
   if (Group* const last = !open_.turns.empty() || isApplying_ ? &open_
                           : !committing_.turns.empty()        ? &committing_
+                          : isTelling_                        ? &telling_
                                                               : nullptr)
     last->waiting.push_back(std::move(done));
   else
@@ -242,9 +245,13 @@ void Service::expire() {
 std::unique_ptr<BodySource> Service::backup() { return backups_->copy(watches_->history()); }
 
 void Service::stop() {
-  if (thread_) thread_->finish();
-  commit();
-  if (thread_) thread_->finish();
+  // What the store has now, and what waits behind it.
+  for (int commits = 0; commits < 2; ++commits) {
+    tellAll();
+    commit();
+    if (thread_) thread_->finish();
+  }
+  tellAll();
   transitions_.tick(loop_.now(), true);
   watches_->close();
 }

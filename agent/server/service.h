@@ -19,6 +19,7 @@
 #include "agent/server/backup.h"
 #include "agent/server/event_log.h"
 #include "agent/server/lifetimes.h"
+#include "agent/server/prepared_turn.h"
 #include "agent/server/server_watches.h"
 #include "agent/server/transition_log.h"
 #include "agent/server/work_thread.h"
@@ -118,7 +119,7 @@ class Service {
 
   /// A task that does nothing once the service has gone.
   std::function<void()> later(void (Service::*work)()) const;
-  bool isStoreBusy() const { return isApplying_ || failed_ || (thread_ && thread_->isBusy()); }
+  bool isStoreBusy() const { return isApplying_ || isTelling_ || deferred_ || (thread_ && thread_->isBusy()); }
   TurnResult applyToTree(std::span<Operation const> operations, std::optional<std::chrono::milliseconds> timeToLive,
                          std::size_t* refused);
   void breathe();
@@ -129,10 +130,15 @@ class Service {
   void keepTurn(TurnResult const& result);
   void commit();
   void committed(std::exception_ptr const& thrown);
+  void goOnTelling();
+  bool tellSome(std::size_t most);
+  void tellAll() {
+    while (tellSome(SIZE_MAX)) continue;
+  }
   void fail(StoreError const& problem);
   void storeProblemIs(StoreError const& problem);
   std::vector<std::function<void(StoreError const*)>> undo();
-  void show(CommittedTurn const& turn);
+  void show(PreparedTurn& prepared, CommittedTurn const& turn);
   void takeForeignTurns();
   void restartFrom(TreeDocuments documents);
   void tell(CommittedTurn turn);
@@ -141,7 +147,7 @@ class Service {
   void keepAlive();
   void expire();
   void tryStore(EventLoop::Clock::time_point now);
-  void tried(std::exception_ptr const& thrown, TreeDocuments found);
+  void tried(std::exception_ptr const& thrown, std::shared_ptr<TreeDocuments> const& found);
   bool isRefresh(std::span<Operation const> operations, std::optional<std::chrono::milliseconds> timeToLive) const;
   void renew(std::span<Operation const> operations, std::optional<std::chrono::milliseconds> timeToLive);
   CommittedTurn takeRenewed();
@@ -177,15 +183,23 @@ class Service {
   std::chrono::milliseconds awakeMatters_{0};
   /// Heartbeats that were put for the first time since the start, which is not yet kept.
   std::set<std::string> renewed_;
-  /// Turns that the store has not got yet, and those that it has now.
+  /// Turns that the store has not got yet, those that it has now, and those that are kept and on their way to readers:
+  /// so many turns have been told, and so many writers answered.
   Group open_;
   Group committing_;
+  Group telling_;
+  bool isTelling_ = false;
+  std::size_t told_ = 0;
+  std::size_t answered_ = 0;
+  std::optional<PreparedTurn> preparing_;
+  /// What the last turn replaced, which is given back piece by piece.
+  std::vector<std::optional<Document>> replaced_;
   bool isApplying_ = false;
   bool isExpiring_ = false;
   bool hasBreathed_ = false;
   bool hasForeignTurns_ = false;
-  /// How a commit has failed that ended in the middle of a turn.
-  std::exception_ptr failed_;
+  /// What the store's thread came to in the middle of a task, and is looked at behind it.
+  std::function<void()> deferred_;
   /// How long the agent has been awake, where the store is to be told of it.
   std::optional<std::chrono::milliseconds> awakeDue_;
   /// Turns of which it is not known whether they are kept.

@@ -11,6 +11,9 @@ namespace {
 
 constexpr auto kTries = std::chrono::seconds(1);
 
+/// So much is shown and told at a time, in changes, readers and answers; then others have their turn.
+constexpr std::size_t kTold = 512;
+
 /// What the paths of the switches' rows begin with.
 constexpr std::string_view kSwitches = Place("controller/switch/<systemId>").prefix();
 
@@ -21,32 +24,23 @@ bool isSame(TreeDocuments const& left, TreeDocuments const& right) {
                                                        right.documents.begin(),
                                                        right.documents.end(),
                                                        [](auto const& one, auto const& other) {
+                                                         Breath::take();
                                                          return one.first == other.first &&
                                                                 one.second.revision == other.second.revision &&
                                                                 *one.second.text == *other.second.text;
                                                        });
 }
 
-/// Applies what a turn changed; returns what stood before.
-std::vector<DocumentBefore> applyTo(TreeDocuments& to, CommittedTurn const& turn) {
-  std::vector<DocumentBefore> before;
-  for (DocumentChange const& change : turn.changes) {
-    auto const known = to.documents.find(change.path);
-    before.push_back({change.path, known != to.documents.end() ? std::optional(known->second) : std::nullopt});
-    if (change.text)
-      to.documents[change.path] = {change.text, change.revision, change.timeToLive, false};
-    else if (known != to.documents.end())
-      to.documents.erase(known);
-  }
-  to.revision = turn.revision;
-  return before;
-}
-
 }  // namespace
 
 void Service::keptIs(TreeDocuments documents) {
+  TreeDocuments copy{{}, documents.revision};
+  for (auto const& [path, document] : documents.documents) {
+    Breath::take();
+    copy.documents.emplace_hint(copy.documents.end(), path, document);
+  }
   kept_ = std::move(documents);
-  latest_ = kept_;
+  latest_ = std::move(copy);
   auto const [begin, end] = withPrefix(kept_.documents, kSwitches);
   switches_ = static_cast<std::size_t>(std::distance(begin, end));
 }
@@ -84,7 +78,7 @@ void Service::commit() {
 void Service::committed(std::exception_ptr const& thrown) {
   // The registry is at work.
   if (thrown && isApplying_) {
-    failed_ = thrown;
+    deferred_ = [this, thrown] { committed(thrown); };
     return;
   }
   try {
@@ -92,13 +86,41 @@ void Service::committed(std::exception_ptr const& thrown) {
   } catch (StoreError const& problem) {
     return fail(problem);
   }
-  Group kept = std::exchange(committing_, {});
-  for (CommittedTurn& turn : kept.turns) {
-    show(turn);
-    tell(std::move(turn));
-  }
-  for (auto const& done : kept.waiting) done(nullptr);
+  telling_ = std::exchange(committing_, {});
+  isTelling_ = true;
+  goOnTelling();
+}
+
+void Service::goOnTelling() {
+  if (tellSome(kTold)) return loop_.post(later(&Service::goOnTelling));
   if (!open_.turns.empty()) commit();
+}
+
+// Turn by turn: it is looked up in the documents, shown, and told to the readers that wait. The writers hear last. Does
+// so much of that; false if nothing is left.
+bool Service::tellSome(std::size_t most) {
+  for (std::size_t done = 0; isTelling_ && done < most; ++done) {
+    // The turn that was shown last comes to its end first.
+    if (watches_->wakeNext()) continue;
+    if (!replaced_.empty()) {
+      replaced_.pop_back();
+    } else if (told_ < telling_.turns.size()) {
+      CommittedTurn& turn = telling_.turns[told_];
+      if (!preparing_) preparing_.emplace(kept_, turn);
+      if (preparing_->findNext()) continue;
+      show(*preparing_, turn);
+      preparing_.reset();
+      ++told_;
+      tell(std::move(turn));
+    } else if (answered_ < telling_.waiting.size()) {
+      std::exchange(telling_.waiting[answered_++], nullptr)(nullptr);
+    } else {
+      telling_ = {};
+      told_ = answered_ = 0;
+      isTelling_ = false;
+    }
+  }
+  return isTelling_;
 }
 
 // What the registry did cannot be taken back one by one: it ends here, and another one starts when the store works
@@ -145,6 +167,8 @@ void Service::takeForeignTurns() {
   hasForeignTurns_ = isApplying_;
   if (hasForeignTurns_) return;
   log_.info("state_changed_by_others", {});
+  tellAll();
+  LongTask const task(*this);
   auto const waiting = undo();
   tree_.reset();
   restartFrom(readDocuments(store_));
@@ -161,20 +185,22 @@ void Service::restartFrom(TreeDocuments documents) {
   backups_ = std::make_shared<BackupHub>(kept_);
 }
 
-void Service::show(CommittedTurn const& turn) {
+void Service::show(PreparedTurn& prepared, CommittedTurn const& turn) {
   conditionsKept(turn.revision);
-  std::vector<DocumentBefore> const before = applyTo(kept_, turn);
-  for (std::size_t at = 0; at < before.size(); ++at)
-    if (before[at].path.starts_with(kSwitches))
-      switches_ = switches_ + (turn.changes[at].text ? 1 : 0) - (before[at].document ? 1 : 0);
+  replaced_ = prepared.apply();
+  std::vector<DocumentBefore> before;
+  for (std::size_t at = 0; at < replaced_.size(); ++at) {
+    DocumentChange const& change = turn.changes[at];
+    if (change.path.starts_with(kSwitches)) switches_ = switches_ + (change.text ? 1 : 0) - (replaced_[at] ? 1 : 0);
+    if (backups_->copies() > 0) before.push_back({change.path, replaced_[at]});
+  }
   backups_->changed(before);
 }
 
 // A time to live is kept, and told to no reader.
 void Service::tell(CommittedTurn turn) {
   std::erase_if(turn.changes, [&](DocumentChange const& change) { return change.isRenewal; });
-  if (turn.changes.empty()) return;
-  watches_->add(std::move(turn));
+  if (!turn.changes.empty()) watches_->add(std::move(turn));
 }
 
 void Service::tryStore(EventLoop::Clock::time_point now) {
@@ -186,28 +212,41 @@ void Service::tryStore(EventLoop::Clock::time_point now) {
         store_.prepare();
         *found = readDocuments(store_);
       },
-      [this, found](std::exception_ptr const& thrown) { tried(thrown, std::move(*found)); });
+      [this, found](std::exception_ptr const& thrown) { tried(thrown, found); });
 }
 
-void Service::tried(std::exception_ptr const& thrown, TreeDocuments found) {
+void Service::tried(std::exception_ptr const& thrown, std::shared_ptr<TreeDocuments> const& found) {
+  // A client's document is being read, for what is known now.
+  if (isApplying_) {
+    deferred_ = [this, thrown, found] { tried(thrown, found); };
+    return;
+  }
+  LongTask const task(*this);
   try {
     if (thrown) std::rethrow_exception(thrown);
   } catch (StoreError const& problem) {
     return storeProblemIs(problem);
   }
   auto const doubtful = std::exchange(doubtful_, {});
-  bool const wasKept = !doubtful.empty() && found.revision == doubtful.back().revision;
+  bool const wasKept = !doubtful.empty() && found->revision == doubtful.back().revision;
   bool const isKnown = doubtful.empty() || doubtful.back().revision == kept_.revision;
   // Told only when the store has said that it is there for good.
   if (wasKept)
-    for (CommittedTurn const& turn : doubtful) show(turn);
-  if (!isSame(found, kept_) || store_.history() != watches_->history()) {
-    log_.warning("state_replaced", {{"revision", found.revision}});
-    restartFrom(std::move(found));
+    for (CommittedTurn const& turn : doubtful) {
+      PreparedTurn prepared(kept_, turn);
+      while (prepared.findNext()) continue;
+      show(prepared, turn);
+    }
+  if (!isSame(*found, kept_) || store_.history() != watches_->history()) {
+    log_.warning("state_replaced", {{"revision", found->revision}});
+    restartFrom(std::move(*found));
   } else {
-    keptIs(std::move(found));
+    keptIs(std::move(*found));
     if (wasKept)
-      for (CommittedTurn const& turn : doubtful) tell(turn);
+      for (CommittedTurn const& turn : doubtful) {
+        tell(turn);
+        while (watches_->wakeNext()) continue;
+      }
   }
   problem_ = std::nullopt;
   log_.info("store_recovered",

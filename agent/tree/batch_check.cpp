@@ -1,6 +1,8 @@
 // Which entries a registration has after each operation, and which it has lost.
 #include "agent/tree/batch_check.h"
 
+#include "agent/document/breath.h"
+
 namespace Agent {
 
 /// What the registry does not read may go and come back.
@@ -29,8 +31,10 @@ BatchCheck::Registration& BatchCheck::registration(std::string const& switchName
   if (!isNew) return at->second;
   std::string const prefix = textAt(kEntry, {switchName, ""});
   auto const [begin, end] = withPrefix(documents_, prefix);
-  for (auto document = begin; document != end; ++document)
+  for (auto document = begin; document != end; ++document) {
+    Breath::take();
     at->second.entries.insert(document->first.substr(prefix.size()));
+  }
   return at->second;
 }
 

@@ -25,7 +25,10 @@ void WrittenDocuments::add(Path const& path) {
 std::map<std::string, Path> const& WrittenDocuments::paths(Documents const& before) {
   for (std::string const& folder : folders_) {
     auto const [begin, end] = withPrefix(before, folder);
-    for (auto at = begin; at != end; ++at) paths_.try_emplace(at->first, parsePath(at->first));
+    for (auto at = begin; at != end; ++at) {
+      Breath::take();
+      paths_.try_emplace(at->first, parsePath(at->first));
+    }
   }
   return paths_;
 }

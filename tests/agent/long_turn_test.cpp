@@ -143,5 +143,51 @@ TEST_F(LongTurn, LetsAnotherCommitEndAndTheTickWait) {
   EXPECT_EQ(service.storeProblem(), std::nullopt);
 }
 
+// The registry starts anew on what is kept.
+TEST_F(LongTurn, IsTheStartBehindAFailureToo) {
+  ask("many", "POST", "/v1/tree?atomic=1", lines(1000));
+  await(1);
+  memory->isFullIs(true);
+  ask("full", "PUT", "/v1/tree/mount/ready/x", "true");
+  await(2);
+  memory->isFullIs(false);
+  answers.clear();
+  loop.inBreath = [this] {
+    loop.inBreath = nullptr;
+    ask("write", "PUT", "/v1/tree/mount/ready/x", "true");
+    ask("health", "GET", "/healthz");
+    ask("read", "GET", "/v1/tree/registration/a/7");
+  };
+  for (int i = 0; i < 60'000 && answers.size() < 3; ++i) {
+    loop.pass(1ms);
+    std::this_thread::sleep_for(1ms);
+  }
+  EXPECT_THAT(answers, ElementsAre("health 200 meanwhile", "read 200 meanwhile", "write 200"));
+}
+
+// What the store has come to is no ground for a write whose conditions have been judged before.
+TEST_F(LongTurn, IsNotBegunAnewInTheMiddleOfARequest) {
+  memory->isFullIs(true);
+  ask("full", "PUT", "/v1/tree/mount/ready/x", "true");
+  await(1);
+  answers.clear();
+  memory->isFullIs(false);
+  store.isOpenIs(false);
+  loop.pass(2s);
+  int breaths = 0;
+  loop.inBreath = [&] {
+    EXPECT_TRUE(service.storeProblem());
+    if (++breaths > 1) return;
+    store.isOpenIs(true);
+    // The thread has told the loop by then.
+    std::this_thread::sleep_for(20ms);
+  };
+  ask("write", "PUT", "/v1/tree/registration/a/note", '"' + std::string(100'000, 'x') + '"');
+  await(1);
+  EXPECT_GT(breaths, 1);
+  EXPECT_THAT(answers, ElementsAre("write 507"));
+  EXPECT_EQ(service.storeProblem(), std::nullopt);
+}
+
 }  // namespace
 }  // namespace Agent::LongTurnTest

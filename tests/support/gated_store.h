@@ -15,13 +15,17 @@
 
 namespace Agent {
 
-/// A store in memory whose commits stop at a gate.
+/// A store in memory whose work stops at a gate.
 class GatedStore final : public Store {
  public:
   explicit GatedStore(std::shared_ptr<Memory> memory) : store_(std::move(memory)) {}
 
   HistoryId history() const override { return store_.history(); }
-  void prepare() override { store_.prepare(); }
+  void prepare() override {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return isOpen_; });
+    store_.prepare();
+  }
   Revision load(std::function<void(DocumentChange const&)> const& visit) override { return store_.load(visit); }
   void commit(std::span<CommittedTurn const> turns) override {
     std::unique_lock lock(mutex_);

@@ -28,11 +28,14 @@ class FakeLoop final : public EventLoop {
   }
   /// Runs what is ready at the call.
   void breathe() override {
+    if (inBreath) inBreath();
     for (std::size_t left = ready(); left > 0; --left)
       if (auto const task = next()) task();
   }
   void at(Clock::time_point time, std::function<void()> task) override { timers_.emplace(time, std::move(task)); }
 
+  /// Is done first whenever the loop breathes.
+  std::function<void()> inBreath;
   /// Runs all that is ready, timers too that are due.
   void run() {
     while (auto const task = next()) task();
