@@ -8,10 +8,10 @@
 #include <vector>
 
 #include "agent/document/breath.h"
-#include "agent/document/json_text.h"
 #include "agent/document/number.h"
 #include "agent/document/path.h"
 #include "agent/tree/codec.h"
+#include "agent/tree/codec_text.h"
 #include "agent/tree/key_order.h"
 #include "framework/by_name/rows.h"
 #include "framework/text/shared_text.h"
@@ -55,7 +55,7 @@ inline Json const* find(Json::object_t const& members, std::string_view key) {
 template <class R>
 void printDocument(std::string& to, R const& record);
 
-// Scalars, both ways.
+// Scalars.
 
 inline void parse(Json const& json, bool& to) { to = requireBool(json, ""); }
 inline void parse(Json const& json, unsigned& to) { to = requireUnsigned(json, ""); }
@@ -80,32 +80,6 @@ inline void parse(Json const& json, Controller::SystemId& to) {
   auto const address = Lumo::EthAddr::parse(requireString(json, ""));
   if (!address) throw InputError("", "expected a system id like 02:00:00:aa:00:01, found " + describe(json));
   to = Controller::SystemId(*address);
-}
-
-inline void print(std::string& to, bool value) { to += value ? "true" : "false"; }
-inline void print(std::string& to, unsigned value) { to += std::to_string(value); }
-inline void print(std::string& to, Nox::StringN<unsigned char> const& text) { appendQuoted(to, text.view()); }
-inline void print(std::string& to, Controller::SystemId const& systemId) { appendQuoted(to, keyText(systemId)); }
-
-/// Appends an object; `appendMembers` is given what begins each of its members.
-template <class AppendMembers>
-void printObject(std::string& to, AppendMembers const& appendMembers) {
-  to += '{';
-  appendMembers([&, isFirst = true](std::string_view key) mutable {
-    Breath::take();
-    if (!std::exchange(isFirst, false)) to += ',';
-    appendQuoted(to, key);
-    to += ':';
-  });
-  to += '}';
-}
-inline void print(std::string& to, ServiceVersionV1 const& version) {
-  printObject(to, [&](auto begin) {
-    begin("version");
-    print(to, version.version());
-    begin("desc");
-    print(to, version.desc());
-  });
 }
 
 // Keys of keyed fields, and the values that stand under them.
@@ -142,13 +116,6 @@ inline void parseMember(Nox::String8 const& path, Json const& json, MountDesc& t
       if (to.path != path) throw InputError("", "differs from its key: expected " + inQuotes(path.view()));
     });
   }
-}
-inline void printMember(std::string& to, ServiceVersionV1 const& version) { print(to, version.desc()); }
-inline void printMember(std::string& to, MountDesc const& mount) {
-  printObject(to, [&](auto begin) {
-    std::apply([&](auto const&... field) { ((begin(field.first), print(to, mount.*field.second)), ...); },
-               MountDesc::fields());
-  });
 }
 template <class R>
 void printMember(std::string& to, Nox::Ptr<R> const& record) {
