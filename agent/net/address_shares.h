@@ -1,15 +1,15 @@
-// How many connections there may be, and how many of them from one address.
+// How much of what is limited one address may have.
 #pragma once
 
+#include <algorithm>
 #include <boost/asio/ip/address.hpp>
 #include <cstddef>
 #include <cstdint>
-#include <string>
 #include <unordered_map>
 
 namespace Agent {
 
-/// Counts connections by where they come from, so that no one address takes all places. Used by one thread.
+/// Shares out places, or bytes, by where clients come from, so that no one address takes all. Used by one thread.
 class AddressShares {
  public:
   /// An address of IPv4, or the network of one of IPv6: its first 64 bits, as its owner has all that begin with them.
@@ -24,23 +24,28 @@ class AddressShares {
     return network;
   }
 
-  /// At most `most` at a time, and `ofOne` from one address: three quarters of all if that is 0.
-  AddressShares(std::size_t most, std::size_t ofOne) : most_(most), ofOne_(ofOne != 0 ? ofOne : most - most / 4) {}
-
-  /// Takes a place; if there is none, returns why.
-  std::string take(Origin origin) {
-    if (taken_ >= most_) return "all " + std::to_string(most_) + " connections are taken";
-    auto const known = byOrigin_.find(origin);
-    if (known != byOrigin_.end() && known->second >= ofOne_)
-      return "one address may have " + std::to_string(ofOne_) + " connections, and this one has";
-    ++taken_;
-    ++byOrigin_[origin];
-    return "";
+  /// What one address has of so much: three quarters, and never all unless there is but one.
+  static constexpr std::size_t shareOf(std::size_t most) {
+    return most - std::max<std::size_t>(most / 4, most > 1 ? 1 : 0);
   }
-  void giveBack(Origin origin) {
-    --taken_;
+
+  /// At most `most` at a time, and `ofOne` for one address.
+  AddressShares(std::size_t most, std::size_t ofOne) : most_(most), ofOne_(ofOne) {}
+
+  enum class Taken { kYes, kAllAreTaken, kAddressHasItsShare };
+  Taken take(Origin origin, std::size_t count = 1) {
+    if (count > most_ - taken_) return Taken::kAllAreTaken;
     auto const known = byOrigin_.find(origin);
-    if (--known->second == 0) byOrigin_.erase(known);
+    if (count + (known != byOrigin_.end() ? known->second : 0) > ofOne_) return Taken::kAddressHasItsShare;
+    taken_ += count;
+    byOrigin_[origin] += count;
+    return Taken::kYes;
+  }
+  void giveBack(Origin origin, std::size_t count = 1) {
+    taken_ -= count;
+    auto const known = byOrigin_.find(origin);
+    known->second -= count;
+    if (known->second == 0) byOrigin_.erase(known);
   }
 
  private:

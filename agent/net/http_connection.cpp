@@ -1,9 +1,6 @@
 // Reads requests, and keeps the time.
 #include "agent/net/http_connection.h"
 
-#include <netinet/tcp.h>
-#include <sys/socket.h>
-
 #include <algorithm>
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/error.hpp>
@@ -47,17 +44,13 @@ HttpConnection::HttpConnection(HttpConnectionHost& host, HttpSocket socket, Addr
     : host_(host), socket_(std::move(socket)), origin_(origin), wanting_(std::move(wanting)), moved_(Clock::now()) {
   boost::system::error_code ignored;
   socket_.non_blocking(true, ignored);
-  socket_.set_option(boost::asio::ip::tcp::no_delay(true), ignored);
-  // A reader that does not read holds no more than this of the system's memory. What is on its way does not count,
-  // so that a fast one is not slowed down.
-  int const unsent = 128 * 1024;
-  ::setsockopt(socket_.native_handle(), IPPROTO_TCP, TCP_NOTSENT_LOWAT, &unsent, sizeof unsent);
 }
 
 void HttpConnection::checkTime(Clock::time_point now) {
   auto const idle = host_.limits().idle;
   if (body_ && body_->isLate(now, host_.limits())) failBody(408, kTooSlow);
-  bool const stands = now - moved_ > (wanting_.empty() ? idle : std::min(idle, kLongestSpare));
+  bool const stands =
+      now - moved_ > (wanting_.empty() ? Clock::duration(idle) : std::min<Clock::duration>(idle, kLongestSpare));
   switch (phase_) {
     case Phase::Reading:
       if (!wanting_.empty()) {
@@ -73,7 +66,7 @@ void HttpConnection::checkTime(Clock::time_point now) {
       if (stands || (awaitsRoom_ && behind_ + (now - waits_) > 2 * idle)) close();
       return;
     case Phase::Draining:
-      if (now - moved_ > std::min(idle, kLongestDrain)) close();
+      if (now - moved_ > std::min<Clock::duration>(idle, kLongestSpare)) close();
       return;
     case Phase::Answering:
     case Phase::Waiting:
@@ -144,7 +137,7 @@ bool HttpConnection::step() {
 bool HttpConnection::read() {
   if (!in_.empty() && !parser_) {
     parser_.emplace(host_.limits());
-    share_.emplace(host_.bodies());
+    share_.emplace(host_.bodies(), origin_);
     begun_ = Clock::now();
   }
   if (parser_) {
@@ -184,6 +177,7 @@ bool HttpConnection::read() {
 }
 
 void HttpConnection::turnAway() {
+  if (phase_ != Phase::Reading) return close();
   host_.turnedAway(wanting_);
   refuse(503, wanting_);
 }

@@ -61,7 +61,12 @@ class HttpConnection final : public std::enable_shared_from_this<HttpConnection>
   HttpConnection(HttpConnectionHost& host, HttpSocket socket, AddressShares::Origin origin, std::string wanting);
 
   AddressShares::Origin origin() const { return origin_; }
-  void begin() { advance(); }
+  /// A client that has connected has mostly sent its request already.
+  void begin() { takeBytes(); }
+  /// Whether no request of it is being answered.
+  bool isIdle() const { return phase_ == Phase::Reading || phase_ == Phase::Draining; }
+  /// Tells the client, unless it has had an answer, that there is no place for it, and ends.
+  void turnAway();
 
   /// Answers without asking the program, and ends.
   void refuse(int status, std::string const& reason);
@@ -87,9 +92,6 @@ class HttpConnection final : public std::enable_shared_from_this<HttpConnection>
 
   // How many requests or pieces a connection gets done before the others have their turn.
   static constexpr int kStepsInTurn = 8;
-  static constexpr std::chrono::milliseconds kLongestDrain = std::chrono::seconds(2);
-  // For so long a connection without a place may take the time of one.
-  static constexpr std::chrono::milliseconds kLongestSpare = std::chrono::seconds(2);
 
   struct Promise;
 
@@ -99,7 +101,6 @@ class HttpConnection final : public std::enable_shared_from_this<HttpConnection>
   // Whether there is another step to take at once.
   bool step();
   bool read();
-  void turnAway();
 
   // An empty line does not begin a request.
   bool hasBegun() const { return parser_ && parser_->got_some(); }

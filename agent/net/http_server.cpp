@@ -2,7 +2,9 @@
 #include "agent/net/http_server.h"
 
 #include <fcntl.h>
+#include <netinet/tcp.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -23,6 +25,7 @@
 
 #include "agent/net/address_shares.h"
 #include "agent/net/http_connection.h"
+#include "agent/net/spare_places.h"
 #include "agent/net/stop_clock.h"
 
 namespace Agent {
@@ -34,16 +37,15 @@ using Executor = asio::io_context::executor_type;
 using ErrorCode = boost::system::error_code;
 using Timer = asio::basic_waitable_timer<EventLoop::Clock, asio::wait_traits<EventLoop::Clock>, Executor>;
 
-// Beyond all places, those of connections that may ask one thing that is vital.
-constexpr std::size_t kSparePlaces = 16;
-// Those for which there is none of these either are told so, as long as they are not too many themselves.
-constexpr std::size_t kMostTurnedAway = 64;
 // How often it is told that connections are turned away.
 constexpr std::chrono::seconds kBetweenTurnedAway(10);
 // Clients whose connections wait to be taken: thousands come back at once. The system takes less if it is told to.
 constexpr int kBacklog = 65'535;
-// So many are taken before others have their turn.
-constexpr int kAcceptsInTurn = 64;
+// So many are taken before others have their turn: what each brings is read behind those that are there.
+constexpr int kAcceptsInTurn = 16;
+// A reader that does not read holds no more than this of the system's memory. What is on its way does not count, so
+// that a fast one is not slowed down.
+constexpr int kUnsent = 128 * 1024;
 // In the middle of a long task, others have so long, so often.
 constexpr std::chrono::milliseconds kBreath(2);
 constexpr std::chrono::milliseconds kBreathEvery(4);
@@ -54,9 +56,6 @@ constexpr std::chrono::milliseconds kAcceptPause(100);
 constexpr std::chrono::seconds kCalm(1);
 // In so many parts all connections are looked at, lest a request wait while that is done to tens of thousands.
 constexpr std::size_t kParts = 10;
-// So many descriptors are no connection's: the program opens files while it runs.
-constexpr rlim_t kOwnDescriptors = 16;
-
 // How many descriptors the system lets this process have; the limit may change at any time.
 rlim_t mostDescriptors() {
   rlimit files{};
@@ -64,8 +63,7 @@ rlim_t mostDescriptors() {
 }
 
 // Whether a connection that took `descriptor`, the lowest that is free, would leave too few.
-bool isOwn(int descriptor) {
-  rlim_t const most = mostDescriptors();
+bool isOwn(int descriptor, rlim_t most = mostDescriptors()) {
   return most != RLIM_INFINITY && static_cast<rlim_t>(descriptor) + kOwnDescriptors >= most;
 }
 
@@ -74,15 +72,25 @@ std::string ownReason() {
          std::to_string(kOwnDescriptors) + " are the agent's own";
 }
 
+std::size_t connectionsOfOne(HttpLimits const& limits) {
+  return limits.connectionsOfOne != 0 ? limits.connectionsOfOne : AddressShares::shareOf(limits.connections);
+}
+
+std::size_t bodiesOfOne(HttpLimits const& limits) {
+  std::size_t const all = limits.allBodiesBytes;
+  double const part = static_cast<double>(connectionsOfOne(limits)) / static_cast<double>(limits.connections);
+  return part >= 1 ? all
+                   : std::max(AddressShares::shareOf(all), static_cast<std::size_t>(part * static_cast<double>(all)));
+}
+
 }  // namespace
 
 class HttpServer::Impl final : public HttpConnectionHost {
  public:
   Impl(std::string const& address, std::uint16_t port, HttpLimits const& limits)
       : limits_(limits),
-        bodies_(limits.allBodiesBytes),
-        places_(limits.connections, limits.connectionsOfOne),
-        sparePlaces_(kSparePlaces, 0),
+        bodies_(limits.allBodiesBytes, bodiesOfOne(limits)),
+        places_(limits.connections, connectionsOfOne(limits)),
         work_(asio::make_work_guard(context_)),
         acceptor_(context_),
         signals_(context_) {
@@ -93,6 +101,9 @@ class HttpServer::Impl final : public HttpConnectionHost {
     acceptor_.open(endpoint.protocol(), error);
     if (!error) acceptor_.set_option(asio::socket_base::reuse_address(true), error);
     if (!error) acceptor_.bind(endpoint, error);
+    // Each connection has these from the socket that listens.
+    if (!error) acceptor_.set_option(asio::ip::tcp::no_delay(true), error);
+    ::setsockopt(acceptor_.native_handle(), IPPROTO_TCP, TCP_NOTSENT_LOWAT, &kUnsent, sizeof kUnsent);
     if (!error) acceptor_.listen(kBacklog, error);
     if (!error) acceptor_.non_blocking(true, error);
     if (error)
@@ -159,7 +170,7 @@ class HttpServer::Impl final : public HttpConnectionHost {
   void left(HttpConnection& connection) override {
     auto const self = connection.shared_from_this();
     if (connections_.erase(self) != 0) places_.giveBack(connection.origin());
-    if (spare_.erase(self) != 0) sparePlaces_.giveBack(connection.origin());
+    spare_.remove(self);
     turnedAway_.erase(self);
     endIfDone();
   }
@@ -196,15 +207,17 @@ class HttpServer::Impl final : public HttpConnectionHost {
 
   // Not one at a time: between two waits all that is ready has its turn, however long that takes.
   void acceptSome() {
+    rlim_t const descriptors = mostDescriptors();
     for (int i = 0; i < kAcceptsInTurn; ++i) {
       HttpSocket socket(context_);
+      asio::ip::tcp::endpoint client;
       ErrorCode error;
-      acceptor_.accept(socket, error);
+      acceptor_.accept(socket, client, error);
       if (error == asio::error::would_block) break;
       if (error && error != asio::error::connection_aborted) return pause(error.message());
       if (error) continue;
-      bool const isLast = isOwn(socket.native_handle() + 1);
-      welcome(std::move(socket));
+      bool const isLast = isOwn(socket.native_handle() + 1, descriptors);
+      welcome(std::move(socket), AddressShares::originOf(client.address()));
       if (isLast) return pause(ownReason());
     }
     accept();
@@ -227,28 +240,35 @@ class HttpServer::Impl final : public HttpConnectionHost {
     accept();
   }
 
-  void welcome(HttpSocket socket) {
-    ErrorCode error;
-    auto const client = socket.remote_endpoint(error);
-    if (error) return;
-    auto const origin = AddressShares::originOf(client.address());
-    std::string const wanting = places_.take(origin);
-    bool const isSpare = !wanting.empty() && sparePlaces_.take(origin).empty();
-    bool const isTooMany = !wanting.empty() && !isSpare;
-    if (isTooMany) turnedAway(wanting);
-    if (isTooMany && turnedAway_.size() >= kMostTurnedAway) return;
+  void welcome(HttpSocket socket, AddressShares::Origin origin) {
+    std::string const wanting = reasonFor(places_.take(origin));
     auto const connection = std::make_shared<HttpConnection>(*this, std::move(socket), origin, wanting);
-    (isTooMany ? turnedAway_ : isSpare ? spare_ : connections_).insert(connection);
-    if (isTooMany)
-      connection->refuse(503, wanting);
-    else
-      connection->begin();
+    if (wanting.empty())
+      connections_.insert(connection);
+    else if (auto const loser = spare_.add(connection))
+      turnAway(loser);
+    connection->begin();
+  }
+
+  // Why there is no place; empty if there is one.
+  std::string reasonFor(AddressShares::Taken taken) const {
+    using enum AddressShares::Taken;
+    if (taken == kAllAreTaken) return "all " + std::to_string(limits_.connections) + " connections are taken";
+    if (taken == kAddressHasItsShare)
+      return "one address may have " + std::to_string(connectionsOfOne(limits_)) + " connections, and this one has";
+    return "";
+  }
+
+  void turnAway(std::shared_ptr<HttpConnection> const& connection) {
+    if (turnedAway_.size() < kMostTurnedAway) turnedAway_.insert(connection);
+    connection->turnAway();
+    if (!turnedAway_.contains(connection)) connection->close();
   }
 
   // A copy, because a connection that is visited may leave.
   std::vector<std::shared_ptr<HttpConnection>> all() const {
     std::vector<std::shared_ptr<HttpConnection>> copy(connections_.begin(), connections_.end());
-    copy.insert(copy.end(), spare_.begin(), spare_.end());
+    copy.insert(copy.end(), spare_.all().begin(), spare_.all().end());
     copy.insert(copy.end(), turnedAway_.begin(), turnedAway_.end());
     return copy;
   }
@@ -261,8 +281,8 @@ class HttpServer::Impl final : public HttpConnectionHost {
   void checkTimes() {
     auto const now = Clock::now();
     checkPart(connections_, now);
-    checkPart(spare_, now);
     checkPart(turnedAway_, now);
+    for (auto const& connection : std::vector(spare_.all())) connection->checkTime(now);
     part_ = (part_ + 1) % kParts;
     if (isPaused_ && now - lastPause_ > kCalm) {
       isPaused_ = false;
@@ -297,13 +317,13 @@ class HttpServer::Impl final : public HttpConnectionHost {
 
   void endIfDone() {
     // Behind all that is ready to run.
-    if (isStopping_ && connections_.empty() && spare_.empty() && turnedAway_.empty()) post([this] { context_.stop(); });
+    if (isStopping_ && connections_.empty() && spare_.all().empty() && turnedAway_.empty())
+      post([this] { context_.stop(); });
   }
 
   HttpLimits const limits_;
   BodyBudget bodies_;
   AddressShares places_;
-  AddressShares sparePlaces_;
   StopClock stops_;
   HttpHandler handler_;
   std::function<HttpResponse(int, std::string const&)> problem_;
@@ -337,7 +357,7 @@ class HttpServer::Impl final : public HttpConnectionHost {
   asio::basic_signal_set<Executor> signals_;
   Connections connections_;
   // Those with a spare place, and those with none.
-  Connections spare_;
+  SparePlaces spare_;
   Connections turnedAway_;
 };
 

@@ -17,14 +17,23 @@ namespace Agent {
 /// becomes 100000000000000.0), at most four times: SQLite keeps 10^9 bytes.
 inline constexpr std::size_t kLongestBody = std::size_t{128} * 1024 * 1024;
 
+/// Connections for which there is no place of any kind are told so, as long as they are not too many themselves.
+inline constexpr std::size_t kMostTurnedAway = 64;
+/// How long a connection may hold a spare place without a request, and a client may take to end when it is told to.
+inline constexpr std::chrono::seconds kLongestSpare{2};
+/// So many descriptors are no connection's: the program opens files while it runs.
+inline constexpr std::size_t kOwnDescriptors = 16;
+
 /// What is too much. A client that goes beyond is told so where HTTP has words for it, and the connection is closed.
 struct HttpLimits {
   std::size_t bodyBytes = 16 * 1024 * 1024;
-  /// All bodies of requests that are on their way, together.
+  /// All bodies of requests that are on their way, together. One address has the same part of them as of the
+  /// connections, and no less than it has of these if nothing is said.
   std::size_t allBodiesBytes = 256 * 1024 * 1024;
   std::size_t headerBytes = 16 * 1024;
   std::size_t connections = 65'536;
-  /// Of these, from one address; 0 for three quarters. An address of IPv6 counts as its network of 64 bits.
+  /// Of these, from one address; 0 for three quarters, and not all. An address of IPv6 counts as its network of 64
+  /// bits.
   std::size_t connectionsOfOne = 0;
   /// How long a connection may stand without a byte moving while one side waits for it to: between requests, within
   /// one, and while a response is being taken. Waiting for the program's own answer does not count. A header may take
@@ -52,8 +61,8 @@ class HttpServer final : public EventLoop {
   std::uint16_t port() const;
 
   /// The handler that answers; set before `run()`. `problem` makes the response to what is refused before it becomes a
-  /// request: a status from 400 up and a reason. A connection for which there is no place has one of a few more for
-  /// two seconds and one request, which is handled if `isVital` says so and refused otherwise. A request whose body is
+  /// request: a status from 400 up and a reason. A connection for which there is no place has one of a few more for a
+  /// short time and one request, which is handled if `isVital` says so and refused otherwise. A request whose body is
   /// still to come is handled with a reader of it if `isReadAsItComes` says so, and with all of it otherwise.
   using IsKind = std::function<bool(HttpRequest const& request)>;
   void handlerIs(HttpHandler handler, std::function<HttpResponse(int status, std::string const& reason)> problem,

@@ -1,5 +1,5 @@
 // Which connections an HTTP server has places for, and what becomes of the others.
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <chrono>
 #include <deque>
@@ -7,6 +7,8 @@
 #include <thread>
 
 #include "agent/net/address_shares.h"
+#include "agent/net/spare_places.h"
+#include "support/documents.h"
 #include "support/http_texts.h"
 #include "support/raw_connection.h"
 #include "support/running_server.h"
@@ -20,6 +22,8 @@ using Test::get;
 using Test::RawConnection;
 using Test::RawResponse;
 using Test::RunningServer;
+using Test::text;
+using ::testing::HasSubstr;
 
 HttpLimits placesFor(std::size_t connections, milliseconds idle = std::chrono::minutes(10)) {
   HttpLimits limits;
@@ -48,9 +52,10 @@ RawResponse answerTo(RunningServer const& server, std::string const& request, in
 
 TEST(HttpPlaces, TurnsAwayWhatIsOneTooManyButForWhatIsVital) {
   RunningServer server(echo, placesFor(3));
-  auto clients = servedClients(server, 3);
+  auto clients = servedClients(server, 2);
+  auto const other = servedClients(server, 1, 2);
   for (int round = 0; round < 100; ++round) {
-    auto const refused = answerTo(server, get("/a"));
+    auto const refused = answerTo(server, get("/a"), 1 + round % 3);
     EXPECT_EQ(refused.status, 503);
     EXPECT_EQ(refused.body, "all 3 connections are taken");
     auto const vital = answerTo(server, get("/vital") + get("/vital"));
@@ -85,25 +90,65 @@ TEST(HttpPlaces, OneAddressHasAsManyAsItIsGiven) {
   servedClients(server, 2, 2);
 }
 
-// Twelve of the sixteen spare places are one address's; a client that is silent, or that drips, holds one for two
-// seconds.
-TEST(HttpPlaces, NoClientHoldsTheSparePlaces) {
+// A client that is silent, or that drips, holds a spare place for two seconds.
+TEST(HttpPlaces, NoClientHoldsASparePlace) {
   RunningServer server(echo, placesFor(1));
   auto const clients = servedClients(server, 1);
-  std::deque<RawConnection> silent;
-  for (int client = 0; client < 12; ++client) silent.emplace_back(server.port());
-  RawConnection tooMany(server.port());
-  EXPECT_EQ(tooMany.response().status, 503) << "at once, without a question";
-  EXPECT_EQ(answerTo(server, get("/vital"), 2).status, 200);
+  RawConnection silent(server.port());
   auto const begin = std::chrono::steady_clock::now();
-  while (!silent.front().isReadable()) {
-    silent.front().send("G");
+  while (!silent.isReadable()) {
+    silent.send("G");
     std::this_thread::sleep_for(milliseconds(50));
   }
-  for (RawConnection& client : silent) EXPECT_EQ(client.response().status, 503);
+  EXPECT_EQ(silent.response().status, 503);
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
-  silent.clear();
-  while (answerTo(server, get("/vital")).status != 200) std::this_thread::sleep_for(milliseconds(10));
+}
+
+// Each newcomer has the place of the client that is silent for longest, of its own address or, when all are taken, of
+// any. A client that waits for its answer keeps its place.
+TEST(HttpPlaces, ANewcomerHasTheSparePlaceOfAClientThatIsSilent) {
+  std::deque<HttpAnswer> kept;
+  RunningServer server(
+      [&](HttpRequest const& request, HttpAnswer const& answer) {
+        if (request.fields.size() > 1)
+          kept.push_back(answer);
+        else
+          echo(request, answer);
+      },
+      placesFor(1));
+  auto const clients = servedClients(server, 1);
+  RawConnection waiting(server.port());
+  waiting.send(get("/vital", "Keep: it\r\n"));
+  server.await([&] { return !kept.empty(); });
+  std::deque<RawConnection> silent;
+  for (std::size_t client = 0; client < kSparePlacesOfOne; ++client) silent.emplace_back(server.port());
+  EXPECT_EQ(silent.front().response().status, 503) << "at once, as its address has its share";
+  for (std::size_t from = 2; from < 3 * kSparePlaces; ++from) {
+    silent.emplace_back(server.port(), 0, static_cast<int>(from));
+    if (from % kSparePlaces == 0) {
+      EXPECT_EQ(answerTo(server, get("/vital")).status, 200);
+    }
+  }
+  server.call([&] {
+    kept.front()(text("kept"));
+    kept.clear();
+    return true;
+  });
+  EXPECT_EQ(waiting.response().body, "kept");
+  EXPECT_FALSE(silent.back().isReadable());
+}
+
+TEST(HttpPlaces, AnAddressLeavesOneToOthersWhereThereAreTwo) {
+  for (auto const& [most, ofOne] : {std::pair{1, 1}, {2, 1}, {3, 2}, {4, 3}, {5, 4}, {8, 6}, {65536, 49152}})
+    EXPECT_EQ(AddressShares::shareOf(static_cast<std::size_t>(most)), static_cast<std::size_t>(ofOne));
+}
+
+TEST(HttpPlaces, AreWhatTheDocumentSays) {
+  std::string const serving = wordsOf(documentNamed("docs/serving.md"));
+  EXPECT_THAT(serving, HasSubstr("one of " + std::to_string(kSparePlaces) + " more."));
+  EXPECT_THAT(serving, HasSubstr("an address has " + std::to_string(kSparePlacesOfOne) + " at a time"));
+  EXPECT_THAT(serving, HasSubstr(std::to_string(kSparePlaces + kMostTurnedAway) + " connections more"));
+  EXPECT_THAT(serving, HasSubstr("last " + std::to_string(kOwnDescriptors) + " are the agent's own"));
 }
 
 TEST(HttpPlaces, TellsHowManyWereTurnedAway) {

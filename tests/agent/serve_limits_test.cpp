@@ -53,7 +53,7 @@ TEST(ServeLimits, OfHosts) {
 }
 
 TEST(ServeLimits, OfConnections) {
-  Served const served({"--memory", "--max-connections", "3"});
+  Served const served({"--memory", "--max-connections", "3", "--max-per-address", "3"});
   auto const ask = [](RawConnection& connection, std::string const& target = "/v1/tree") {
     connection.send("GET " + target + " HTTP/1.1\r\nHost: localhost\r\n\r\n");
     return connection.response();

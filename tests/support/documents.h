@@ -13,6 +13,14 @@ inline std::string documentNamed(std::string const& name) {
   return readFile(std::filesystem::path(ENROLIX_EXAMPLES) / ".." / name);
 }
 
+/// Its words, each a space from the next, wherever its lines end.
+inline std::string wordsOf(std::string const& document) {
+  std::istringstream from(document);
+  std::string words;
+  for (std::string word; from >> word;) words += word + ' ';
+  return words;
+}
+
 using TableRow = std::vector<std::string>;
 
 /// The cells of a line of a table, without the spaces around them; a bar with a backslash belongs to its cell.
