@@ -36,8 +36,8 @@ class Pieces final : public Agent::BodySource {
   std::string rest_;
 };
 
-/// Answers each request with what it is, in the way that the length of its target has it. Of those that it reads itself,
-/// some are answered before their bodies have come.
+/// Answers each request with what it is, in the way that the length of its target has it. Of those that it reads
+/// itself, some are answered before their bodies have come.
 class Host final : public Agent::HttpConnectionHost {
  public:
   Host(asio::io_context& context, std::string_view text) : context_(context) {
