@@ -150,9 +150,10 @@ TurnResult Service::applyToTree(std::span<Operation const> operations,
   return tree_->apply(operations, timeToLive, refused);
 }
 
-// What begins in the middle is ended behind the task.
+// What begins in the middle is ended behind the task, and not behind one that runs in the middle of it.
 Service::LongTask::~LongTask() {
-  if (std::exchange(service_.hasBreathed_, false)) service_.loop_.post(service_.later(&Service::goOn));
+  if (!service_.isApplying_ && std::exchange(service_.hasBreathed_, false))
+    service_.loop_.post(service_.later(&Service::goOn));
 }
 
 // What runs meanwhile leaves the tree and the latest documents alone.

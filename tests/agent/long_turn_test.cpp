@@ -68,6 +68,31 @@ TEST_F(LongTurn, HoldsUpNoReaderAndNoHeartbeatThatSaysWhatItSaid) {
                           "bulk 200"));
 }
 
+// A commit ends in the middle of the turn, so that the next one is due there and has to wait; and reads are answered in
+// every breath behind it.
+TEST_F(LongTurn, LeavesNoCommitUndoneThatWasDueInTheMiddleOfIt) {
+  store.isOpenIs(false);
+  ask("first", "PUT", "/v1/tree/mount/ready/x", "true");
+  awaitCommit();
+  ask("second", "PUT", "/v1/tree/mount/ready/y", "true");
+  loop.run();
+  bool hasEnded = false;
+  std::function<void()> const read = [&] {
+    api.handle({"GET", "/healthz", {}, {}}, [](HttpResponse const& /*response*/) {});
+    hasEnded = hasEnded || (service.isApplying() && store.commits() > 0);
+    if (service.isApplying() || (!hasEnded && ++looks < 1000)) loop.post(read);
+  };
+  meanwhile([&] {
+    store.isOpenIs(true);
+    for (int i = 0; i < 1000 && store.commits() == 0; ++i) std::this_thread::sleep_for(1ms);
+    for (int chain = 0; chain < 3; ++chain) loop.post(read);
+  });
+  ask("turn", "POST", "/v1/tree?atomic=1", lines(1000));
+  await(3);
+  EXPECT_TRUE(hasEnded);
+  EXPECT_THAT(answers, testing::UnorderedElementsAre("first 200 meanwhile", "second 200", "turn 200"));
+}
+
 // One document, from the first byte of its text on: nothing of the registry has begun then.
 TEST_F(LongTurn, OfOneDocumentHoldsUpNobodyWhileItIsRead) {
   std::string services;
