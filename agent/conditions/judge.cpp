@@ -2,6 +2,7 @@
 #include "agent/conditions/judge.h"
 
 #include "agent/conditions/switch_records.h"
+#include "agent/document/breath.h"
 
 namespace Agent {
 namespace {
@@ -109,6 +110,7 @@ std::vector<Judgement> judge(Controllerdb::AgentTables const& tables, Nox::Name 
                                 {"Answered", answered(of), {}},
                                 {"Ready", ready(of), {}}};
   for (auto const& [service, found] : servicesOf(records)) {
+    Breath::take();
     bool const isReady = tables.publishedMountsTable->servicePublishReady().value(Nox::String8(service));
     all.push_back({"Negotiated", negotiated(found), service});
     all.push_back({"Current", current(found), service});

@@ -46,8 +46,9 @@ class SwitchConditions::Judging {
       case Source::kMounts:
       case Source::kOperator:
         if (path.place.hasSystemId()) return withId(path.systemId);
-        if (!path.names[0].empty()) return withService(path.names[0]);
-        return all();
+        if (path.names[0].empty()) return all();
+        services_.insert(path.names[0]);
+        return;
       case Source::kRegistry:
         if (!path.place.hasSystemId())
           concerned_.insert(path.names[0]);
@@ -58,6 +59,7 @@ class SwitchConditions::Judging {
   }
 
   std::vector<Transition> judge() {
+    if (!services_.empty()) withServices();
     // Identities first: they decide which other switches the turn concerns.
     for (std::set<std::string> left = concerned_; !left.empty();) {
       std::set<std::string> const before = concerned_;
@@ -90,9 +92,14 @@ class SwitchConditions::Judging {
     forEachWithId(id, [&](std::string const& name) { concerned_.insert(name); });
   }
 
-  void withService(std::string const& service) {
-    for (auto const& [name, judged] : to_.switches_)
-      if (judged.hasService(service)) concerned_.insert(name);
+  void withServices() {
+    for (auto const& [name, judged] : to_.switches_) {
+      bool const isConcerned = std::any_of(judged.conditions.begin(), judged.conditions.end(), [&](auto const& one) {
+        Breath::take();
+        return one.judgement.condition == Condition("Negotiated") && services_.contains(one.judgement.service.view());
+      });
+      if (isConcerned) concerned_.insert(name);
+    }
   }
 
   /// A row, or what it names, may have changed.
@@ -155,6 +162,7 @@ class SwitchConditions::Judging {
     if (known != to_.switches_.end()) before = known->second.conditions;
     // Both are in the same order.
     for (Judgement& judgement : Agent::judge(registry_.tables, key, surroundings)) {
+      Breath::take();
       while (!before.empty() && before.front().judgement.isBefore(judgement)) before = before.subspan(1);
       bool const isSame = !before.empty() && before.front().judgement == judgement;
       if (!isSame) transitions_.push_back({name, judged.systemId, judgement, now_});
@@ -173,6 +181,8 @@ class SwitchConditions::Judging {
   Registry const& registry_;
   Since const now_;
   std::set<std::string> concerned_;
+  /// Of the documents that have changed.
+  std::set<std::string, std::less<>> services_;
   std::map<std::string, HeartbeatSeen> ended_;
   std::vector<Transition> transitions_;
 };

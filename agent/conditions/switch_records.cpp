@@ -1,6 +1,8 @@
 // Reads the tables of both sides, service by service.
 #include "agent/conditions/switch_records.h"
 
+#include "agent/document/breath.h"
+
 namespace Agent {
 
 using Controller::ServiceStatusV1;
@@ -19,6 +21,7 @@ void addOffered(SwitchRecords const& of, Services& services) {
   auto const offer = of.tables.publishedMountsTable->system(of.config->systemId());
   if (offer) {
     for (auto const& mount : offer->publishedMount()) {
+      Breath::take();
       ServiceRecords& service = services[Name(mount.value().service)];
       ++service.offered;
       if (!service.info || !service.info->publishedMount().has(mount.fwkKey())) ++service.missing;
@@ -27,6 +30,7 @@ void addOffered(SwitchRecords const& of, Services& services) {
   for (auto& [name, service] : services) {
     if (!service.info) continue;
     for (auto const& mount : service.info->publishedMount()) {
+      Breath::take();
       auto const* const today = offer ? offer->publishedMount().find(mount.fwkKey()) : nullptr;
       if (today == nullptr || Name(today->value().service) != name) ++service.left;
     }
@@ -70,13 +74,19 @@ NegotiationOutcome outcomeOfToday(ServiceRecords const& of) {
 Services servicesOf(SwitchRecords const& of) {
   Services services;
   if (!of.config || !of.status) return services;
-  for (auto const& service : of.config->serviceConfig()) services[service.fwkKey()].own = service.value();
-  for (auto const& status : of.status->serviceStatus())
+  for (auto const& service : of.config->serviceConfig()) {
+    Breath::take();
+    services[service.fwkKey()].own = service.value();
+  }
+  for (auto const& status : of.status->serviceStatus()) {
+    Breath::take();
     services[status.fwkKey()].status = Ptr<ServiceStatusV1 const>(&status);
+  }
   for (auto const& info : of.status->servicePublishedInfo())
     services[Name(info.fwkKey())].info = Ptr<ServicePublishedInfo const>(&info);
   addOffered(of, services);
   for (auto& [name, records] : services) {
+    Breath::take();
     records.controller = of.tables.overrideServiceConfigDir->overrideService(name);
     records.isOverridden = records.controller != nullptr;
     if (!records.controller) records.controller = of.tables.serviceConfigDir->service(name);

@@ -48,4 +48,6 @@ void WrittenDocuments::note(Nox::Entity const& entity, Nox::WriteText const& key
   Breath::take();
 }
 
+void WrittenDocuments::delivered() { Breath::take(); }
+
 }  // namespace Agent

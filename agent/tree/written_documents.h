@@ -30,6 +30,7 @@ class WrittenDocuments final : public Nox::WriteObserver {
   void written(Nox::Entity const& entity, std::string_view attribute, bool changed, Nox::WriteText key,
                Nox::WriteText value) override;
   void removed(Nox::Entity const& entity, std::string_view attribute, bool changed, Nox::WriteText key) override;
+  void delivered() override;
   void note(Nox::Entity const& entity, Nox::WriteText const& key);
 
   StateTree const& tree_;

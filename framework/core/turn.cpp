@@ -121,6 +121,7 @@ class TurnQueue {
       keepException(reactor);
     }
     reactor.unhold();
+    if (writeObserver_ != nullptr) writeObserver_->delivered();
   }
   /// Takes note of the exception that is being handled, and tells the reactor that has thrown it.
   void keepException(Reactor& reactor) noexcept {

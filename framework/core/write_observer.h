@@ -33,6 +33,8 @@ class NOX_EXPORT WriteObserver {
   virtual void written(Entity const& entity, std::string_view attribute, bool changed, WriteText key,
                        WriteText value) = 0;
   virtual void removed(Entity const& entity, std::string_view attribute, bool changed, WriteText key) = 0;
+  /// A reactor has been notified, whether or not it wrote anything.
+  virtual void delivered() {}
 
  protected:
   ~WriteObserver() = default;

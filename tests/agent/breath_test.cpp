@@ -7,8 +7,10 @@
 #include <string>
 #include <vector>
 
+#include "agent/conditions/judge.h"
 #include "agent/document/json_text.h"
 #include "agent/tree/stored_size.h"
+#include "agent/tree/written_documents.h"
 #include "support/tree_world.h"
 
 namespace Agent::BreathTest {
@@ -121,6 +123,28 @@ TEST(Breath, IsTakenInEachPhaseOfALongDocument) {
     }
     EXPECT_THAT(breaths, Each(Ge(10))) << document.path;
   }
+}
+
+TEST(Breath, IsTakenWhileASwitchIsJudged) {
+  TreeWorld world;
+  world.put("registration/a/config",
+            R"({"systemId": "02:00:00:aa:00:01", "serviceConfig": )" + members(2000, "{}") + "}");
+  world.put("registration/a/status", "{}");
+  world.put("mount/offer/02:00:00:aa:00:01", R"({"publishedMount": )" + members(2000, "{}") + "}");
+  EXPECT_GE(breathsOf([&] { judge(world.tables, "a", {}); }), 60);
+}
+
+// Each switch watches each service of the controller, and most have nothing to write because of it.
+TEST(Breath, IsTakenWhileReactorsAreNotifiedThatWriteNothing) {
+  TreeWorld world;
+  for (int i = 0; i < 1000; ++i) {
+    std::string const name = "registration/" + std::to_string(i);
+    world.put(name + "/config", "{}");
+    world.put(name + "/status", "{}");
+  }
+  world.put("controller/config", R"({"enabled": true})");
+  WrittenDocuments const written(world.tree);
+  EXPECT_GE(breathsOf([&] { world.put("service/config/x", "{}"); }), 10);
 }
 
 TEST(Breath, IsTakenWhileABatchIsAddedUp) {
