@@ -1,7 +1,6 @@
 // The rules by which each condition has its reason.
 #include "agent/conditions/judge.h"
 
-#include "agent/conditions/switch_records.h"
 #include "agent/document/breath.h"
 
 namespace Agent {
@@ -98,9 +97,7 @@ Reason published(ServiceRecords const& of, bool isReadyToday) {
 
 }  // namespace
 
-std::vector<Judgement> judge(Controllerdb::AgentTables const& tables, Nox::Name const& name,
-                             SwitchSurroundings const& surroundings) {
-  SwitchRecords const records(tables, name);
+std::vector<Judgement> judge(SwitchRecords const& records, SwitchSurroundings const& surroundings) {
   Judged const of{records, surroundings};
   std::vector<Judgement> all = {{"Registered", registered(of), {}},
                                 {"Enabled", enabled(of), {}},
@@ -111,7 +108,7 @@ std::vector<Judgement> judge(Controllerdb::AgentTables const& tables, Nox::Name 
                                 {"Ready", ready(of), {}}};
   for (auto const& [service, found] : servicesOf(records)) {
     Breath::take();
-    bool const isReady = tables.publishedMountsTable->servicePublishReady().value(Nox::String8(service));
+    bool const isReady = records.tables.publishedMountsTable->servicePublishReady().value(Nox::String8(service));
     all.push_back({"Negotiated", negotiated(found), service});
     all.push_back({"Current", current(found), service});
     all.push_back({"Published", published(found, isReady), service});

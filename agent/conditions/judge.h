@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "agent/conditions/reasons.h"
-#include "records/tables.h"
+#include "agent/conditions/switch_records.h"
 
 namespace Agent {
 
@@ -47,10 +47,9 @@ struct Judgement {
   }
 };
 
-/// All conditions of the switch of that name: its own first, in the order of the table, then those of each service that
+/// All conditions of a switch: its own first, in the order of the table, then those of each service that
 /// it configures, has a status of, is published or offers mounts for, in byte order of their names. On the registry's
 /// thread, outside of its turns; it writes nothing.
-std::vector<Judgement> judge(Controllerdb::AgentTables const& tables, Nox::Name const& name,
-                             SwitchSurroundings const& surroundings);
+std::vector<Judgement> judge(SwitchRecords const& records, SwitchSurroundings const& surroundings);
 
 }  // namespace Agent

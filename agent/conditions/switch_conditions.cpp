@@ -14,6 +14,10 @@ namespace {
 
 SystemId const kLowest{};
 
+constexpr Place kConfig("registration/<switch>/config");
+constexpr std::string_view kConfigEnd = kConfig.pattern().substr(kConfig.pattern().rfind('/'));
+constexpr Place kServiceStatus("service/status/<switch>/<service>");
+
 /// The name in the row of that system id; nothing without a row.
 std::optional<std::string> nameInRow(Controllerdb::AgentTables const& tables, SystemId const& id) {
   auto const* const row = tables.controllerStatus->switchStatus().find(id);
@@ -34,15 +38,25 @@ class SwitchConditions::Judging {
     for (auto const& entry : registry_.tables.registrationRootDir->entries())
       concerned_.insert(std::string(entry.fwkKey().view()));
   }
+  void allAnew() {
+    all();
+    identities_ = concerned_;
+  }
 
   void concern(DocumentChange const& change, bool isExpiry) {
+    // Most documents are of these places.
+    for (Place const place : {kConfig, kServiceStatus}) {
+      if (!change.path.starts_with(place.prefix())) continue;
+      std::size_t const begin = place.prefix().size();
+      std::string const& name =
+          *concerned_.insert(change.path.substr(begin, change.path.find('/', begin) - begin)).first;
+      if (change.path.ends_with(kConfigEnd)) identities_.insert(name);
+      return;
+    }
     Path const path = parsePath(change.path);
     switch (path.place.source()) {
       case Source::kHeartbeats:
         return heartbeat(path.systemId, change.text != nullptr, isExpiry);
-      case Source::kSwitch:
-        concerned_.insert(path.names[0]);
-        return;
       case Source::kMounts:
       case Source::kOperator:
         if (path.place.hasSystemId()) return withId(path.systemId);
@@ -50,10 +64,8 @@ class SwitchConditions::Judging {
         services_.insert(path.names[0]);
         return;
       case Source::kRegistry:
-        if (!path.place.hasSystemId())
-          concerned_.insert(path.names[0]);
-        else
-          row(path.systemId);
+        return row(path.systemId);
+      case Source::kSwitch:
         return;
     }
   }
@@ -61,13 +73,7 @@ class SwitchConditions::Judging {
   std::vector<Transition> judge() {
     if (!services_.empty()) withServices();
     // Identities first: they decide which other switches the turn concerns.
-    for (std::set<std::string> left = concerned_; !left.empty();) {
-      std::set<std::string> const before = concerned_;
-      for (std::string const& name : left) identify(name);
-      left.clear();
-      std::set_difference(
-          concerned_.begin(), concerned_.end(), before.begin(), before.end(), std::inserter(left, left.end()));
-    }
+    for (std::string const& name : identities_) identify(name);
     for (std::string const& name : concerned_) {
       judge(name);
       for (int piece = 0; piece < kPieces; ++piece) Breath::take();
@@ -147,8 +153,9 @@ class SwitchConditions::Judging {
     if (known != to_.switches_.end()) judged.lastEnd = known->second.lastEnd;
     if (auto const end = ended_.find(name); end != ended_.end()) judged.lastEnd = end->second;
     SwitchSurroundings surroundings{.isServed = registry_.isServed(key)};
-    if (auto const& config = SwitchRecords(registry_.tables, key).config) {
-      SystemId const id = config->systemId();
+    SwitchRecords const records(registry_.tables, key);
+    if (records.config) {
+      SystemId const id = records.config->systemId();
       judged.systemId = id;
       surroundings.heartbeat = seen(id, judged.lastEnd);
       auto const first = to_.names_.lower_bound({id, ""});
@@ -161,7 +168,7 @@ class SwitchConditions::Judging {
     std::span<TimedJudgement const> before;
     if (known != to_.switches_.end()) before = known->second.conditions;
     // Both are in the same order.
-    for (Judgement& judgement : Agent::judge(registry_.tables, key, surroundings)) {
+    for (Judgement& judgement : Agent::judge(records, surroundings)) {
       Breath::take();
       while (!before.empty() && before.front().judgement.isBefore(judgement)) before = before.subspan(1);
       bool const isSame = !before.empty() && before.front().judgement == judgement;
@@ -181,6 +188,8 @@ class SwitchConditions::Judging {
   Registry const& registry_;
   Since const now_;
   std::set<std::string> concerned_;
+  /// Switches that may have another system id than before.
+  std::set<std::string> identities_;
   /// Of the documents that have changed.
   std::set<std::string, std::less<>> services_;
   std::map<std::string, HeartbeatSeen> ended_;
@@ -202,7 +211,7 @@ std::vector<Transition> SwitchConditions::begin(Registry const& registry, std::s
   ghosts_.clear();
   for (auto& [name, judged] : switches_) judged.systemId = std::nullopt;
   Judging judging(*this, registry, now);
-  judging.all();
+  judging.allAnew();
   return judging.judge();
 }
 

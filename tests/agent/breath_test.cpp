@@ -131,7 +131,7 @@ TEST(Breath, IsTakenWhileASwitchIsJudged) {
             R"({"systemId": "02:00:00:aa:00:01", "serviceConfig": )" + members(2000, "{}") + "}");
   world.put("registration/a/status", "{}");
   world.put("mount/offer/02:00:00:aa:00:01", R"({"publishedMount": )" + members(2000, "{}") + "}");
-  EXPECT_GE(breathsOf([&] { judge(world.tables, "a", {}); }), 60);
+  EXPECT_GE(breathsOf([&] { judge(SwitchRecords(world.tables, "a"), {}); }), 60);
 }
 
 // Each switch watches each service of the controller, and most have nothing to write because of it.
