@@ -125,7 +125,9 @@ class SwitchConditions::Judging {
   /// Notes the system id that the switch has now.
   void identify(std::string const& name) {
     auto const known = to_.switches_.find(name);
-    std::optional<SystemId> const before = known != to_.switches_.end() ? known->second.systemId : std::nullopt;
+    std::optional<SystemId> before = known != to_.switches_.end() ? known->second.systemId : std::nullopt;
+    // At a start none is noted.
+    if (before && !to_.names_.contains({*before, name})) before = std::nullopt;
     auto const& config = SwitchRecords(registry_.tables, Name(name)).config;
     std::optional<SystemId> const now = config ? std::optional(config->systemId()) : std::nullopt;
     if (before == now) return;
@@ -150,13 +152,15 @@ class SwitchConditions::Judging {
       return;
     }
     JudgedSwitch judged;
-    if (known != to_.switches_.end()) judged.lastEnd = known->second.lastEnd;
     if (auto const end = ended_.find(name); end != ended_.end()) judged.lastEnd = end->second;
     SwitchSurroundings surroundings{.isServed = registry_.isServed(key)};
     SwitchRecords const records(registry_.tables, key);
     if (records.config) {
       SystemId const id = records.config->systemId();
       judged.systemId = id;
+      // It is the end of the heartbeat of this system id.
+      bool const isKnown = known != to_.switches_.end() && known->second.systemId == id && !ended_.contains(name);
+      if (isKnown) judged.lastEnd = known->second.lastEnd;
       surroundings.heartbeat = seen(id, judged.lastEnd);
       auto const first = to_.names_.lower_bound({id, ""});
       surroundings.isShared =
@@ -209,7 +213,6 @@ std::vector<Transition> SwitchConditions::begin(Registry const& registry, std::s
   unrenewed_ = std::move(unrenewed);
   names_.clear();
   ghosts_.clear();
-  for (auto& [name, judged] : switches_) judged.systemId = std::nullopt;
   Judging judging(*this, registry, now);
   judging.allAnew();
   return judging.judge();
@@ -226,7 +229,8 @@ void SwitchConditions::put(std::string const& name, std::optional<JudgedSwitch> 
   auto const known = switches_.find(name);
   std::optional<JudgedSwitch> before;
   if (known != switches_.end()) before = std::move(known->second);
-  before_[name].push_back({revision, std::move(before)});
+  before_[name].push_back(std::move(before));
+  unkept_.emplace_back(revision, name);
   if (judged)
     switches_[name] = *std::move(judged);
   else
@@ -234,24 +238,27 @@ void SwitchConditions::put(std::string const& name, std::optional<JudgedSwitch> 
 }
 
 void SwitchConditions::keptIs(Revision revision) {
-  for (auto& [name, all] : before_)
-    std::erase_if(all, [&](Before const& before) { return before.revision <= revision; });
-  std::erase_if(before_, [](auto const& of) { return of.second.empty(); });
+  for (; !unkept_.empty() && unkept_.front().first <= revision; unkept_.pop_front()) {
+    auto const before = before_.find(unkept_.front().second);
+    before->second.pop_front();
+    if (before->second.empty()) before_.erase(before);
+  }
 }
 
 void SwitchConditions::undo() {
   for (auto& [name, all] : before_) {
-    if (auto& first = all.front().judged)
+    if (auto& first = all.front())
       switches_[name] = *std::move(first);
     else
       switches_.erase(name);
   }
   before_.clear();
+  unkept_.clear();
 }
 
 JudgedSwitch const* SwitchConditions::find(std::string_view name) const {
   if (auto const before = before_.find(name); before != before_.end()) {
-    auto const& kept = before->second.front().judged;
+    auto const& kept = before->second.front();
     return kept ? &*kept : nullptr;
   }
   auto const found = switches_.find(name);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <deque>
 #include <functional>
 #include <map>
 #include <optional>
@@ -89,19 +90,16 @@ class SwitchConditions {
   SwitchNeighbours neighbours(std::string const& name) const;
 
  private:
-  /// What a switch was before a turn that is not kept.
-  struct Before {
-    Revision revision;
-    std::optional<JudgedSwitch> judged;
-  };
   class Judging;
 
   void put(std::string const& name, std::optional<JudgedSwitch> judged, Revision revision);
 
   /// As they are after the last turn.
   Switches switches_;
-  /// Of switches that turns changed which are not kept, the oldest first.
-  std::map<std::string, std::vector<Before>, std::less<>> before_;
+  /// What switches were before each turn that changed them and is not kept, the oldest first.
+  std::map<std::string, std::deque<std::optional<JudgedSwitch>>, std::less<>> before_;
+  /// These turns, in order, and each switch that one changed.
+  std::deque<std::pair<Revision, std::string>> unkept_;
   std::set<SystemId> unrenewed_;
   /// Which registrations have a system id, and which rows name a registration that has another.
   std::set<std::pair<SystemId, std::string>> names_;

@@ -7,6 +7,9 @@
 namespace Agent {
 namespace {
 
+/// A row names no more of them.
+constexpr std::size_t kMostUnmet = 20;
+
 Json orNull(std::optional<SystemId> const& id) { return id ? Json(id->stringValue().view()) : Json(); }
 
 Json truthJson(Truth truth) {
@@ -51,15 +54,17 @@ Json switchRow(std::string const& name, JudgedSwitch const& judged) {
   Json row = head(name, judged);
   Json unmet = Json::array();
   std::size_t services = 0;
+  std::size_t unmetCount = 0;
   for (auto const& [judgement, since] : judged.conditions) {
     services += judgement.condition == Condition("Negotiated") ? 1 : 0;
-    if (judgement.reason->truth == Truth::kTrue) continue;
+    if (judgement.reason->truth == Truth::kTrue || ++unmetCount > kMostUnmet) continue;
     Json one{{"condition", judgement.condition.name()}, {"reason", judgement.reason->code}};
     if (judgement.condition.isOfService()) one["service"] = judgement.service.view();
     unmet.push_back(std::move(one));
   }
   row["services"] = services;
   row["unmet"] = std::move(unmet);
+  row["unmetCount"] = unmetCount;
   return row;
 }
 

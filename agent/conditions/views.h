@@ -12,7 +12,8 @@ namespace Agent {
 /// A time as people and programs read it: "2026-11-22T23:51:53.120Z".
 std::string timeText(std::chrono::system_clock::time_point time);
 
-/// A switch in short: whether it is ready, why, since when, and every condition that is not true.
+/// A switch in short: whether it is ready, why, since when, and the conditions that are not true: how
+/// many, and the first of them.
 Json switchRow(std::string const& name, JudgedSwitch const& judged);
 
 /// All its conditions, each with its explanation; as many explanations as conditions.

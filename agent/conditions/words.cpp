@@ -4,10 +4,14 @@
 #include <algorithm>
 #include <array>
 
-#include "agent/conditions/switch_records.h"
+#include "agent/document/breath.h"
 #include "agent/document/input_error.h"
 
 namespace Agent {
+
+using ControllerRegistration::SwitchConfig;
+using ControllerRegistration::SwitchStatus;
+
 namespace {
 
 /// What a sentence is about.
@@ -34,9 +38,20 @@ std::string versionsOf(Nox::Ptr<Controller::ServiceConfigV1 const> const& config
   return listOf(words, "none");
 }
 
-std::string orNone(Nox::String8 const& text) { return text.empty() ? "(none)" : printable(text.view()); }
+std::string textOf(Nox::String8 const& text) { return text.empty() ? "(none)" : printable(text.view()); }
+std::string textOf(unsigned number) { return std::to_string(number); }
+std::string textOf(Controller::SystemId const& id) { return std::string(id.stringValue().view()); }
 
-std::string outcomeText(NegotiationOutcome const& outcome) {
+/// What a record that may have gone has.
+template <class R, class Value>
+std::string textOf(Nox::Ptr<R const> const& record, Value (R::*read)() const) {
+  return record ? textOf(((*record).*read)()) : "(none)";
+}
+
+/// The outcome of a service that the switch configures and has a status of.
+std::string outcomeText(ServiceRecords const& of, NegotiationOutcome (*read)(ServiceRecords const& of)) {
+  if (!of.own || !isRecorded(of)) return "(none)";
+  NegotiationOutcome const outcome = read(of);
   if (outcome.isCompatible) return "version " + std::to_string(outcome.version.version());
   if (outcome.isComplete && outcome.isEnabled) return "that no version is common";
   if (outcome.isComplete) return "that the controller does not know the service";
@@ -60,22 +75,22 @@ struct WordRow {
 /// What the reasons' texts may contain between angle brackets.
 constexpr WordRow kWords[] = {
     {"switch", [](Subject const& of) { return printable(of.records.name.view()); }},
-    {"systemId", [](Subject const& of) { return std::string(of.records.config->systemId().stringValue().view()); }},
-    {"others", [](Subject const& of) { return listOf(of.neighbours.sharers); }},
-    {"ghosts", [](Subject const& of) { return listOf(of.neighbours.ghosts); }},
+    {"systemId", [](Subject const& of) { return textOf(of.records.config, &SwitchConfig::systemId); }},
+    {"others", [](Subject const& of) { return listOf(of.neighbours.sharers, "changing now"); }},
+    {"ghosts", [](Subject const& of) { return listOf(of.neighbours.ghosts, "changing now"); }},
     {"newEntry", newEntry},
-    {"asked", [](Subject const& of) { return std::to_string(of.records.config->registrationGenId()); }},
-    {"answered", [](Subject const& of) { return std::to_string(of.records.status->registrationGenId()); }},
-    {"statusUuid", [](Subject const& of) { return orNone(of.records.status->controllerUUID()); }},
-    {"uuid", [](Subject const& of) { return orNone(of.records.tables.status->controllerUUID()); }},
+    {"asked", [](Subject const& of) { return textOf(of.records.config, &SwitchConfig::registrationGenId); }},
+    {"answered", [](Subject const& of) { return textOf(of.records.status, &SwitchStatus::registrationGenId); }},
+    {"statusUuid", [](Subject const& of) { return textOf(of.records.status, &SwitchStatus::controllerUUID); }},
+    {"uuid", [](Subject const& of) { return textOf(of.records.tables.status->controllerUUID()); }},
     {"service", [](Subject const& of) { return printable(of.serviceName.view()); }},
-    {"version", [](Subject const& of) { return std::to_string(recordedOutcome(of.service).version.version()); }},
+    {"version", [](Subject const& of) { return outcomeText(of.service, recordedOutcome); }},
     {"own", [](Subject const& of) { return versionsOf(of.service.own); }},
     {"controller", [](Subject const& of) { return versionsOf(of.service.controller); }},
     {"side",
      [](Subject const& of) { return std::string(of.service.isOverridden ? "the override" : "the controller"); }},
-    {"recorded", [](Subject const& of) { return outcomeText(recordedOutcome(of.service)); }},
-    {"today", [](Subject const& of) { return outcomeText(outcomeOfToday(of.service)); }},
+    {"recorded", [](Subject const& of) { return outcomeText(of.service, recordedOutcome); }},
+    {"today", [](Subject const& of) { return outcomeText(of.service, outcomeOfToday); }},
     {"offered", [](Subject const& of) { return std::to_string(of.service.offered); }},
     {"missing", [](Subject const& of) { return std::to_string(of.service.missing); }},
     {"left", [](Subject const& of) { return std::to_string(of.service.left); }},
@@ -122,15 +137,21 @@ std::string filledCommand(std::string_view text, Subject const& of) {
 
 }  // namespace
 
-Explanation explain(Controllerdb::AgentTables const& tables, Nox::Name const& name, Judgement const& judgement,
-                    SwitchNeighbours const& neighbours) {
-  SwitchRecords const records(tables, name);
-  ServiceRecords service;
-  if (judgement.condition.isOfService()) service = servicesOf(records)[judgement.service];
-  Subject const of{records, service, judgement.service, neighbours};
-  return {filled(judgement.reason->sentence, of),
-          filled(judgement.reason->advice, of),
-          filledCommand(judgement.reason->command, of)};
+std::vector<Explanation> explain(SwitchRecords const& records, std::span<Judgement const> judgements,
+                                 SwitchNeighbours const& neighbours) {
+  auto const services = servicesOf(records);
+  ServiceRecords const none;
+  std::vector<Explanation> all;
+  for (Judgement const& judgement : judgements) {
+    Breath::take();
+    auto const service = services.find(judgement.service);
+    bool const isThere = judgement.condition.isOfService() && service != services.end();
+    Subject const of{records, isThere ? service->second : none, judgement.service, neighbours};
+    all.push_back({filled(judgement.reason->sentence, of),
+                   filled(judgement.reason->advice, of),
+                   filledCommand(judgement.reason->command, of)});
+  }
+  return all;
 }
 
 }  // namespace Agent

@@ -1,6 +1,7 @@
 // Says why a condition of a switch is what it is: the sentence of its reason, with the values that decided.
 #pragma once
 
+#include <span>
 #include <string>
 #include <vector>
 
@@ -23,9 +24,9 @@ struct Explanation {
   std::string command;
 };
 
-/// Explains what `judge()` found in these tables. Names in it are printable; in the command they are quoted for a shell
-/// where they need be.
-Explanation explain(Controllerdb::AgentTables const& tables, Nox::Name const& name, Judgement const& judgement,
-                    SwitchNeighbours const& neighbours);
+/// Explains what `judge()` found of the switch in tables like these, one by one. Names in it are printable; in the
+/// command they are quoted for a shell where they need be.
+std::vector<Explanation> explain(SwitchRecords const& records, std::span<Judgement const> judgements,
+                                 SwitchNeighbours const& neighbours);
 
 }  // namespace Agent

@@ -15,8 +15,8 @@ inline constexpr std::size_t kSparePlaces = 16;
 inline constexpr std::size_t kSparePlacesOfOne = 2;
 
 /// The connections that have one. Each newcomer gets a place as long as there is a connection that has not asked yet,
-/// or has its answer: so clients
-/// that open many take places from each other, and none from a client that asks as soon as it has connected.
+/// or has its answer: so clients that open many take places from each other, and none from a client that asks as soon
+/// as it has connected.
 class SparePlaces {
  public:
   using Connection = std::shared_ptr<HttpConnection>;

@@ -76,7 +76,8 @@ void Service::start(std::optional<std::map<std::string, std::chrono::millisecond
     if (time) awakeMatters_ = std::max(awakeMatters_, awake_ + *time);
   }
   TurnResult first = tree_->firstTurn();
-  beginConditions(first.turn.revision);
+  beginConditions(first.turn.changes.empty() ? latest_.revision : first.turn.revision);
+  if (first.turn.changes.empty()) conditionsKept(latest_.revision);
   keepTurn(first);
 }
 
@@ -152,8 +153,9 @@ TurnResult Service::applyToTree(std::span<Operation const> operations,
 
 // What begins in the middle is ended behind the task, and not behind one that runs in the middle of it.
 Service::LongTask::~LongTask() {
-  if (!service_.isApplying_ && std::exchange(service_.hasBreathed_, false))
-    service_.loop_.post(service_.later(&Service::goOn));
+  if (service_.isApplying_ || !std::exchange(service_.hasBreathed_, false)) return;
+  service_.isDue_ = true;
+  service_.loop_.post(service_.later(&Service::catchUp));
 }
 
 // What runs meanwhile leaves the tree and the latest documents alone.
@@ -164,15 +166,14 @@ void Service::breathe() {
 }
 
 void Service::goOn() {
-  if (isApplying_) return;
-  if (std::exchange(hasForeignTurns_, false)) return takeForeignTurns();
-  if (auto const work = std::exchange(deferred_, nullptr)) return work();
+  if (std::exchange(hasForeignTurns_, false)) takeForeignTurns();
+  if (auto const work = std::exchange(deferred_, nullptr)) work();
   if (!open_.turns.empty()) return commit();
   for (auto& done : std::exchange(open_.waiting, {})) whenKept(std::move(done));
 }
 
 void Service::keepTurn(TurnResult const& result) {
-  if (result.turn.changes.empty()) return conditionsKept(result.turn.revision);
+  if (result.turn.changes.empty()) return;
   open_.turns.push_back(result.turn);
   if (open_.turns.size() > 1 || isStoreBusy()) return;
   // Behind whatever is ready to be read now, and once more behind what that makes ready: all of it shares one commit.
@@ -230,6 +231,7 @@ void Service::keepAlive() {
 // While the store takes nothing, the dead wait for it.
 void Service::expire() {
   if (problem_ || isApplying_) return;
+  LongTask const task(*this);
   for (std::string const& path : lifetimes_.takeExpired()) {
     // It was put again in the middle of an earlier turn.
     if (lifetimes_.has(path)) continue;

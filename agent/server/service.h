@@ -99,8 +99,18 @@ class Service {
 
   /// The conditions of the switches that are kept.
   SwitchConditions const& conditions() const noexcept { return conditions_; }
-  /// An explanation for each of a switch's conditions. Not in the middle of a turn.
-  std::vector<Explanation> explain(std::string const& name, JudgedSwitch const& judged) const;
+  /// A switch as it is kept, and an explanation for each of its conditions.
+  struct ExplainedSwitch {
+    JudgedSwitch judged;
+    std::vector<Explanation> explanations;
+  };
+  /// Nothing if there is no such switch. Not in the middle of a turn.
+  std::optional<ExplainedSwitch> explain(std::string const& name) const;
+
+  /// Does what was due in the middle of a task that took long. Called before another begins.
+  void catchUp() {
+    if (!isApplying_ && std::exchange(isDue_, false)) goOn();
+  }
 
   /// All documents that are kept now, as the body of a response.
   std::unique_ptr<BodySource> backup();
@@ -197,6 +207,7 @@ class Service {
   bool isApplying_ = false;
   bool isExpiring_ = false;
   bool hasBreathed_ = false;
+  bool isDue_ = false;
   bool hasForeignTurns_ = false;
   /// What the store's thread came to in the middle of a task, and is looked at behind it.
   std::function<void()> deferred_;

@@ -32,28 +32,35 @@ void Service::conditionsKept(Revision revision) {
   transitions_.keptIs(revision, loop_.now());
 }
 
-// The values that decided are those of the documents that are kept, as the conditions are.
-std::vector<Explanation> Service::explain(std::string const& name, JudgedSwitch const& judged) const {
-  Controllerdb::AgentTables tables;
-  StateTree tree(tables);
+// The values that decided are those of the documents that are kept, as the conditions are. All of it is taken before
+// anything is read: what runs in the middle of that may keep other documents.
+std::optional<Service::ExplainedSwitch> Service::explain(std::string const& name) const {
+  JudgedSwitch const* const found = conditions_.find(name);
+  if (found == nullptr) return std::nullopt;
+  ExplainedSwitch result{*found, {}};
+  SwitchNeighbours const neighbours = conditions_.neighbours(name);
+  std::vector<std::pair<std::string, DocumentText>> documents;
   auto const add = [&](std::string const& path) {
-    auto const found = kept_.documents.find(path);
-    if (found != kept_.documents.end()) tree.restore(parsePath(path), readJson(*found->second.text));
+    auto const kept = kept_.documents.find(path);
+    if (kept != kept_.documents.end()) documents.emplace_back(path, kept->second.text);
   };
-  Nox::Turn const turn;
   for (char const* const path : {"controller/config", "controller/status"}) add(path);
   auto const [begin, end] = withPrefix(kept_.documents, textAt("registration/<switch>", {name}) + "/");
   for (auto at = begin; at != end; ++at) add(at->first);
-  if (judged.systemId) add(textAt("mount/offer/<systemId>", {judged.systemId->stringValue().view()}));
-  std::vector<Explanation> all;
-  SwitchNeighbours const neighbours = conditions_.neighbours(name);
-  for (auto const& [judgement, when] : judged.conditions) {
-    if (judgement.condition == Condition("Negotiated"))
-      for (Place const place : {Place("service/config/<service>"), Place("service/override/<service>")})
-        add(textAt(place, {judgement.service.view()}));
-    all.push_back(Agent::explain(tables, Nox::Name(name), judgement, neighbours));
+  if (result.judged.systemId) add(textAt("mount/offer/<systemId>", {result.judged.systemId->stringValue().view()}));
+  std::vector<Judgement> judgements;
+  for (auto const& [judgement, when] : result.judged.conditions) {
+    judgements.push_back(judgement);
+    if (judgement.condition != Condition("Negotiated")) continue;
+    for (Place const place : {Place("service/config/<service>"), Place("service/override/<service>")})
+      add(textAt(place, {judgement.service.view()}));
   }
-  return all;
+  Controllerdb::AgentTables tables;
+  StateTree tree(tables);
+  Nox::Turn const turn;
+  for (auto const& [path, text] : documents) tree.restore(parsePath(path), readJson(*text));
+  result.explanations = Agent::explain(SwitchRecords(tables, Nox::Name(name)), judgements, neighbours);
+  return result;
 }
 
 }  // namespace Agent

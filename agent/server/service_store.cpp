@@ -60,6 +60,7 @@ void Service::inStore(std::function<void()> work, WorkThread::Done done) {
 void Service::commit() {
   if (isStoreBusy()) return;
   if (tree_) {
+    LongTask const task(*this);
     CommittedTurn renewed = takeRenewed();
     if (!renewed.changes.empty()) open_.turns.push_back(std::move(renewed));
     // What waits without a turn waits for one that is being applied.
@@ -179,6 +180,7 @@ void Service::takeForeignTurns() {
 
 // Another state than the one that was told of: all readers are told so.
 void Service::restartFrom(TreeDocuments documents) {
+  conditions_ = {};
   keptIs(std::move(documents));
   watches_->restart(store_.history());
   backups_->detach();

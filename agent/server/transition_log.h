@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <deque>
 #include <map>
 #include <string>
 #include <vector>
@@ -42,7 +43,7 @@ class TransitionLog {
   void write(Transition const& transition);
 
   EventLog& log_;
-  std::vector<Transition> waiting_;
+  std::deque<Transition> waiting_;
   std::map<Key, Sum> sums_;
   EventLoop::Clock::time_point begun_;
 };

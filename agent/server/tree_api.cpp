@@ -49,6 +49,7 @@ void TreeApi::answer(Call& call, Route const& route) {
   answering(call, [&] {
     if (service_.isApplying() && !call.isRead() && !isRefresh(call)) return queue(call, route, false);
     if (isStopping_) throw HttpProblem(503, "the agent stops");
+    service_.catchUp();
     Service::LongTask const task(service_);
     if ((route.traits & Route::kConditional) != 0) requireRevision(call);
     (this->*route.handle)(call);

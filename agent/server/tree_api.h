@@ -77,8 +77,7 @@ class TreeApi {
         queue_(loop, [this] { return service_.isApplying(); }) {}
 
   /// Answers when it is the request's turn. What a request asks for that is wrong is answered with a status from 400 up
-  /// and
-  /// `{"error": {"status", "path", "field", "reason"}}`, of which path and field are there where they are known.
+  /// and `{"error": {"status", "path", "field", "reason"}}`, of which path and field are there where they are known.
   void handle(HttpRequest request, HttpAnswer answer);
 
   /// The response to what is refused for another reason.
@@ -121,6 +120,7 @@ class TreeApi {
   void forget(std::shared_ptr<Batch> const& batch);
   void keep(std::shared_ptr<Batch> const& batch);
   void finish(std::shared_ptr<Batch> const& batch);
+  void answerDocument(Call& call, Revision revision, DocumentText const& text, bool hasTag = false);
   void listSwitches(Call& call);
   void getSwitch(Call& call);
   void watch(Call& call);

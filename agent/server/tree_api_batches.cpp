@@ -218,6 +218,7 @@ void TreeApi::forget(std::shared_ptr<Batch> const& batch) {
 
 // What cannot be read or applied ends the batch when it is its turn.
 void TreeApi::goOn(std::shared_ptr<Batch> const& batch) {
+  service_.catchUp();
   Service::LongTask const task(service_);
   if (isStopping_ && !batch->problem) batch->fail(HttpProblem(503, "the agent stops"), 0);
   if (batch->isUndone || isStopping_) return finish(batch);

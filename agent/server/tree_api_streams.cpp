@@ -69,10 +69,14 @@ void TreeApi::getDocument(Call& call) {
   Documents const& documents = service_.kept().documents;
   auto const found = documents.find(path);
   if (found == documents.end()) throw HttpProblem(404, "there is no document here", path);
-  DocumentText const& text = found->second.text;
+  answerDocument(call, found->second.revision, found->second.text, true);
+}
+
+// A long one is told piece by piece, and goes if all readers together hold too much.
+void TreeApi::answerDocument(Call& call, Revision revision, DocumentText const& text, bool hasTag) {
   bool const isLong = text->size() >= kPieceBytes;
-  HttpResponse response = jsonResponse(200, found->second.revision, isLong ? "" : *text + "\n");
-  response.fields.emplace_back("ETag", '"' + std::to_string(found->second.revision) + '"');
+  HttpResponse response = jsonResponse(200, revision, isLong ? "" : *text + "\n");
+  if (hasTag) response.fields.emplace_back("ETag", '"' + std::to_string(revision) + '"');
   if (isLong) response.source = std::make_unique<DocumentBody>(text, service_.watches().heldTexts());
   call.answer(std::move(response));
 }

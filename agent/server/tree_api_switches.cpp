@@ -129,10 +129,11 @@ void TreeApi::listSwitches(Call& call) {
 }
 
 void TreeApi::getSwitch(Call& call) {
-  JudgedSwitch const* const judged = service_.conditions().find(call.rest);
-  if (judged == nullptr) throw HttpProblem(404, "there is no registration of " + inQuotes(call.rest));
-  Json const view = switchView(call.rest, *judged, service_.explain(call.rest, *judged));
-  call.answer(jsonResponse(200, service_.kept().revision, view.dump() + "\n"));
+  auto const found = service_.explain(call.rest);
+  if (!found) throw HttpProblem(404, "there is no registration of " + inQuotes(call.rest));
+  Revision const revision = service_.kept().revision;
+  std::string const view = switchView(call.rest, found->judged, found->explanations).dump();
+  answerDocument(call, revision, std::make_shared<std::string const>(view));
 }
 
 }  // namespace Agent

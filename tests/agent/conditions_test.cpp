@@ -225,6 +225,13 @@ TEST_F(Conditions, AgreeWithTheDocumentsAfterEachTurn) {
             if (path.ends_with("/config") && path.starts_with("registration/") &&
                 document["systemId"] == change.path.substr(10))
               lastEnd[path.substr(13, 1)] = "HeartbeatDeleted";
+      for (auto const& [path, document] : after)
+        if (auto const known = before.find(path); path.ends_with("/config") && path.starts_with("registration/"))
+          if (known == before.end() || known->second["systemId"] != document["systemId"])
+            lastEnd.erase(path.substr(13, 1));
+      for (auto const& [path, document] : before)
+        if (path.ends_with("/config") && path.starts_with("registration/") && !after.contains(path))
+          lastEnd.erase(path.substr(13, 1));
       tracked.turn(of, changes, {revision, {}}, false);
       tracked.keptIs(revision);
       std::set<std::string> names;
@@ -240,7 +247,8 @@ TEST_F(Conditions, AgreeWithTheDocumentsAfterEachTurn) {
         EXPECT_EQ(reasonsOf(judged), oracle.reasons()) << name << " after " << line << "\n" << fresh.text();
         for (TimedJudgement const& one : judged.conditions) {
           seen.emplace(one.judgement.reason->code);
-          Explanation const words = explain(fresh.host.tables(), name, one.judgement, tracked.neighbours(name));
+          SwitchRecords const records(fresh.host.tables(), Nox::Name(name));
+          Explanation const words = explain(records, {&one.judgement, 1}, tracked.neighbours(name)).front();
           EXPECT_THAT(words.sentence + words.advice + words.command, testing::Not(testing::HasSubstr("<")));
           EXPECT_FALSE(words.sentence.empty());
         }

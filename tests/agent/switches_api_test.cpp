@@ -153,6 +153,21 @@ TEST_F(SwitchesOfASlowStore, AreToldAsTheyAreKept) {
   EXPECT_EQ(ready(), "RowThere");
 }
 
+// A heartbeat that says what it said before changes nothing, and keeps nothing that others wrote.
+TEST_F(SwitchesOfASlowStore, AreNotToldEarlierBecauseOfAHeartbeat) {
+  put("heartbeat/02:00:00:00:00:09", "1");
+  enrolBehindTheGate();
+  put("heartbeat/02:00:00:00:00:09", "1");
+  EXPECT_EQ(ready(), "NoConfig");
+  EXPECT_EQ(service.explain("leaf-1")->explanations.front().sentence, "registration/leaf-1/config does not exist");
+  put("registration/leaf-2/config", "{\"systemId\": \"02:00:00:00:00:02\"}");
+  put("heartbeat/02:00:00:00:00:09", "1");
+  EXPECT_FALSE(service.explain("leaf-2"));
+  store.isOpenIs(true);
+  runUntil([this] { return ready() == "RowThere"; });
+  EXPECT_TRUE(service.explain("leaf-2"));
+}
+
 TEST_F(SwitchesOfASlowStore, AreAsTheyWereWhenACommitFails) {
   enrolBehindTheGate();
   memory->isFullIs(true);
