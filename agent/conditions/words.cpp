@@ -34,6 +34,7 @@ std::string versionsOf(Nox::Ptr<Controller::ServiceConfigV1 const> const& config
     for (auto const& offered : config->versionConfig()->version()) numbers.push_back(offered.fwkKey());
   std::sort(numbers.begin(), numbers.end());
   std::vector<std::string> words;
+  words.reserve(numbers.size());
   for (unsigned const number : numbers) words.push_back(std::to_string(number));
   return listOf(words, "none");
 }
