@@ -275,11 +275,13 @@ bool TreeApi::take(Batch& batch, Operation operation) {
     return true;
   }
   try {
+    // Others may have come before since its header was read.
+    if (batch.applied == 0) requireRevision(*batch.call);
     applyOne(service_, operation, batch.timeToLive);
     ++batch.applied;
     return true;
   } catch (HttpProblem const& problem) {
-    batch.fail(problem, batch.reader.line());
+    batch.fail(problem, problem.status() == 412 ? 0 : batch.reader.line());
   } catch (StoreError const& error) {
     batch.fail(storeProblem(error), batch.reader.line());
   } catch (std::exception const& error) {

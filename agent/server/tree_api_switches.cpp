@@ -116,10 +116,10 @@ void TreeApi::listSwitches(Call& call) {
   filter.name = call.parameter("name");
   filter.systemId = call.parameter("systemId");
   if (call.target.query.contains("ready")) filter.isReady = call.flag("ready");
-  bool const isKnown =
-      filter.reason.empty() || std::any_of(std::begin(kReasons), std::end(kReasons), [&](ReasonRow const& row) {
-        return row.code == filter.reason;
-      });
+  bool const isKnown = !call.target.query.contains("reason") ||
+                       std::any_of(std::begin(kReasons), std::end(kReasons), [&](ReasonRow const& row) {
+                         return row.code == filter.reason;
+                       });
   if (!isKnown)
     throw HttpProblem(400, "reason: expected one of " + listOfReasons() + "; found " + inQuotes(filter.reason));
   HttpResponse response = jsonResponse(200, service_.kept().revision, "");

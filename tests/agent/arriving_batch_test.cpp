@@ -197,14 +197,24 @@ TEST_F(ArrivingBatch, OfASlowClientHoldsUpNoOtherThatIsAtomic) {
   EXPECT_EQ(world.read("registration/a/x"), "1");
 }
 
-TEST_F(ArrivingBatch, ThatIsAtomicIsForTheRevisionAtWhichItIsApplied) {
-  auto const revision = std::to_string(world.service->kept().revision);
-  auto const sent = client.begin("?atomic=1", {{"If-Match", revision}});
-  client.send(*sent, note("x", "1"));
-  put("registration/a/y", "1");
-  client.end(*sent);
-  EXPECT_THAT(client.told, StartsWith("412"));
-  EXPECT_EQ(world.read("registration/a/x"), "nothing");
+TEST_F(ArrivingBatch, IsForTheRevisionAtWhichItIsApplied) {
+  int value = 0;
+  for (char const* const query : {"", "?atomic=1"}) {
+    Client conditional{world.loop, api};
+    auto const revision = std::to_string(world.service->kept().revision);
+    auto const sent = conditional.begin(query, {{"If-Match", revision}});
+    put("registration/a/y", std::to_string(++value));
+    conditional.send(*sent, note("x", "1"));
+    conditional.end(*sent);
+    EXPECT_THAT(conditional.told, StartsWith("412")) << query;
+    EXPECT_EQ(world.read("registration/a/x"), "nothing");
+  }
+  // Its own lines are no others.
+  auto const own = client.begin("", {{"If-Match", std::to_string(world.service->kept().revision)}});
+  client.send(*own, note("x", "1"));
+  client.send(*own, note("z", "2"));
+  client.end(*own);
+  EXPECT_THAT(client.told, StartsWith("200"));
 }
 
 TEST_F(ArrivingBatch, IsNotAskedForIfItsHeaderIsRefused) {
