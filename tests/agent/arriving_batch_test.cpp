@@ -67,7 +67,7 @@ std::string note(std::string const& name, std::string const& value) {
 /// Sends batches as they come; the last answer.
 struct Client {
   std::shared_ptr<Sent> begin(std::string const& query, HttpFields fields = {}) {
-    auto const sent = std::make_shared<Sent>();
+    auto sent = std::make_shared<Sent>();
     HttpRequest request{"POST", "/v1/tree" + query, std::move(fields), ""};
     request.reader = sent;
     told = "";

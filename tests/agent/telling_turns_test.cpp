@@ -36,7 +36,7 @@ std::string pathOf(int document) { return "registration/a/" + std::to_string(10'
 class TellingTurns : public ::testing::Test {
  protected:
   /// Puts the value into all documents, in one turn.
-  void putAll(int value) {
+  void putAll(int value) const {
     std::vector<Operation> operations;
     for (int i = 0; i < kDocuments; ++i) operations.push_back({parsePath(pathOf(i)), Json(value)});
     world.service->apply(operations);
@@ -216,7 +216,7 @@ TEST_F(TellingTurns, OfOthersComeBehindThem) {
   bool isWritten = false;
   betweenAll([&] {
     Revision const revision = world.service->kept().revision;
-    if (!world.service->storeProblem() && found()->first == "" && isKept() && !std::exchange(isWritten, true))
+    if (!world.service->storeProblem() && found()->first.empty() && isKept() && !std::exchange(isWritten, true))
       commitOne(other, {revision + 2, {::Agent::put("mount/ready/other", "true", revision + 2)}});
   });
   EXPECT_TRUE(isWritten);
