@@ -61,7 +61,7 @@ class Host final : public Agent::HttpConnectionHost {
     switch (request.target.size() % 4) {
       case 0:
         // An exception tells no more than what stands before a zero.
-        asked.back() = asked.back().c_str();
+        asked.back().resize(std::min(asked.back().find('\0'), asked.back().size()));
         throw std::runtime_error(asked.back());
       case 1:
         response.source = std::make_unique<Pieces>(asked.back());
