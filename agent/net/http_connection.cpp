@@ -77,7 +77,9 @@ void HttpConnection::checkTime(Clock::time_point now) {
 }
 
 void HttpConnection::failBody(int status, std::string const& reason) {
-  body_->fail(status, reason);
+  // The program may answer meanwhile, and the connection let go of it.
+  auto const body = body_;
+  body->fail(status, reason);
   advance();
 }
 
@@ -217,9 +219,10 @@ void HttpConnection::bodyTaken() {
 
 void HttpConnection::dropBody() {
   // A client that waits to be asked for its body may send none.
-  if (!isAsked_ && !body_->hasBegun()) body_->fail(417, "the body was not asked for");
-  body_->drop();
-  if (body_->isOver() && !body_->isComplete()) keepsAlive_ = false;
+  auto const body = body_;
+  if (!isAsked_ && !body->hasBegun()) body->fail(417, "the body was not asked for");
+  body->drop();
+  if (body->isOver() && !body->isComplete()) keepsAlive_ = false;
 }
 
 bool HttpConnection::skip() {
@@ -270,12 +273,12 @@ void HttpConnection::takeBytes() {
     ended_ = true;
     // No client waits behind a half-closed connection for what may never come.
     if (phase_ == Phase::Waiting || phase_ == Phase::Draining) close();
-    if (body_) body_->fail(400, kEndsEarly);
+    if (auto const body = body_) body->fail(400, kEndsEarly);
   } else if (error && error != boost::asio::error::would_block) {
     close();
   } else if (!error && phase_ != Phase::Draining) {
     in_.append(scratch.data(), count);
-    if (body_) body_->feed(in_);
+    if (auto const body = body_) body->feed(in_);
     // Without a place there is one deadline for all of a request.
     if (phase_ == Phase::Reading && wanting_.empty()) moved_ = Clock::now();
   }
